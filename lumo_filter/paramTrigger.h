@@ -1,0 +1,46 @@
+// Selects and blends the frame's 3D LUT (by AI scene) and lens-shading record
+// (by zoom ratio) from the calibration store, across lux and CCT.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "paramUtil.h"
+#include "param_records.h"
+
+class ParamTrigger {
+public:
+  ParamTrigger() = default;
+
+  // Copies the trees and pool pointers of the process-wide store.
+  void initialize(param_trigger_init_info info);
+  // Same, from a given store (tools and tests); it must outlive the trigger.
+  void initialize(param_trigger_init_info info, ParamUtil& store);
+
+  // false when the frame's AI scene has no parameter set. `changed` is set
+  // (never cleared) when new content was written into `lut` or `shading`.
+  bool trigger(param_trigger_t input, param_lut_t* lut, param_shading_float_t* shading,
+               bool& changed);
+  bool triggerLut(param_trigger_t input, param_lut_t* lut, bool& changed);
+  bool triggerShading(param_trigger_t input, param_shading_float_t* shading, bool& changed);
+
+  template <typename T>
+  static void findElementAndPrevious(T* list, unsigned short count, unsigned short value,
+                                     T& previous, T& element);
+
+  // Last selected indices: lower-lux/lower-CCT, lower/upper, upper/lower, upper/upper.
+  int16_t m_lutIndex[4] = {-1, -1, -1, -1};
+  int16_t m_shadingIndex[4] = {-1, -1, -1, -1};
+
+private:
+  uint8_t m_debugMode = 0;
+  std::string m_name;
+  ParamUtil* m_paramUtil = nullptr;
+  const uint8_t* m_lutData = nullptr;
+  const float* m_shadingData = nullptr;
+  uint32_t m_lutCount = 0;
+  uint32_t m_shadingCount = 0;
+  std::map<std::string, param_t> m_aiSceneParams;
+  std::map<float, param_t> m_zoomRatioParams;
+};
