@@ -1,0 +1,48 @@
+// Where the simulator's two log outputs go: logcat-style lines on stderr or
+// a file (Android log), the offline log file, and in-memory captures for tests.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace hostsim {
+
+struct LogRecord {
+  bool offline = false;  // false: Android log, true: offline log
+  int priority = 0;      // Android priority (3 debug, 4 info, 6 error); 0 offline
+  std::string level;     // offline level string ("V", "I", "E"); empty on Android
+  std::string tag;
+  std::string message;  // the formatted text after the tag
+};
+
+// Records every line written while it lives (both outputs), in order.
+class LogCapture {
+public:
+  LogCapture();
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  std::vector<LogRecord> records() const;
+  // Messages of one output only, in order.
+  std::vector<std::string> androidMessages() const;
+  std::vector<std::string> offlineMessages() const;
+  void clear();
+
+  void add(const LogRecord& record);
+
+private:
+  mutable std::mutex m_mutex;
+  std::vector<LogRecord> m_records;
+};
+
+// Android log destination: "" for stderr, "-" to drop, otherwise a file path
+// (appended). Returns false when the file cannot be opened.
+bool setAndroidLogFile(const std::string& path);
+// Offline log file path; "" switches the offline file off (captures still see lines).
+bool setOfflineLogFile(const std::string& path);
+// Minimum Android priority echoed to the Android log destination.
+void setAndroidLogMinPriority(int priority);
+
+}  // namespace hostsim
