@@ -1,0 +1,60 @@
+// A filter that renders nothing and records every call it receives, so tests
+// can check what the plugin asked of the SDK and in which order.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <videoprocess/VideoFilter.h>
+
+namespace hostsim {
+
+struct FilterCall {
+  std::string name;  // "addLutEffectData", "setFilterScript", "processFrame", "clearEffects", ...
+  std::string script;               // setFilterScript
+  std::vector<uint8_t> lut;         // addLutEffectData: size^3 * channels bytes
+  int size = 0, index = 0, channels = 0, depth = 0;  // addLutEffectData
+  videoprocess::FilterFrameParam in{}, out{};        // processFrame
+};
+
+// Shared by a test and the filters it makes: survives the filter's deletion.
+class FilterJournal {
+public:
+  void add(FilterCall call);
+  std::vector<FilterCall> calls() const;
+  std::vector<std::string> names() const;
+  int destroyed() const;
+  void noteDestroyed();
+  void clear();
+
+private:
+  mutable std::mutex m_mutex;
+  std::vector<FilterCall> m_calls;
+  int m_destroyed = 0;
+};
+
+class RecordingFilter : public videoprocess::VideoFilter {
+public:
+  RecordingFilter(videoprocess::VideoFormat format, std::shared_ptr<FilterJournal> journal);
+  ~RecordingFilter() override;
+
+  bool addLutEffectData(const uint8_t* lut, int size, int index, int channels,
+                        int depth) override;
+  int getEffectCount() const override;
+  void setFilterScript(std::string script) override;
+  void setProfiling(bool enable) override;
+  int processFrame(videoprocess::FilterFrameParam* in,
+                   videoprocess::FilterFrameParam* out) override;
+  void clearEffects() override;
+
+  videoprocess::VideoFormat format() const { return m_format; }
+
+private:
+  videoprocess::VideoFormat m_format;
+  std::shared_ptr<FilterJournal> m_journal;
+  std::string m_script;
+};
+
+}  // namespace hostsim
