@@ -1,0 +1,341 @@
+// Fused LUT + style kernels, compiled once per instruction set and chosen at
+// run time. Each vector lane carries one chroma sample's column: a 4:2:0 row
+// pair is loaded as 16-bit lanes so that the low byte is the even pixel and
+// the high byte the odd one, and every pixel of a lane shares its chroma.
+#include "fused_kernels.h"
+
+#include <cmath>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "fused_kernels.cpp"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace lumo::render {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using DF = hn::ScalableTag<float>;
+using DI = hn::RebindToSigned<DF>;
+using DU = hn::RebindToUnsigned<DF>;
+using DU16 = hn::Rebind<uint16_t, DF>;
+using VF = hn::Vec<DF>;
+using VI = hn::Vec<DI>;
+using VU = hn::Vec<DU>;
+
+struct Colour {
+  VF r, g, b;
+};
+
+HWY_INLINE VF Clamp(VF v, VF lo, VF hi) { return hn::Min(hn::Max(v, lo), hi); }
+
+HWY_INLINE VF ByteToFloat(VU v) {
+  const DF df;
+  const DI di;
+  return hn::ConvertTo(df, hn::BitCast(di, v));
+}
+
+// Low and high byte of each 16-bit pair at `p`, as floats.
+HWY_INLINE void LoadBytePairs(const uint8_t* p, VF& low, VF& high) {
+  const DU16 d16;
+  const DU du;
+  const VU v = hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(p)));
+  low = ByteToFloat(hn::And(v, hn::Set(du, 0xFFu)));
+  high = ByteToFloat(hn::ShiftRight<8>(v));
+}
+
+// Rounds half up and clamps to a byte; truncation is floor once non-negative.
+HWY_INLINE VI ToByte(VF v) {
+  const DF df;
+  const DI di;
+  return hn::ConvertTo(di, Clamp(hn::Add(v, hn::Set(df, 0.5f)), hn::Zero(df), hn::Set(df, 255.0f)));
+}
+
+HWY_INLINE void StoreBytePairs(VI low, VI high, uint8_t* p) {
+  const DU16 d16;
+  const VI packed = hn::Or(low, hn::ShiftLeft<8>(high));
+  hn::StoreU(hn::DemoteTo(d16, packed), d16, reinterpret_cast<uint16_t*>(p));
+}
+
+HWY_INLINE VF Channel(VU point, int shift) {
+  const DU du;
+  return ByteToFloat(hn::And(hn::ShiftRightSame(point, shift), hn::Set(du, 0xFFu)));
+}
+
+// Tetrahedral look-up of colours in 0..255 (clamped here) in the packed lattice.
+HWY_INLINE Colour Lookup(const uint32_t* HWY_RESTRICT lattice, const Colour& c) {
+  const DF df;
+  const DI di;
+  const DU du;
+  const VF scale = hn::Set(df, float(kLutSize - 1) / 255.0f);
+  const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f);
+  const VI last = hn::Set(di, kLutSize - 2);
+  const VF xr = hn::Mul(Clamp(c.r, zero, top), scale);
+  const VF xg = hn::Mul(Clamp(c.g, zero, top), scale);
+  const VF xb = hn::Mul(Clamp(c.b, zero, top), scale);
+  const VI ir = hn::Min(hn::ConvertTo(di, xr), last);
+  const VI ig = hn::Min(hn::ConvertTo(di, xg), last);
+  const VI ib = hn::Min(hn::ConvertTo(di, xb), last);
+  const VF fr = hn::Sub(xr, hn::ConvertTo(df, ir));
+  const VF fg = hn::Sub(xg, hn::ConvertTo(df, ig));
+  const VF fb = hn::Sub(xb, hn::ConvertTo(df, ib));
+  const VI base = hn::Add(ir, hn::Add(hn::Mul(ig, hn::Set(di, kLutSize)),
+                                      hn::Mul(ib, hn::Set(di, kLutSize * kLutSize))));
+  // Steps along r, g, b; the walk takes the axis with the largest fraction first.
+  constexpr int kR = 1, kG = kLutSize, kB = kLutSize * kLutSize;
+  const auto rg = hn::RebindMask(di, hn::Ge(fr, fg));
+  const auto gb = hn::RebindMask(di, hn::Ge(fg, fb));
+  const auto rb = hn::RebindMask(di, hn::Ge(fr, fb));
+  const VI first = hn::IfThenElse(rg, hn::IfThenElse(rb, hn::Set(di, kR), hn::Set(di, kB)),
+                                  hn::IfThenElse(gb, hn::Set(di, kG), hn::Set(di, kB)));
+  const VI second =
+      hn::IfThenElse(gb, hn::IfThenElse(hn::Or(rg, rb), hn::Set(di, kR + kG), hn::Set(di, kG + kB)),
+                     hn::IfThenElse(rg, hn::Set(di, kR + kB), hn::Set(di, kG + kB)));
+  const VF fmax = hn::Max(fr, hn::Max(fg, fb));
+  const VF fmin = hn::Min(fr, hn::Min(fg, fb));
+  const VF fmid = hn::Max(hn::Min(fr, fg), hn::Min(hn::Max(fr, fg), fb));
+
+  const VU p0 = hn::GatherIndex(du, lattice, base);
+  const VU p1 = hn::GatherIndex(du, lattice, hn::Add(base, first));
+  const VU p2 = hn::GatherIndex(du, lattice, hn::Add(base, second));
+  const VU p3 = hn::GatherIndex(du, lattice, hn::Add(base, hn::Set(di, kR + kG + kB)));
+  Colour out;
+  VF* channels[3] = {&out.r, &out.g, &out.b};
+  for (int ch = 0; ch < 3; ++ch) {
+    const VF c0 = Channel(p0, 8 * ch), c1 = Channel(p1, 8 * ch);
+    const VF c2 = Channel(p2, 8 * ch), c3 = Channel(p3, 8 * ch);
+    VF v = hn::MulAdd(hn::Sub(c1, c0), fmax, c0);
+    v = hn::MulAdd(hn::Sub(c2, c1), fmid, v);
+    *channels[ch] = hn::MulAdd(hn::Sub(c3, c2), fmin, v);
+  }
+  return out;
+}
+
+HWY_INLINE VF Luma(const Colour& c) {
+  const DF df;
+  return hn::MulAdd(
+      hn::Set(df, float(kRToY)), c.r,
+      hn::MulAdd(hn::Set(df, float(kGToY)), c.g, hn::Mul(hn::Set(df, float(kBToY)), c.b)));
+}
+
+// LUT then style for one vector of pixels at columns `x` of a row whose
+// squared normalised vertical offset is `dy2`. Returns the output colour and
+// its luma (0..255).
+HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& luma) {
+  const DF df;
+  if (p.hasLut) {
+    const Colour l = Lookup(p.lattice, c);
+    const VF s = hn::Set(df, p.strength);
+    c.r = hn::MulAdd(hn::Sub(l.r, c.r), s, c.r);
+    c.g = hn::MulAdd(hn::Sub(l.g, c.g), s, c.g);
+    c.b = hn::MulAdd(hn::Sub(l.b, c.b), s, c.b);
+  }
+  luma = Luma(c);
+  if (!p.hasStyle) return c;
+  const VF zero = hn::Zero(df), one = hn::Set(df, 1.0f);
+  const VF dx = hn::MulAdd(hn::Set(df, p.ax), x, hn::Set(df, p.bx));
+  const VF s = hn::Mul(hn::Sqrt(hn::MulAdd(dx, dx, dy2)), hn::Set(df, p.coordScale));
+  VF f;
+  if (p.hardStep) {
+    f = hn::IfThenElseZero(hn::Ge(s, hn::Set(df, p.smoothStart)), one);
+  } else {
+    const VF t = Clamp(
+        hn::Mul(hn::Sub(s, hn::Set(df, p.smoothStart)), hn::Set(df, p.smoothInvRange)), zero, one);
+    f = hn::Mul(hn::Mul(t, t), hn::NegMulAdd(hn::Set(df, 2.0f), t, hn::Set(df, 3.0f)));
+  }
+  const VF y = hn::Mul(luma, hn::Set(df, 1.0f / 255.0f));
+  VF protect = Clamp(hn::MulAdd(hn::Set(df, p.preserveK), y, hn::Set(df, p.preserveB)), zero, one);
+  if (p.knee) {
+    const VF h = Clamp(hn::Mul(hn::Sub(hn::Set(df, p.preserveT), y), hn::Set(df, p.preserveInvV)),
+                       zero, one);
+    protect = hn::Mul(protect, h);
+  }
+  const VF gain = hn::MulAdd(hn::Mul(hn::Set(df, p.valueScale), f), protect, one);
+  luma = hn::Mul(luma, gain);
+  return {hn::Mul(c.r, gain), hn::Mul(c.g, gain), hn::Mul(c.b, gain)};
+}
+
+// Renders the first whole vectors of column pairs; returns how many pairs it did.
+size_t FusedYuvRowPair(const FusedParams& p, const YuvRowPair& r, size_t pairs) {
+  const DF df;
+  const size_t n = hn::Lanes(df);
+  const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f), mid = hn::Set(df, 128.0f);
+  const VF two = hn::Set(df, 2.0f);
+  const VF lanes2 = hn::Mul(hn::Iota(df, 0.0f), two);
+  const VF invCount = hn::Set(df, 1.0f / (2.0f * r.rows));
+  size_t x = 0;
+  for (; x + n <= pairs; x += n) {
+    VF first, second;
+    LoadBytePairs(r.chroma + 2 * x, first, second);
+    const VF u = hn::Sub(r.inCrFirst ? second : first, mid);
+    const VF v = hn::Sub(r.inCrFirst ? first : second, mid);
+    const VF rOff = hn::Mul(hn::Set(df, float(kCrToR)), v);
+    const VF gOff =
+        hn::MulAdd(hn::Set(df, float(kCbToG)), u, hn::Mul(hn::Set(df, float(kCrToG)), v));
+    const VF bOff = hn::Mul(hn::Set(df, float(kCbToB)), u);
+    const VF xEven = hn::Add(lanes2, hn::Set(df, float(2 * x)));
+    const VF xOdd = hn::Add(xEven, hn::Set(df, 1.0f));
+    VF sumR = zero, sumG = zero, sumB = zero;
+    for (int row = 0; row < 2 && r.y[row] != nullptr; ++row) {
+      VF yEven, yOdd;
+      LoadBytePairs(r.y[row] + 2 * x, yEven, yOdd);
+      const VF dy2 = hn::Set(df, r.dy2[row]);
+      VI outLuma[2];
+      const VF pixels[2] = {yEven, yOdd};
+      const VF xs[2] = {xEven, xOdd};
+      for (int k = 0; k < 2; ++k) {
+        Colour c{Clamp(hn::Add(pixels[k], rOff), zero, top),
+                 Clamp(hn::Add(pixels[k], gOff), zero, top),
+                 Clamp(hn::Add(pixels[k], bOff), zero, top)};
+        VF luma;
+        c = ApplyChain(p, c, xs[k], dy2, luma);
+        outLuma[k] = ToByte(luma);
+        sumR = hn::Add(sumR, c.r);
+        sumG = hn::Add(sumG, c.g);
+        sumB = hn::Add(sumB, c.b);
+      }
+      StoreBytePairs(outLuma[0], outLuma[1], r.outY[row] + 2 * x);
+    }
+    // Chroma is linear in RGB: the mean of the pixels' chroma is the chroma of their mean.
+    sumR = hn::Mul(sumR, invCount);
+    sumG = hn::Mul(sumG, invCount);
+    sumB = hn::Mul(sumB, invCount);
+    const VF cb = hn::MulAdd(hn::Set(df, float(kRToCb)), sumR,
+                             hn::MulAdd(hn::Set(df, float(kGToCb)), sumG,
+                                        hn::MulAdd(hn::Set(df, float(kBToCb)), sumB, mid)));
+    const VF cr = hn::MulAdd(hn::Set(df, float(kRToCr)), sumR,
+                             hn::MulAdd(hn::Set(df, float(kGToCr)), sumG,
+                                        hn::MulAdd(hn::Set(df, float(kBToCr)), sumB, mid)));
+    const VI cbByte = ToByte(cb), crByte = ToByte(cr);
+    if (r.outCrFirst) {
+      StoreBytePairs(crByte, cbByte, r.outChroma + 2 * x);
+    } else {
+      StoreBytePairs(cbByte, crByte, r.outChroma + 2 * x);
+    }
+  }
+  return x;
+}
+
+// Renders the first whole vectors of an RGBA row; returns how many pixels it did.
+size_t FusedRgbaRow(const FusedParams& p, const uint8_t* in, uint8_t* out, float dy2,
+                    size_t width) {
+  const DF df;
+  const DU du;
+  const size_t n = hn::Lanes(df);
+  const VU alphaMask = hn::Set(du, 0xFF000000u);
+  const VF dy2v = hn::Set(df, dy2);
+  size_t x = 0;
+  for (; x + n <= width; x += n) {
+    const VU px = hn::LoadU(du, reinterpret_cast<const uint32_t*>(in + 4 * x));
+    Colour c{Channel(px, 0), Channel(px, 8), Channel(px, 16)};
+    VF luma;
+    c = ApplyChain(p, c, hn::Add(hn::Iota(df, 0.0f), hn::Set(df, float(x))), dy2v, luma);
+    const VI rgb =
+        hn::Or(ToByte(c.r), hn::Or(hn::ShiftLeft<8>(ToByte(c.g)), hn::ShiftLeft<16>(ToByte(c.b))));
+    const VU result = hn::Or(hn::And(px, alphaMask), hn::BitCast(du, rgb));
+    hn::StoreU(result, du, reinterpret_cast<uint32_t*>(out + 4 * x));
+  }
+  return x;
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace lumo::render
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace lumo::render {
+
+HWY_EXPORT(FusedYuvRowPair);
+HWY_EXPORT(FusedRgbaRow);
+
+bool fusedKernelsSupport(const EffectChain& chain) {
+  if (chain.luts.size() > 1 || chain.styles.size() > 1) return false;
+  return !(chain.order.size() == 2 && chain.order[0] == EffectKind::Style);
+}
+
+std::vector<uint32_t> packLattice(const LutLattice& lattice) {
+  std::vector<uint32_t> packed(kLutPoints);
+  for (int i = 0; i < kLutPoints; ++i) {
+    packed[i] = uint32_t(lattice[3 * i]) | uint32_t(lattice[3 * i + 1]) << 8 |
+                uint32_t(lattice[3 * i + 2]) << 16;
+  }
+  return packed;
+}
+
+FusedParams makeFusedParams(const ChainPlan& plan, const std::vector<uint32_t>& packed) {
+  FusedParams p;
+  const EffectChain& chain = *plan.chain;
+  if (!chain.luts.empty() && chain.luts[0].hasLattice) {
+    p.hasLut = true;
+    p.strength = float(chain.luts[0].strength);
+    p.lattice = packed.data();
+  }
+  if (!chain.styles.empty() && !chain.styles[0].isIdentity()) {
+    const StyleEffect& s = chain.styles[0];
+    const RadialGeometry& g = plan.geometry[0];
+    p.hasStyle = true;
+    p.ax = float(g.ax);
+    p.bx = float(g.bx);
+    p.ay = float(g.ay);
+    p.by = float(g.by);
+    p.coordScale = float(s.coordScale);
+    p.smoothStart = float(s.smoothStart);
+    p.hardStep = s.smoothStart == s.smoothEnd;
+    p.smoothInvRange = p.hardStep ? 0.0f : float(1.0 / (s.smoothEnd - s.smoothStart));
+    p.valueScale = float(s.valueScale);
+    p.preserveK = float(s.preserveK);
+    p.preserveB = float(s.preserveB);
+    p.preserveT = float(s.preserveT);
+    p.knee = s.preserveV != 0;
+    p.preserveInvV = p.knee ? float(1.0 / s.preserveV) : 0.0f;
+  }
+  return p;
+}
+
+static float verticalOffsetSquared(const FusedParams& p, uint32_t y) {
+  const float dy = p.ay * float(y) + p.by;
+  return dy * dy;
+}
+
+void renderFusedRows(const FusedParams& params, const ChainPlan& plan, const FrameView& in,
+                     const FrameView& out, uint32_t rowBegin, uint32_t rowEnd) {
+  if (isYuv(in.layout)) {
+    const size_t pairs = in.width / 2, blocksX = (in.width + 1) / 2;
+    for (uint32_t y = rowBegin; y < rowEnd; y += 2) {
+      const bool paired = y + 1 < in.height;
+      YuvRowPair r;
+      r.y[0] = in.luma + y * in.lumaStride;
+      r.y[1] = paired ? r.y[0] + in.lumaStride : nullptr;
+      r.chroma = in.chroma + (y / 2) * in.chromaStride;
+      r.outY[0] = out.luma + y * out.lumaStride;
+      r.outY[1] = paired ? r.outY[0] + out.lumaStride : nullptr;
+      r.outChroma = out.chroma + (y / 2) * out.chromaStride;
+      r.inCrFirst = in.layout == FrameLayout::NV21;
+      r.outCrFirst = out.layout == FrameLayout::NV21;
+      r.dy2[0] = verticalOffsetSquared(params, y);
+      r.dy2[1] = verticalOffsetSquared(params, y + 1);
+      r.rows = paired ? 2.0f : 1.0f;
+      const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, pairs);
+      for (size_t bx = done; bx < blocksX; ++bx)
+        renderYuvBlock<float>(plan, in, out, uint32_t(bx), y / 2);
+    }
+  } else {
+    for (uint32_t y = rowBegin; y < rowEnd; ++y) {
+      const uint8_t* src = in.luma + y * in.lumaStride;
+      uint8_t* dst = out.luma + y * out.lumaStride;
+      const size_t done = HWY_DYNAMIC_DISPATCH(FusedRgbaRow)(
+          params, src, dst, verticalOffsetSquared(params, y), in.width);
+      for (size_t x = done; x < in.width; ++x)
+        renderRgbaPixel<float>(plan, in, out, uint32_t(x), y);
+    }
+  }
+}
+
+const char* fusedKernelTarget() {
+  const auto targets = hwy::SupportedAndGeneratedTargets();
+  return targets.empty() ? "none" : hwy::TargetName(targets.front());
+}
+
+}  // namespace lumo::render
+#endif  // HWY_ONCE
