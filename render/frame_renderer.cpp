@@ -45,9 +45,9 @@ FrameRenderer::FrameRenderer(RenderOptions options)
 
 void FrameRenderer::setChain(EffectChain chain) {
   m_chain = std::move(chain);
-  m_packed.clear();
+  m_tables = {};
   if (!m_chain.luts.empty() && m_chain.luts[0].hasLattice)
-    m_packed = packLattice(m_chain.luts[0].lattice);
+    m_tables = buildFusedTables(m_chain.luts[0].lattice);
 }
 
 void FrameRenderer::setLattice(size_t lutIndex, const uint8_t* bytes) {
@@ -55,7 +55,7 @@ void FrameRenderer::setLattice(size_t lutIndex, const uint8_t* bytes) {
   LutEffect& lut = m_chain.luts[lutIndex];
   std::memcpy(lut.lattice.data(), bytes, kLutBytes);
   lut.hasLattice = true;
-  if (lutIndex == 0) m_packed = packLattice(lut.lattice);
+  if (lutIndex == 0) m_tables = buildFusedTables(lut.lattice);
 }
 
 void copyFrame(const FrameView& in, const FrameView& out) {
@@ -95,7 +95,7 @@ std::string FrameRenderer::render(const FrameView& in, const FrameView& out) {
   const ChainPlan plan(m_chain, in.width, in.height);
   const bool fused = m_options.path == RenderPath::Fused && fusedKernelsSupport(m_chain);
   m_lastPath = fused ? RenderPath::Fused : RenderPath::Reference;
-  const FusedParams params = fused ? makeFusedParams(plan, m_packed) : FusedParams{};
+  const FusedParams params = fused ? makeFusedParams(plan, m_tables) : FusedParams{};
 
   // Bands of whole row pairs, a few per thread so a slow thread does not
   // hold the others up; small frames stay on fewer threads.

@@ -9,6 +9,7 @@
 
 #include "effect_chain.h"
 #include "frame_view.h"
+#include "fused_kernels.h"
 #include "thread_pool.h"
 
 namespace lumo::render {
@@ -45,7 +46,7 @@ public:
 private:
   RenderOptions m_options;
   EffectChain m_chain;
-  std::vector<uint32_t> m_packed;  // the first LUT effect's lattice, packed
+  FusedTables m_tables;  // the first LUT effect's lattice, regrouped
   std::unique_ptr<ThreadPool> m_pool;
   RenderPath m_lastPath = RenderPath::Fused;
 };

@@ -58,58 +58,101 @@ HWY_INLINE void StoreBytePairs(VI low, VI high, uint8_t* p) {
   hn::StoreU(hn::DemoteTo(d16, packed), d16, reinterpret_cast<uint16_t*>(p));
 }
 
-HWY_INLINE VF Channel(VU point, int shift) {
+// Fetches one 64-bit lattice pair per lane and splits it into its low and
+// high 32 bits.
+HWY_INLINE void GatherPairs(const uint64_t* HWY_RESTRICT table, VI index, VU& low, VU& high) {
   const DU du;
-  return ByteToFloat(hn::And(hn::ShiftRightSame(point, shift), hn::Set(du, 0xFFu)));
+#if HWY_TARGET == HWY_SCALAR
+  const uint64_t v = table[hn::GetLane(index)];
+  low = hn::Set(du, uint32_t(v));
+  high = hn::Set(du, uint32_t(v >> 32));
+#else
+  const DI di;
+  const hn::Half<DI> dh;
+  const hn::Repartition<int64_t, DI> di64;
+  const hn::Repartition<uint64_t, DI> du64;
+  const auto table64 = reinterpret_cast<const uint64_t*>(table);
+  const VU first = hn::BitCast(
+      du, hn::GatherIndex(du64, table64, hn::PromoteTo(di64, hn::LowerHalf(dh, index))));
+  const VU second = hn::BitCast(
+      du, hn::GatherIndex(du64, table64, hn::PromoteTo(di64, hn::UpperHalf(dh, index))));
+  low = hn::ConcatEven(du, second, first);
+  high = hn::ConcatOdd(du, second, first);
+  (void)di;
+#endif
 }
 
-// Tetrahedral look-up of colours in 0..255 (clamped here) in the packed lattice.
-HWY_INLINE Colour Lookup(const uint32_t* HWY_RESTRICT lattice, const Colour& c) {
+// Byte `byte` of each 32-bit lane as a float: one byte shuffle where the
+// target has one.
+HWY_INLINE VF ByteOfLane(VU v, int byte) {
+  const DU du;
+#if HWY_TARGET == HWY_SCALAR
+  return ByteToFloat(hn::And(hn::ShiftRightSame(v, 8 * byte), hn::Set(du, 0xFFu)));
+#else
+  const hn::Repartition<uint8_t, DU> du8;
+  // Shuffle indices count bytes within 16-byte blocks; 0x80 clears a byte.
+  const VU lane = hn::And(hn::Iota(du, 0), hn::Set(du, 3u));
+  const VU index = hn::Or(hn::Add(hn::ShiftLeft<2>(lane), hn::Set(du, uint32_t(byte))),
+                          hn::Set(du, 0x80808000u));
+  return ByteToFloat(
+      hn::BitCast(du, hn::TableLookupBytesOr0(hn::BitCast(du8, v), hn::BitCast(du8, index))));
+#endif
+}
+
+// The two lattice points of a packed pair: bytes 0-2 of `low`, then byte 3
+// of `low` and bytes 0-1 of `high`.
+HWY_INLINE void UnpackPair(VU low, VU high, VF first[3], VF second[3]) {
+  first[0] = ByteOfLane(low, 0);
+  first[1] = ByteOfLane(low, 1);
+  first[2] = ByteOfLane(low, 2);
+  second[0] = ByteOfLane(low, 3);
+  second[1] = ByteOfLane(high, 0);
+  second[2] = ByteOfLane(high, 1);
+}
+
+// Tetrahedral look-up of colours already in 0..255 (the fused chain always
+// looks up first, on clamped input). One gather
+// fetches the cell's low and high corners, a second the two corners in
+// between for the tetrahedron the fractions select (FusedTables).
+HWY_INLINE Colour Lookup(const FusedParams& p, const Colour& c) {
   const DF df;
   const DI di;
-  const DU du;
   const VF scale = hn::Set(df, float(kLutSize - 1) / 255.0f);
-  const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f);
   const VI last = hn::Set(di, kLutSize - 2);
-  const VF xr = hn::Mul(Clamp(c.r, zero, top), scale);
-  const VF xg = hn::Mul(Clamp(c.g, zero, top), scale);
-  const VF xb = hn::Mul(Clamp(c.b, zero, top), scale);
+  const VF xr = hn::Mul(c.r, scale);
+  const VF xg = hn::Mul(c.g, scale);
+  const VF xb = hn::Mul(c.b, scale);
   const VI ir = hn::Min(hn::ConvertTo(di, xr), last);
   const VI ig = hn::Min(hn::ConvertTo(di, xg), last);
   const VI ib = hn::Min(hn::ConvertTo(di, xb), last);
   const VF fr = hn::Sub(xr, hn::ConvertTo(df, ir));
   const VF fg = hn::Sub(xg, hn::ConvertTo(df, ig));
   const VF fb = hn::Sub(xb, hn::ConvertTo(df, ib));
-  const VI base = hn::Add(ir, hn::Add(hn::Mul(ig, hn::Set(di, kLutSize)),
-                                      hn::Mul(ib, hn::Set(di, kLutSize * kLutSize))));
-  // Steps along r, g, b; the walk takes the axis with the largest fraction first.
-  constexpr int kR = 1, kG = kLutSize, kB = kLutSize * kLutSize;
+  const VI cell = hn::Add(ir, hn::Add(hn::ShiftLeft<4>(ig), hn::ShiftLeft<8>(ib)));
   const auto rg = hn::RebindMask(di, hn::Ge(fr, fg));
   const auto gb = hn::RebindMask(di, hn::Ge(fg, fb));
   const auto rb = hn::RebindMask(di, hn::Ge(fr, fb));
-  const VI first = hn::IfThenElse(rg, hn::IfThenElse(rb, hn::Set(di, kR), hn::Set(di, kB)),
-                                  hn::IfThenElse(gb, hn::Set(di, kG), hn::Set(di, kB)));
-  const VI second =
-      hn::IfThenElse(gb, hn::IfThenElse(hn::Or(rg, rb), hn::Set(di, kR + kG), hn::Set(di, kG + kB)),
-                     hn::IfThenElse(rg, hn::Set(di, kR + kB), hn::Set(di, kG + kB)));
+  // Tetrahedron numbers as FusedTables lays them out.
+  const VI tet = hn::IfThenElse(
+      rg, hn::IfThenElse(gb, hn::Zero(di), hn::IfThenElse(rb, hn::Set(di, 1), hn::Set(di, 2))),
+      hn::IfThenElse(gb, hn::IfThenElse(rb, hn::Set(di, 3), hn::Set(di, 4)), hn::Set(di, 5)));
   const VF fmax = hn::Max(fr, hn::Max(fg, fb));
   const VF fmin = hn::Min(fr, hn::Min(fg, fb));
   const VF fmid = hn::Max(hn::Min(fr, fg), hn::Min(hn::Max(fr, fg), fb));
 
-  const VU p0 = hn::GatherIndex(du, lattice, base);
-  const VU p1 = hn::GatherIndex(du, lattice, hn::Add(base, first));
-  const VU p2 = hn::GatherIndex(du, lattice, hn::Add(base, second));
-  const VU p3 = hn::GatherIndex(du, lattice, hn::Add(base, hn::Set(di, kR + kG + kB)));
-  Colour out;
-  VF* channels[3] = {&out.r, &out.g, &out.b};
+  VU low, high;
+  VF c0[3], c3[3], c1[3], c2[3];
+  GatherPairs(p.corners, cell, low, high);
+  UnpackPair(low, high, c0, c3);
+  GatherPairs(p.edges, hn::Add(hn::ShiftLeft<3>(cell), tet), low, high);
+  UnpackPair(low, high, c1, c2);
+  VF out[3];
   for (int ch = 0; ch < 3; ++ch) {
-    const VF c0 = Channel(p0, 8 * ch), c1 = Channel(p1, 8 * ch);
-    const VF c2 = Channel(p2, 8 * ch), c3 = Channel(p3, 8 * ch);
-    VF v = hn::MulAdd(hn::Sub(c1, c0), fmax, c0);
-    v = hn::MulAdd(hn::Sub(c2, c1), fmid, v);
-    *channels[ch] = hn::MulAdd(hn::Sub(c3, c2), fmin, v);
+    VF v = hn::MulAdd(hn::Sub(c1[ch], c0[ch]), fmax, c0[ch]);
+    v = hn::MulAdd(hn::Sub(c2[ch], c1[ch]), fmid, v);
+    out[ch] = hn::MulAdd(hn::Sub(c3[ch], c2[ch]), fmin, v);
   }
-  return out;
+  return {out[0], out[1], out[2]};
 }
 
 HWY_INLINE VF Luma(const Colour& c) {
@@ -125,7 +168,7 @@ HWY_INLINE VF Luma(const Colour& c) {
 HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& luma) {
   const DF df;
   if (p.hasLut) {
-    const Colour l = Lookup(p.lattice, c);
+    const Colour l = Lookup(p, c);
     const VF s = hn::Set(df, p.strength);
     c.r = hn::MulAdd(hn::Sub(l.r, c.r), s, c.r);
     c.g = hn::MulAdd(hn::Sub(l.g, c.g), s, c.g);
@@ -228,7 +271,7 @@ size_t FusedRgbaRow(const FusedParams& p, const uint8_t* in, uint8_t* out, float
   size_t x = 0;
   for (; x + n <= width; x += n) {
     const VU px = hn::LoadU(du, reinterpret_cast<const uint32_t*>(in + 4 * x));
-    Colour c{Channel(px, 0), Channel(px, 8), Channel(px, 16)};
+    Colour c{ByteOfLane(px, 0), ByteOfLane(px, 1), ByteOfLane(px, 2)};
     VF luma;
     c = ApplyChain(p, c, hn::Add(hn::Iota(df, 0.0f), hn::Set(df, float(x))), dy2v, luma);
     const VI rgb =
@@ -254,22 +297,51 @@ bool fusedKernelsSupport(const EffectChain& chain) {
   return !(chain.order.size() == 2 && chain.order[0] == EffectKind::Style);
 }
 
-std::vector<uint32_t> packLattice(const LutLattice& lattice) {
-  std::vector<uint32_t> packed(kLutPoints);
-  for (int i = 0; i < kLutPoints; ++i) {
-    packed[i] = uint32_t(lattice[3 * i]) | uint32_t(lattice[3 * i + 1]) << 8 |
-                uint32_t(lattice[3 * i + 2]) << 16;
-  }
-  return packed;
+// Tetrahedron t of a cell walks from the low corner through the corners at
+// kTetSteps[t][0] and kTetSteps[t][1] (lattice offsets) to the high corner.
+static constexpr int kStepR = 1, kStepG = kLutSize, kStepB = kLutSize * kLutSize;
+static constexpr int kTetSteps[6][2] = {
+    {kStepR, kStepR + kStepG},  // r >= g >= b
+    {kStepR, kStepR + kStepB},  // r >= b > g
+    {kStepB, kStepB + kStepR},  // b > r >= g
+    {kStepG, kStepG + kStepR},  // g > r >= b
+    {kStepG, kStepG + kStepB},  // g >= b > r
+    {kStepB, kStepB + kStepG},  // b > g > r
+};
+
+static uint64_t packPair(const LutLattice& lattice, int first, int second) {
+  const uint8_t* a = &lattice[3 * size_t(first)];
+  const uint8_t* b = &lattice[3 * size_t(second)];
+  return uint64_t(a[0]) | uint64_t(a[1]) << 8 | uint64_t(a[2]) << 16 | uint64_t(b[0]) << 24 |
+         uint64_t(b[1]) << 32 | uint64_t(b[2]) << 40;
 }
 
-FusedParams makeFusedParams(const ChainPlan& plan, const std::vector<uint32_t>& packed) {
+FusedTables buildFusedTables(const LutLattice& lattice) {
+  constexpr int kCells = kLutSize - 1;
+  FusedTables t;
+  t.corners.resize(size_t(kCells) * kCells * kCells);
+  t.edges.resize(t.corners.size() * 8);
+  for (int b = 0; b < kCells; ++b)
+    for (int g = 0; g < kCells; ++g)
+      for (int r = 0; r < kCells; ++r) {
+        const size_t cell = size_t(r + kCells * (g + kCells * b));
+        const int base = r + kStepG * g + kStepB * b;
+        t.corners[cell] = packPair(lattice, base, base + kStepR + kStepG + kStepB);
+        for (int tet = 0; tet < 6; ++tet)
+          t.edges[8 * cell + tet] =
+              packPair(lattice, base + kTetSteps[tet][0], base + kTetSteps[tet][1]);
+      }
+  return t;
+}
+
+FusedParams makeFusedParams(const ChainPlan& plan, const FusedTables& tables) {
   FusedParams p;
   const EffectChain& chain = *plan.chain;
   if (!chain.luts.empty() && chain.luts[0].hasLattice) {
     p.hasLut = true;
     p.strength = float(chain.luts[0].strength);
-    p.lattice = packed.data();
+    p.corners = tables.corners.data();
+    p.edges = tables.edges.data();
   }
   if (!chain.styles.empty() && !chain.styles[0].isIdentity()) {
     const StyleEffect& s = chain.styles[0];

@@ -18,14 +18,23 @@ namespace lumo::render {
 // style effect, the shape the fused kernels implement.
 bool fusedKernelsSupport(const EffectChain& chain);
 
-// Lattice points packed as R | G << 8 | B << 16 so one gather fetches a point.
-std::vector<uint32_t> packLattice(const LutLattice& lattice);
+// The lattice regrouped so that two 64-bit gathers fetch the four corners a
+// colour needs: `corners` holds, per cell (r + 16 g + 256 b), its low and
+// high corner; `edges` holds, at cell * 8 + tetrahedron, the two corners in
+// between. Each entry packs two points as R0 G0 B0 R1 G1 B1 in its low six
+// bytes.
+struct FusedTables {
+  std::vector<uint64_t> corners;
+  std::vector<uint64_t> edges;
+};
+FusedTables buildFusedTables(const LutLattice& lattice);
 
 // Frame-wide constants of the fused kernels, in float.
 struct FusedParams {
   bool hasLut = false;
   float strength = 0;
-  const uint32_t* lattice = nullptr;  // packLattice of the LUT effect
+  const uint64_t* corners = nullptr;  // buildFusedTables of the LUT effect
+  const uint64_t* edges = nullptr;
   bool hasStyle = false;
   float ax = 0, bx = 0, ay = 0, by = 0;
   float coordScale = 0, smoothStart = 0, smoothInvRange = 0;
@@ -45,8 +54,8 @@ struct YuvRowPair {
   float rows;  // 1 or 2
 };
 
-// `packed` must outlive the parameters; the plan must satisfy fusedKernelsSupport.
-FusedParams makeFusedParams(const ChainPlan& plan, const std::vector<uint32_t>& packed);
+// `tables` must outlive the parameters; the plan must satisfy fusedKernelsSupport.
+FusedParams makeFusedParams(const ChainPlan& plan, const FusedTables& tables);
 
 // Renders rows [rowBegin, rowEnd) (even rowBegin for 4:2:0) of `in` into `out`.
 void renderFusedRows(const FusedParams& params, const ChainPlan& plan, const FrameView& in,
