@@ -2,9 +2,12 @@
 // "threadtime" lines (MM-DD HH:MM:SS.mmm  PID  TID P TAG: message); the
 // offline log writes one line per statement to its own file. Captures see
 // every line of both, whatever the destinations are.
+#include <android/log.h>
+#include <hostsim/log_sink.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <vyalgo2/VyLog.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -14,10 +17,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <android/log.h>
-#include <hostsim/log_sink.h>
-#include <vyalgo2/VyLog.h>
 
 int32_t gVyCamLogLevel = 0;
 uint32_t gVyCamLogGroup = 0xFFFFFFFFu;
@@ -226,8 +225,8 @@ int Log::catchLogEncryptLog(int, const char*, int, const char*, const char*, con
   return 0;
 }
 
-void Log::logSystem(int group, const char* level, const char* file, const char* function,
-                    int line, const char* fmt, ...) {
+void Log::logSystem(int group, const char* level, const char* file, const char* function, int line,
+                    const char* fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
   std::string msg = hostsim::vformat(fmt, ap);

@@ -1,4 +1,7 @@
 // Android system properties: a process-wide name=value store.
+#include <cutils/properties.h>
+#include <hostsim/properties.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -6,9 +9,6 @@
 #include <map>
 #include <mutex>
 #include <string>
-
-#include <cutils/properties.h>
-#include <hostsim/properties.h>
 
 namespace {
 
