@@ -69,6 +69,29 @@ char priorityLetter(int prio) {
   return (prio >= 0 && prio <= ANDROID_LOG_SILENT) ? kLetters[prio] : '?';
 }
 
+// logcat's threadtime shape, one header per line of the message; trailing
+// line breaks are dropped as logcat does. Tags shorter than 8 characters are
+// padded to 8.
+std::string threadtimeLines(int prio, const std::string& tag, const std::string& message) {
+  char head[160];
+  std::snprintf(head, sizeof(head), "%s %5d %5ld %c %-8s: ", timestamp().c_str(),
+                static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
+                priorityLetter(prio), tag.c_str());
+  std::string text = message;
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  std::string out;
+  size_t start = 0;
+  do {
+    size_t nl = text.find('\n', start);
+    if (nl == std::string::npos) nl = text.size();
+    out += head;
+    out.append(text, start, nl - start);
+    out += '\n';
+    start = nl + 1;
+  } while (start <= text.size());
+  return out;
+}
+
 void publish(const LogRecord& rec, const std::string& line) {
   Sinks& s = sinks();
   std::lock_guard<std::mutex> lock(s.mutex);
@@ -177,11 +200,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
   rec.priority = prio;
   rec.tag = tag ? tag : "";
   rec.message = msg;
-  char head[96];
-  std::snprintf(head, sizeof(head), "%s %5d %5ld %c ", hostsim::timestamp().c_str(),
-                static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
-                hostsim::priorityLetter(prio));
-  std::string line = std::string(head) + rec.tag + ": " + msg + "\n";
+  std::string line = hostsim::threadtimeLines(prio, rec.tag, msg);
   hostsim::publish(rec, line);
   return static_cast<int>(msg.size());
 }
