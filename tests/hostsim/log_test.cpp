@@ -15,6 +15,8 @@
 #include <regex>
 #include <sstream>
 
+#include "temp_folder.h"
+
 namespace {
 
 std::vector<std::string> linesOf(const std::filesystem::path& path) {
@@ -27,11 +29,7 @@ std::vector<std::string> linesOf(const std::filesystem::path& path) {
 class LogFiles : public ::testing::Test {
 protected:
   void SetUp() override {
-    dir = std::filesystem::temp_directory_path() /
-          ("hostsim_log_" + std::to_string(::getpid()) + "_" +
-           ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
+    dir = hostsim_test::freshTestFolder("hostsim_log_");
     savedRoot = hostsim::deviceRoot();
   }
   void TearDown() override {

@@ -12,6 +12,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "temp_folder.h"
+
 namespace {
 
 using hostsim::ImageBuffer;
@@ -124,10 +126,7 @@ TEST(VyCopyBuffer, RefusesMismatchesAndMissingPlanes) {
 class DumpFolder : public ::testing::Test {
 protected:
   void SetUp() override {
-    root = std::filesystem::temp_directory_path() /
-           ("hostsim_dump_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::remove_all(root);
+    root = hostsim_test::freshTestFolder("hostsim_dump_");
     std::filesystem::create_directories(root / "data/vendor/camera");
     previous = hostsim::deviceRoot();
     hostsim::setDeviceRoot(root.string());
