@@ -131,6 +131,20 @@ void ParamUtil::initialize() {
   m_loadFailed = false;
   m_loadError.clear();
   if (parseHeader()) {
+    LUMO_LOGD("[LumoFilter] aiScenesCount = %d", aiScenesCount);
+    for (uint16_t i = 0; i < aiScenesCount; i++) {
+      LUMO_LOGD("[LumoFilter] aiScenesSize = %d", aiScenesSize[i]);
+    }
+    LUMO_LOGD("[LumoFilter] shadingZoomRatioCount = %d", shadingZoomRatioCount);
+    for (uint16_t i = 0; i < shadingZoomRatioCount; i++) {
+      LUMO_LOGD("[LumoFilter] shadingZoomRatioSize = %d", shadingZoomRatioSize[i]);
+    }
+    LUMO_LOGD("[LumoFilter] paramDataOffset = %d", paramDataOffset);
+    LUMO_LOGD("[LumoFilter] lutDataOffset = %d", lutDataOffset);
+    LUMO_LOGD("[LumoFilter] lut3d_size = %d", lut3d_size);
+    LUMO_LOGD("[LumoFilter] trigger_control = %s", trigger_control);
+    LUMO_LOGD("[LumoFilter] param_type = %s", param_type);
+    LUMO_LOGD("[LumoFilter] param_range = %s", param_range);
     readAiScenes(buffer.get() + paramDataOffset);
     readPools();
   }
@@ -181,20 +195,6 @@ bool ParamUtil::parseHeader() {
   std::memcpy(param_type, base + texts + kTextBytes, kTextBytes);
   std::memcpy(param_range, base + texts + 2 * kTextBytes, kTextBytes);
 
-  LUMO_LOGD("[LumoFilter] aiScenesCount = %d", aiScenesCount);
-  for (uint16_t i = 0; i < aiScenesCount; i++) {
-    LUMO_LOGD("[LumoFilter] aiScenesSize = %d", aiScenesSize[i]);
-  }
-  LUMO_LOGD("[LumoFilter] shadingZoomRatioCount = %d", shadingZoomRatioCount);
-  for (uint16_t i = 0; i < shadingZoomRatioCount; i++) {
-    LUMO_LOGD("[LumoFilter] shadingZoomRatioSize = %d", shadingZoomRatioSize[i]);
-  }
-  LUMO_LOGD("[LumoFilter] paramDataOffset = %d", paramDataOffset);
-  LUMO_LOGD("[LumoFilter] lutDataOffset = %d", lutDataOffset);
-  LUMO_LOGD("[LumoFilter] lut3d_size = %d", lut3d_size);
-  LUMO_LOGD("[LumoFilter] trigger_control = %s", trigger_control);
-  LUMO_LOGD("[LumoFilter] param_type = %s", param_type);
-  LUMO_LOGD("[LumoFilter] param_range = %s", param_range);
   return true;
 }
 

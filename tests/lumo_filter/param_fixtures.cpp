@@ -56,8 +56,9 @@ std::string writeCalib(const TempDir& dir, const std::string& name,
 namespace {
 
 std::string afterFunction(const std::string& line) {
-  const size_t cut = line.find("() ");
-  return cut == std::string::npos ? line : line.substr(cut + 3);
+  // "<group> <file>:<line> <func>()" runs straight into the message.
+  const size_t cut = line.find("()");
+  return cut == std::string::npos ? line : line.substr(cut + 2);
 }
 
 }  // namespace
@@ -79,7 +80,7 @@ std::vector<std::string> errorMessages(const hostsim::LogCapture& capture) {
 std::vector<std::string> functions(const hostsim::LogCapture& capture) {
   std::vector<std::string> out;
   for (const std::string& line : capture.androidMessages()) {
-    const size_t end = line.find("() ");
+    const size_t end = line.find("()");
     const size_t begin = line.rfind(' ', end);
     out.push_back(line.substr(begin + 1, end - begin - 1));
   }

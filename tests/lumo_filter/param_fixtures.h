@@ -38,7 +38,7 @@ std::string writeBytes(const TempDir& dir, const std::string& name,
 std::string writeCalib(const TempDir& dir, const std::string& name,
                        const calib::CalibrationFile& file);
 
-// Message part of the Android log lines ("<group> <file>:<line> <func>() " cut off).
+// Message part of the Android log lines ("<group> <file>:<line> <func>()" cut off).
 std::vector<std::string> messages(const hostsim::LogCapture& capture);
 std::vector<std::string> errorMessages(const hostsim::LogCapture& capture);
 // Function names of the Android log lines.
