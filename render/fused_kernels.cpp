@@ -4,6 +4,7 @@
 // the high byte the odd one, and every pixel of a lane shares its chroma.
 #include "fused_kernels.h"
 
+#include <algorithm>
 #include <cmath>
 
 #undef HWY_TARGET_INCLUDE
@@ -118,17 +119,14 @@ HWY_INLINE Colour Lookup(const FusedParams& p, const Colour& c) {
   const DF df;
   const DI di;
   const VF scale = hn::Set(df, float(kLutSize - 1) / 255.0f);
-  const VI last = hn::Set(di, kLutSize - 2);
   const VF xr = hn::Mul(c.r, scale);
   const VF xg = hn::Mul(c.g, scale);
   const VF xb = hn::Mul(c.b, scale);
-  const VI ir = hn::Min(hn::ConvertTo(di, xr), last);
-  const VI ig = hn::Min(hn::ConvertTo(di, xg), last);
-  const VI ib = hn::Min(hn::ConvertTo(di, xb), last);
-  const VF fr = hn::Sub(xr, hn::ConvertTo(df, ir));
-  const VF fg = hn::Sub(xg, hn::ConvertTo(df, ig));
-  const VF fb = hn::Sub(xb, hn::ConvertTo(df, ib));
-  const VI cell = hn::Add(ir, hn::Add(hn::ShiftLeft<4>(ig), hn::ShiftLeft<8>(ib)));
+  const VF lr = hn::Floor(xr), lg = hn::Floor(xg), lb = hn::Floor(xb);
+  const VF fr = hn::Sub(xr, lr), fg = hn::Sub(xg, lg), fb = hn::Sub(xb, lb);
+  // Cells run to 16 on each axis (FusedTables), so a colour at 255 needs no clamp.
+  const VI cell = hn::ConvertTo(di, hn::MulAdd(lb, hn::Set(df, float(kLutSize * kLutSize)),
+                                               hn::MulAdd(lg, hn::Set(df, float(kLutSize)), lr)));
   const auto rg = hn::RebindMask(di, hn::Ge(fr, fg));
   const auto gb = hn::RebindMask(di, hn::Ge(fg, fb));
   const auto rb = hn::RebindMask(di, hn::Ge(fr, fb));
@@ -169,10 +167,14 @@ HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& l
   const DF df;
   if (p.hasLut) {
     const Colour l = Lookup(p, c);
-    const VF s = hn::Set(df, p.strength);
-    c.r = hn::MulAdd(hn::Sub(l.r, c.r), s, c.r);
-    c.g = hn::MulAdd(hn::Sub(l.g, c.g), s, c.g);
-    c.b = hn::MulAdd(hn::Sub(l.b, c.b), s, c.b);
+    if (p.strength == 1.0f) {
+      c = l;
+    } else {
+      const VF s = hn::Set(df, p.strength);
+      c.r = hn::MulAdd(hn::Sub(l.r, c.r), s, c.r);
+      c.g = hn::MulAdd(hn::Sub(l.g, c.g), s, c.g);
+      c.b = hn::MulAdd(hn::Sub(l.b, c.b), s, c.b);
+    }
   }
   luma = Luma(c);
   if (!p.hasStyle) return c;
@@ -317,7 +319,14 @@ static uint64_t packPair(const LutLattice& lattice, int first, int second) {
 }
 
 FusedTables buildFusedTables(const LutLattice& lattice) {
-  constexpr int kCells = kLutSize - 1;
+  // One cell per lattice point: the cells at index 16 only ever see a zero
+  // fraction along that axis, and their corners beyond the lattice repeat
+  // its last point.
+  constexpr int kCells = kLutSize;
+  const auto point = [](int r, int g, int b) {
+    const int last = kLutSize - 1;
+    return std::min(r, last) + kStepG * std::min(g, last) + kStepB * std::min(b, last);
+  };
   FusedTables t;
   t.corners.resize(size_t(kCells) * kCells * kCells);
   t.edges.resize(t.corners.size() * 8);
@@ -325,11 +334,14 @@ FusedTables buildFusedTables(const LutLattice& lattice) {
     for (int g = 0; g < kCells; ++g)
       for (int r = 0; r < kCells; ++r) {
         const size_t cell = size_t(r + kCells * (g + kCells * b));
-        const int base = r + kStepG * g + kStepB * b;
-        t.corners[cell] = packPair(lattice, base, base + kStepR + kStepG + kStepB);
-        for (int tet = 0; tet < 6; ++tet)
-          t.edges[8 * cell + tet] =
-              packPair(lattice, base + kTetSteps[tet][0], base + kTetSteps[tet][1]);
+        t.corners[cell] = packPair(lattice, point(r, g, b), point(r + 1, g + 1, b + 1));
+        for (int tet = 0; tet < 6; ++tet) {
+          const int* steps = kTetSteps[tet];
+          const auto corner = [&](int step) {
+            return point(r + (step % kStepG), g + (step / kStepG) % kLutSize, b + step / kStepB);
+          };
+          t.edges[8 * cell + tet] = packPair(lattice, corner(steps[0]), corner(steps[1]));
+        }
       }
   return t;
 }

@@ -19,7 +19,7 @@ namespace lumo::render {
 bool fusedKernelsSupport(const EffectChain& chain);
 
 // The lattice regrouped so that two 64-bit gathers fetch the four corners a
-// colour needs: `corners` holds, per cell (r + 16 g + 256 b), its low and
+// colour needs: `corners` holds, per cell (r + 17 g + 289 b), its low and
 // high corner; `edges` holds, at cell * 8 + tetrahedron, the two corners in
 // between. Each entry packs two points as R0 G0 B0 R1 G1 B1 in its low six
 // bytes.
