@@ -52,10 +52,12 @@ inline T crOf(const Rgb<T>& c) {
 }
 
 // The one rounding of the chain: half up, then clamped to a byte.
+// NaN (only from degenerate parameters) writes 0.
 template <typename T>
 inline uint8_t toByte(T v) {
   const T r = std::floor(v + T(0.5));
-  return static_cast<uint8_t>(clamp255(r));
+  if (!(r > T(0))) return 0;
+  return r < T(255) ? static_cast<uint8_t>(r) : uint8_t(255);
 }
 
 // Tetrahedral interpolation in the 17-point lattice; `c` is clamped to the
@@ -64,7 +66,9 @@ inline uint8_t toByte(T v) {
 template <typename T>
 inline Rgb<T> lookupTetrahedral(const uint8_t* lattice, const Rgb<T>& c) {
   constexpr T kScale = T(kLutSize - 1) / T(255);
-  const T x[3] = {clamp255(c.r) * kScale, clamp255(c.g) * kScale, clamp255(c.b) * kScale};
+  // Written so that NaN (a degenerate style gain earlier in a chain) lands on 0.
+  const auto domain = [](T v) { return v > T(0) ? (v < T(255) ? v : T(255)) : T(0); };
+  const T x[3] = {domain(c.r) * kScale, domain(c.g) * kScale, domain(c.b) * kScale};
   int i[3];
   T f[3];
   for (int a = 0; a < 3; ++a) {

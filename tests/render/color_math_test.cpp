@@ -75,6 +75,23 @@ TEST(ColorMath, TetrahedralReproducesAffineLatticesAndHitsLatticePoints) {
       }
 }
 
+TEST(ColorMath, TetrahedralClampsItsInputToTheLattice) {
+  std::mt19937 rng(4);
+  const LutLattice random = testing::randomLattice(rng);
+  const auto at = [&](int r, int g, int b, int ch) {
+    return double(random[3 * (r + kLutSize * (g + kLutSize * b)) + ch]);
+  };
+  const Rgb<double> inputs[] = {{-40, 300, 1e30}, {NAN, INFINITY, -INFINITY}};
+  const int corners[][3] = {{0, 16, 16}, {0, 16, 0}};
+  for (int i = 0; i < 2; ++i) {
+    const Rgb<double> out = lookupTetrahedral(random.data(), inputs[i]);
+    const int* k = corners[i];
+    EXPECT_EQ(out.r, at(k[0], k[1], k[2], 0));
+    EXPECT_EQ(out.g, at(k[0], k[1], k[2], 1));
+    EXPECT_EQ(out.b, at(k[0], k[1], k[2], 2));
+  }
+}
+
 TEST(ColorMath, TetrahedralPicksTheTetrahedronByFractionOrder) {
   // Only the far corner (1,1,1) of the first cell is bright: the result is
   // 255 times the smallest fraction, whatever the order of the fractions.

@@ -241,6 +241,43 @@ TEST_P(RenderEffects, RefusesMismatchedFramesAndCopiesWithoutEffects) {
   EXPECT_EQ(std::memcmp(a.view().chroma, d.view().chroma, 32), 0);
 }
 
+TEST_P(RenderEffects, UnusualChainsAndExtremeValuesRenderWithoutFault) {
+  std::mt19937 rng(21);
+  const StyleEffect extreme{1e30, -1, -1e30, 1e30, 1e38, 1e38, 1e38, -1e38, 1e-38, 1e38};
+  const StyleEffect gentle{0, 0, 0.1, 0.9, 1, 0.3, 1, 0, 0, 0};
+  EffectChain styleFirst;
+  testing::addStyle(styleFirst, extreme);
+  const EffectChain lut = testing::lutChain(testing::randomLattice(rng));
+  styleFirst.order.push_back(EffectKind::Lut);
+  styleFirst.luts.push_back(lut.luts[0]);
+  EffectChain twoLuts = lut;
+  twoLuts.order.push_back(EffectKind::Lut);
+  twoLuts.luts.push_back(lut.luts[0]);
+  EffectChain extremeStyle = lut;
+  testing::addStyle(extremeStyle, extreme);
+  EffectChain twoStyles = lut;
+  testing::addStyle(twoStyles, gentle);
+  testing::addStyle(twoStyles, gentle);
+  struct Case {
+    const char* name;
+    const EffectChain& chain;
+    bool fusedShape;
+  } cases[] = {{"style then LUT", styleFirst, false},
+               {"two LUTs", twoLuts, false},
+               {"two styles", twoStyles, false},
+               {"extreme style", extremeStyle, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TestImage in(FrameLayout::NV21, 33, 9, 4), out(FrameLayout::NV21, 33, 9, 4);
+    in.fill(rng);
+    FrameRenderer renderer(GetParam());
+    renderer.setChain(c.chain);
+    ASSERT_EQ(renderer.render(in.view(), out.view()), "");
+    const bool fused = GetParam().path == RenderPath::Fused && c.fusedShape;
+    EXPECT_EQ(renderer.lastPath(), fused ? RenderPath::Fused : RenderPath::Reference);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Paths, RenderEffects,
                          ::testing::Values(RenderOptions{RenderPath::Reference, 1},
                                            RenderOptions{RenderPath::Fused, 1},
