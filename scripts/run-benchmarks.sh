@@ -37,10 +37,10 @@ fixture=$(mktemp -d)
 trap 'rm -rf "$fixture"' EXIT
 "$render_bench" --write-fixture "$fixture"
 
-# Seconds of wall time per frame for one ffmpeg route: -benchmark's rtime over
-# `frames` frames (the same frame looped), minus nothing: start-up and file
-# reading are part of what a user would wait for, and are small next to
-# `frames` renders.
+# Wall and CPU (user + system, all threads) milliseconds per frame for one
+# ffmpeg route, from -benchmark over `frames` renders of the same frame.
+# Start-up and file reading are included: they are what a user waits for,
+# and small next to `frames` renders.
 ffmpeg_route() {
   local threads=$1 chain=$2
   local log
@@ -48,7 +48,8 @@ ffmpeg_route() {
     -f rawvideo -pix_fmt nv21 -s 4000x3000 -color_range pc -stream_loop $((frames - 1)) \
     -i "$fixture/frame_4000x3000.nv21" \
     -vf "$chain" -f rawvideo -y /dev/null 2>&1)
-  echo "$log" | sed -n 's/.*rtime=\([0-9.]*\)s.*/\1/p' | tail -1
+  echo "$log" | sed -n 's/.*utime=\([0-9.]*\)s stime=\([0-9.]*\)s rtime=\([0-9.]*\)s.*/\3 \1 \2/p' |
+    tail -1 | awk -v n="$frames" '{ printf "%.1f %.1f", 1000 * $1 / n, 1000 * ($2 + $3) / n }'
 }
 
 lut="lut3d=file=$fixture/look.cube:interp=tetrahedral"
@@ -60,9 +61,8 @@ for threads in 1 2; do
     else
       chain="format=rgb24,$lut,format=nv21"
     fi
-    seconds=$(ffmpeg_route "$threads" "$chain")
-    ffmpeg_ms[$route/$threads]=$(python3 -c "print(f'{1000 * $seconds / $frames:.1f}')")
-    echo "ffmpeg $route threads=$threads: ${ffmpeg_ms[$route/$threads]} ms/frame" >&2
+    ffmpeg_ms[$route/$threads]=$(ffmpeg_route "$threads" "$chain")
+    echo "ffmpeg $route threads=$threads: wall, cpu ms/frame: ${ffmpeg_ms[$route/$threads]}" >&2
   done
 done
 
@@ -73,28 +73,35 @@ import json, sys
 
 runs = {b["name"]: b for b in json.load(open(sys.argv[1]))["benchmarks"]}
 
-def ms(name):
+def times(name):
+    """Wall and process CPU milliseconds per iteration."""
     b = runs[name]
     scale = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}[b["time_unit"]]
-    return b["real_time"] * scale
+    return b["real_time"] * scale, b["process_cpu_ms"]
 
-ff = {("planar_float", 1): float(sys.argv[2]), ("planar_float", 2): float(sys.argv[3]),
-      ("rgb24", 1): float(sys.argv[4]), ("rgb24", 2): float(sys.argv[5])}
+ff = {}
+for i, key in enumerate([("planar_float", 1), ("planar_float", 2), ("rgb24", 1), ("rgb24", 2)]):
+    wall, cpu = sys.argv[2 + i].split()
+    ff[key] = (float(wall), float(cpu))
+
 print()
-print("Renderer against memcpy of the same input and output bytes (wall time, same run):")
+print("Renderer against memcpy of the same input and output bytes (same run; wall | all-thread CPU):")
 for size, fmt in (("4000x3000", "nv21"), ("1920x1080", "nv12")):
-    floor = ms(f"BM_Memcpy/{fmt}_{size}/real_time")
-    print(f"  memcpy {fmt} {size}: {floor:.2f} ms")
+    fw, fc = times(f"BM_Memcpy/{fmt}_{size}/real_time")
+    print(f"  memcpy {fmt} {size}: {fw:.2f} ms | {fc:.2f} ms")
     for chain in ("lut", "lut_style"):
         for threads in (1, 2):
-            t = ms(f"BM_Render/{fmt}_{size}_{chain}/{threads}/real_time")
-            print(f"  {fmt} {size} {chain:9s} {threads} thread(s): {t:7.2f} ms = {t / floor:5.2f} x memcpy")
+            w, c = times(f"BM_Render/{fmt}_{size}_{chain}/{threads}/real_time")
+            print(f"  {fmt} {size} {chain:9s} {threads} thread(s): {w:7.2f} ms = {w / fw:5.2f} x memcpy"
+                  f" | {c:7.2f} ms = {c / fc:5.2f} x memcpy")
 print()
-print("Renderer against ffmpeg lut3d (tetrahedral) on the same 4000x3000 NV21 frame and LUT:")
+print("Renderer against ffmpeg lut3d (tetrahedral) on the same 4000x3000 NV21 frame and LUT"
+      " (wall | all-thread CPU):")
 for threads in (1, 2):
     for chain in ("lut", "lut_style"):
-        t = ms(f"BM_Render/nv21_4000x3000_{chain}/{threads}/real_time")
+        w, c = times(f"BM_Render/nv21_4000x3000_{chain}/{threads}/real_time")
         for route in ("planar_float", "rgb24"):
-            f = ff[(route, threads)]
-            print(f"  {threads} thread(s): ffmpeg {route:12s} {f:7.1f} ms, renderer {chain:9s} {t:6.2f} ms: {f / t:5.1f} x faster")
+            fw, fc = ff[(route, threads)]
+            print(f"  {threads} thread(s): ffmpeg {route:12s} {fw:7.1f} | {fc:7.1f} ms;"
+                  f" renderer {chain:9s} {w:6.2f} | {c:6.2f} ms: {fw / w:5.1f} x | {fc / c:5.1f} x faster")
 PY
