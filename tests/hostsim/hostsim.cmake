@@ -13,6 +13,7 @@ target_compile_definitions(hostsim_refusing_plugin PRIVATE ENTRY_RESULT=false)
 target_compile_definitions(hostsim_entryless_plugin PRIVATE NO_ENTRY)
 
 file(GLOB HOSTSIM_TEST_SOURCES CONFIGURE_DEPENDS ${HOSTSIM_TEST_DIR}/*_test.cpp)
+list(FILTER HOSTSIM_TEST_SOURCES EXCLUDE REGEX "concurrency_test\\.cpp$")
 lumo_add_gtest(hostsim_tests SOURCES ${HOSTSIM_TEST_SOURCES} LIBS vyhost)
 add_dependencies(hostsim_tests hostsim_minimal_plugin hostsim_refusing_plugin
                  hostsim_entryless_plugin)
@@ -20,3 +21,7 @@ target_compile_definitions(hostsim_tests PRIVATE
   MINIMAL_PLUGIN="$<TARGET_FILE:hostsim_minimal_plugin>"
   REFUSING_PLUGIN="$<TARGET_FILE:hostsim_refusing_plugin>"
   ENTRYLESS_PLUGIN="$<TARGET_FILE:hostsim_entryless_plugin>")
+
+# Runs under ThreadSanitizer too.
+lumo_add_gtest(hostsim_concurrency_tests SOURCES ${HOSTSIM_TEST_DIR}/concurrency_test.cpp
+               LIBS vyhost LABELS tsan)
