@@ -59,6 +59,10 @@ TEST(ImageBuffer, AllocatesEachFormatWithItsPadding) {
     EXPECT_EQ(p.planeAddress[0], reinterpret_cast<uint64_t>(b->data()));
     EXPECT_EQ(p.planeFd[0], b->fd());
     EXPECT_EQ(p.phHandle, b->handle());
+    const vyalgo2::VyImageBuffer r = b->imageBuffer();
+    EXPECT_EQ(r.planeCount, c.planes);
+    EXPECT_EQ(r.stride, b->geometry().stride);
+    EXPECT_EQ(r.planeAddress[c.planes - 1], reinterpret_cast<uint64_t>(b->plane(c.planes - 1)));
     ASSERT_EQ(b->handle()->numFds, 1);
     EXPECT_EQ(b->handle()->data[0], b->fd());
   }

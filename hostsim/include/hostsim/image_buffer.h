@@ -61,6 +61,9 @@ public:
   // the native handle) with `metadata` attached.
   vyalgo2::ImageParams imageParams(std::shared_ptr<VyMetadata> metadata = nullptr) const;
   const native_handle_t* handle() const { return m_handle; }
+  // The framework's image buffer record of this buffer, as the plugin
+  // interface's convertImageParams makes it from imageParams().
+  vyalgo2::VyImageBuffer imageBuffer() const;
 
 private:
   ImageBuffer() = default;
