@@ -202,7 +202,11 @@ HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& l
 }
 
 // Renders the first whole vectors of column pairs; returns how many pairs it did.
-size_t FusedYuvRowPair(const FusedParams& p, const YuvRowPair& r, size_t pairs) {
+size_t FusedYuvRowPair(const FusedParams& params, const YuvRowPair& rows, size_t pairs) {
+  // Local copies: the output stores cannot alias them, so the compiler keeps
+  // the constants in registers.
+  const FusedParams p = params;
+  const YuvRowPair r = rows;
   const DF df;
   const size_t n = hn::Lanes(df);
   const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f), mid = hn::Set(df, 128.0f);
@@ -263,8 +267,9 @@ size_t FusedYuvRowPair(const FusedParams& p, const YuvRowPair& r, size_t pairs) 
 }
 
 // Renders the first whole vectors of an RGBA row; returns how many pixels it did.
-size_t FusedRgbaRow(const FusedParams& p, const uint8_t* in, uint8_t* out, float dy2,
+size_t FusedRgbaRow(const FusedParams& params, const uint8_t* in, uint8_t* out, float dy2,
                     size_t width) {
+  const FusedParams p = params;
   const DF df;
   const DU du;
   const size_t n = hn::Lanes(df);
