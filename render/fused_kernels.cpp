@@ -201,61 +201,76 @@ HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& l
   return {hn::Mul(c.r, gain), hn::Mul(c.g, gain), hn::Mul(c.b, gain)};
 }
 
-// Renders the first whole vectors of column pairs; returns how many pairs it did.
-size_t FusedYuvRowPair(const FusedParams& params, const YuvRowPair& rows, size_t pairs) {
-  // Local copies: the output stores cannot alias them, so the compiler keeps
-  // the constants in registers.
-  const FusedParams p = params;
-  const YuvRowPair r = rows;
+// Chroma offsets of the RGB conversion, shared by the pixels of a block.
+struct ChromaOffsets {
+  VF r, g, b;
+};
+
+// Accumulated output colour of the pixels of a block.
+struct ColourSum {
+  VF r, g, b;
+};
+
+// One vector of pixels with luma `y` at columns `x`: converted, clamped,
+// put through the chain; returns the output luma bytes and adds the output
+// colour to `sum`.
+HWY_INLINE VI RenderPixels(const FusedParams& p, VF y, VF x, VF dy2, const ChromaOffsets& o,
+                           ColourSum& sum) {
+  const DF df;
+  const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f);
+  Colour c{Clamp(hn::Add(y, o.r), zero, top), Clamp(hn::Add(y, o.g), zero, top),
+           Clamp(hn::Add(y, o.b), zero, top)};
+  VF luma;
+  c = ApplyChain(p, c, x, dy2, luma);
+  sum.r = hn::Add(sum.r, c.r);
+  sum.g = hn::Add(sum.g, c.g);
+  sum.b = hn::Add(sum.b, c.b);
+  return ToByte(luma);
+}
+
+// Renders one luma row of a row pair (written out so that no vector lives
+// in an array and the four pixel groups of a block can overlap).
+HWY_INLINE void RenderRow(const FusedParams& p, const uint8_t* in, uint8_t* out, VF xEven, VF xOdd,
+                          VF dy2, const ChromaOffsets& o, ColourSum& sum) {
+  VF yEven, yOdd;
+  LoadBytePairs(in, yEven, yOdd);
+  const VI even = RenderPixels(p, yEven, xEven, dy2, o, sum);
+  const VI odd = RenderPixels(p, yOdd, xOdd, dy2, o, sum);
+  StoreBytePairs(even, odd, out);
+}
+
+template <bool kPaired>
+size_t FusedYuvRows(const FusedParams& p, const YuvRowPair& r, size_t pairs) {
   const DF df;
   const size_t n = hn::Lanes(df);
-  const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f), mid = hn::Set(df, 128.0f);
-  const VF two = hn::Set(df, 2.0f);
-  const VF lanes2 = hn::Mul(hn::Iota(df, 0.0f), two);
-  const VF invCount = hn::Set(df, 1.0f / (2.0f * r.rows));
+  const VF mid = hn::Set(df, 128.0f);
+  const VF lanes2 = hn::Mul(hn::Iota(df, 0.0f), hn::Set(df, 2.0f));
+  const VF invCount = hn::Set(df, kPaired ? 0.25f : 0.5f);
+  const VF dy2First = hn::Set(df, r.dy2[0]), dy2Second = hn::Set(df, r.dy2[1]);
   size_t x = 0;
   for (; x + n <= pairs; x += n) {
     VF first, second;
     LoadBytePairs(r.chroma + 2 * x, first, second);
     const VF u = hn::Sub(r.inCrFirst ? second : first, mid);
     const VF v = hn::Sub(r.inCrFirst ? first : second, mid);
-    const VF rOff = hn::Mul(hn::Set(df, float(kCrToR)), v);
-    const VF gOff =
-        hn::MulAdd(hn::Set(df, float(kCbToG)), u, hn::Mul(hn::Set(df, float(kCrToG)), v));
-    const VF bOff = hn::Mul(hn::Set(df, float(kCbToB)), u);
+    const ChromaOffsets o{
+        hn::Mul(hn::Set(df, float(kCrToR)), v),
+        hn::MulAdd(hn::Set(df, float(kCbToG)), u, hn::Mul(hn::Set(df, float(kCrToG)), v)),
+        hn::Mul(hn::Set(df, float(kCbToB)), u)};
     const VF xEven = hn::Add(lanes2, hn::Set(df, float(2 * x)));
     const VF xOdd = hn::Add(xEven, hn::Set(df, 1.0f));
-    VF sumR = zero, sumG = zero, sumB = zero;
-    for (int row = 0; row < 2 && r.y[row] != nullptr; ++row) {
-      VF yEven, yOdd;
-      LoadBytePairs(r.y[row] + 2 * x, yEven, yOdd);
-      const VF dy2 = hn::Set(df, r.dy2[row]);
-      VI outLuma[2];
-      const VF pixels[2] = {yEven, yOdd};
-      const VF xs[2] = {xEven, xOdd};
-      for (int k = 0; k < 2; ++k) {
-        Colour c{Clamp(hn::Add(pixels[k], rOff), zero, top),
-                 Clamp(hn::Add(pixels[k], gOff), zero, top),
-                 Clamp(hn::Add(pixels[k], bOff), zero, top)};
-        VF luma;
-        c = ApplyChain(p, c, xs[k], dy2, luma);
-        outLuma[k] = ToByte(luma);
-        sumR = hn::Add(sumR, c.r);
-        sumG = hn::Add(sumG, c.g);
-        sumB = hn::Add(sumB, c.b);
-      }
-      StoreBytePairs(outLuma[0], outLuma[1], r.outY[row] + 2 * x);
-    }
+    ColourSum sum{hn::Zero(df), hn::Zero(df), hn::Zero(df)};
+    RenderRow(p, r.y[0] + 2 * x, r.outY[0] + 2 * x, xEven, xOdd, dy2First, o, sum);
+    if (kPaired) RenderRow(p, r.y[1] + 2 * x, r.outY[1] + 2 * x, xEven, xOdd, dy2Second, o, sum);
     // Chroma is linear in RGB: the mean of the pixels' chroma is the chroma of their mean.
-    sumR = hn::Mul(sumR, invCount);
-    sumG = hn::Mul(sumG, invCount);
-    sumB = hn::Mul(sumB, invCount);
-    const VF cb = hn::MulAdd(hn::Set(df, float(kRToCb)), sumR,
-                             hn::MulAdd(hn::Set(df, float(kGToCb)), sumG,
-                                        hn::MulAdd(hn::Set(df, float(kBToCb)), sumB, mid)));
-    const VF cr = hn::MulAdd(hn::Set(df, float(kRToCr)), sumR,
-                             hn::MulAdd(hn::Set(df, float(kGToCr)), sumG,
-                                        hn::MulAdd(hn::Set(df, float(kBToCr)), sumB, mid)));
+    const VF mr = hn::Mul(sum.r, invCount), mg = hn::Mul(sum.g, invCount);
+    const VF mb = hn::Mul(sum.b, invCount);
+    const VF cb = hn::MulAdd(hn::Set(df, float(kRToCb)), mr,
+                             hn::MulAdd(hn::Set(df, float(kGToCb)), mg,
+                                        hn::MulAdd(hn::Set(df, float(kBToCb)), mb, mid)));
+    const VF cr = hn::MulAdd(hn::Set(df, float(kRToCr)), mr,
+                             hn::MulAdd(hn::Set(df, float(kGToCr)), mg,
+                                        hn::MulAdd(hn::Set(df, float(kBToCr)), mb, mid)));
     const VI cbByte = ToByte(cb), crByte = ToByte(cr);
     if (r.outCrFirst) {
       StoreBytePairs(crByte, cbByte, r.outChroma + 2 * x);
@@ -264,6 +279,15 @@ size_t FusedYuvRowPair(const FusedParams& params, const YuvRowPair& rows, size_t
     }
   }
   return x;
+}
+
+// Renders the first whole vectors of column pairs; returns how many pairs it did.
+size_t FusedYuvRowPair(const FusedParams& params, const YuvRowPair& rows, size_t pairs) {
+  // Local copies: the output stores cannot alias them, so the compiler keeps
+  // the constants in registers.
+  const FusedParams p = params;
+  const YuvRowPair r = rows;
+  return r.y[1] != nullptr ? FusedYuvRows<true>(p, r, pairs) : FusedYuvRows<false>(p, r, pairs);
 }
 
 // Renders the first whole vectors of an RGBA row; returns how many pixels it did.
@@ -404,7 +428,6 @@ void renderFusedRows(const FusedParams& params, const ChainPlan& plan, const Fra
       r.outCrFirst = out.layout == FrameLayout::NV21;
       r.dy2[0] = verticalOffsetSquared(params, y);
       r.dy2[1] = verticalOffsetSquared(params, y + 1);
-      r.rows = paired ? 2.0f : 1.0f;
       const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, pairs);
       for (size_t bx = done; bx < blocksX; ++bx)
         renderYuvBlock<float>(plan, in, out, uint32_t(bx), y / 2);

@@ -51,7 +51,6 @@ struct YuvRowPair {
   uint8_t* outChroma;
   bool inCrFirst, outCrFirst;
   float dy2[2];
-  float rows;  // 1 or 2
 };
 
 // `tables` must outlive the parameters; the plan must satisfy fusedKernelsSupport.
