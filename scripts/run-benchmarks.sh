@@ -13,6 +13,7 @@ build=${1:-build/dev}
 out=${2:-$build/bench-results}
 frames=${FFMPEG_FRAMES:-5}
 mkdir -p "$out"
+status=0
 
 shopt -s nullglob
 benches=("$build"/bin/*_bench)
@@ -24,13 +25,17 @@ fi
 for bench in "${benches[@]}"; do
   name=$(basename "$bench")
   echo "== $name" >&2
-  "$bench" --benchmark_repetitions=1 --benchmark_out="$out/$name.json" --benchmark_out_format=json
+  if ! "$bench" --benchmark_repetitions=1 --benchmark_out="$out/$name.json" \
+    --benchmark_out_format=json; then
+    echo "$name failed" >&2
+    status=1
+  fi
 done
 
 render_bench="$build/bin/render_bench"
 if [ ! -x "$render_bench" ] || ! command -v ffmpeg >/dev/null; then
   echo "render_bench or ffmpeg missing: no ffmpeg comparison" >&2
-  exit 0
+  exit $status
 fi
 
 fixture=$(mktemp -d)
@@ -105,3 +110,4 @@ for threads in (1, 2):
             print(f"  {threads} thread(s): ffmpeg {route:12s} {fw:7.1f} | {fc:7.1f} ms;"
                   f" renderer {chain:9s} {w:6.2f} | {c:6.2f} ms: {fw / w:5.1f} x | {fc / c:5.1f} x faster")
 PY
+exit $status
