@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Runs every benchmark binary of a build (build/<preset>/bin/*_bench, one run
-# each, JSON kept beside the console output), then times ffmpeg's lut3d on the
-# renderer benchmark's own 4000x3000 NV21 frame and LUT, and prints the ratios
-# side by side.
+# each, JSON kept beside the console output), then times ffmpeg's lut3d on
+# the renderer benchmark's own 4000x3000 NV21 frame and LUT (written by
+# render_fixture), and prints the ratios side by side.
 #
 #   scripts/run-benchmarks.sh [build-dir] [out-dir]
 #
@@ -32,15 +32,15 @@ for bench in "${benches[@]}"; do
   fi
 done
 
-render_bench="$build/bin/render_bench"
-if [ ! -x "$render_bench" ] || ! command -v ffmpeg >/dev/null; then
-  echo "render_bench or ffmpeg missing: no ffmpeg comparison" >&2
+render_fixture="$build/bin/render_fixture"
+if [ ! -x "$render_fixture" ] || [ ! -f "$out/render_bench.json" ] || ! command -v ffmpeg >/dev/null; then
+  echo "render_fixture, render_bench results or ffmpeg missing: no ffmpeg comparison" >&2
   exit $status
 fi
 
 fixture=$(mktemp -d)
 trap 'rm -rf "$fixture"' EXIT
-"$render_bench" --write-fixture "$fixture"
+"$render_fixture" "$fixture"
 
 # Wall and CPU (user + system, all threads) milliseconds per frame for one
 # ffmpeg route, from -benchmark over `frames` renders of the same frame.
