@@ -164,11 +164,13 @@ std::unique_ptr<ParamUtil> Trigger::store;
 TEST_F(Trigger, FirstFrameBlendsBothOutputsAndLogsTheWeights) {
   hostsim::LogCapture capture;
   bool changed = false;
-  // quad: lux 250 between 100..200 and 400..500, CCT 3300 between 2000..3000 and 4000..
-  ASSERT_TRUE(run(frame("quad", 250, 3300, 1.0f), changed));
+  // quad: lux 201 between 100..200 and 400..500, CCT 3001 between 2000..3000
+  // and 4000..; fractions whose double complements differ from them in the
+  // last bit.
+  ASSERT_TRUE(run(frame("quad", 201, 3001, 1.0f), changed));
   EXPECT_TRUE(changed);
   const uint16_t k[4] = {0, 1, 2, 3};
-  const Weights w = weightsFor(250, 200, 400, 3300, 3000, 4000, 3000, 4000);
+  const Weights w = weightsFor(201, 200, 400, 3001, 3000, 4000, 3000, 4000);
   for (size_t p = 0; p < LUT_BYTES; p++) {
     ASSERT_EQ(lut.data[p], expectedLutByte(k, w.w, p)) << p;
   }
