@@ -235,6 +235,9 @@ void ParamUtil::clear() {
 }
 
 void ParamUtil::readAiScenes(char* p) {
+  // The block sizes live in the header of the file being loaded: outside a
+  // load there is nothing to walk.
+  if (m_loadBegin == nullptr) return;
   // Blocks are addressed by offset from the load buffer: a declared size may
   // send the next block past the end, which only matters if it is read.
   size_t offset = static_cast<size_t>(p - m_loadBegin);

@@ -242,6 +242,16 @@ TEST_F(ParamStore, OddLutSizeOffsetsAndTrailingBytesLoadTheSame) {
   expectStore(store, f, 4, 3);
 }
 
+TEST_F(ParamStore, ZoomRatiosWithoutScenes) {
+  calib::CalibrationFile f;
+  f.zooms.push_back({3.0f, {luxBand(0, 10, {{0, 1, 1}})}, std::nullopt});
+  f.shadings.resize(2);
+  f.shadings[1] = {9, 8, 7, 6, 5, 4, 3, 2};
+  ParamUtil store(lumotest::writeCalib(dir, "zooms.bin", f));
+  EXPECT_TRUE(store.aiSceneParams.empty());
+  expectStore(store, f, 0, 2);
+}
+
 TEST_F(ParamStore, ZeroCountRecordsAndSinglePointBands) {
   calib::CalibrationFile f;
   f.scenes.push_back({"empty", {}, std::nullopt});
