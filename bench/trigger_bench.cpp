@@ -145,7 +145,14 @@ BENCHMARK(BM_TriggerChangedCell);
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
   void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) times[run.benchmark_name()] = run.GetAdjustedCPUTime();
+    // With --benchmark_repetitions the median stands for the benchmark.
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration && times.count(run.run_name.str()) == 0) {
+        times[run.run_name.str()] = run.GetAdjustedCPUTime();
+      } else if (run.aggregate_name == "median") {
+        times[run.run_name.str()] = run.GetAdjustedCPUTime();
+      }
+    }
     ConsoleReporter::ReportRuns(runs);
   }
   void Finalize() override {
