@@ -1,0 +1,243 @@
+// Fixtures of the plugin tests (see plugin_test_support.h).
+#include "plugin_test_support.h"
+
+#include <calib/calibration_file.h>
+#include <gtest/gtest.h>
+#include <hostsim/device_root.h>
+#include <hostsim/metadata_tags.h>
+#include <sys/wait.h>
+#include <system/camera_metadata_tags.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace lumotest {
+
+uint8_t lutByte(size_t block, size_t p) {
+  return static_cast<uint8_t>((p * 7 + block * 37 + p / 289) & 0xFF);
+}
+
+std::vector<uint8_t> lutBlock(size_t block) {
+  std::vector<uint8_t> out(calib::kLutBlockBytes);
+  for (size_t p = 0; p < out.size(); ++p) out[p] = lutByte(block, p);
+  return out;
+}
+
+size_t lutBlockOf(const std::string& scene) {
+  for (const SceneLut& s : kScenes)
+    if (scene == s.name) return s.lutBlock;
+  ADD_FAILURE() << "no calibrated scene " << scene;
+  return 0;
+}
+
+namespace {
+
+std::vector<calib::LuxBand> oneCell(uint16_t index) {
+  calib::LuxBand lux;
+  lux.start = 0;
+  lux.end = kCalibratedMax;
+  lux.ccts.push_back({0, kCalibratedMax, index});
+  return {lux};
+}
+
+calib::CalibrationFile calibration() {
+  calib::CalibrationFile file;
+  for (const SceneLut& s : kScenes) {
+    calib::SceneBlock scene;
+    scene.name = s.name;
+    scene.luxBands = oneCell(static_cast<uint16_t>(s.lutBlock));
+    file.scenes.push_back(scene);
+  }
+  for (size_t k = 0; k < kLutBlocks; ++k) file.luts.push_back(lutBlock(k));
+  calib::ZoomBlock zoom1;
+  zoom1.ratio = 1.0f;
+  zoom1.luxBands = oneCell(0);
+  calib::ZoomBlock zoom2;
+  zoom2.ratio = 2.0f;
+  zoom2.luxBands = oneCell(1);
+  file.zooms = {zoom1, zoom2};
+  file.shadings = {kShadingZoom1, kShadingZoom2};
+  return file;
+}
+
+std::string makeRoot() {
+  std::string pattern = (fs::temp_directory_path() / "lumo_plugin_XXXXXX").string();
+  char* made = mkdtemp(pattern.data());
+  if (made == nullptr) std::abort();
+  const fs::path root(made);
+  fs::create_directories(root / "odm/etc/camera");
+  fs::create_directories(root / "data/vendor/camera");
+  std::string error;
+  if (!calib::writeFile(calibration(), (root / "odm/etc/camera/lumo_filter_param.bin").string(),
+                        &error)) {
+    ADD_FAILURE() << "calibration file: " << error;
+  }
+  hostsim::setDeviceRoot(root.string());
+  return root.string();
+}
+
+template <typename T>
+void put(std::vector<uint8_t>& bytes, size_t offset, T value) {
+  std::memcpy(bytes.data() + offset, &value, sizeof(value));
+}
+
+}  // namespace
+
+const std::string& prepareDevice() {
+  static const std::string root = makeRoot();
+  return root;
+}
+
+std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
+
+std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
+  auto meta = std::make_shared<VyMetadata>();
+  if (tags.cct) {
+    std::vector<uint8_t> awb(hostsim::kAwbRecordBytes, 0xEE);
+    put(awb, hostsim::kAwbCctOffset, *tags.cct);
+    meta->update(hostsim::kTagAwbFrameControl, TYPE_BYTE, awb.data(), awb.size());
+  }
+  if (tags.lux) {
+    std::vector<uint8_t> aec(hostsim::kAecRecordBytes, 0xEE);
+    put(aec, hostsim::kAecLuxOffset, *tags.lux);
+    meta->update(hostsim::kTagAecFrameControl, TYPE_BYTE, aec.data(), aec.size());
+  }
+  if (tags.scene) {
+    const int32_t id = static_cast<int32_t>(*tags.scene);
+    meta->update(hostsim::kTagAiSceneResult, TYPE_INT32, &id, 1);
+  }
+  if (tags.faceValues > 0) {
+    std::vector<int32_t> rects(static_cast<size_t>(tags.faceValues), 10);
+    meta->update(static_cast<uint32_t>(ANDROID_STATISTICS_FACE_RECTANGLES), TYPE_INT32,
+                 rects.data(), rects.size());
+  }
+  if (tags.zoom) {
+    meta->update(static_cast<uint32_t>(ANDROID_CONTROL_ZOOM_RATIO), TYPE_FLOAT, &*tags.zoom, 1);
+  }
+  if (tags.imageName) {
+    meta->update(hostsim::kTagSnapshotImageName, TYPE_BYTE, tags.imageName->c_str(),
+                 tags.imageName->size() + 1);
+  }
+  return meta;
+}
+
+Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum,
+                std::shared_ptr<VyMetadata> metadata, uint32_t stride) {
+  Frame f;
+  hostsim::ImageGeometry g;
+  g.layout = hostsim::PixelLayout::NV21;
+  g.width = width;
+  g.height = height;
+  g.stride = stride;
+  std::string error;
+  f.input = hostsim::ImageBuffer::allocate(g, &error);
+  f.output = hostsim::ImageBuffer::allocate(g, &error);
+  if (!f.input || !f.output) {
+    ADD_FAILURE() << "image buffer: " << error;
+    std::abort();
+  }
+  for (size_t i = 0; i < f.input->size(); ++i)
+    f.input->data()[i] = static_cast<uint8_t>(i * 13 + 1);
+  f.request.inputBuffers[0].push_back(f.input->imageParams(metadata));
+  f.request.outputBuffers[0].push_back(f.output->imageParams(metadata));
+  f.request.frameNum = frameNum;
+  return f;
+}
+
+bool Frame::outputEqualsInput() const {
+  return std::memcmp(input->data(), output->data(), input->size()) == 0;
+}
+
+bool Frame::outputUntouched() const {
+  return std::all_of(output->data(), output->data() + output->size(),
+                     [](uint8_t b) { return b == 0; });
+}
+
+std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
+  return os << "{" << line.priority << ", " << line.function << ", \"" << line.text << "\"}";
+}
+
+namespace {
+
+// "<group> <file>:<line> <function>()<message>", as the plugin prints it.
+const std::regex kAndroidLine(R"(^VyaPlugin ([A-Za-z_/]+):[0-9]+ ([A-Za-z_]+)\(\)(.*)$)");
+
+}  // namespace
+
+std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
+  std::vector<PluginLine> out;
+  for (const hostsim::LogRecord& r : capture.records()) {
+    std::smatch m;
+    if (r.offline || r.tag != "VyAlgoEngine" || !std::regex_match(r.message, m, kAndroidLine))
+      continue;
+    if (m[1] == "lumo_filter/VyLumoFilterPlugin") out.push_back({r.priority, m[2], m[3]});
+  }
+  return out;
+}
+
+std::vector<std::string> linesOf(const hostsim::LogCapture& capture, const std::string& file) {
+  std::vector<std::string> out;
+  for (const hostsim::LogRecord& r : capture.records()) {
+    std::smatch m;
+    if (!r.offline && std::regex_match(r.message, m, kAndroidLine) && m[1] == file)
+      out.push_back(m[3]);
+  }
+  return out;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+std::vector<std::string> filesIn(const std::string& folder) {
+  std::vector<std::string> out;
+  std::error_code ec;
+  for (const auto& e : fs::recursive_directory_iterator(folder, ec))
+    if (e.is_regular_file()) out.push_back(e.path().filename().string());
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+std::string exifText(const ExifBlock& b) {
+  std::string s;
+  if (b.frameNum) s += "frameNum=" + std::to_string(*b.frameNum) + "\n";
+  s += "width=" + std::to_string(b.width) + "\n";
+  s += "height=" + std::to_string(b.height) + "\n";
+  s += "aiscene=" + b.scene + "\n";
+  s += "lux=" + std::to_string(b.lux) + "\n";
+  s += "cct=" + std::to_string(b.cct) + "\n";
+  char zoom[64];
+  std::snprintf(zoom, sizeof(zoom), "zoom_ratio=%f\n", static_cast<double>(b.zoom));
+  s += zoom;
+  s += "shading=" + b.shading + "\n";
+  s += "lut_algo_input=[";
+  for (uint8_t v : lutBlock(b.lutBlock)) s += " " + std::to_string(v);
+  s += "]\n";
+  return s;
+}
+
+int runInChild(const std::function<void()>& body) {
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    body();
+    std::fflush(nullptr);
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace lumotest
