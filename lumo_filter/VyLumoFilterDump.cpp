@@ -49,6 +49,7 @@ void VyLumoFilterPlugin::openExifFile(const char* fileName) {
   std::snprintf(path, sizeof(path), "%s%s", kDumpFolder, fileName);
   // The name is the phone's; only the open goes through the host's mapping.
   const std::string hostPath = vyplatform::devicePath(path);
+  closeExifFile();  // a second initialize must not leak the first file
   m_exifFile = std::fopen(hostPath.c_str(), "wb+");
   chmod(hostPath.c_str(), 0666);
 }

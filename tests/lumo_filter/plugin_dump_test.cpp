@@ -19,7 +19,7 @@ using lumotest::makeFrame;
 using lumotest::makeMetadata;
 
 constexpr const char* kShadingZoom1Text = "[ 0.1 0.9 2 1 0.5 0.25 1 0]";
-constexpr const char* kShadingZoom2Text = "[ 1.5 0 0 12 0 0 0 0]";
+constexpr const char* kShadingZoom2Text = "[ 1.5 0 0 0.75 0 0 0 0]";
 
 FrameTags tagsFor(uint32_t scene, float lux, uint32_t cct, float zoom,
                   std::optional<std::string> name) {

@@ -5,6 +5,7 @@
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <hostsim/filter_factory.h>
+#include <hostsim/log_sink.h>
 #include <hostsim/metadata_tags.h>
 #include <hostsim/plugin_registry.h>
 #include <hostsim/recording_filter.h>
@@ -51,6 +52,7 @@ class Host {
 public:
   explicit Host(std::initializer_list<std::pair<const char*, const char*>> properties) {
     lumotest::prepareDevice();
+    hostsim::setAndroidLogFile("-");
     for (const auto& [key, value] : properties) property_set(key, value);
     std::string error;
     loaded = registry.load(LUMO_PLUGIN_LIBRARY, &error);

@@ -30,7 +30,7 @@ constexpr size_t kLutBlocks = 5;
 constexpr uint16_t kCalibratedMax = 60000;
 // Shading of zoom ratio 1 (block 0) and of zoom ratio 2 (block 1).
 constexpr std::array<float, 8> kShadingZoom1 = {0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f};
-constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 12.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f};
 
 // Byte p of LUT block k, made up so that blocks differ everywhere.
 uint8_t lutByte(size_t block, size_t p);
