@@ -27,3 +27,4 @@ lumo_add_gtest(plugin_threads_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_threads_test.cpp
   LIBS lumo_filter_core lumo_plugin_test_support
   LABELS tsan)
+

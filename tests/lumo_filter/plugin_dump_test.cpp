@@ -4,9 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <regex>
 
 #include "plugin_fixture.h"
 
@@ -110,20 +111,21 @@ TEST_F(DumpTest, PreviewAppendsNineLineBlocksToOneFile) {
   plugin.destroy();
   EXPECT_FALSE(Access::hasExifFile(plugin));
 
-  const std::regex pattern(
-      R"(lumo_filter_RealTimePreview_(\d{4})-(\d\d)-(\d\d)_(\d\d)-(\d\d)-(\d\d)_exif\.txt)");
   std::vector<std::string> matches;
   for (const std::string& f : lumotest::filesIn(lumotest::dumpFolder())) {
-    std::smatch m;
-    if (!std::regex_match(f, m, pattern)) continue;
-    matches.push_back(f);
     std::tm local{};
-    local.tm_year = std::stoi(m[1]) - 1900;
-    local.tm_mon = std::stoi(m[2]) - 1;
-    local.tm_mday = std::stoi(m[3]);
-    local.tm_hour = std::stoi(m[4]);
-    local.tm_min = std::stoi(m[5]);
-    local.tm_sec = std::stoi(m[6]);
+    char tail[32] = {};
+    // lumo_filter_RealTimePreview_<Y>-<m>-<d>_<H>-<M>-<S>_exif.txt
+    if (f.size() != std::strlen("lumo_filter_RealTimePreview_2026-01-31_09-05-07_exif.txt") ||
+        std::sscanf(f.c_str(), "lumo_filter_RealTimePreview_%4d-%2d-%2d_%2d-%2d-%2d%31s",
+                    &local.tm_year, &local.tm_mon, &local.tm_mday, &local.tm_hour, &local.tm_min,
+                    &local.tm_sec, tail) != 7 ||
+        std::string(tail) != "_exif.txt") {
+      continue;
+    }
+    matches.push_back(f);
+    local.tm_year -= 1900;
+    local.tm_mon -= 1;
     local.tm_isdst = -1;
     const std::time_t stamp = std::mktime(&local);
     EXPECT_GE(stamp, before);

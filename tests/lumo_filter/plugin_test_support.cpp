@@ -14,7 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -167,18 +166,38 @@ std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
 
 namespace {
 
-// "<group> <file>:<line> <function>()<message>", as the plugin prints it.
-const std::regex kAndroidLine(R"(^VyaPlugin ([A-Za-z_/]+):[0-9]+ ([A-Za-z_]+)\(\)(.*)$)");
+struct AndroidLine {
+  std::string file, function, text;
+};
+
+// Splits "<group> <file>:<line> <function>()<message>", as the plugin prints it.
+bool splitAndroidLine(const std::string& message, AndroidLine& out) {
+  const std::string group = "VyaPlugin ";
+  if (message.compare(0, group.size(), group) != 0) return false;
+  const size_t colon = message.find(':', group.size());
+  const size_t space = message.find(' ', colon == std::string::npos ? 0 : colon);
+  const size_t parens = message.find("()", space == std::string::npos ? 0 : space);
+  if (colon == std::string::npos || space == std::string::npos || parens == std::string::npos)
+    return false;
+  const std::string lineNumber = message.substr(colon + 1, space - colon - 1);
+  if (lineNumber.empty() || lineNumber.find_first_not_of("0123456789") != std::string::npos)
+    return false;
+  out.file = message.substr(group.size(), colon - group.size());
+  out.function = message.substr(space + 1, parens - space - 1);
+  out.text = message.substr(parens + 2);
+  return true;
+}
 
 }  // namespace
 
 std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
   std::vector<PluginLine> out;
   for (const hostsim::LogRecord& r : capture.records()) {
-    std::smatch m;
-    if (r.offline || r.tag != "VyAlgoEngine" || !std::regex_match(r.message, m, kAndroidLine))
-      continue;
-    if (m[1] == "lumo_filter/VyLumoFilterPlugin") out.push_back({r.priority, m[2], m[3]});
+    AndroidLine l;
+    if (!r.offline && r.tag == "VyAlgoEngine" && splitAndroidLine(r.message, l) &&
+        l.file == "lumo_filter/VyLumoFilterPlugin") {
+      out.push_back({r.priority, l.function, l.text});
+    }
   }
   return out;
 }
@@ -186,9 +205,8 @@ std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
 std::vector<std::string> linesOf(const hostsim::LogCapture& capture, const std::string& file) {
   std::vector<std::string> out;
   for (const hostsim::LogRecord& r : capture.records()) {
-    std::smatch m;
-    if (!r.offline && std::regex_match(r.message, m, kAndroidLine) && m[1] == file)
-      out.push_back(m[3]);
+    AndroidLine l;
+    if (!r.offline && splitAndroidLine(r.message, l) && l.file == file) out.push_back(l.text);
   }
   return out;
 }
