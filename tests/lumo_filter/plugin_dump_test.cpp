@@ -33,7 +33,7 @@ FrameTags tagsFor(uint32_t scene, float lux, uint32_t cct, float zoom,
   return t;
 }
 
-class DumpTest : public PluginFixture {
+class PluginDumpTest : public PluginFixture {
 protected:
   void SetUp() override {
     PluginFixture::SetUp();
@@ -51,7 +51,7 @@ mode_t permissions(const std::string& path) {
   return st.st_mode & 0777;
 }
 
-TEST_F(DumpTest, SnapshotWritesOneFilePerPicture) {
+TEST_F(PluginDumpTest, SnapshotWritesOneFilePerPicture) {
   VyLumoFilterPlugin::m_algoDumpMode = 2;
   VyLumoFilterPlugin& plugin = makePlugin(0);
   lumotest::Frame first =
@@ -84,7 +84,7 @@ TEST_F(DumpTest, SnapshotWritesOneFilePerPicture) {
                                                  "IMG_0002_lumo_filter_OfflineSnapshot_exif.txt"}));
 }
 
-TEST_F(DumpTest, PreviewAppendsNineLineBlocksToOneFile) {
+TEST_F(PluginDumpTest, PreviewAppendsNineLineBlocksToOneFile) {
   VyLumoFilterPlugin::m_algoDumpMode = 1;
   const std::time_t before = std::time(nullptr);
   VyLumoFilterPlugin& plugin = makePlugin(1);
@@ -136,7 +136,7 @@ TEST_F(DumpTest, PreviewAppendsNineLineBlocksToOneFile) {
   EXPECT_EQ(matches.size(), 1u);
 }
 
-TEST_F(DumpTest, ImageDumpsAreNamedByPictureInstanceFrameRoleAndGeometry) {
+TEST_F(PluginDumpTest, ImageDumpsAreNamedByPictureInstanceFrameRoleAndGeometry) {
   VyLumoFilterPlugin::m_algoDumpMode = 3;
   VyLumoFilterPlugin& plugin = makePlugin(0);
   lumotest::Frame frame =
@@ -154,7 +154,7 @@ TEST_F(DumpTest, ImageDumpsAreNamedByPictureInstanceFrameRoleAndGeometry) {
   }
 }
 
-TEST_F(DumpTest, LongNamesAreCutByTheirBuffers) {
+TEST_F(PluginDumpTest, LongNamesAreCutByTheirBuffers) {
   VyLumoFilterPlugin::m_algoDumpMode = 2;
   VyLumoFilterPlugin& plugin = makePlugin(0);
   const std::string longName(250, 'n');
@@ -166,7 +166,7 @@ TEST_F(DumpTest, LongNamesAreCutByTheirBuffers) {
   EXPECT_TRUE(fs::exists(dumpPath(exifName))) << exifName;
 }
 
-TEST_F(DumpTest, ImageDumpNamesKeep127Characters) {
+TEST_F(PluginDumpTest, ImageDumpNamesKeep127Characters) {
   VyLumoFilterPlugin::m_algoDumpMode = 2;
   VyLumoFilterPlugin& plugin = makePlugin(0);
   const std::string name(80, 'm');
@@ -184,7 +184,7 @@ TEST_F(DumpTest, ImageDumpNamesKeep127Characters) {
   }
 }
 
-TEST_F(DumpTest, MissingDumpFolderSkipsTheTextDump) {
+TEST_F(PluginDumpTest, MissingDumpFolderSkipsTheTextDump) {
   VyLumoFilterPlugin::m_algoDumpMode = 3;
   fs::remove_all(lumotest::dumpFolder());
   VyLumoFilterPlugin& preview = makePlugin(1);
@@ -198,7 +198,7 @@ TEST_F(DumpTest, MissingDumpFolderSkipsTheTextDump) {
   EXPECT_FALSE(fs::exists(lumotest::dumpFolder()));
 }
 
-TEST_F(DumpTest, ExifDumpWritesNothingForOtherModes) {
+TEST_F(PluginDumpTest, ExifDumpWritesNothingForOtherModes) {
   VyLumoFilterPlugin& plugin = makePlugin(5);
   const std::string path = dumpPath("direct.txt");
   FILE* f = std::fopen(path.c_str(), "wb+");

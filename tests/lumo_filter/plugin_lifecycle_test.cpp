@@ -9,9 +9,9 @@ namespace {
 
 using lumotest::PluginLine;
 
-class LifecycleTest : public PluginFixture {};
+class PluginLifecycleTest : public PluginFixture {};
 
-TEST_F(LifecycleTest, ProviderAndPluginShareTheName) {
+TEST_F(PluginLifecycleTest, ProviderAndPluginShareTheName) {
   VyLumoFilterPluginProvider provider;
   VyLumoFilterPlugin plugin;
   EXPECT_EQ(provider.getName(), "com.zentor.plugin.vylumofilter");
@@ -25,7 +25,7 @@ TEST_F(LifecycleTest, ProviderAndPluginShareTheName) {
   delete made;
 }
 
-TEST_F(LifecycleTest, InitializeAndTheLogOnlyCalls) {
+TEST_F(PluginLifecycleTest, InitializeAndTheLogOnlyCalls) {
   const struct {
     uint32_t mode;
     const char* name;
@@ -60,7 +60,7 @@ TEST_F(LifecycleTest, InitializeAndTheLogOnlyCalls) {
   }
 }
 
-TEST_F(LifecycleTest, DestroyIsSafeWithoutInitializeAndTwice) {
+TEST_F(PluginLifecycleTest, DestroyIsSafeWithoutInitializeAndTwice) {
   VyLumoFilterPlugin never;
   never.destroy();
   never.destroy();
@@ -70,7 +70,7 @@ TEST_F(LifecycleTest, DestroyIsSafeWithoutInitializeAndTwice) {
   EXPECT_FALSE(Access::hasFilter(plugin));
 }
 
-TEST_F(LifecycleTest, EnableDecisionUnderEachForceValue) {
+TEST_F(PluginLifecycleTest, EnableDecisionUnderEachForceValue) {
   // forced value, stylisation tag (-1: absent), expected
   const struct {
     int32_t force;

@@ -14,7 +14,7 @@ using lumotest::FrameTags;
 using lumotest::makeMetadata;
 using lumotest::PluginLine;
 
-class MetadataTest : public PluginFixture {
+class PluginMetadataTest : public PluginFixture {
 protected:
   void SetUp() override {
     PluginFixture::SetUp();
@@ -42,7 +42,7 @@ std::string printedFloat(float v) {
   return buf;
 }
 
-TEST_F(MetadataTest, EveryTagIsReadAndLoggedInOrder) {
+TEST_F(PluginMetadataTest, EveryTagIsReadAndLoggedInOrder) {
   FrameTags tags;
   tags.cct = 5100;
   tags.lux = 412.9f;
@@ -65,7 +65,7 @@ TEST_F(MetadataTest, EveryTagIsReadAndLoggedInOrder) {
   EXPECT_EQ(Access::imageName(*plugin), "IMG_0001");
 }
 
-TEST_F(MetadataTest, SceneTableWithoutFaces) {
+TEST_F(PluginMetadataTest, SceneTableWithoutFaces) {
   const struct {
     uint32_t id;
     const char* scene;
@@ -84,7 +84,7 @@ TEST_F(MetadataTest, SceneTableWithoutFaces) {
   }
 }
 
-TEST_F(MetadataTest, FaceCountIsQuarterOfTheValues) {
+TEST_F(PluginMetadataTest, FaceCountIsQuarterOfTheValues) {
   const struct {
     int values;
     int faces;
@@ -105,7 +105,7 @@ TEST_F(MetadataTest, FaceCountIsQuarterOfTheValues) {
   }
 }
 
-TEST_F(MetadataTest, AbsentTagsKeepStatisticsButResetTheScene) {
+TEST_F(PluginMetadataTest, AbsentTagsKeepStatisticsButResetTheScene) {
   FrameTags first;
   first.cct = 6500;
   first.lux = 250.5f;
@@ -121,7 +121,7 @@ TEST_F(MetadataTest, AbsentTagsKeepStatisticsButResetTheScene) {
   EXPECT_EQ(Access::imageName(*plugin), "IMG_0042");
 }
 
-TEST_F(MetadataTest, StatisticsStartAtZeroAndNameEmpty) {
+TEST_F(PluginMetadataTest, StatisticsStartAtZeroAndNameEmpty) {
   read(FrameTags{});
   EXPECT_EQ(info().cct, 0);
   EXPECT_EQ(info().lux, 0);
@@ -129,7 +129,7 @@ TEST_F(MetadataTest, StatisticsStartAtZeroAndNameEmpty) {
   EXPECT_EQ(Access::imageName(*plugin), "");
 }
 
-TEST_F(MetadataTest, LuxAndCctWrapThroughSixteenBits) {
+TEST_F(PluginMetadataTest, LuxAndCctWrapThroughSixteenBits) {
   const struct {
     float lux;
     uint16_t expected;
@@ -149,7 +149,7 @@ TEST_F(MetadataTest, LuxAndCctWrapThroughSixteenBits) {
   EXPECT_EQ(info().cct, 4464);
 }
 
-TEST_F(MetadataTest, ShortPayloadsCountAsAbsent) {
+TEST_F(PluginMetadataTest, ShortPayloadsCountAsAbsent) {
   FrameTags first;
   first.cct = 5000;
   first.lux = 100.0f;
@@ -174,7 +174,7 @@ TEST_F(MetadataTest, ShortPayloadsCountAsAbsent) {
   EXPECT_EQ(info().aiscene, "common");
 }
 
-TEST_F(MetadataTest, PayloadSizeCountsValuesOfTheEntryType) {
+TEST_F(PluginMetadataTest, PayloadSizeCountsValuesOfTheEntryType) {
   // Four int32 values hold the AWB word at byte 12; 25 floats hold the AEC one at 96.
   auto meta = std::make_shared<VyMetadata>();
   const uint32_t awb[4] = {1, 2, 3, 7200};
@@ -189,7 +189,7 @@ TEST_F(MetadataTest, PayloadSizeCountsValuesOfTheEntryType) {
   EXPECT_EQ(info().lux, 880);
 }
 
-TEST_F(MetadataTest, ImageNameOutlivesItsMetadata) {
+TEST_F(PluginMetadataTest, ImageNameOutlivesItsMetadata) {
   FrameTags named;
   named.imageName = "IMG_0777";
   read(named);  // the metadata is freed when read() returns
@@ -204,7 +204,7 @@ TEST_F(MetadataTest, ImageNameOutlivesItsMetadata) {
   EXPECT_EQ(Access::imageName(*plugin), "IMG_9999");
 }
 
-TEST(FrameMetadata, ReadPayloadChecksOffsetPlusWidth) {
+TEST(PluginFrameMetadata, ReadPayloadChecksOffsetPlusWidth) {
   const uint8_t bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
   camera_metadata_ro_entry_t entry{};
   entry.type = TYPE_BYTE;

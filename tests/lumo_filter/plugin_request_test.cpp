@@ -39,9 +39,9 @@ PluginLine line(int priority, const char* function, const std::string& text) {
   return {priority, function, text};
 }
 
-class RequestTest : public PluginFixture {};
+class PluginRequestTest : public PluginFixture {};
 
-TEST_F(RequestTest, ChangedParametersConfigureTheFilterThenRender) {
+TEST_F(PluginRequestTest, ChangedParametersConfigureTheFilterThenRender) {
   VyLumoFilterPlugin& plugin = makePlugin(0);
   lumotest::Frame frame = makeFrame(64, 48, 7, makeMetadata(sceneTags(9)), 96);
   hostsim::LogCapture capture;
@@ -87,7 +87,7 @@ TEST_F(RequestTest, ChangedParametersConfigureTheFilterThenRender) {
   EXPECT_EQ(lumotest::pluginLines(capture), expected);
 }
 
-TEST_F(RequestTest, UnchangedParametersOnlyRender) {
+TEST_F(PluginRequestTest, UnchangedParametersOnlyRender) {
   VyLumoFilterPlugin& plugin = makePlugin(1);
   lumotest::Frame first = makeFrame(32, 32, 1, makeMetadata(sceneTags(0)));
   lumotest::Frame second = makeFrame(32, 32, 2, makeMetadata(sceneTags(0)));
@@ -107,7 +107,7 @@ TEST_F(RequestTest, UnchangedParametersOnlyRender) {
   EXPECT_NE(journal->calls()[1].script.find("SmoothValueScale=0.750000;"), std::string::npos);
 }
 
-TEST_F(RequestTest, EffectScriptOfAFullSizeFrame) {
+TEST_F(PluginRequestTest, EffectScriptOfAFullSizeFrame) {
   VyLumoFilterPlugin& plugin = makePlugin(0);
   lumotest::Frame frame = makeFrame(4000, 3000, 1, makeMetadata(sceneTags(0)));
   plugin.processRequest(&frame.request);
@@ -119,7 +119,7 @@ TEST_F(RequestTest, EffectScriptOfAFullSizeFrame) {
             "LightDarkPreserveV=1.000000;LightDarkPreserveT=0.000000;");
 }
 
-TEST(EffectScript, StyleTextIsCutAt511Characters) {
+TEST(PluginEffectScript, StyleTextIsCutAt511Characters) {
   param_shading_float_t huge;
   for (float& v : huge.data) v = 3.0e38f;
   const std::string script = lumo::buildEffectScript(4294967295u, 4294967295u, huge);
@@ -130,7 +130,7 @@ TEST(EffectScript, StyleTextIsCutAt511Characters) {
             0);
 }
 
-TEST_F(RequestTest, BypassSwitchCopiesOnlyTheChosenInstance) {
+TEST_F(PluginRequestTest, BypassSwitchCopiesOnlyTheChosenInstance) {
   const struct {
     int32_t mode;
     bool previewCopies, snapshotCopies;
@@ -161,7 +161,7 @@ TEST_F(RequestTest, BypassSwitchCopiesOnlyTheChosenInstance) {
   }
 }
 
-TEST_F(RequestTest, OneRenderFailureRecreatesTheFilterAndRetries) {
+TEST_F(PluginRequestTest, OneRenderFailureRecreatesTheFilterAndRetries) {
   VyLumoFilterPlugin& plugin = makePlugin(1);
   hostsim::resetCreateFilterCalls();
   hostsim::FilterFaults faults;
@@ -196,7 +196,7 @@ TEST_F(RequestTest, OneRenderFailureRecreatesTheFilterAndRetries) {
   EXPECT_EQ(journal->names(), kRenderOnly);
 }
 
-TEST_F(RequestTest, TwoRenderFailuresSwitchToCopyingForGood) {
+TEST_F(PluginRequestTest, TwoRenderFailuresSwitchToCopyingForGood) {
   VyLumoFilterPlugin& plugin = makePlugin(0);
   hostsim::resetCreateFilterCalls();
   hostsim::FilterFaults faults;
@@ -237,7 +237,7 @@ TEST_F(RequestTest, TwoRenderFailuresSwitchToCopyingForGood) {
   EXPECT_TRUE(afterReset.outputEqualsInput());
 }
 
-TEST_F(RequestTest, FailedTriggerMakesEveryLaterFrameACopy) {
+TEST_F(PluginRequestTest, FailedTriggerMakesEveryLaterFrameACopy) {
   VyLumoFilterPlugin& plugin = makePlugin(1);
   lumotest::Frame good = makeFrame(16, 16, 1, makeMetadata(sceneTags(0)));
   plugin.processRequest(&good.request);
@@ -254,7 +254,7 @@ TEST_F(RequestTest, FailedTriggerMakesEveryLaterFrameACopy) {
   EXPECT_TRUE(journal->names().empty());
 }
 
-TEST_F(RequestTest, UnknownModeHasNoFilterAndFallsBackToCopies) {
+TEST_F(PluginRequestTest, UnknownModeHasNoFilterAndFallsBackToCopies) {
   VyLumoFilterPlugin& plugin = makePlugin(2);
   EXPECT_EQ(Access::instanceName(plugin), "");
   EXPECT_FALSE(Access::hasFilter(plugin));
@@ -266,7 +266,7 @@ TEST_F(RequestTest, UnknownModeHasNoFilterAndFallsBackToCopies) {
             line(6, "processRequest", "[LumoFilter][] algo bypass for nuvoSKD fail"));
 }
 
-TEST_F(RequestTest, DebugModeReplacesTheWholeTriggerInput) {
+TEST_F(PluginRequestTest, DebugModeReplacesTheWholeTriggerInput) {
   VyLumoFilterPlugin::m_debugMode = 1;
   property_set("persist.vendor.camera.lumofilter.aiscene", "night");
   property_set("persist.vendor.camera.lumofilter.lux", "70000");

@@ -91,8 +91,14 @@ void put(std::vector<uint8_t>& bytes, size_t offset, T value) {
 }  // namespace
 
 const std::string& prepareDevice() {
-  static const std::string root = makeRoot();
-  return root;
+  // Never destroyed, so that the clean-up at exit can still read it.
+  static const std::string* root = [] {
+    const std::string* made = new std::string(makeRoot());
+    // Forked children leave through _exit and never run this.
+    std::atexit([] { fs::remove_all(prepareDevice()); });
+    return made;
+  }();
+  return *root;
 }
 
 std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
@@ -246,6 +252,7 @@ std::string exifText(const ExifBlock& b) {
 }
 
 int runInChild(const std::function<void()>& body) {
+  prepareDevice();  // made here, so that this process removes it at exit
   std::fflush(nullptr);
   const pid_t pid = fork();
   if (pid == 0) {

@@ -27,9 +27,9 @@ void runFrames(VyLumoFilterPlugin& plugin, int& filtered) {
   }
 }
 
-class ThreadsTest : public PluginFixture {};
+class PluginThreadsTest : public PluginFixture {};
 
-TEST_F(ThreadsTest, PreviewAndSnapshotRunSideBySide) {
+TEST_F(PluginThreadsTest, PreviewAndSnapshotRunSideBySide) {
   VyLumoFilterPlugin& preview = makePlugin(1);
   VyLumoFilterPlugin& snapshot = makePlugin(0);
   int previewFiltered = 0;
