@@ -4,9 +4,8 @@
 #include <calib/calibration_file.h>
 #include <gtest/gtest.h>
 #include <hostsim/device_root.h>
-#include <hostsim/metadata_tags.h>
+#include <hostsim/frame_metadata.h>
 #include <sys/wait.h>
-#include <system/camera_metadata_tags.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -83,11 +82,6 @@ std::string makeRoot() {
   return root.string();
 }
 
-template <typename T>
-void put(std::vector<uint8_t>& bytes, size_t offset, T value) {
-  std::memcpy(bytes.data() + offset, &value, sizeof(value));
-}
-
 }  // namespace
 
 const std::string& prepareDevice() {
@@ -104,34 +98,14 @@ const std::string& prepareDevice() {
 std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
 
 std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
-  auto meta = std::make_shared<VyMetadata>();
-  if (tags.cct) {
-    std::vector<uint8_t> awb(hostsim::kAwbRecordBytes, 0xEE);
-    put(awb, hostsim::kAwbCctOffset, *tags.cct);
-    meta->update(hostsim::kTagAwbFrameControl, TYPE_BYTE, awb.data(), awb.size());
-  }
-  if (tags.lux) {
-    std::vector<uint8_t> aec(hostsim::kAecRecordBytes, 0xEE);
-    put(aec, hostsim::kAecLuxOffset, *tags.lux);
-    meta->update(hostsim::kTagAecFrameControl, TYPE_BYTE, aec.data(), aec.size());
-  }
-  if (tags.scene) {
-    const int32_t id = static_cast<int32_t>(*tags.scene);
-    meta->update(hostsim::kTagAiSceneResult, TYPE_INT32, &id, 1);
-  }
-  if (tags.faceValues > 0) {
-    std::vector<int32_t> rects(static_cast<size_t>(tags.faceValues), 10);
-    meta->update(static_cast<uint32_t>(ANDROID_STATISTICS_FACE_RECTANGLES), TYPE_INT32,
-                 rects.data(), rects.size());
-  }
-  if (tags.zoom) {
-    meta->update(static_cast<uint32_t>(ANDROID_CONTROL_ZOOM_RATIO), TYPE_FLOAT, &*tags.zoom, 1);
-  }
-  if (tags.imageName) {
-    meta->update(hostsim::kTagSnapshotImageName, TYPE_BYTE, tags.imageName->c_str(),
-                 tags.imageName->size() + 1);
-  }
-  return meta;
+  hostsim::FrameConditions c;
+  c.cct = tags.cct;
+  c.luxIndex = tags.lux;
+  c.aiScene = tags.scene;
+  if (tags.faceValues > 0) c.faceValues = std::vector<int32_t>(tags.faceValues, 10);
+  c.zoomRatio = tags.zoom;
+  c.imageName = tags.imageName;
+  return hostsim::makeFrameMetadata(c);
 }
 
 Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum,
