@@ -196,6 +196,21 @@ TEST_F(PluginRequestTest, OneRenderFailureRecreatesTheFilterAndRetries) {
   EXPECT_EQ(journal->names(), kRenderOnly);
 }
 
+TEST_F(PluginRequestTest, MissingFilterIsRecreatedSilently) {
+  hostsim::FilterFaults faults;
+  faults.failCreateCount = 1;  // the filter of initialize
+  hostsim::setFilterFaults(faults);
+  VyLumoFilterPlugin& plugin = makePlugin(0);
+  EXPECT_FALSE(Access::hasFilter(plugin));
+  lumotest::Frame frame = makeFrame(32, 16, 1, makeMetadata(sceneTags(0)));
+  hostsim::LogCapture capture;
+  plugin.processRequest(&frame.request);
+  EXPECT_EQ(hostsim::createFilterCalls(), 2);
+  EXPECT_EQ(journal->names(), kConfigureAndRender);
+  EXPECT_TRUE(frame.outputUntouched());
+  for (const PluginLine& l : lumotest::pluginLines(capture)) EXPECT_NE(l.priority, 6) << l;
+}
+
 TEST_F(PluginRequestTest, TwoRenderFailuresSwitchToCopyingForGood) {
   VyLumoFilterPlugin& plugin = makePlugin(0);
   hostsim::resetCreateFilterCalls();
