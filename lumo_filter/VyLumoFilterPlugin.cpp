@@ -182,6 +182,12 @@ void VyLumoFilterPlugin::destroy() {
 
 int VyLumoFilterPlugin::processRequest(vyalgo2::ProcessRequestInfo* request) {
   m_frameNum = request->frameNum;
+  // The host always sends one input and one output image; anything less is
+  // left alone rather than read past the end.
+  if (request->inputBuffers.empty() || request->inputBuffers.begin()->second.empty() ||
+      request->outputBuffers.empty() || request->outputBuffers.begin()->second.empty()) {
+    return 0;
+  }
   vyalgo2::ImageParams& inputImage = request->inputBuffers.begin()->second[0];
   vyalgo2::ImageParams& outputImage = request->outputBuffers.begin()->second[0];
   vyalgo2::VyImageBuffer inputBuffer{};

@@ -281,6 +281,16 @@ TEST_F(PluginRequestTest, UnknownModeHasNoFilterAndFallsBackToCopies) {
             line(6, "processRequest", "[LumoFilter][] algo bypass for nuvoSKD fail"));
 }
 
+TEST_F(PluginRequestTest, RequestWithoutImagesIsLeftAlone) {
+  VyLumoFilterPlugin& plugin = makePlugin(1);
+  vyalgo2::ProcessRequestInfo empty;
+  EXPECT_EQ(plugin.processRequest(&empty), 0);
+  lumotest::Frame frame = makeFrame(16, 16, 1, makeMetadata(sceneTags(0)));
+  frame.request.outputBuffers.begin()->second.clear();
+  EXPECT_EQ(plugin.processRequest(&frame.request), 0);
+  EXPECT_TRUE(journal->names().empty());
+}
+
 TEST_F(PluginRequestTest, DebugModeReplacesTheWholeTriggerInput) {
   VyLumoFilterPlugin::m_debugMode = 1;
   property_set("persist.vendor.camera.lumofilter.aiscene", "night");
