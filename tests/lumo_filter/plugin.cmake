@@ -1,5 +1,5 @@
 # Plugin tests. White-box suites link the plugin core directly; the library
-# suite loads the built liblumo_filter.so the way the camera host does.
+# and threads suites load the built liblumo_filter.so the way the camera host does.
 if(NOT TARGET lumo_filter_core OR NOT TARGET lumo_calib)
   return()
 endif()
@@ -16,15 +16,15 @@ lumo_add_gtest(plugin_core_test
           ${CMAKE_CURRENT_LIST_DIR}/plugin_dump_test.cpp
   LIBS lumo_filter_core lumo_plugin_test_support)
 
+# Suites that load the built library as the host does (dlopen, then the entry).
 lumo_add_gtest(plugin_library_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_library_test.cpp
   LIBS lumo_plugin_test_support)
-target_compile_definitions(plugin_library_test
-                           PRIVATE LUMO_PLUGIN_LIBRARY="$<TARGET_FILE:lumo_filter>")
-add_dependencies(plugin_library_test lumo_filter)
-
 lumo_add_gtest(plugin_threads_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_threads_test.cpp
-  LIBS lumo_filter_core lumo_plugin_test_support
+  LIBS lumo_plugin_test_support
   LABELS tsan)
-
+foreach(suite plugin_library_test plugin_threads_test)
+  target_compile_definitions(${suite} PRIVATE LUMO_PLUGIN_LIBRARY="$<TARGET_FILE:lumo_filter>")
+  add_dependencies(${suite} lumo_filter)
+endforeach()
