@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 
@@ -212,6 +213,46 @@ TEST(PluginLibrary, SwitchesSetAfterLoadingAreIgnored) {
               plugin.processRequest(&f.request);
               EXPECT_TRUE(f.outputUntouched());
               EXPECT_FALSE(enabledFor(plugin, 0));
+            }),
+            0);
+}
+
+// The whole chain with the SDK the library links: graphic buffers, client
+// buffers and the renderer reaching the pixels. A LUT that maps every colour
+// to mid grey, with a neutral style effect, must turn any frame grey.
+TEST(PluginLibrary, FramesReachTheLinkedSdk) {
+#ifndef LUMO_HAVE_RENDERER
+  GTEST_SKIP() << "no filter SDK built";
+#endif
+  EXPECT_EQ(runInChild([] {
+              calib::CalibrationFile file = lumotest::testCalibration();
+              file.luts[lumotest::lutBlockOf("common")].assign(calib::kLutBlockBytes, 128);
+              for (auto& shading : file.shadings) shading.fill(0.0f);
+              lumotest::prepareDevice();
+              lumotest::installCalibration(file);
+              hostsim::setAndroidLogFile("-");
+              hostsim::PluginRegistry registry;
+              std::string error;
+              ASSERT_TRUE(registry.load(LUMO_PLUGIN_LIBRARY, &error)) << error;
+              hostsim::PluginPtr plugin = registry.create(kProviderName);
+              vyalgo2::CreateInfo info;
+              info.processMode = 0;
+              plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
+              lumotest::Frame frame = makeFrame(64, 32, 1, makeMetadata(commonScene()), 128);
+              hostsim::LogCapture capture;
+              EXPECT_EQ(plugin->processRequest(&frame.request), 0);
+              for (const lumotest::PluginLine& l : lumotest::pluginLines(capture))
+                EXPECT_NE(l.priority, 6) << l;
+              const hostsim::ImageBuffer& out = *frame.output;
+              int off = 0;
+              for (uint32_t p = 0; p < out.planeCount(); ++p) {
+                // NV21 rows hold 64 bytes of Y, or 32 VU pairs; the padding is left out.
+                for (uint32_t row = 0; row < out.planeRows(p); ++row)
+                  for (size_t x = 0; x < 64; ++x)
+                    off += std::abs(out.plane(p)[row * out.rowBytes(p) + x] - 128) > 1;
+              }
+              EXPECT_EQ(off, 0);
+              plugin->destroy();
             }),
             0);
 }

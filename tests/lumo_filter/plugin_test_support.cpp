@@ -46,7 +46,9 @@ std::vector<calib::LuxBand> oneCell(uint16_t index) {
   return {lux};
 }
 
-calib::CalibrationFile calibration() {
+}  // namespace
+
+calib::CalibrationFile testCalibration() {
   calib::CalibrationFile file;
   for (const SceneLut& s : kScenes) {
     calib::SceneBlock scene;
@@ -66,6 +68,8 @@ calib::CalibrationFile calibration() {
   return file;
 }
 
+namespace {
+
 std::string makeRoot() {
   std::string pattern = (fs::temp_directory_path() / "lumo_plugin_XXXXXX").string();
   char* made = mkdtemp(pattern.data());
@@ -73,12 +77,8 @@ std::string makeRoot() {
   const fs::path root(made);
   fs::create_directories(root / "odm/etc/camera");
   fs::create_directories(root / "data/vendor/camera");
-  std::string error;
-  if (!calib::writeFile(calibration(), (root / "odm/etc/camera/lumo_filter_param.bin").string(),
-                        &error)) {
-    ADD_FAILURE() << "calibration file: " << error;
-  }
   hostsim::setDeviceRoot(root.string());
+  installCalibration(testCalibration());
   return root.string();
 }
 
@@ -93,6 +93,12 @@ const std::string& prepareDevice() {
     return made;
   }();
   return *root;
+}
+
+void installCalibration(const calib::CalibrationFile& file) {
+  std::string error;
+  const std::string path = hostsim::deviceRoot() + "/odm/etc/camera/lumo_filter_param.bin";
+  if (!calib::writeFile(file, path, &error)) ADD_FAILURE() << "calibration file: " << error;
 }
 
 std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }

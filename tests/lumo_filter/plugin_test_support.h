@@ -2,6 +2,7 @@
 // calibration file, frames with chosen metadata, and the plugin's log lines.
 #pragma once
 
+#include <calib/calibration_file.h>
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
 #include <vyalgo2/HostRecords.h>
@@ -36,6 +37,10 @@ constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0
 uint8_t lutByte(size_t block, size_t p);
 std::vector<uint8_t> lutBlock(size_t block);
 size_t lutBlockOf(const std::string& scene);
+
+calib::CalibrationFile testCalibration();
+// Replaces the device's calibration file (read by the first initialize of a process).
+void installCalibration(const calib::CalibrationFile& file);
 
 // Once per process: a fresh device root with the calibration file and an
 // empty dump folder. Returns the root.
