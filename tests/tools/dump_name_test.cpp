@@ -1,7 +1,7 @@
 // Geometry and format read from raw dump names, in both naming styles.
-#include <gtest/gtest.h>
-
 #include "dump_name.h"
+
+#include <gtest/gtest.h>
 
 using namespace lumo;
 
@@ -11,8 +11,8 @@ TEST(DumpName, ReadsBothNamingStyles) {
     uint32_t w, h, stride, scanline;
     std::optional<PixelFormat> format;
   } cases[] = {
-      {"IMG_0001_[lumofilter]_OfflineSnapshot_frame[7]_input_4000x3000_4032.nv21", 4000, 3000,
-       4032, 0, PixelFormat::Nv21},
+      {"IMG_0001_[lumofilter]_OfflineSnapshot_frame[7]_input_4000x3000_4032.nv21", 4000, 3000, 4032,
+       0, PixelFormat::Nv21},
       {"/tmp/a_b/out_1920x1080_1920_1088.nv12", 1920, 1080, 1920, 1088, PixelFormat::Nv12},
       {"cap_width_640_height_480_stride_704_scanline_512.yuv", 640, 480, 704, 512, std::nullopt},
       {"cap_nv12_width_64_height_48_stride_64.raw", 64, 48, 64, 0, PixelFormat::Nv12},

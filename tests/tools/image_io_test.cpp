@@ -85,8 +85,8 @@ TEST_F(ImageIoTest, RawDumpGeometryComesFromItsName) {
   EXPECT_EQ(img.geometry.height, 4u);
   EXPECT_EQ(img.geometry.stride, 8u);
   EXPECT_EQ(img.geometry.scanline, 6u);
-  EXPECT_EQ(img.row(1)[0], 8);          // second Y row starts at the stride
-  EXPECT_EQ(img.chromaRow(0)[0], 48);   // chroma starts after scanline rows
+  EXPECT_EQ(img.row(1)[0], 8);         // second Y row starts at the stride
+  EXPECT_EQ(img.chromaRow(0)[0], 48);  // chroma starts after scanline rows
 }
 
 TEST_F(ImageIoTest, RawSizeMustMatchTheGeometry) {
@@ -95,11 +95,10 @@ TEST_F(ImageIoTest, RawSizeMustMatchTheGeometry) {
     size_t bytes;
     bool ok;
   } cases[] = {
-      {"a_6x4_8.nv21", 8 * 4 + 8 * 2, true},         // scanline = height
-      {"b_6x3_8_6.nv12", 8 * 6 + 8 * 3, true},      // chroma keeps padding rows
+      {"a_6x4_8.nv21", 8 * 4 + 8 * 2, true},    // scanline = height
+      {"b_6x3_8_6.nv12", 8 * 6 + 8 * 3, true},  // chroma keeps padding rows
       {"c_6x3_8_6.nv12", 8 * 6 + 8 * 2, true},  // chroma stops at its last used row
-      {"d_6x4_8.nv21", 8 * 4 + 8 * 2 + 1, false},
-      {"e_6x4_8.rgba", 8 * 4 * 4, true},
+      {"d_6x4_8.nv21", 8 * 4 + 8 * 2 + 1, false}, {"e_6x4_8.rgba", 8 * 4 * 4, true},
       {"f_6x4_8.rgba", 6 * 4 * 4, false},
   };
   for (const auto& c : cases) {
@@ -159,9 +158,8 @@ TEST(YuvConvert, ReferenceFollowsJfifOnKnownColours) {
   struct Case {
     uint8_t r, g, b, y, u, v;
   } cases[] = {
-      {0, 0, 0, 0, 128, 128},       {255, 255, 255, 255, 128, 128},
-      {255, 0, 0, 76, 85, 255},     {0, 255, 0, 150, 44, 21},
-      {0, 0, 255, 29, 255, 107},    {128, 128, 128, 128, 128, 128},
+      {0, 0, 0, 0, 128, 128},   {255, 255, 255, 255, 128, 128}, {255, 0, 0, 76, 85, 255},
+      {0, 255, 0, 150, 44, 21}, {0, 0, 255, 29, 255, 107},      {128, 128, 128, 128, 128, 128},
   };
   for (const auto& c : cases) {
     Image rgba = makeImage({PixelFormat::Rgba, 2, 2, 0, 0});

@@ -1,7 +1,8 @@
 // Session lines: accepted shapes, payload encoding of raw tags, float
 // spellings, and the exact messages for bad lines.
-#include <gtest/gtest.h>
+#include "session.h"
 
+#include <gtest/gtest.h>
 #include <system/camera_metadata.h>
 
 #include <cmath>
@@ -11,7 +12,6 @@
 #include <nlohmann/json.hpp>
 
 #include "failure.h"
-#include "session.h"
 
 using namespace lumo;
 
@@ -69,9 +69,8 @@ TEST(Session, FloatSpellings) {
     const char* json;
     uint32_t bits;
   } cases[] = {
-      {"1.5", 0x3fc00000u},          {R"("0x3f800000")", 0x3f800000u},
-      {R"("inf")", 0x7f800000u},     {R"("-inf")", 0xff800000u},
-      {R"("0x00000001")", 0x1u},     {"-0.0", 0x80000000u},
+      {"1.5", 0x3fc00000u},       {R"("0x3f800000")", 0x3f800000u}, {R"("inf")", 0x7f800000u},
+      {R"("-inf")", 0xff800000u}, {R"("0x00000001")", 0x1u},        {"-0.0", 0x80000000u},
   };
   for (const auto& c : cases) {
     const FrameSpec f = parseFrameLine(
@@ -87,7 +86,7 @@ TEST(Session, SceneNamesMapToDetectorIds) {
     const char* name;
     uint32_t id;
     std::optional<uint32_t> faces;
-  } cases[] = {{"common", 0, {}}, {"food", 2, {}}, {"plants", 3, {}}, {"night", 9, {}},
+  } cases[] = {{"common", 0, {}},          {"food", 2, {}},    {"plants", 3, {}}, {"night", 9, {}},
                {"sunrise_sunset", 13, {}}, {"protrait", 0, 1u}};
   for (const auto& c : cases) {
     const FrameSpec f = parseFrameLine(
@@ -127,8 +126,7 @@ TEST(Session, RawTagsCarryExactPayloads) {
   EXPECT_EQ(byKey["com.x.i64"].payload, std::vector<uint8_t>(8, 255));
   EXPECT_EQ(byKey["com.x.f64"].type, TYPE_DOUBLE);
   EXPECT_EQ(byKey["com.x.f64"].payload[7], 0xff);
-  EXPECT_EQ(byKey["zentor.snapshot.imageName"].payload,
-            (std::vector<uint8_t>{'I', 'M', 'G', 0}));
+  EXPECT_EQ(byKey["zentor.snapshot.imageName"].payload, (std::vector<uint8_t>{'I', 'M', 'G', 0}));
 }
 
 TEST(Session, BadLinesNameFileLineAndField) {
@@ -168,16 +166,22 @@ TEST(Session, BadLinesNameFileLineAndField) {
 
 TEST(Session, FileNumbersFramesAndSkipsBlankLines) {
   const auto path = std::filesystem::temp_directory_path() / "lumo_session_test.jsonl";
-  std::ofstream(path) << R"({"instance":"preview"})" << "\n\n"
-                      << R"({"instance":"preview","frame":10})" << "\r\n"
-                      << R"({"instance":"snapshot"})" << "\n";
+  std::ofstream(path) << R"({"instance":"preview"})"
+                      << "\n\n"
+                      << R"({"instance":"preview","frame":10})"
+                      << "\r\n"
+                      << R"({"instance":"snapshot"})"
+                      << "\n";
   const auto frames = readSession(path.string());
   ASSERT_EQ(frames.size(), 3u);
   EXPECT_EQ(frames[0].frame, 0u);
   EXPECT_EQ(frames[1].frame, 10u);
   EXPECT_EQ(frames[2].frame, 11u);
   EXPECT_EQ(frames[2].line, 4u);
-  std::ofstream(path) << R"({"instance":"preview"})" << "\n" << R"({"instance":"x"})" << "\n";
+  std::ofstream(path) << R"({"instance":"preview"})"
+                      << "\n"
+                      << R"({"instance":"x"})"
+                      << "\n";
   try {
     readSession(path.string());
     ADD_FAILURE() << "accepted";

@@ -37,7 +37,8 @@ std::optional<PixelFormat> formatFromName(const std::string& path) {
 std::optional<NameGeometry> geometryFromName(const std::string& path) {
   const std::string stem = std::filesystem::path(path).stem().string();
   static const std::regex spelled(
-      "width_(\\d{1,9})_height_(\\d{1,9})(?:_stride_(\\d{1,9}))?(?:_scanline_(\\d{1,9}))?", std::regex::icase);
+      "width_(\\d{1,9})_height_(\\d{1,9})(?:_stride_(\\d{1,9}))?(?:_scanline_(\\d{1,9}))?",
+      std::regex::icase);
   // The dump-name form sits at the end of the stem: _WxH, then stride, then scanline.
   static const std::regex compact("(?:^|_)(\\d{1,9})x(\\d{1,9})(?:_(\\d{1,9}))?(?:_(\\d{1,9}))?$");
   std::smatch m;

@@ -13,8 +13,8 @@ namespace lumo {
 struct NameGeometry {
   uint32_t width = 0;
   uint32_t height = 0;
-  uint32_t stride = 0;    // 0 when the name does not say
-  uint32_t scanline = 0;  // 0 when the name does not say
+  uint32_t stride = 0;                // 0 when the name does not say
+  uint32_t scanline = 0;              // 0 when the name does not say
   std::optional<PixelFormat> format;  // from the extension or a format word in the name
 };
 

@@ -8,9 +8,12 @@ namespace lumo {
 
 const char* formatName(PixelFormat format) {
   switch (format) {
-    case PixelFormat::Nv21: return "nv21";
-    case PixelFormat::Nv12: return "nv12";
-    case PixelFormat::Rgba: return "rgba";
+    case PixelFormat::Nv21:
+      return "nv21";
+    case PixelFormat::Nv12:
+      return "nv12";
+    case PixelFormat::Rgba:
+      return "rgba";
   }
   return "?";
 }

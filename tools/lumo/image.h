@@ -41,7 +41,9 @@ struct Image {
 
   uint8_t* row(uint32_t y) { return bytes.data() + y * rowBytes(geometry); }
   const uint8_t* row(uint32_t y) const { return bytes.data() + y * rowBytes(geometry); }
-  uint8_t* chromaRow(uint32_t cy) { return bytes.data() + chromaOffset(geometry) + cy * geometry.stride; }
+  uint8_t* chromaRow(uint32_t cy) {
+    return bytes.data() + chromaOffset(geometry) + cy * geometry.stride;
+  }
   const uint8_t* chromaRow(uint32_t cy) const {
     return bytes.data() + chromaOffset(geometry) + cy * geometry.stride;
   }

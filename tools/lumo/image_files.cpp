@@ -40,12 +40,14 @@ Image readRaw(const std::string& path, const RawHints& hints) {
   std::optional<PixelFormat> format = hints.format;
   if (!format) format = formatFromName(path);
   if (!format)
-    throw Failure(path + ": cannot tell the pixel format of a raw dump: name it .nv21, "
-                         ".nv12 or .rgba or give the format");
+    throw Failure(path +
+                  ": cannot tell the pixel format of a raw dump: name it .nv21, "
+                  ".nv12 or .rgba or give the format");
   g.format = *format;
   if (g.width == 0 || g.height == 0)
-    throw Failure(path + ": cannot tell the size of a raw dump: give width and height or "
-                         "end its name with _WIDTHxHEIGHT_STRIDE");
+    throw Failure(path +
+                  ": cannot tell the size of a raw dump: give width and height or "
+                  "end its name with _WIDTHxHEIGHT_STRIDE");
   g = completeGeometry(g);
   const std::string bad = checkGeometry(g);
   if (!bad.empty()) throw Failure(path + ": " + bad);
@@ -83,9 +85,12 @@ Image readImage(const std::string& path, const RawHints& hints) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec)) throw Failure(path + ": no such image file");
   switch (fileKindOf(path)) {
-    case FileKind::Png: return decodePng(path);
-    case FileKind::Jpeg: return decodeJpeg(path);
-    case FileKind::Raw: break;
+    case FileKind::Png:
+      return decodePng(path);
+    case FileKind::Jpeg:
+      return decodeJpeg(path);
+    case FileKind::Raw:
+      break;
   }
   return readRaw(path, hints);
 }
@@ -94,14 +99,15 @@ void writeImage(const std::string& path, const Image& image, int jpegQuality) {
   const FileKind kind = fileKindOf(path);
   if (kind == FileKind::Raw) {
     const auto wanted = formatFromName(path);
-    const Image& out = (wanted && *wanted != image.geometry.format)
-                           ? convertImage(image, *wanted, image.geometry.stride,
-                                          image.geometry.scanline)
-                           : image;
+    const Image& out =
+        (wanted && *wanted != image.geometry.format)
+            ? convertImage(image, *wanted, image.geometry.stride, image.geometry.scanline)
+            : image;
     writeFileAtomically(path, out.bytes.data(), out.bytes.size());
     return;
   }
-  const Image rgba = isYuv(image.geometry.format) ? convertImage(image, PixelFormat::Rgba) : Image{};
+  const Image rgba =
+      isYuv(image.geometry.format) ? convertImage(image, PixelFormat::Rgba) : Image{};
   const Image& source = isYuv(image.geometry.format) ? rgba : image;
   AtomicFile file(path);
   if (kind == FileKind::Png)

@@ -2,10 +2,10 @@
 // "FILE:LINE: field "NAME": what was expected, what was found".
 #include "session.h"
 
+#include <calib/json_values.h>
 #include <system/camera_metadata.h>
 #include <system/camera_metadata_tags.h>
 
-#include <bit>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -17,6 +17,7 @@
 namespace lumo {
 namespace {
 
+using calib::hexBits;
 using nlohmann::json;
 
 std::string shown(const json& value) {
@@ -29,38 +30,13 @@ std::string shown(const json& value) {
   throw Failure(where + message);
 }
 
-std::optional<uint64_t> hexBits(const std::string& s, size_t maxDigits) {
-  if (s.size() < 3 || s.size() > 2 + maxDigits || s[0] != '0' || (s[1] != 'x' && s[1] != 'X'))
-    return std::nullopt;
-  uint64_t v = 0;
-  for (size_t i = 2; i < s.size(); ++i) {
-    const char c = s[i];
-    int d;
-    if (c >= '0' && c <= '9') d = c - '0';
-    else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
-    else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
-    else return std::nullopt;
-    v = (v << 4) | uint64_t(d);
-  }
-  return v;
-}
-
-const char* kFloatExpected =
-    "expected a number, \"nan\", \"inf\", \"-inf\" or a bit pattern such as \"0x3f800000\", got ";
-
-std::optional<double> specialFloat(const std::string& s) {
-  if (s == "nan") return std::numeric_limits<double>::quiet_NaN();
-  if (s == "inf") return std::numeric_limits<double>::infinity();
-  if (s == "-inf") return -std::numeric_limits<double>::infinity();
-  return std::nullopt;
-}
-
 // Integer in [lo, hi] from a JSON integer or a "0x..." string.
 int64_t integerValue(const json& v, int64_t lo, int64_t hi, const std::string& where) {
   const std::string range = " in " + std::to_string(lo) + ".." + std::to_string(hi);
   if (v.is_number_unsigned()) {
     const uint64_t u = v.get<uint64_t>();
-    if (u > uint64_t(hi) || (lo > 0 && u < uint64_t(lo))) fail(where, "expected an integer" + range + ", got " + shown(v));
+    if (u > uint64_t(hi) || (lo > 0 && u < uint64_t(lo)))
+      fail(where, "expected an integer" + range + ", got " + shown(v));
     return int64_t(u);
   }
   if (v.is_number_integer()) {
@@ -100,7 +76,8 @@ std::optional<uint32_t> standardTagNumber(const std::string& key) {
   if (key == "ANDROID_CONTROL_ZOOM_RATIO") return ANDROID_CONTROL_ZOOM_RATIO;
   if (key == "ANDROID_STATISTICS_FACE_RECTANGLES") return ANDROID_STATISTICS_FACE_RECTANGLES;
   if (auto bits = hexBits(key, 8)) return uint32_t(*bits);
-  if (!key.empty() && key.find_first_not_of("0123456789") == std::string::npos && key.size() <= 10) {
+  if (!key.empty() && key.find_first_not_of("0123456789") == std::string::npos &&
+      key.size() <= 10) {
     const uint64_t v = std::stoull(key);
     if (v <= 0xFFFFFFFFull) return uint32_t(v);
   }
@@ -124,7 +101,7 @@ RawTag rawTag(const std::string& key, const json& spec, const FrameSpec& frame) 
   if (!spec.contains("type")) fail(typeWhere, std::string("missing (one of ") + kTypes + ")");
   const std::string type = stringValue(spec["type"], typeWhere);
   static const std::pair<const char*, uint8_t> kCodes[] = {
-      {"u8", TYPE_BYTE},   {"i32", TYPE_INT32}, {"u32", TYPE_INT32}, {"f32", TYPE_FLOAT},
+      {"u8", TYPE_BYTE},   {"i32", TYPE_INT32},  {"u32", TYPE_INT32},  {"f32", TYPE_FLOAT},
       {"i64", TYPE_INT64}, {"f64", TYPE_DOUBLE}, {"string", TYPE_BYTE}};
   bool known = false;
   for (const auto& [name, code] : kCodes) {
@@ -133,7 +110,8 @@ RawTag rawTag(const std::string& key, const json& spec, const FrameSpec& frame) 
       known = true;
     }
   }
-  if (!known) fail(typeWhere, std::string("expected one of ") + kTypes + ", got " + shown(spec["type"]));
+  if (!known)
+    fail(typeWhere, std::string("expected one of ") + kTypes + ", got " + shown(spec["type"]));
   if (!spec.contains("values")) fail(valuesWhere, "missing");
   json values = spec["values"];
   if (type == "string") {
@@ -188,8 +166,10 @@ FrameMeta parseMeta(const json& meta, const FrameSpec& spec) {
         } else if (auto id = sceneIdOfName(name)) {
           out.scene = *id;
         } else {
-          fail(w, "expected a scene id or one of common, food, plants, night, sunrise_sunset, "
-                  "protrait, got " + shown(value));
+          fail(w,
+               "expected a scene id or one of common, food, plants, night, sunrise_sunset, "
+               "protrait, got " +
+                   shown(value));
         }
       } else {
         out.scene = u32Value(value, w);
@@ -236,25 +216,13 @@ std::optional<uint32_t> sceneIdOfName(const std::string& name) {
 }
 
 float floatValue(const json& v, const std::string& where) {
-  if (v.is_number()) return static_cast<float>(v.get<double>());
-  if (v.is_string()) {
-    const std::string s = v.get<std::string>();
-    if (auto special = specialFloat(s)) return static_cast<float>(*special);
-    if (auto bits = hexBits(s, 8)) return std::bit_cast<float>(uint32_t(*bits));
-  }
-  fail(where, kFloatExpected + shown(v));
+  if (auto f = calib::jsonFloat(v)) return *f;
+  fail(where, std::string("expected ") + calib::kFloatSpellings + ", got " + shown(v));
 }
 
 double doubleValue(const json& v, const std::string& where) {
-  if (v.is_number()) return v.get<double>();
-  if (v.is_string()) {
-    const std::string s = v.get<std::string>();
-    if (auto special = specialFloat(s)) return *special;
-    if (auto bits = hexBits(s, 16)) return std::bit_cast<double>(*bits);
-  }
-  fail(where,
-       "expected a number, \"nan\", \"inf\", \"-inf\" or a bit pattern such as "
-       "\"0x3ff0000000000000\", got " + shown(v));
+  if (auto d = calib::jsonDouble(v)) return *d;
+  fail(where, std::string("expected ") + calib::kDoubleSpellings + ", got " + shown(v));
 }
 
 FrameSpec parseFrameLine(const std::string& text, const std::string& file, size_t line) {
@@ -268,7 +236,8 @@ FrameSpec parseFrameLine(const std::string& text, const std::string& file, size_
   } catch (const json::parse_error& e) {
     std::string what = e.what();
     const auto colon = what.find("parse error");
-    throw Failure(at + "malformed JSON: " + (colon == std::string::npos ? what : what.substr(colon)));
+    throw Failure(at +
+                  "malformed JSON: " + (colon == std::string::npos ? what : what.substr(colon)));
   }
   if (!j.is_object()) throw Failure(at + "expected one JSON object per line, got " + shown(j));
   if (!j.contains("instance"))
@@ -277,9 +246,12 @@ FrameSpec parseFrameLine(const std::string& text, const std::string& file, size_
     const std::string w = spec.where(key);
     if (key == "instance") {
       const std::string s = value.is_string() ? value.get<std::string>() : std::string();
-      if (s == "preview") spec.instance = InstanceKind::Preview;
-      else if (s == "snapshot") spec.instance = InstanceKind::Snapshot;
-      else fail(w, "expected \"preview\" or \"snapshot\", got " + shown(value));
+      if (s == "preview")
+        spec.instance = InstanceKind::Preview;
+      else if (s == "snapshot")
+        spec.instance = InstanceKind::Snapshot;
+      else
+        fail(w, "expected \"preview\" or \"snapshot\", got " + shown(value));
     } else if (key == "frame") {
       spec.frame = u32Value(value, w);
       spec.numbered = true;
@@ -304,8 +276,9 @@ FrameSpec parseFrameLine(const std::string& text, const std::string& file, size_
     } else if (key == "meta") {
       spec.meta = parseMeta(value, spec);
     } else {
-      fail(w, "unknown field (known: instance, frame, width, height, stride, scanline, format, "
-              "input, output, meta)");
+      fail(w,
+           "unknown field (known: instance, frame, width, height, stride, scanline, format, "
+           "input, output, meta)");
     }
   }
   return spec;

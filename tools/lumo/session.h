@@ -5,11 +5,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json_fwd.hpp>
 
 #include "image.h"
 
@@ -20,11 +19,11 @@ const char* instanceName(InstanceKind kind);  // "preview", "snapshot"
 
 // A tag given raw: its payload exactly as the user wrote it.
 struct RawTag {
-  std::string key;                // as written in the session
-  std::optional<uint32_t> number; // tag number, when the key is a number or a standard name
-  uint8_t type = 0;               // camera metadata type (TYPE_BYTE, TYPE_INT32, ...)
-  size_t count = 0;               // values of `type`
-  std::vector<uint8_t> payload;   // count * size of type bytes
+  std::string key;                 // as written in the session
+  std::optional<uint32_t> number;  // tag number, when the key is a number or a standard name
+  uint8_t type = 0;                // camera metadata type (TYPE_BYTE, TYPE_INT32, ...)
+  size_t count = 0;                // values of `type`
+  std::vector<uint8_t> payload;    // count * size of type bytes
 };
 
 struct FrameMeta {
@@ -46,7 +45,7 @@ struct FrameSpec {
   bool numbered = false;  // the line gave "frame"
   std::optional<uint32_t> width, height, stride, scanline;
   std::optional<PixelFormat> format;
-  std::optional<std::string> input;   // path, or "generated:NAME"
+  std::optional<std::string> input;  // path, or "generated:NAME"
   std::optional<std::string> output;
   FrameMeta meta;
 

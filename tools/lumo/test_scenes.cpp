@@ -116,7 +116,8 @@ Rgb food(double u, double v, double aspect) {
   Rgb dish = mix(Rgb{0.96, 0.95, 0.92}, Rgb{0.8, 0.8, 0.78}, smooth(0.85, 1.0, plate));
   if (plate < 0.7) {
     const double n = noise(u * aspect * 4, v * 4, 4, 4, 17);
-    Rgb item = n < 0.4 ? Rgb{0.8, 0.15, 0.08} : (n < 0.55 ? Rgb{0.95, 0.75, 0.2} : Rgb{0.3, 0.6, 0.15});
+    Rgb item =
+        n < 0.4 ? Rgb{0.8, 0.15, 0.08} : (n < 0.55 ? Rgb{0.95, 0.75, 0.2} : Rgb{0.3, 0.6, 0.15});
     dish = mix(item, dish, smooth(0.6, 0.7, plate));
   }
   return dish;
@@ -184,7 +185,8 @@ bool isGeneratedScene(const std::string& name) {
 
 Image generateScene(const std::string& name, uint32_t width, uint32_t height) {
   const auto& all = scenes();
-  const auto it = std::find_if(all.begin(), all.end(), [&](const auto& s) { return s.first == name; });
+  const auto it =
+      std::find_if(all.begin(), all.end(), [&](const auto& s) { return s.first == name; });
   if (it == all.end()) throw Failure("no generated scene named \"" + name + "\"");
   Image image = makeImage({PixelFormat::Rgba, width, height, 0, 0});
   const double aspect = double(width) / double(height);

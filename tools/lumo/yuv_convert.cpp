@@ -21,7 +21,6 @@ uint8_t roundClamp(double v) {
 int uIndex(PixelFormat f) { return f == PixelFormat::Nv12 ? 0 : 1; }
 int vIndex(PixelFormat f) { return f == PixelFormat::Nv12 ? 1 : 0; }
 
-
 }  // namespace
 
 void rgbaToYuvReference(const Image& rgba, Image& yuv) {
