@@ -1,10 +1,10 @@
 // Device-root mapping: "/odm/x" becomes "<root>/odm/x" off the phone.
+#include <hostsim/device_root.h>
+#include <platform/device_path.h>
+
 #include <cstdlib>
 #include <mutex>
 #include <string>
-
-#include <hostsim/device_root.h>
-#include <platform/device_path.h>
 
 namespace hostsim {
 namespace {

@@ -2,9 +2,12 @@
 // "threadtime" lines (MM-DD HH:MM:SS.mmm  PID  TID P TAG: message); the
 // offline log writes one line per statement to its own file. Captures see
 // every line of both, whatever the destinations are.
+#include <android/log.h>
+#include <hostsim/log_sink.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <vyalgo2/VyLog.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -14,10 +17,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <android/log.h>
-#include <hostsim/log_sink.h>
-#include <vyalgo2/VyLog.h>
 
 int32_t gVyCamLogLevel = 0;
 uint32_t gVyCamLogGroup = 0xFFFFFFFFu;
@@ -68,6 +67,29 @@ std::string timestamp() {
 char priorityLetter(int prio) {
   static const char kLetters[] = "??VDIWEFS";
   return (prio >= 0 && prio <= ANDROID_LOG_SILENT) ? kLetters[prio] : '?';
+}
+
+// logcat's threadtime shape, one header per line of the message; trailing
+// line breaks are dropped as logcat does. Tags shorter than 8 characters are
+// padded to 8.
+std::string threadtimeLines(int prio, const std::string& tag, const std::string& message) {
+  char head[160];
+  std::snprintf(head, sizeof(head), "%s %5d %5ld %c %-8s: ", timestamp().c_str(),
+                static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
+                priorityLetter(prio), tag.c_str());
+  std::string text = message;
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  std::string out;
+  size_t start = 0;
+  do {
+    size_t nl = text.find('\n', start);
+    if (nl == std::string::npos) nl = text.size();
+    out += head;
+    out.append(text, start, nl - start);
+    out += '\n';
+    start = nl + 1;
+  } while (start <= text.size());
+  return out;
 }
 
 void publish(const LogRecord& rec, const std::string& line) {
@@ -178,11 +200,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
   rec.priority = prio;
   rec.tag = tag ? tag : "";
   rec.message = msg;
-  char head[96];
-  std::snprintf(head, sizeof(head), "%s %5d %5ld %c ", hostsim::timestamp().c_str(),
-                static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
-                hostsim::priorityLetter(prio));
-  std::string line = std::string(head) + rec.tag + ": " + msg + "\n";
+  std::string line = hostsim::threadtimeLines(prio, rec.tag, msg);
   hostsim::publish(rec, line);
   return static_cast<int>(msg.size());
 }
@@ -226,8 +244,8 @@ int Log::catchLogEncryptLog(int, const char*, int, const char*, const char*, con
   return 0;
 }
 
-void Log::logSystem(int group, const char* level, const char* file, const char* function,
-                    int line, const char* fmt, ...) {
+void Log::logSystem(int group, const char* level, const char* file, const char* function, int line,
+                    const char* fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
   std::string msg = hostsim::vformat(fmt, ap);

@@ -33,12 +33,22 @@ public:
   int16_t m_lutIndex[4] = {-1, -1, -1, -1};
   int16_t m_shadingIndex[4] = {-1, -1, -1, -1};
 
+  // The bracket records of one lux/CCT cell and its corner indices a, b, c, d.
+  struct Cell {
+    param_lux_t luxPrev, luxElem;
+    param_cct_t cctPrevPrev, cctPrevElem, cctElemPrev, cctElemElem;
+    uint16_t corner[4];
+  };
+
 private:
+  // The three bracket searches of a band list (null: no set, an empty list).
+  static Cell findCell(const param_t* set, uint16_t lux, uint16_t cct);
+
   uint8_t m_debugMode = 0;
   std::string m_name;
   ParamUtil* m_paramUtil = nullptr;
   const uint8_t* m_lutData = nullptr;
-  const float* m_shadingData = nullptr;
+  const uint8_t* m_shadingData = nullptr;  // read as floats with memcpy: unaligned-safe
   uint32_t m_lutCount = 0;
   uint32_t m_shadingCount = 0;
   std::map<std::string, param_t> m_aiSceneParams;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "param_records.h"
 
@@ -17,7 +18,8 @@ public:
 
   // Loads the calibration file at its fixed device path.
   ParamUtil();
-  // Loads another file (tools and tests); same rules as the fixed path.
+  // Loads another file (tools and tests); same rules as the fixed path. The
+  // path is opened as given, it is not mapped under a device root.
   explicit ParamUtil(const std::string& devicePath);
   ~ParamUtil();
   ParamUtil(const ParamUtil&) = delete;
@@ -42,8 +44,8 @@ public:
   char param_type[256] = {};
   char param_range[256] = {};
 
-  uint32_t lutCount = 0;      // LUT blocks in the pool
-  uint32_t shadingCount = 0;  // shading blocks in the pool
+  uint32_t lutCount = 0;           // LUT blocks in the pool
+  uint32_t shadingCount = 0;       // shading blocks in the pool
   uint8_t* lutData = nullptr;      // lutCount x LUT_BYTES, owned
   uint8_t* shadingData = nullptr;  // shadingCount x SHADING_BYTES, owned
 
@@ -51,10 +53,28 @@ public:
   std::map<float, param_t> zoomRatioParams;
 
 private:
+  bool parseHeader();
+  void readPools();
+  // Back to the empty state of a missing file.
+  void clear();
+  // Checks of the load buffer; the first failure is kept in m_loadError.
+  bool readable(const char* p, size_t n, const char* what);
+  bool readableAt(size_t offset, size_t n, const char* what);
+  bool reject(const char* what, size_t offset, size_t n);
+  bool terminated(const char* p, size_t n, const char* what);
+  // Pieces of the dump. A block index past its pool prints a note instead of
+  // bytes that are not there.
+  std::string lutBlockText(uint16_t index) const;
+  std::string shadingBlockText(uint16_t index) const;
+
   std::string m_path;
   // Bounds of the load buffer while a file is parsed; a read outside them
-  // rejects the whole file.
+  // rejects the whole file. Null outside loading: readParam then trusts its
+  // caller's buffer.
   const char* m_loadBegin = nullptr;
   const char* m_loadEnd = nullptr;
   bool m_loadFailed = false;
+  std::string m_loadError;
+  std::vector<uint16_t> m_aiScenesSizeCopy;
+  std::vector<uint16_t> m_zoomSizeCopy;
 };

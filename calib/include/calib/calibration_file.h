@@ -59,7 +59,9 @@ struct CalibrationFile {
   std::string paramType;
   std::string paramRange;
   // Header overrides; unset means "where the writer puts it" (parameter data
-  // right after the header, pools right after the parameter data).
+  // right after the header, pools right after the parameter data). An
+  // override places the part at that offset with zeros before it; one that
+  // would overlap what precedes it is refused.
   std::optional<uint16_t> paramDataOffset;
   std::optional<uint16_t> lutDataOffset;
   std::vector<uint8_t> trailingBytes;  // appended after the pools

@@ -4,9 +4,10 @@
 // to a RecordingFilter.
 #pragma once
 
-#include <functional>
-
 #include <videoprocess/ProcessorCreator.h>
+
+#include <functional>
+#include <vector>
 
 namespace hostsim {
 
@@ -30,11 +31,14 @@ private:
 
 // Faults the simulated SDK produces, for the plugin's recovery paths.
 struct FilterFaults {
-  int failCreateCount = 0;     // next N createFilter calls return null (-1: all)
-  int refuseLutCount = 0;      // next N addLutEffectData calls return false (-1: all)
-  int failRenderCount = 0;     // next N processFrame calls return -1 (-1: all)
+  int failCreateCount = 0;  // next N createFilter calls return null (-1: all)
+  int refuseLutCount = 0;   // next N addLutEffectData calls return false (-1: all)
+  int failRenderCount = 0;  // next N processFrame calls return -1 (-1: all)
 };
 // Applies to filters made through createFilter while set; reset with {}.
+// Every filter createFilter hands out (the SDK's included) sits behind a
+// decorator that consumes these faults; a failed call does not reach the
+// filter, but a RecordingFilter journals it with `failed` set.
 void setFilterFaults(const FilterFaults& faults);
 FilterFaults filterFaults();
 // Consumes one fault of a kind; true when the call must fail.
@@ -44,6 +48,7 @@ bool takeRenderFault();
 
 // Number of createFilter calls so far, and the formats asked for.
 int createFilterCalls();
+std::vector<int> createFilterFormats();
 void resetCreateFilterCalls();
 
 }  // namespace hostsim

@@ -3,14 +3,14 @@
 // memory, its mapping and its handle; everything it hands out borrows them.
 #pragma once
 
+#include <cutils/native_handle.h>
+#include <vyalgo2/ImageParams.h>
+#include <vyalgo2/VyImageBuffer.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include <cutils/native_handle.h>
-#include <vyalgo2/ImageParams.h>
-#include <vyalgo2/VyImageBuffer.h>
 
 namespace hostsim {
 
@@ -48,10 +48,10 @@ public:
   size_t size() const { return m_size; }
   int fd() const { return m_fd; }
   uint32_t planeCount() const;
-  uint8_t* plane(uint32_t index) const;     // null past the last plane
-  size_t planeOffset(uint32_t index) const; // bytes from the start
-  size_t rowBytes(uint32_t index) const;    // bytes per row of a plane
-  uint32_t planeRows(uint32_t index) const; // rows of a plane actually used
+  uint8_t* plane(uint32_t index) const;      // null past the last plane
+  size_t planeOffset(uint32_t index) const;  // bytes from the start
+  size_t rowBytes(uint32_t index) const;     // bytes per row of a plane
+  uint32_t planeRows(uint32_t index) const;  // rows of a plane actually used
 
   // The framework's description of this buffer (addresses, fds, offsets,
   // the native handle) with `metadata` attached.

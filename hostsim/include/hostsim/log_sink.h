@@ -45,4 +45,27 @@ bool setOfflineLogFile(const std::string& path);
 // Minimum Android priority echoed to the Android log destination.
 void setAndroidLogMinPriority(int priority);
 
+// Opens the offline log at <device root>/data/vendor/camera/offlinelog/
+// vyalgo_offline.log, creating the folders. Returns the path, or empty when
+// it cannot be opened.
+std::string openOfflineLogUnderDeviceRoot();
+
+// Names of the properties that configure logging. Levels are integers; the
+// group masks and the debug mask accept decimal or 0x hexadecimal up to
+// 0xFFFFFFFF.
+constexpr const char* kPropLogLevel = "persist.vendor.camera.vyalgo.logLevel";
+constexpr const char* kPropLogGroup = "persist.vendor.camera.vyalgo.logGroup";
+constexpr const char* kPropOfflineLogLevel = "persist.vendor.camera.vyalgo.offlineLogLevel";
+constexpr const char* kPropOfflineLogGroup = "persist.vendor.camera.vyalgo.offlineLogGroup";
+constexpr const char* kPropDebugMask = "persist.vendor.camera.vyalgo.debugMask";
+// 1: write the offline log file under the device root.
+constexpr const char* kPropOfflineLogFile = "persist.vendor.camera.vyalgo.offlineLog";
+// Destination of the Android log: unset or "" for stderr, "-" to drop, else a file.
+constexpr const char* kPropLogcatFile = "vendor.hostsim.logcat.file";
+
+// Sets the log globals and destinations from those properties that are set
+// (unset ones leave their setting alone). Runs once when the library loads;
+// call it again after changing properties. Returns the problems found.
+std::string applyLogProperties();
+
 }  // namespace hostsim

@@ -17,8 +17,8 @@ constexpr const char* kTagStylizationType = "com.zentor.sessionparams.stylizatio
 // Frame-control records are opaque byte blobs; the words the camera
 // consumers read sit at fixed offsets.
 constexpr size_t kAwbRecordBytes = 64;
-constexpr size_t kAwbCctOffset = 12;   // uint32 kelvin
+constexpr size_t kAwbCctOffset = 12;  // uint32 kelvin
 constexpr size_t kAecRecordBytes = 128;
-constexpr size_t kAecLuxOffset = 96;   // float lux index
+constexpr size_t kAecLuxOffset = 96;  // float lux index
 
 }  // namespace hostsim

@@ -2,12 +2,12 @@
 // exported "tavuconnect" entry, the registered provider, then create().
 #pragma once
 
+#include <vyalgo2/PluginWraper.h>
+#include <vyalgo2/Provider.h>
+
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <vyalgo2/PluginWraper.h>
-#include <vyalgo2/Provider.h>
 
 namespace hostsim {
 

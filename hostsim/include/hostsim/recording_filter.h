@@ -2,21 +2,22 @@
 // can check what the plugin asked of the SDK and in which order.
 #pragma once
 
+#include <videoprocess/VideoFilter.h>
+
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include <videoprocess/VideoFilter.h>
-
 namespace hostsim {
 
 struct FilterCall {
-  std::string name;  // "addLutEffectData", "setFilterScript", "processFrame", "clearEffects", ...
-  std::string script;               // setFilterScript
-  std::vector<uint8_t> lut;         // addLutEffectData: size^3 * channels bytes
+  std::string name;    // "addLutEffectData", "setFilterScript", "processFrame", "clearEffects", ...
+  std::string script;  // setFilterScript
+  std::vector<uint8_t> lut;                          // addLutEffectData: size^3 * channels bytes
   int size = 0, index = 0, channels = 0, depth = 0;  // addLutEffectData
   videoprocess::FilterFrameParam in{}, out{};        // processFrame
+  bool failed = false;  // refused or failed by an injected fault (see filter_factory.h)
 };
 
 // Shared by a test and the filters it makes: survives the filter's deletion.
@@ -35,13 +36,17 @@ private:
   int m_destroyed = 0;
 };
 
+// The journal of recording filters made without one (createFilter's fallback
+// when no SDK is registered).
+std::shared_ptr<FilterJournal> defaultFilterJournal();
+
 class RecordingFilter : public videoprocess::VideoFilter {
 public:
+  // A null journal means defaultFilterJournal().
   RecordingFilter(videoprocess::VideoFormat format, std::shared_ptr<FilterJournal> journal);
   ~RecordingFilter() override;
 
-  bool addLutEffectData(const uint8_t* lut, int size, int index, int channels,
-                        int depth) override;
+  bool addLutEffectData(const uint8_t* lut, int size, int index, int channels, int depth) override;
   int getEffectCount() const override;
   void setFilterScript(std::string script) override;
   void setProfiling(bool enable) override;
@@ -50,6 +55,16 @@ public:
   void clearEffects() override;
 
   videoprocess::VideoFormat format() const { return m_format; }
+  const std::string& script() const { return m_script; }
+
+  // `filter` as a live RecordingFilter, or null when it is something else.
+  static RecordingFilter* recorderOf(videoprocess::VideoFilter* filter);
+  // Journal entries for the two calls a fault can fail.
+  static FilterCall lutCall(const uint8_t* lut, int size, int index, int channels, int depth);
+  static FilterCall frameCall(videoprocess::FilterFrameParam* in,
+                              videoprocess::FilterFrameParam* out);
+  // Journals a call that a fault failed before it reached this filter.
+  void recordFailed(FilterCall call);
 
 private:
   videoprocess::VideoFormat m_format;

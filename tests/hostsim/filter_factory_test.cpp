@@ -1,0 +1,108 @@
+// The filter factory chain and the faults it injects into every filter it
+// hands out.
+#include <gtest/gtest.h>
+#include <hostsim/filter_factory.h>
+#include <hostsim/recording_filter.h>
+
+#include <memory>
+
+namespace {
+
+using videoprocess::ProcessorCreator;
+using videoprocess::VideoFilter;
+
+class FilterFactory : public ::testing::Test {
+protected:
+  void SetUp() override {
+    hostsim::setFilterFaults({});
+    hostsim::resetCreateFilterCalls();
+    journal = std::make_shared<hostsim::FilterJournal>();
+  }
+  void TearDown() override { hostsim::setFilterFaults({}); }
+  hostsim::FilterFactory recorder() {
+    auto j = journal;
+    return [j](videoprocess::VideoFormat format, bool) -> VideoFilter* {
+      return new hostsim::RecordingFilter(format, j);
+    };
+  }
+  std::shared_ptr<hostsim::FilterJournal> journal;
+};
+
+TEST_F(FilterFactory, FallsBackToARecordingFilterOnTheDefaultJournal) {
+  if (hostsim::hasSdkFilterFactory()) GTEST_SKIP() << "an SDK is registered in this process";
+  hostsim::defaultFilterJournal()->clear();
+  std::unique_ptr<VideoFilter> f(
+      ProcessorCreator::createFilter(videoprocess::VideoFormat(9), false));
+  ASSERT_NE(f, nullptr);
+  f->clearEffects();
+  f.reset();
+  EXPECT_EQ(hostsim::defaultFilterJournal()->names(), std::vector<std::string>{"clearEffects"});
+  EXPECT_EQ(hostsim::defaultFilterJournal()->destroyed(), 1);
+}
+
+TEST_F(FilterFactory, OverrideWinsWhileItLivesAndCallsAreCounted) {
+  int made = 0;
+  {
+    hostsim::FilterFactoryOverride outer([&](videoprocess::VideoFormat f, bool b) -> VideoFilter* {
+      ++made;
+      return recorder()(f, b);
+    });
+    {
+      hostsim::FilterFactoryOverride inner(
+          [](videoprocess::VideoFormat, bool) -> VideoFilter* { return nullptr; });
+      EXPECT_EQ(ProcessorCreator::createFilter(videoprocess::VideoFormat(10), false), nullptr);
+    }
+    std::unique_ptr<VideoFilter> f(
+        ProcessorCreator::createFilter(videoprocess::VideoFormat(10), false));
+    ASSERT_NE(f, nullptr);
+    f->setFilterScript("CubeLutEffect;cube_strength=1.0;@CvStyleEffect;Width=4;");
+    EXPECT_EQ(f->getEffectCount(), 2);
+  }
+  EXPECT_EQ(made, 1);
+  EXPECT_EQ(journal->destroyed(), 1);
+  EXPECT_EQ(hostsim::createFilterCalls(), 2);
+  EXPECT_EQ(hostsim::createFilterFormats(), (std::vector<int>{10, 10}));
+}
+
+TEST_F(FilterFactory, FaultsCountDownAndFailedCallsAreJournaled) {
+  hostsim::FilterFactoryOverride override(recorder());
+  hostsim::setFilterFaults({1, 2, 1});
+  EXPECT_EQ(ProcessorCreator::createFilter(videoprocess::VideoFormat(9), false), nullptr);
+  std::unique_ptr<VideoFilter> f(
+      ProcessorCreator::createFilter(videoprocess::VideoFormat(9), false));
+  ASSERT_NE(f, nullptr);
+
+  const uint8_t lut[2 * 2 * 2 * 3] = {1, 2, 3};
+  videoprocess::FilterFrameParam in{}, out{};
+  in.width = 640;
+  EXPECT_FALSE(f->addLutEffectData(lut, 2, -1, 3, 512));
+  EXPECT_FALSE(f->addLutEffectData(lut, 2, -1, 3, 512));
+  EXPECT_TRUE(f->addLutEffectData(lut, 2, -1, 3, 512));
+  EXPECT_EQ(f->processFrame(&in, &out), -1);
+  EXPECT_EQ(f->processFrame(&in, &out), 0);
+  const hostsim::FilterFaults left = hostsim::filterFaults();
+  EXPECT_EQ(left.failCreateCount + left.refuseLutCount + left.failRenderCount, 0);
+
+  const auto calls = journal->calls();
+  ASSERT_EQ(calls.size(), 5u);
+  const bool failed[] = {true, true, false, true, false};
+  for (size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].failed, failed[i]) << i;
+  EXPECT_EQ(calls[0].lut.size(), 24u);
+  EXPECT_EQ(calls[0].lut[2], 3);
+  EXPECT_EQ(calls[0].depth, 512);
+  EXPECT_EQ(calls[3].in.width, 640u);
+}
+
+TEST_F(FilterFactory, NegativeCountsFailForever) {
+  hostsim::FilterFactoryOverride override(recorder());
+  hostsim::setFilterFaults({0, 0, -1});
+  std::unique_ptr<VideoFilter> f(
+      ProcessorCreator::createFilter(videoprocess::VideoFormat(9), false));
+  videoprocess::FilterFrameParam in{}, out{};
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(f->processFrame(&in, &out), -1);
+  EXPECT_EQ(hostsim::filterFaults().failRenderCount, -1);
+  hostsim::setFilterFaults({});
+  EXPECT_EQ(f->processFrame(&in, &out), 0);
+}
+
+}  // namespace

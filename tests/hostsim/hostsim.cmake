@@ -1,0 +1,22 @@
+# Host simulator tests, with small plugin libraries loaded the framework's way.
+set(HOSTSIM_TEST_DIR ${CMAKE_CURRENT_LIST_DIR})
+
+foreach(variant minimal refusing entryless)
+  add_library(hostsim_${variant}_plugin MODULE ${HOSTSIM_TEST_DIR}/test_plugin/minimal_plugin.cpp)
+  target_link_libraries(hostsim_${variant}_plugin PRIVATE vyhost)
+  target_compile_options(hostsim_${variant}_plugin PRIVATE -fno-rtti -fvisibility=hidden
+                                                           -fvisibility-inlines-hidden)
+  set_target_properties(hostsim_${variant}_plugin PROPERTIES CXX_STANDARD 17)
+  lumo_warnings(hostsim_${variant}_plugin)
+endforeach()
+target_compile_definitions(hostsim_refusing_plugin PRIVATE ENTRY_RESULT=false)
+target_compile_definitions(hostsim_entryless_plugin PRIVATE NO_ENTRY)
+
+file(GLOB HOSTSIM_TEST_SOURCES CONFIGURE_DEPENDS ${HOSTSIM_TEST_DIR}/*_test.cpp)
+lumo_add_gtest(hostsim_tests SOURCES ${HOSTSIM_TEST_SOURCES} LIBS vyhost)
+add_dependencies(hostsim_tests hostsim_minimal_plugin hostsim_refusing_plugin
+                 hostsim_entryless_plugin)
+target_compile_definitions(hostsim_tests PRIVATE
+  MINIMAL_PLUGIN="$<TARGET_FILE:hostsim_minimal_plugin>"
+  REFUSING_PLUGIN="$<TARGET_FILE:hostsim_refusing_plugin>"
+  ENTRYLESS_PLUGIN="$<TARGET_FILE:hostsim_entryless_plugin>")

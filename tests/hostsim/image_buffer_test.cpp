@@ -1,0 +1,191 @@
+// Image buffers: allocation per format and padding, rejected geometry, and
+// the way from a native handle through GraphicBuffer, AHardwareBuffer and
+// the EGL client buffer back to the same pixels.
+#include <EGL/eglext.h>
+#include <gtest/gtest.h>
+#include <hostsim/image_buffer.h>
+#include <platform/client_buffer.h>
+#include <ui/GraphicBuffer.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+using hostsim::ImageBuffer;
+using hostsim::ImageGeometry;
+using hostsim::PixelLayout;
+
+TEST(ImageBuffer, AllocatesEachFormatWithItsPadding) {
+  struct Case {
+    ImageGeometry g;
+    uint32_t format, planes;
+    size_t size, chromaOffset, rowBytes;
+    uint32_t chromaRows;
+  };
+  const Case cases[] = {
+      // Y 64x16 bytes, then 8 rows of interleaved chroma.
+      {{PixelLayout::NV21, 6, 4, 64, 16}, 0x11, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
+      {{PixelLayout::NV12, 6, 4, 64, 16}, 0x109, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
+      // Unpadded, odd height: the last chroma row covers one luma row.
+      {{PixelLayout::NV21, 4, 3, 0, 0}, 0x11, 2, 4 * 3 + 4 * 2, 12, 4, 2},
+      // Odd width: the stride grows to hold the last chroma pair.
+      {{PixelLayout::NV12, 5, 2, 0, 0}, 0x109, 2, 6 * 2 + 6 * 1, 12, 6, 1},
+      {{PixelLayout::RGBA8888, 3, 2, 16, 4}, 0x1, 1, 16 * 4 * 4, 0, 64, 0},
+  };
+  for (const Case& c : cases) {
+    std::string error;
+    auto b = ImageBuffer::allocate(c.g, &error);
+    ASSERT_NE(b, nullptr) << error;
+    EXPECT_EQ(hostsim::halFormatOf(b->geometry().layout), c.format);
+    EXPECT_EQ(b->planeCount(), c.planes);
+    EXPECT_EQ(b->size(), c.size);
+    EXPECT_EQ(b->rowBytes(0), c.rowBytes);
+    EXPECT_EQ(b->planeRows(0), c.g.height);
+    EXPECT_EQ(b->planeRows(1), c.chromaRows);
+    EXPECT_EQ(b->plane(2), nullptr);
+    if (c.planes == 2) {
+      EXPECT_EQ(b->plane(1) - b->plane(0), static_cast<ptrdiff_t>(c.chromaOffset));
+    }
+    // Zero-filled and writable to the last byte.
+    EXPECT_EQ(b->data()[b->size() - 1], 0);
+    b->data()[b->size() - 1] = 0x5A;
+
+    const vyalgo2::ImageParams p = b->imageParams();
+    EXPECT_EQ(p.format, c.format);
+    EXPECT_EQ(p.stride, b->geometry().stride);
+    EXPECT_EQ(p.scanline, b->geometry().scanline);
+    EXPECT_EQ(p.numberOfPlanes, c.planes);
+    EXPECT_EQ(p.planeAddress[0], reinterpret_cast<uint64_t>(b->data()));
+    EXPECT_EQ(p.planeFd[0], b->fd());
+    EXPECT_EQ(p.phHandle, b->handle());
+    ASSERT_EQ(b->handle()->numFds, 1);
+    EXPECT_EQ(b->handle()->data[0], b->fd());
+  }
+}
+
+TEST(ImageBuffer, ImpossibleGeometryIsRejectedWithTheReason) {
+  struct Case {
+    ImageGeometry g;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {{PixelLayout::NV21, 0, 4, 0, 0}, "non-zero"},
+      {{PixelLayout::RGBA8888, 4, 0, 0, 0}, "non-zero"},
+      {{PixelLayout::NV12, 64, 4, 32, 0}, "stride is below the width"},
+      {{PixelLayout::NV21, 5, 4, 5, 0}, "last chroma pair"},
+      {{PixelLayout::RGBA8888, 8, 8, 8, 7}, "scanline is below the height"},
+      {{PixelLayout::RGBA8888, 0x40000000, 0x40000000, 0, 0}, "too large"},
+  };
+  for (const Case& c : cases) {
+    std::string error;
+    EXPECT_EQ(ImageBuffer::allocate(c.g, &error), nullptr) << c.reason;
+    EXPECT_NE(error.find(c.reason), std::string::npos) << error;
+    EXPECT_EQ(hostsim::validateGeometry(c.g), error);
+  }
+}
+
+android::sp<android::GraphicBuffer> wrap(const ImageBuffer& b, uint32_t width, uint32_t stride) {
+  const vyalgo2::ImageParams p = b.imageParams();
+  return new android::GraphicBuffer(p.phHandle, android::GraphicBuffer::WRAP_HANDLE, width,
+                                    p.height, static_cast<android::PixelFormat>(p.format), 1, 0x333,
+                                    stride);
+}
+
+TEST(GraphicBuffer, LeadsBackToTheSamePixels) {
+  for (PixelLayout layout : {PixelLayout::NV21, PixelLayout::NV12}) {
+    auto b = ImageBuffer::allocate({layout, 6, 4, 64, 16});
+    ASSERT_NE(b, nullptr);
+    android::sp<android::GraphicBuffer> gb = wrap(*b, 6, 64);
+    ASSERT_EQ(gb->initCheck(), 0);
+    EXPECT_EQ(gb->getStrongCount(), 1);
+
+    EGLClientBuffer client = eglGetNativeClientBufferANDROID(gb->toAHardwareBuffer());
+    AHardwareBuffer* hw = vyplatform::hardwareBufferFromClientBuffer(client);
+    AHardwareBuffer_Desc desc;
+    AHardwareBuffer_describe(hw, &desc);
+    EXPECT_EQ(desc.width, 6u);
+    EXPECT_EQ(desc.height, 4u);
+    EXPECT_EQ(desc.stride, 64u);
+    EXPECT_EQ(desc.format, hostsim::halFormatOf(layout));
+    EXPECT_EQ(desc.usage, 0x333u);
+
+    AHardwareBuffer_Planes planes;
+    ASSERT_EQ(AHardwareBuffer_lockPlanes(hw, 3, -1, nullptr, &planes), 0);
+    ASSERT_EQ(planes.planeCount, 3u);
+    uint8_t* y = b->data();
+    uint8_t* vu = b->data() + 64 * 16;  // chroma follows the padded luma plane
+    const bool nv21 = layout == PixelLayout::NV21;
+    EXPECT_EQ(planes.planes[0].data, y);
+    EXPECT_EQ(planes.planes[1].data, nv21 ? vu + 1 : vu);  // Cb
+    EXPECT_EQ(planes.planes[2].data, nv21 ? vu : vu + 1);  // Cr
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(planes.planes[i].rowStride, 64u);
+    EXPECT_EQ(planes.planes[0].pixelStride, 1u);
+    EXPECT_EQ(planes.planes[1].pixelStride, 2u);
+    EXPECT_EQ(planes.planes[2].pixelStride, 2u);
+    EXPECT_EQ(AHardwareBuffer_unlock(hw, nullptr), 0);
+
+    AHardwareBuffer_acquire(hw);
+    EXPECT_EQ(gb->getStrongCount(), 2);
+    AHardwareBuffer_release(hw);
+    EXPECT_EQ(gb->getStrongCount(), 1);
+  }
+}
+
+TEST(GraphicBuffer, RgbaIsOnePlaneOfFourBytePixels) {
+  auto b = ImageBuffer::allocate({PixelLayout::RGBA8888, 3, 2, 16, 4});
+  ASSERT_NE(b, nullptr);
+  android::sp<android::GraphicBuffer> gb = wrap(*b, 3, 16);
+  ASSERT_EQ(gb->initCheck(), 0);
+  AHardwareBuffer_Planes planes;
+  ASSERT_EQ(AHardwareBuffer_lockPlanes(gb->toAHardwareBuffer(), 3, -1, nullptr, &planes), 0);
+  ASSERT_EQ(planes.planeCount, 1u);
+  EXPECT_EQ(planes.planes[0].data, b->data());
+  EXPECT_EQ(planes.planes[0].pixelStride, 4u);
+  EXPECT_EQ(planes.planes[0].rowStride, 64u);
+  void* address = nullptr;
+  ASSERT_EQ(AHardwareBuffer_lock(gb->toAHardwareBuffer(), 3, -1, nullptr, &address), 0);
+  EXPECT_EQ(address, b->data());
+}
+
+TEST(GraphicBuffer, UnknownHandlesAndWrongGeometryFailInitCheck) {
+  auto b = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 16, 8});
+  ASSERT_NE(b, nullptr);
+  native_handle_t* stranger = native_handle_create(0, 2);
+  android::sp<android::GraphicBuffer> unknown = new android::GraphicBuffer(
+      stranger, android::GraphicBuffer::WRAP_HANDLE, 8, 4, 0x11, 1, 0x333, 16);
+  EXPECT_EQ(unknown->initCheck(), -EINVAL);
+  AHardwareBuffer_Planes planes;
+  EXPECT_EQ(AHardwareBuffer_lockPlanes(unknown->toAHardwareBuffer(), 3, -1, nullptr, &planes),
+            -EINVAL);
+  EXPECT_EQ(planes.planeCount, 0u);
+  unknown.clear();
+  native_handle_delete(stranger);
+
+  EXPECT_EQ(wrap(*b, 9, 16)->initCheck(), -EINVAL);  // wider than allocated
+  EXPECT_EQ(wrap(*b, 8, 32)->initCheck(), -EINVAL);  // another stride
+  EXPECT_EQ(wrap(*b, 8, 16)->initCheck(), 0);
+  android::sp<android::GraphicBuffer> nullHandle = new android::GraphicBuffer(
+      nullptr, android::GraphicBuffer::WRAP_HANDLE, 8, 4, 0x11, 1, 0x333, 16);
+  EXPECT_EQ(nullHandle->initCheck(), -EINVAL);
+}
+
+TEST(GraphicBuffer, AClonedHandleFindsTheSameMemory) {
+  auto b = ImageBuffer::allocate({PixelLayout::NV12, 8, 4, 16, 8});
+  ASSERT_NE(b, nullptr);
+  const native_handle_t* original = b->handle();
+  native_handle_t* clone = native_handle_create(original->numFds, original->numInts);
+  clone->data[0] = dup(original->data[0]);
+  for (int i = 0; i < original->numInts; ++i) clone->data[1 + i] = original->data[1 + i];
+  EXPECT_EQ(hostsim::findImageBuffer(clone), b.get());
+  // Without our marker the same fd is not trusted.
+  clone->data[1] ^= 1;
+  EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
+  EXPECT_EQ(native_handle_close(clone), 0);
+  EXPECT_EQ(native_handle_delete(clone), 0);
+  const native_handle_t* gone = b->handle();
+  b.reset();
+  EXPECT_EQ(hostsim::findImageBuffer(gone), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,58 @@
+// A plugin library that implements only what the framework's interface
+// leaves abstract, so every other operation answers with the host's
+// default. Built like a real plugin: no RTTI, hidden symbols, one C entry.
+// ENTRY_RESULT (default true) is what the entry returns; NO_ENTRY leaves
+// the entry out.
+#include <vyalgo2/PluginWraper.h>
+#include <vyalgo2/Provider.h>
+
+#ifndef ENTRY_RESULT
+#define ENTRY_RESULT true
+#endif
+
+namespace {
+
+using namespace vyalgo2;
+
+class MinimalPlugin : public PluginWraper {
+public:
+  int initialize(CreateInfo* createInfo, VyaNodeInterface) override {
+    return createInfo ? static_cast<int>(createInfo->processMode) : -1;
+  }
+  int preProcess(PreProcessInfo) override { return 0; }
+  // Tells the host how often isEnabled ran, so it can see whether a default
+  // consulted it.
+  int processRequest(ProcessRequestInfo*) override { return m_enabledCalls; }
+  int processRequest(ProcessRequestInfoV2*) override { return 0; }
+  int flushRequest(FlushRequestInfo*) override { return 0; }
+  void destroy() override {}
+  bool isEnabled(VyaParams) override {
+    ++m_enabledCalls;
+    return true;
+  }
+  void reset() override {}
+
+private:
+  int m_enabledCalls = 0;
+};
+
+class MinimalProvider : public PluginWraperProvider {
+public:
+  unsigned int getVersion() const override { return PLUMA_INTERFACE_VERSION; }
+  std::string plumaGetType() const override { return PLUMA_PROVIDER_TYPE; }
+  PluginWraper* create() const override { return new MinimalPlugin; }
+  std::string getName() const override { return "org.example.minimal"; }
+};
+
+}  // namespace
+
+#ifndef NO_ENTRY
+extern "C" __attribute__((visibility("default"))) bool tavuconnect(ProviderManager* registry) {
+  registry->add(new MinimalProvider);
+  return ENTRY_RESULT;
+}
+#else
+extern "C" __attribute__((visibility("default"))) bool tavuconnect_misspelt(ProviderManager*) {
+  return true;
+}
+#endif

@@ -1,0 +1,188 @@
+// The LUT blend: byte conversion, case choice, hand-computed blends, and the
+// vector kernel against the scalar loop on random LUTs and weights.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "lut_blend.h"
+#include "param_records.h"
+
+namespace {
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kInf = std::numeric_limits<float>::infinity();
+
+struct ByteRow {
+  float value;
+  uint8_t expected;
+};
+
+// Expected bytes worked out by hand: low 8 bits of the truncated int32.
+const ByteRow kByteRows[] = {
+    {0.0f, 0},
+    {0.99f, 0},
+    {-0.99f, 0},
+    {1.0f, 1},
+    {254.999f, 254},
+    {255.9f, 255},
+    {256.0f, 0},
+    {256.5f, 0},
+    {-1.5f, 255},
+    {-256.0f, 0},
+    {-257.0f, 255},
+    {511.7f, 255},
+    {kNaN, 0},
+    {kInf, 255},
+    {-kInf, 0},
+    {3e9f, 255},
+    {-3e9f, 0},
+    {2147483648.0f, 255},
+    {-2147483648.0f, 0},
+    {2147483520.0f, 0x80},
+    {-2147483520.0f, 0x80},
+    {1e-45f, 0},
+    {65537.0f, 1},
+    {-65537.0f, 255},
+};
+
+TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByte) {
+  for (const ByteRow& row : kByteRows) {
+    EXPECT_EQ(lumo::lutByteFromFloat(row.value), row.expected) << row.value;
+  }
+}
+
+// The vector kernel's own conversion, fed through case 3 with one LUT of ones
+// and a weight equal to the value: (v + 0) * 1 + (0 + 0) * 0 = v.
+TEST(LutByteFromFloat, VectorKernelConvertsTheSameWay) {
+  const size_t n = 37;  // vector body and scalar tail
+  std::vector<uint8_t> ones(n, 1), zeros(n, 0), out(n);
+  for (const ByteRow& row : kByteRows) {
+    lumo::LutBlendSources src{{ones.data(), ones.data(), zeros.data(), zeros.data()},
+                              {row.value, 0.0f, 0.0f, 0.0f}};
+    lumo::blendLutVector(3, src, out.data(), n);
+    for (size_t p = 0; p < n; p++) ASSERT_EQ(out[p], row.expected) << row.value << " at " << p;
+  }
+}
+
+TEST(LutBlendCase, FirstMatchingCaseInTableOrder) {
+  struct Row {
+    uint16_t a, b, c, d;
+    int expected;
+  };
+  const Row rows[] = {
+      {3, 3, 3, 3, 1}, {0, 0, 2, 3, 2}, {0, 0, 0, 3, 2}, {0, 0, 2, 2, 3},
+      {0, 1, 2, 3, 4}, {0, 1, 2, 2, 4}, {0, 1, 1, 0, 4}, {0, 1, 0, 3, 5},
+      {0, 1, 0, 0, 5}, {0, 1, 0, 1, 6}, {7, 9, 7, 9, 6},
+  };
+  for (const Row& r : rows) {
+    EXPECT_EQ(lumo::lutBlendCase(r.a, r.b, r.c, r.d), r.expected)
+        << r.a << "," << r.b << "," << r.c << "," << r.d;
+  }
+}
+
+// Small blends whose results are exact in float, worked out by hand.
+TEST(BlendLut, HandComputedBytesForEveryCase) {
+  std::vector<uint8_t> la(5, 10), lb(5, 20), lc(5, 30), ld(5, 40);
+  la[4] = 255;
+  struct Row {
+    int blendCase;
+    float w[4];
+    uint8_t first;  // bytes 0..3
+    uint8_t last;   // byte 4 (LUT a holds 255 there)
+  };
+  const Row rows[] = {
+      // copy of a
+      {1, {0.0f, 0.0f, 0.0f, 0.0f}, 10, 255},
+      // (0.25 + 0.25) * 10 + 0.25 * 30 + 0.25 * 40 = 22.5; 127.5 + 17.5 = 145
+      {2, {0.25f, 0.25f, 0.25f, 0.25f}, 22, 145},
+      // 0.5 * 10 + 0.5 * 30 = 20; 127.5 + 15 = 142.5
+      {3, {0.25f, 0.25f, 0.25f, 0.25f}, 20, 142},
+      // 2.5 + 5 + 7.5 + 10 = 25; 63.75 + 22.5 = 86.25
+      {4, {0.25f, 0.25f, 0.25f, 0.25f}, 25, 86},
+      // (0.5 + 0.25) * 10 + 0.125 * 20 + 0.125 * 40 = 15; 191.25 + 7.5 = 198.75
+      {5, {0.5f, 0.125f, 0.25f, 0.125f}, 15, 198},
+      // 0.75 * 10 + 0.25 * 20 = 12.5; 191.25 + 5 = 196.25
+      {6, {0.5f, 0.125f, 0.25f, 0.125f}, 12, 196},
+      // over-unity weights wrap: 2 * 255 = 510 -> 254; 2 * 10 = 20
+      {4, {2.0f, 0.0f, 0.0f, 0.0f}, 20, 254},
+  };
+  for (const Row& r : rows) {
+    lumo::LutBlendSources src{{la.data(), lb.data(), lc.data(), ld.data()},
+                              {r.w[0], r.w[1], r.w[2], r.w[3]}};
+    std::vector<uint8_t> ref(5), vec(5);
+    lumo::blendLutReference(r.blendCase, src, ref.data(), 5);
+    lumo::blendLutVector(r.blendCase, src, vec.data(), 5);
+    for (size_t p = 0; p < 4; p++) EXPECT_EQ(ref[p], r.first) << "case " << r.blendCase;
+    EXPECT_EQ(ref[4], r.last) << "case " << r.blendCase;
+    EXPECT_EQ(vec, ref) << "case " << r.blendCase;
+  }
+}
+
+// A case reads only the LUTs it names: the others may be anywhere.
+TEST(BlendLut, CasesReadOnlyTheirOwnLuts) {
+  std::vector<uint8_t> a(LUT_BYTES, 100), b(LUT_BYTES, 50), out(LUT_BYTES);
+  // Case 3 uses a and c; b and d point at nothing.
+  lumo::LutBlendSources src{{a.data(), nullptr, b.data(), nullptr}, {0.25f, 0.25f, 0.25f, 0.25f}};
+  lumo::blendLutVector(3, src, out.data(), LUT_BYTES);
+  EXPECT_EQ(out.front(), 75);
+  EXPECT_EQ(out.back(), 75);
+}
+
+float randomWeight(std::mt19937& rng) {
+  static const float kSpecial[] = {kNaN,   kInf,   -kInf, 0.0f,          -0.0f,     1e30f,
+                                   -1e30f, 1e-40f, 1.0f,  2147483648.0f, 0.999999f, 1e7f};
+  const unsigned pick = rng() % 16;
+  if (pick < 4) return kSpecial[rng() % (sizeof(kSpecial) / sizeof(kSpecial[0]))];
+  if (pick < 6) return std::uniform_real_distribution<float>(-300.0f, 300.0f)(rng);
+  return std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng);
+}
+
+TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
+  std::mt19937 rng(20240611);
+  std::vector<std::vector<uint8_t>> luts(4, std::vector<uint8_t>(LUT_BYTES));
+  const size_t lengths[] = {0, 1, 7, 8, 15, 16, 17, 31, 33, 64, 100, LUT_BYTES};
+  for (int trial = 0; trial < 60; trial++) {
+    for (auto& lut : luts) {
+      for (auto& v : lut) v = static_cast<uint8_t>(rng());
+    }
+    for (int blendCase = 1; blendCase <= 6; blendCase++) {
+      lumo::LutBlendSources src{};
+      for (int i = 0; i < 4; i++) {
+        src.lut[i] = luts[static_cast<size_t>(i)].data();
+        src.weight[i] = randomWeight(rng);
+      }
+      for (size_t n : lengths) {
+        std::vector<uint8_t> ref(n + 1, 0xA5), vec(n + 1, 0xA5);
+        lumo::blendLutReference(blendCase, src, ref.data(), n);
+        lumo::blendLutVector(blendCase, src, vec.data(), n);
+        ASSERT_EQ(vec, ref) << "trial " << trial << " case " << blendCase << " n " << n
+                            << " weights " << src.weight[0] << " " << src.weight[1] << " "
+                            << src.weight[2] << " " << src.weight[3];
+        ASSERT_EQ(vec[n], 0xA5) << "wrote past the end";
+      }
+    }
+  }
+}
+
+// The switch is read once per process, so it is checked in a fresh one.
+TEST(BlendLutDeathTest, EnvironmentSwitchForcesTheScalarLoop) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        setenv("LUMO_FORCE_SCALAR", "1", 1);
+        std::exit(lumo::lutBlendForcedScalar() ? 3 : 4);
+      },
+      testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(
+      {
+        setenv("LUMO_FORCE_SCALAR", "0", 1);
+        std::exit(lumo::lutBlendForcedScalar() ? 3 : 4);
+      },
+      testing::ExitedWithCode(4), "");
+}
+
+}  // namespace
