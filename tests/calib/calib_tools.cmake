@@ -9,3 +9,5 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/calib/calib_writer.cpp)
   list(APPEND LUMO_CALIB_TOOL_TESTS ${CMAKE_CURRENT_LIST_DIR}/round_trip_test.cpp)
 endif()
 lumo_add_gtest(lumo_calib_tools_tests SOURCES ${LUMO_CALIB_TOOL_TESTS} LIBS lumo_calib)
+target_compile_definitions(lumo_calib_tools_tests PRIVATE
+                           LUMO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")

@@ -203,7 +203,8 @@ const char* instanceName(InstanceKind kind) {
 }
 
 std::string FrameSpec::where(const std::string& field) const {
-  return file + ":" + std::to_string(line) + ": field \"" + field + "\": ";
+  const std::string at = line == 0 ? file : file + ":" + std::to_string(line);
+  return at + ": field \"" + field + "\": ";
 }
 
 std::optional<uint32_t> sceneIdOfName(const std::string& name) {
