@@ -177,9 +177,6 @@ std::vector<FrameReport> replaySession(const std::vector<FrameSpec>& frames,
   const std::string pluginPath =
       options.pluginPath.empty() ? defaultPluginPath() : options.pluginPath;
   Staging staging(options.outDir);
-  if (!fs::exists(calibrationFilePath()))
-    std::fprintf(stderr, "lumo: no calibration file at %s: the plugin passes frames through\n",
-                 calibrationFilePath().c_str());
 
   hostsim::PluginRegistry registry;
   std::string error;
@@ -187,11 +184,17 @@ std::vector<FrameReport> replaySession(const std::vector<FrameSpec>& frames,
   if (!registry.load(pluginPath, &error)) throw Failure(error);
   if (registry.findProvider(kProviderName) == nullptr)
     throw Failure(pluginPath + ": registers no provider named " + kProviderName);
+  if (!fs::exists(calibrationFilePath()))
+    std::fprintf(stderr,
+                 "lumo: note: no calibration file at %s: the plugin passes frames through\n",
+                 calibrationFilePath().c_str());
 
   std::map<InstanceKind, hostsim::PluginPtr> instances;
+  std::vector<InstanceKind> created;  // instances are destroyed in the order they were made
   auto destroyAll = [&] {
-    for (auto& [kind, plugin] : instances) plugin->destroy();
+    for (InstanceKind kind : created) instances[kind]->destroy();
     instances.clear();
+    created.clear();
   };
   VyMetadata session;
   std::vector<FrameReport> reports;
@@ -203,6 +206,7 @@ std::vector<FrameReport> replaySession(const std::vector<FrameSpec>& frames,
       if (!plugin) {
         plugin = registry.create(kProviderName);
         if (!plugin) throw Failure(pluginPath + ": the provider created no plugin object");
+        created.push_back(frame.instance);
         vyalgo2::CreateInfo info;
         info.processMode = frame.instance == InstanceKind::Preview ? 1 : 0;
         plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
