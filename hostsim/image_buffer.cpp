@@ -14,6 +14,7 @@
 #include <map>
 #include <mutex>
 
+#include "image_params_copy.h"
 #include "native_handle_layout.h"
 
 namespace hostsim {
@@ -194,6 +195,12 @@ vyalgo2::ImageParams ImageBuffer::imageParams(std::shared_ptr<VyMetadata> metada
   }
   p.phHandle = m_handle;
   return p;
+}
+
+vyalgo2::VyImageBuffer ImageBuffer::imageBuffer() const {
+  vyalgo2::VyImageBuffer record;
+  copyImageParams(imageParams(), record);
+  return record;
 }
 
 // By handle first; a handle cloned from one of ours (its own fd on the same

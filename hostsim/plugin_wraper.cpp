@@ -4,6 +4,30 @@
 
 #include <utility>
 
+#include "image_params_copy.h"
+
+namespace hostsim {
+
+// Field by field, plane type last. The plane count travels unchanged, but
+// both records hold only kMaxImagePlanes plane entries: a larger count from a
+// confused producer copies those and never reads or writes past them.
+void copyImageParams(const vyalgo2::ImageParams& params, vyalgo2::VyImageBuffer& buffer) {
+  buffer.format = params.format;
+  buffer.width = params.width;
+  buffer.height = params.height;
+  buffer.stride = params.stride;
+  buffer.scanline = params.scanline;
+  buffer.planeCount = params.numberOfPlanes;
+  for (uint32_t i = 0; i < params.numberOfPlanes && i < vyalgo2::kMaxImagePlanes; ++i) {
+    buffer.planeAddress[i] = params.planeAddress[i];
+    buffer.planeFd[i] = params.planeFd[i];
+    buffer.planeOffset[i] = params.planeOffset[i];
+  }
+  buffer.planeType = params.planeType;
+}
+
+}  // namespace hostsim
+
 namespace vyalgo2 {
 
 // Pre-processing is offered only to plugins that support it and do not skip
@@ -43,22 +67,8 @@ int PluginWraper::onPrepareRequestExt(ProcessPluginPrivMessage*) { return -1; }
 
 PluginWraper::~PluginWraper() = default;
 
-// Field by field, plane type last. The plane count travels unchanged, but
-// both records hold only kMaxImagePlanes plane entries: a larger count from a
-// confused producer copies those and never reads or writes past them.
 void PluginWraper::convertImageParams(const ImageParams& params, VyImageBuffer& buffer) {
-  buffer.format = params.format;
-  buffer.width = params.width;
-  buffer.height = params.height;
-  buffer.stride = params.stride;
-  buffer.scanline = params.scanline;
-  buffer.planeCount = params.numberOfPlanes;
-  for (uint32_t i = 0; i < params.numberOfPlanes && i < kMaxImagePlanes; ++i) {
-    buffer.planeAddress[i] = params.planeAddress[i];
-    buffer.planeFd[i] = params.planeFd[i];
-    buffer.planeOffset[i] = params.planeOffset[i];
-  }
-  buffer.planeType = params.planeType;
+  hostsim::copyImageParams(params, buffer);
 }
 
 bool PluginWraper::isPreProcessSkipped() { return false; }

@@ -59,6 +59,10 @@ TEST(ImageBuffer, AllocatesEachFormatWithItsPadding) {
     EXPECT_EQ(p.planeAddress[0], reinterpret_cast<uint64_t>(b->data()));
     EXPECT_EQ(p.planeFd[0], b->fd());
     EXPECT_EQ(p.phHandle, b->handle());
+    const vyalgo2::VyImageBuffer r = b->imageBuffer();
+    EXPECT_EQ(r.planeCount, c.planes);
+    EXPECT_EQ(r.stride, b->geometry().stride);
+    EXPECT_EQ(r.planeAddress[c.planes - 1], reinterpret_cast<uint64_t>(b->plane(c.planes - 1)));
     ASSERT_EQ(b->handle()->numFds, 1);
     EXPECT_EQ(b->handle()->data[0], b->fd());
   }
@@ -181,11 +185,13 @@ TEST(GraphicBuffer, AClonedHandleFindsTheSameMemory) {
   // Without our marker the same fd is not trusted.
   clone->data[1] ^= 1;
   EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
+  clone->data[1] ^= 1;
+  // Once the buffer is gone its memory is no longer an image, even though
+  // the clone's descriptor keeps the memory alive.
+  b.reset();
+  EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
   EXPECT_EQ(native_handle_close(clone), 0);
   EXPECT_EQ(native_handle_delete(clone), 0);
-  const native_handle_t* gone = b->handle();
-  b.reset();
-  EXPECT_EQ(hostsim::findImageBuffer(gone), nullptr);
 }
 
 }  // namespace

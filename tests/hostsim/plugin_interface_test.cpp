@@ -251,6 +251,7 @@ TEST(PluginRegistryErrors, NameTheLibraryAndWhatFailed) {
       {"/nonexistent/libnothing.so", "cannot be loaded"},
       {ENTRYLESS_PLUGIN, "does not export tavuconnect"},
       {REFUSING_PLUGIN, "tavuconnect returned false"},
+      {SILENT_PLUGIN, "tavuconnect registered nothing"},
   };
   for (const Case& c : cases) {
     hostsim::PluginRegistry registry;

@@ -20,19 +20,6 @@ using hostsim::ImageBuffer;
 using hostsim::ImageGeometry;
 using hostsim::PixelLayout;
 
-vyalgo2::VyImageBuffer recordOf(const ImageBuffer& b) {
-  const vyalgo2::ImageParams p = b.imageParams();
-  vyalgo2::VyImageBuffer r;
-  r.format = p.format;
-  r.width = p.width;
-  r.height = p.height;
-  r.stride = p.stride;
-  r.scanline = p.scanline;
-  r.planeCount = p.numberOfPlanes;
-  for (uint32_t i = 0; i < p.numberOfPlanes; ++i) r.planeAddress[i] = p.planeAddress[i];
-  return r;
-}
-
 uint32_t bytesPerPixel(PixelLayout l) { return l == PixelLayout::RGBA8888 ? 4 : 1; }
 
 // Every byte of the buffer gets a value that depends on where it is, so
@@ -68,7 +55,7 @@ TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddings) {
     fillPattern(*src, 1);
     fillPattern(*dst, 99);
     const std::vector<uint8_t> before(dst->data(), dst->data() + dst->size());
-    vyalgo2::VyImageBuffer s = recordOf(*src), d = recordOf(*dst);
+    vyalgo2::VyImageBuffer s = src->imageBuffer(), d = dst->imageBuffer();
     ASSERT_EQ(vyalgo2::PluginUtils::vyCopyBuffer(&d, &s), 0);
 
     const ImageGeometry& dg = dst->geometry();
@@ -97,7 +84,7 @@ TEST(VyCopyBuffer, FindsChromaBehindTheScanlineWithoutASecondAddress) {
   auto src = ImageBuffer::allocate({PixelLayout::NV21, 4, 4, 8, 8});
   auto dst = ImageBuffer::allocate({PixelLayout::NV21, 4, 4, 4, 4});
   fillPattern(*src, 3);
-  vyalgo2::VyImageBuffer s = recordOf(*src), d = recordOf(*dst);
+  vyalgo2::VyImageBuffer s = src->imageBuffer(), d = dst->imageBuffer();
   s.planeCount = 1;
   s.planeAddress[1] = 0;
   ASSERT_EQ(vyalgo2::PluginUtils::vyCopyBuffer(&d, &s), 0);
@@ -108,7 +95,7 @@ TEST(VyCopyBuffer, RefusesMismatchesAndMissingPlanes) {
   auto a = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 0, 0});
   auto b = ImageBuffer::allocate({PixelLayout::NV12, 8, 4, 0, 0});
   auto c = ImageBuffer::allocate({PixelLayout::NV21, 8, 6, 0, 0});
-  vyalgo2::VyImageBuffer ra = recordOf(*a), rb = recordOf(*b), rc = recordOf(*c);
+  vyalgo2::VyImageBuffer ra = a->imageBuffer(), rb = b->imageBuffer(), rc = c->imageBuffer();
   hostsim::LogCapture capture;
   EXPECT_EQ(vyalgo2::PluginUtils::vyCopyBuffer(&ra, &rb), -1);
   EXPECT_EQ(vyalgo2::PluginUtils::vyCopyBuffer(&ra, &rc), -1);
@@ -156,7 +143,7 @@ TEST_F(DumpFolder, WritesEachPlaneAtItsStrideWithoutRowPaddingBelow) {
   for (const Case& c : cases) {
     auto b = ImageBuffer::allocate(c.g);
     fillPattern(*b, 5);
-    vyalgo2::VyImageBuffer r = recordOf(*b);
+    vyalgo2::VyImageBuffer r = b->imageBuffer();
     ASSERT_EQ(vyalgo2::PluginUtils::dumpToFile(&r, "IMG_[x]_input_6x3_8"), 0);
     const std::string got = read(std::string("IMG_[x]_input_6x3_8") + c.extension);
     // Expected: `height` rows of the luma (or RGBA) plane, then the chroma
@@ -175,7 +162,7 @@ TEST_F(DumpFolder, WritesEachPlaneAtItsStrideWithoutRowPaddingBelow) {
 TEST_F(DumpFolder, MissingFolderIsAnErrorOnTheLog) {
   std::filesystem::remove_all(root / "data/vendor/camera");
   auto b = ImageBuffer::allocate({PixelLayout::NV21, 4, 4, 0, 0});
-  vyalgo2::VyImageBuffer r = recordOf(*b);
+  vyalgo2::VyImageBuffer r = b->imageBuffer();
   hostsim::LogCapture capture;
   EXPECT_EQ(vyalgo2::PluginUtils::dumpToFile(&r, "frame"), -1);
   const auto records = capture.records();

@@ -25,12 +25,16 @@ struct ImageGeometry {
   PixelLayout layout = PixelLayout::NV21;
   uint32_t width = 0;
   uint32_t height = 0;
-  uint32_t stride = 0;    // pixels per row; 0 means width
-  uint32_t scanline = 0;  // rows per plane; 0 means height
+  // Pixels per row; 0 means the width (rounded up to even for 4:2:0, whose
+  // last chroma pair of an odd width needs the extra byte).
+  uint32_t stride = 0;
+  uint32_t scanline = 0;  // rows of the luma (or RGBA) plane; 0 means height
 };
 
-// Empty when the geometry can be allocated, otherwise why not (zero or odd
-// sizes for 4:2:0, stride below width, scanline below height, overflow).
+// Empty when the geometry can be allocated, otherwise why not (zero sizes,
+// stride below width, or for 4:2:0 below the even-rounded width, scanline
+// below height, too large). Odd 4:2:0 sizes are allowed: the last chroma
+// row and column then cover a single luma row or column.
 std::string validateGeometry(const ImageGeometry& geometry);
 
 class ImageBuffer {
@@ -57,6 +61,9 @@ public:
   // the native handle) with `metadata` attached.
   vyalgo2::ImageParams imageParams(std::shared_ptr<VyMetadata> metadata = nullptr) const;
   const native_handle_t* handle() const { return m_handle; }
+  // The framework's image buffer record of this buffer, as the plugin
+  // interface's convertImageParams makes it from imageParams().
+  vyalgo2::VyImageBuffer imageBuffer() const;
 
 private:
   ImageBuffer() = default;

@@ -2,7 +2,7 @@
 // leaves abstract, so every other operation answers with the host's
 // default. Built like a real plugin: no RTTI, hidden symbols, one C entry.
 // ENTRY_RESULT (default true) is what the entry returns; NO_ENTRY leaves
-// the entry out.
+// the entry out; REGISTER_NOTHING makes the entry register no provider.
 #include <vyalgo2/PluginWraper.h>
 #include <vyalgo2/Provider.h>
 
@@ -48,7 +48,11 @@ public:
 
 #ifndef NO_ENTRY
 extern "C" __attribute__((visibility("default"))) bool tavuconnect(ProviderManager* registry) {
+#ifndef REGISTER_NOTHING
   registry->add(new MinimalProvider);
+#else
+  (void)registry;
+#endif
   return ENTRY_RESULT;
 }
 #else
