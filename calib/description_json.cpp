@@ -102,11 +102,11 @@ public:
     return out;
   }
 
-  LutBlock look(const json& spec, const std::string& field) const {
-    keys(spec, field, {"generate", "cube"});
-    if (spec.contains("cube")) {
-      if (spec.contains("generate")) fail(field, "give either \"generate\" or \"cube\", not both");
-      fs::path p = text(spec["cube"], join(field, "cube"));
+  LutBlock look(const json& entry, const std::string& field) const {
+    keys(entry, field, {"generate", "cube"});
+    if (entry.contains("cube")) {
+      if (entry.contains("generate")) fail(field, "give either \"generate\" or \"cube\", not both");
+      fs::path p = text(entry["cube"], join(field, "cube"));
       if (p.is_relative()) p = fs::path(m_base) / p;
       try {
         return readCube(p.string());
@@ -114,9 +114,9 @@ public:
         fail(join(field, "cube"), e.what());
       }
     }
-    if (!spec.contains("generate")) fail(field, "expected \"generate\" or \"cube\"");
+    if (!entry.contains("generate")) fail(field, "expected \"generate\" or \"cube\"");
     try {
-      return generateLook(lookFromJson(spec["generate"], "generate"));
+      return generateLook(lookFromJson(entry["generate"], "generate"));
     } catch (const std::invalid_argument& e) {
       const std::string what = e.what();
       const auto colon = what.find(": ");
@@ -124,15 +124,15 @@ public:
     }
   }
 
-  ShadingBlock shading(const json& spec, const std::string& field) const {
-    if (!spec.is_array() || spec.size() != kShadingBlockFloats)
+  ShadingBlock shading(const json& entry, const std::string& field) const {
+    if (!entry.is_array() || entry.size() != kShadingBlockFloats)
       fail(field,
            "expected an array of 8 floats (SmoothStartValue, SmoothEndValue, "
            "SmoothCoordScale, SmoothValueScale, LightDarkPreserveK, LightDarkPreserveB, "
            "LightDarkPreserveV, LightDarkPreserveT)");
     ShadingBlock out{};
     for (size_t i = 0; i < kShadingBlockFloats; ++i) {
-      const auto f = jsonFloat(spec[i]);
+      const auto f = jsonFloat(entry[i]);
       if (!f)
         fail(field + "[" + std::to_string(i) + "]", std::string("expected ") + kFloatSpellings);
       out[i] = *f;

@@ -14,7 +14,7 @@ const char* const kDoubleSpellings =
 
 namespace {
 
-std::optional<double> special(const std::string& s) {
+std::optional<double> namedFloat(const std::string& s) {
   if (s == "nan") return std::numeric_limits<double>::quiet_NaN();
   if (s == "inf") return std::numeric_limits<double>::infinity();
   if (s == "-inf") return -std::numeric_limits<double>::infinity();
@@ -47,7 +47,7 @@ std::optional<float> jsonFloat(const nlohmann::json& v) {
   if (v.is_number()) return static_cast<float>(v.get<double>());
   if (!v.is_string()) return std::nullopt;
   const std::string s = v.get<std::string>();
-  if (auto d = special(s)) return static_cast<float>(*d);
+  if (auto d = namedFloat(s)) return static_cast<float>(*d);
   if (auto bits = hexBits(s, 8)) return std::bit_cast<float>(static_cast<uint32_t>(*bits));
   return std::nullopt;
 }
@@ -56,7 +56,7 @@ std::optional<double> jsonDouble(const nlohmann::json& v) {
   if (v.is_number()) return v.get<double>();
   if (!v.is_string()) return std::nullopt;
   const std::string s = v.get<std::string>();
-  if (auto d = special(s)) return d;
+  if (auto d = namedFloat(s)) return d;
   if (auto bits = hexBits(s, 16)) return std::bit_cast<double>(*bits);
   return std::nullopt;
 }

@@ -35,7 +35,7 @@ uint32_t bitsOf(float f) {
 }  // namespace
 
 TEST(Session, FullLineIsReadFieldByField) {
-  const FrameSpec f = parseFrameLine(
+  const SessionFrame f = parseFrameLine(
       R"({"instance": "snapshot", "frame": 12, "width": 1920, "height": 1080, "stride": 1984,
           "scanline": 1088, "format": "nv12", "input": "photo.jpg", "output": "out.png",
           "meta": {"cct": 5200, "lux": 412.9, "scene": 13, "faces": 2, "zoom": 2.0,
@@ -58,7 +58,7 @@ TEST(Session, FullLineIsReadFieldByField) {
 }
 
 TEST(Session, AbsentKeysStayAbsent) {
-  const FrameSpec f = parseFrameLine(R"({"instance": "preview", "meta": {}})", "s.jsonl", 1);
+  const SessionFrame f = parseFrameLine(R"({"instance": "preview", "meta": {}})", "s.jsonl", 1);
   EXPECT_FALSE(f.meta.cct || f.meta.lux || f.meta.scene || f.meta.faces || f.meta.zoom ||
                f.meta.imageName || f.meta.stylization);
   EXPECT_FALSE(f.input || f.output || f.width || f.format);
@@ -73,11 +73,11 @@ TEST(Session, FloatSpellings) {
       {R"("-inf")", 0xff800000u}, {R"("0x00000001")", 0x1u},        {"-0.0", 0x80000000u},
   };
   for (const auto& c : cases) {
-    const FrameSpec f = parseFrameLine(
+    const SessionFrame f = parseFrameLine(
         std::string(R"({"instance":"preview","meta":{"lux":)") + c.json + "}}", "s", 1);
     EXPECT_EQ(bitsOf(*f.meta.lux), c.bits) << c.json;
   }
-  const FrameSpec n = parseFrameLine(R"({"instance":"preview","meta":{"zoom":"nan"}})", "s", 1);
+  const SessionFrame n = parseFrameLine(R"({"instance":"preview","meta":{"zoom":"nan"}})", "s", 1);
   EXPECT_TRUE(std::isnan(*n.meta.zoom));
 }
 
@@ -89,7 +89,7 @@ TEST(Session, SceneNamesMapToDetectorIds) {
   } cases[] = {{"common", 0, {}},          {"food", 2, {}},    {"plants", 3, {}}, {"night", 9, {}},
                {"sunrise_sunset", 13, {}}, {"protrait", 0, 1u}};
   for (const auto& c : cases) {
-    const FrameSpec f = parseFrameLine(
+    const SessionFrame f = parseFrameLine(
         std::string(R"({"instance":"preview","meta":{"scene":")") + c.name + "\"}}", "s", 1);
     EXPECT_EQ(*f.meta.scene, c.id) << c.name;
     EXPECT_EQ(f.meta.faces, c.faces) << c.name;
@@ -97,7 +97,7 @@ TEST(Session, SceneNamesMapToDetectorIds) {
 }
 
 TEST(Session, RawTagsCarryExactPayloads) {
-  const FrameSpec f = parseFrameLine(
+  const SessionFrame f = parseFrameLine(
       R"({"instance":"preview","meta":{"tags":{
           "0x1002F": {"type": "f32", "values": ["0x40000000", 1]},
           "ANDROID_STATISTICS_FACE_RECTANGLES": {"type": "i32", "values": [-1, 2, 3]},

@@ -61,14 +61,14 @@ std::map<size_t, std::string> lookNames(const calib::CalibrationFile& file, cons
   std::ifstream in(json);
   const nlohmann::json j = nlohmann::json::parse(in, nullptr, false);
   if (j.is_discarded() || !j.contains("looks") || !j["looks"].is_object()) return names;
-  for (const auto& [name, spec] : j["looks"].items()) {
+  for (const auto& [name, entry] : j["looks"].items()) {
     calib::LutBlock lut;
     try {
-      if (spec.contains("cube"))
-        lut = calib::readCube((json.parent_path() / spec["cube"].get<std::string>()).string());
+      if (entry.contains("cube"))
+        lut = calib::readCube((json.parent_path() / entry["cube"].get<std::string>()).string());
       else
         lut = calib::generateLook(
-            calib::lookFromJson(spec.value("generate", nlohmann::json::object()), name));
+            calib::lookFromJson(entry.value("generate", nlohmann::json::object()), name));
     } catch (const std::exception&) {
       continue;
     }
@@ -142,10 +142,10 @@ void addDemoCommand(CLI::App& app) {
     o->setup.deviceRoot = root.string();
     o->setup.props = {"persist.vendor.camera.lumofilter.dumpMode=3"};
 
-    std::vector<FrameSpec> frames;
+    std::vector<SessionFrame> frames;
     uint32_t n = 0;
     for (const DemoFrame& d : kFrames) {
-      FrameSpec f;
+      SessionFrame f;
       f.file = "demo";
       f.line = n + 1;
       f.frame = n;
@@ -183,7 +183,7 @@ void addDemoCommand(CLI::App& app) {
       fs::copy_file(entry.path(), fs::path(o->outDir) / file, fs::copy_options::overwrite_existing);
       const auto blocks = readExifDump(entry.path().string());
       for (size_t i = 0; i < frames.size(); ++i) {
-        const FrameSpec& f = frames[i];
+        const SessionFrame& f = frames[i];
         if (f.instance == InstanceKind::Snapshot && file.starts_with(*f.meta.imageName + "_") &&
             !blocks.empty())
           chosen[f.frame] = blocks.back();
@@ -197,7 +197,7 @@ void addDemoCommand(CLI::App& app) {
       std::printf("%-3s %-9s %-15s %-6s %-5s %-5s | %-15s %-28s %s\n", "#", "instance", "scene tag",
                   "lux", "cct", "zoom", "plugin aiscene", "look", "after / before");
     for (size_t i = 0; i < frames.size(); ++i) {
-      const FrameSpec& f = frames[i];
+      const SessionFrame& f = frames[i];
       const FrameReport& r = reports[i];
       const auto it = chosen.find(f.frame);
       const std::string aiscene = it != chosen.end() ? it->second.aiscene : r.aiscene;

@@ -76,7 +76,7 @@ void addRunCommand(CLI::App& app) {
       "The session stylisation type defaults to 1 here so the plugin is enabled; pass "
       "--stylization 0 to see the host copy instead. YUV is full-range BT.601 (JFIF).");
   c->callback([o] {
-    FrameSpec f;
+    SessionFrame f;
     f.file = "command line";
     f.line = 0;
     f.instance = o->instance == "preview" ? InstanceKind::Preview : InstanceKind::Snapshot;
@@ -93,7 +93,7 @@ void addRunCommand(CLI::App& app) {
           (o->scene.find_first_not_of("0123456789") == std::string::npos ? o->scene
                                                                          : "\"" + o->scene + "\"") +
           "}}";
-      FrameSpec parsed;
+      SessionFrame parsed;
       try {
         parsed = parseFrameLine(line, "--scene", 0);
       } catch (const Failure&) {

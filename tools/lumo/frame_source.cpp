@@ -21,7 +21,7 @@ uint32_t tightStride(PixelFormat f, uint32_t width) { return isYuv(f) ? (width +
 
 }  // namespace
 
-Image loadFrameImage(const FrameSpec& frame, const std::string& baseDir) {
+Image loadFrameImage(const SessionFrame& frame, const std::string& baseDir) {
   Image source;
   bool raw = false;
   if (!frame.input || frame.input->starts_with(kGeneratedPrefix)) {

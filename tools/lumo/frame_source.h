@@ -16,6 +16,6 @@ constexpr const char* kGeneratedPrefix = "generated:";
 
 // `baseDir` resolves relative input names. Throws Failure naming the frame's
 // file, line and field.
-Image loadFrameImage(const FrameSpec& frame, const std::string& baseDir);
+Image loadFrameImage(const SessionFrame& frame, const std::string& baseDir);
 
 }  // namespace lumo

@@ -39,7 +39,7 @@ void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
   c.add_flag("--json", o.json, "Print the per-frame results as JSON");
 }
 
-std::vector<FrameReport> runFrames(const std::vector<FrameSpec>& frames,
+std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
                                    const HostCommandOptions& o, const std::string& sessionDir,
                                    bool keepInputs, bool print) {
   applyHostSetup(o.setup);

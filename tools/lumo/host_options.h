@@ -20,7 +20,7 @@ void addHostOptions(CLI::App& command, HostCommandOptions& options, bool withOut
 
 // Runs frames with the host options and prints the per-frame results
 // (a table, or JSON with --json) on stdout.
-std::vector<FrameReport> runFrames(const std::vector<FrameSpec>& frames,
+std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
                                    const HostCommandOptions& options, const std::string& sessionDir,
                                    bool keepInputs = false, bool print = true);
 

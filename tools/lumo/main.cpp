@@ -9,7 +9,7 @@
 int main(int argc, char** argv) {
   CLI::App app(
       "lumo: run the Lumo colour-look filter plugin on images as the camera host does, "
-      "and build, check and inspect its calibration files");
+      "and build, check and examine its calibration files");
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help for every command");
   lumo::addReplayCommand(app);

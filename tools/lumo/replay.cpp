@@ -60,7 +60,7 @@ void copyPlanes(const Image& image, const hostsim::ImageBuffer& buffer, bool toB
   }
 }
 
-std::shared_ptr<VyMetadata> frameMetadata(const FrameSpec& frame, VyMetadata& session,
+std::shared_ptr<VyMetadata> frameMetadata(const SessionFrame& frame, VyMetadata& session,
                                           std::optional<uint8_t> defaultStylization) {
   const FrameMeta& m = frame.meta;
   hostsim::FrameConditions c;
@@ -92,7 +92,7 @@ std::shared_ptr<VyMetadata> frameMetadata(const FrameSpec& frame, VyMetadata& se
   return metadata;
 }
 
-std::unique_ptr<hostsim::ImageBuffer> allocate(const Geometry& g, const FrameSpec& frame) {
+std::unique_ptr<hostsim::ImageBuffer> allocate(const Geometry& g, const SessionFrame& frame) {
   std::string error;
   auto buffer = hostsim::ImageBuffer::allocate(
       {layoutOf(g.format), g.width, g.height, g.stride, g.scanline}, &error);
@@ -121,7 +121,7 @@ public:
   Staging& operator=(const Staging&) = delete;
 
   // Where to write `name` now, and records where it goes at the end.
-  std::string stage(const std::string& name, const FrameSpec& frame) {
+  std::string stage(const std::string& name, const SessionFrame& frame) {
     const fs::path rel(name);
     if (rel.is_absolute() || rel.lexically_normal().string().starts_with(".."))
       throw Failure(frame.where("output") + "\"" + name + "\" must stay inside the output folder");
@@ -166,13 +166,13 @@ std::string sceneFromLog(const std::vector<std::string>& messages) {
 
 }  // namespace
 
-std::string defaultOutputName(const FrameSpec& frame) {
+std::string defaultOutputName(const SessionFrame& frame) {
   char name[64];
   std::snprintf(name, sizeof(name), "frame_%06u_%s.png", frame.frame, instanceName(frame.instance));
   return name;
 }
 
-std::vector<FrameReport> replaySession(const std::vector<FrameSpec>& frames,
+std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                                        const ReplayOptions& options, const FrameCallback& onFrame) {
   const std::string pluginPath =
       options.pluginPath.empty() ? defaultPluginPath() : options.pluginPath;
@@ -201,7 +201,7 @@ std::vector<FrameReport> replaySession(const std::vector<FrameSpec>& frames,
   hostsim::LogCapture capture;
   try {
     for (size_t i = 0; i < frames.size(); ++i) {
-      const FrameSpec& frame = frames[i];
+      const SessionFrame& frame = frames[i];
       auto& plugin = instances[frame.instance];
       if (!plugin) {
         plugin = registry.create(kProviderName);

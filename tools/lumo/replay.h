@@ -39,11 +39,11 @@ using FrameCallback = std::function<void(const FrameReport&, size_t done, size_t
 
 // Runs the frames; outputs appear in outDir only when every frame succeeded.
 // Throws Failure naming the file, line and field of the frame that failed.
-std::vector<FrameReport> replaySession(const std::vector<FrameSpec>& frames,
+std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                                        const ReplayOptions& options,
                                        const FrameCallback& onFrame = {});
 
 // Name of a frame's output when the session gives none.
-std::string defaultOutputName(const FrameSpec& frame);
+std::string defaultOutputName(const SessionFrame& frame);
 
 }  // namespace lumo

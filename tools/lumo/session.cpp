@@ -84,22 +84,22 @@ std::optional<uint32_t> standardTagNumber(const std::string& key) {
   return std::nullopt;
 }
 
-RawTag rawTag(const std::string& key, const json& spec, const FrameSpec& frame) {
+RawTag rawTag(const std::string& key, const json& entry, const SessionFrame& frame) {
   const std::string field = "meta.tags." + key;
   RawTag tag;
   tag.key = key;
   tag.number = standardTagNumber(key);
-  if (!spec.is_object())
-    fail(frame.where(field), "expected {\"type\": ..., \"values\": [...]}, got " + shown(spec));
-  for (const auto& [name, value] : spec.items()) {
+  if (!entry.is_object())
+    fail(frame.where(field), "expected {\"type\": ..., \"values\": [...]}, got " + shown(entry));
+  for (const auto& [name, value] : entry.items()) {
     if (name != "type" && name != "values")
       fail(frame.where(field + "." + name), "unknown field (known: type, values)");
   }
   const std::string typeWhere = frame.where(field + ".type");
   const std::string valuesWhere = frame.where(field + ".values");
   const char* kTypes = "u8, i32, u32, f32, i64, f64, string";
-  if (!spec.contains("type")) fail(typeWhere, std::string("missing (one of ") + kTypes + ")");
-  const std::string type = stringValue(spec["type"], typeWhere);
+  if (!entry.contains("type")) fail(typeWhere, std::string("missing (one of ") + kTypes + ")");
+  const std::string type = stringValue(entry["type"], typeWhere);
   static const std::pair<const char*, uint8_t> kCodes[] = {
       {"u8", TYPE_BYTE},   {"i32", TYPE_INT32},  {"u32", TYPE_INT32},  {"f32", TYPE_FLOAT},
       {"i64", TYPE_INT64}, {"f64", TYPE_DOUBLE}, {"string", TYPE_BYTE}};
@@ -111,9 +111,9 @@ RawTag rawTag(const std::string& key, const json& spec, const FrameSpec& frame) 
     }
   }
   if (!known)
-    fail(typeWhere, std::string("expected one of ") + kTypes + ", got " + shown(spec["type"]));
-  if (!spec.contains("values")) fail(valuesWhere, "missing");
-  json values = spec["values"];
+    fail(typeWhere, std::string("expected one of ") + kTypes + ", got " + shown(entry["type"]));
+  if (!entry.contains("values")) fail(valuesWhere, "missing");
+  json values = entry["values"];
   if (type == "string") {
     if (values.is_array() && values.size() == 1) values = values[0];
     const std::string text = stringValue(values, valuesWhere);
@@ -147,12 +147,12 @@ RawTag rawTag(const std::string& key, const json& spec, const FrameSpec& frame) 
   return tag;
 }
 
-FrameMeta parseMeta(const json& meta, const FrameSpec& spec) {
-  if (!meta.is_object()) fail(spec.where("meta"), "expected an object, got " + shown(meta));
+FrameMeta parseMeta(const json& meta, const SessionFrame& entry) {
+  if (!meta.is_object()) fail(entry.where("meta"), "expected an object, got " + shown(meta));
   FrameMeta out;
   std::optional<std::string> sceneName;
   for (const auto& [key, value] : meta.items()) {
-    const std::string w = spec.where("meta." + key);
+    const std::string w = entry.where("meta." + key);
     if (key == "cct") {
       out.cct = u32Value(value, w);
     } else if (key == "lux") {
@@ -185,8 +185,8 @@ FrameMeta parseMeta(const json& meta, const FrameSpec& spec) {
       out.stylization = uint8_t(integerValue(value, 0, 255, w));
     } else if (key == "tags") {
       if (!value.is_object()) fail(w, "expected an object of tags, got " + shown(value));
-      for (const auto& [tagKey, tagSpec] : value.items())
-        out.tags.push_back(rawTag(tagKey, tagSpec, spec));
+      for (const auto& [tagKey, tagEntry] : value.items())
+        out.tags.push_back(rawTag(tagKey, tagEntry, entry));
     } else {
       fail(w, "unknown field (known: cct, lux, scene, faces, zoom, image_name, stylization, tags)");
     }
@@ -202,7 +202,7 @@ const char* instanceName(InstanceKind kind) {
   return kind == InstanceKind::Preview ? "preview" : "snapshot";
 }
 
-std::string FrameSpec::where(const std::string& field) const {
+std::string SessionFrame::where(const std::string& field) const {
   const std::string at = line == 0 ? file : file + ":" + std::to_string(line);
   return at + ": field \"" + field + "\": ";
 }
@@ -226,10 +226,10 @@ double doubleValue(const json& v, const std::string& where) {
   fail(where, std::string("expected ") + calib::kDoubleSpellings + ", got " + shown(v));
 }
 
-FrameSpec parseFrameLine(const std::string& text, const std::string& file, size_t line) {
-  FrameSpec spec;
-  spec.file = file;
-  spec.line = line;
+SessionFrame parseFrameLine(const std::string& text, const std::string& file, size_t line) {
+  SessionFrame entry;
+  entry.file = file;
+  entry.line = line;
   const std::string at = file + ":" + std::to_string(line) + ": ";
   json j;
   try {
@@ -242,53 +242,53 @@ FrameSpec parseFrameLine(const std::string& text, const std::string& file, size_
   }
   if (!j.is_object()) throw Failure(at + "expected one JSON object per line, got " + shown(j));
   if (!j.contains("instance"))
-    throw Failure(spec.where("instance") + "missing (\"preview\" or \"snapshot\")");
+    throw Failure(entry.where("instance") + "missing (\"preview\" or \"snapshot\")");
   for (const auto& [key, value] : j.items()) {
-    const std::string w = spec.where(key);
+    const std::string w = entry.where(key);
     if (key == "instance") {
       const std::string s = value.is_string() ? value.get<std::string>() : std::string();
       if (s == "preview")
-        spec.instance = InstanceKind::Preview;
+        entry.instance = InstanceKind::Preview;
       else if (s == "snapshot")
-        spec.instance = InstanceKind::Snapshot;
+        entry.instance = InstanceKind::Snapshot;
       else
         fail(w, "expected \"preview\" or \"snapshot\", got " + shown(value));
     } else if (key == "frame") {
-      spec.frame = u32Value(value, w);
-      spec.numbered = true;
+      entry.frame = u32Value(value, w);
+      entry.numbered = true;
     } else if (key == "width") {
-      spec.width = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.width = uint32_t(integerValue(value, 1, 1 << 16, w));
     } else if (key == "height") {
-      spec.height = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.height = uint32_t(integerValue(value, 1, 1 << 16, w));
     } else if (key == "stride") {
-      spec.stride = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.stride = uint32_t(integerValue(value, 1, 1 << 16, w));
     } else if (key == "scanline") {
-      spec.scanline = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.scanline = uint32_t(integerValue(value, 1, 1 << 16, w));
     } else if (key == "format") {
       const auto f = value.is_string() ? parseFormat(value.get<std::string>()) : std::nullopt;
       if (!f) fail(w, "expected \"nv21\", \"nv12\" or \"rgba\", got " + shown(value));
-      spec.format = f;
+      entry.format = f;
     } else if (key == "input") {
-      spec.input = stringValue(value, w);
-      if (spec.input->empty()) fail(w, "expected a file name, got an empty string");
+      entry.input = stringValue(value, w);
+      if (entry.input->empty()) fail(w, "expected a file name, got an empty string");
     } else if (key == "output") {
-      spec.output = stringValue(value, w);
-      if (spec.output->empty()) fail(w, "expected a file name, got an empty string");
+      entry.output = stringValue(value, w);
+      if (entry.output->empty()) fail(w, "expected a file name, got an empty string");
     } else if (key == "meta") {
-      spec.meta = parseMeta(value, spec);
+      entry.meta = parseMeta(value, entry);
     } else {
       fail(w,
            "unknown field (known: instance, frame, width, height, stride, scanline, format, "
            "input, output, meta)");
     }
   }
-  return spec;
+  return entry;
 }
 
-std::vector<FrameSpec> readSession(const std::string& path) {
+std::vector<SessionFrame> readSession(const std::string& path) {
   std::ifstream in(path);
   if (!in) throw Failure(path + ": cannot open session file");
-  std::vector<FrameSpec> frames;
+  std::vector<SessionFrame> frames;
   std::string text;
   size_t line = 0;
   uint32_t next = 0;
@@ -296,10 +296,10 @@ std::vector<FrameSpec> readSession(const std::string& path) {
     ++line;
     if (!text.empty() && text.back() == '\r') text.pop_back();
     if (text.find_first_not_of(" \t") == std::string::npos) continue;
-    FrameSpec spec = parseFrameLine(text, path, line);
-    if (!spec.numbered) spec.frame = next;
-    next = spec.frame + 1;
-    frames.push_back(std::move(spec));
+    SessionFrame entry = parseFrameLine(text, path, line);
+    if (!entry.numbered) entry.frame = next;
+    next = entry.frame + 1;
+    frames.push_back(std::move(entry));
   }
   if (in.bad()) throw Failure(path + ": cannot read session file");
   return frames;

@@ -37,7 +37,7 @@ struct FrameMeta {
   std::vector<RawTag> tags;            // applied after the named keys
 };
 
-struct FrameSpec {
+struct SessionFrame {
   std::string file;  // session file and line, for messages
   size_t line = 0;
   InstanceKind instance = InstanceKind::Preview;
@@ -58,8 +58,8 @@ std::optional<uint32_t> sceneIdOfName(const std::string& name);
 
 // Parses a whole session; frames without a number continue from the one
 // before (the first from 0). Throws Failure naming file, line and field.
-std::vector<FrameSpec> readSession(const std::string& path);
-FrameSpec parseFrameLine(const std::string& text, const std::string& file, size_t line);
+std::vector<SessionFrame> readSession(const std::string& path);
+SessionFrame parseFrameLine(const std::string& text, const std::string& file, size_t line);
 
 // Values where a float is expected: a number, "nan", "inf", "-inf" or an
 // exact bit pattern "0x3f800000" (16 hex digits for doubles). Throw
