@@ -103,7 +103,7 @@ TEST(CalibrationReader, EachBreakageIsReportedWhereItHappens) {
     size_t offset;
     const char* expected;  // the whole formatted issue
   } cases[] = {
-      {"header cut short", [](Bytes& f) { f.b.resize(500); }, 0,
+      {"header cut short", [](Bytes& f) { f.b.erase(f.b.begin() + 500, f.b.end()); }, 0,
        "f.bin: offset 0 (header): error: file ends at byte 500 but a header with 2 scene sizes "
        "and 1 zoom sizes needs bytes 0..783"},
       {"parameter data inside the header", [](Bytes& f) { f.put16(6, 700); }, 6,
@@ -126,7 +126,7 @@ TEST(CalibrationReader, EachBreakageIsReportedWhereItHappens) {
       {"LUT pool inside the parameter data", [](Bytes& f) { f.put16(8, uint16_t(kPools - 1)); }, 8,
        "f.bin: offset 8 (header, lutDataOffset): error: LUT pool at 963 overlaps the parameter "
        "data: expected at least 964"},
-      {"pools cut short", [](Bytes& f) { f.b.resize(f.b.size() - 1); }, kPools,
+      {"pools cut short", [](Bytes& f) { f.b.pop_back(); }, kPools,
        "f.bin: offset 964 (pools): error: file ends at byte 45212 but 3 LUT and 1 shading blocks "
        "needs bytes 964..45212"},
       {"zero zoom ratio", [](Bytes& f) { std::memset(&f.b[kZoom0], 0, 4); }, kZoom0,

@@ -43,14 +43,16 @@ TEST(Looks, IdentityIsTheLatticeWithRedFastest) {
 TEST(Looks, ControlsMoveColoursTheWayTheirNamesSay) {
   LookParams warm;
   warm.temperature = 0.4;
-  const uint8_t* grey = point(generateLook(warm), 8, 8, 8);
+  const LutBlock warmLut = generateLook(warm);
+  const uint8_t* grey = point(warmLut, 8, 8, 8);
   EXPECT_GT(grey[0], 128);
   EXPECT_EQ(grey[1], 128);
   EXPECT_LT(grey[2], 128);
 
   LookParams mono;
   mono.saturation = 0;
-  const uint8_t* red = point(generateLook(mono), 16, 0, 0);
+  const LutBlock monoLut = generateLook(mono);
+  const uint8_t* red = point(monoLut, 16, 0, 0);
   EXPECT_EQ(red[0], red[1]);
   EXPECT_EQ(red[1], red[2]);
   EXPECT_EQ(red[0], uint8_t(std::lround(0.299 * 255)));
@@ -64,7 +66,8 @@ TEST(Looks, ControlsMoveColoursTheWayTheirNamesSay) {
 
   LookParams faded;
   faded.fade = 0.1;
-  EXPECT_EQ(point(generateLook(faded), 0, 0, 0)[0], uint8_t(std::lround(0.1 * 255)));
+  const LutBlock fadedLut = generateLook(faded);
+  EXPECT_EQ(point(fadedLut, 0, 0, 0)[0], uint8_t(std::lround(0.1 * 255)));
 }
 
 TEST(Cube, WrittenCubeReadsBackToTheSameBytes) {

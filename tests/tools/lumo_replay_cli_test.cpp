@@ -147,12 +147,12 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
        "", "lumo: s.jsonl:2: field \"colour\": unknown field"},
       {"unreadable image",
        "{\"instance\": \"preview\"}\n{\"instance\": \"preview\", \"input\": \"nope.png\"}\n", "",
-       "lumo: s.jsonl:2: field \"input\": ./nope.png: no such image file"},
+       "lumo: s.jsonl:2: field \"input\": nope.png: no such image file"},
       {"geometry not matching the data",
        "{\"instance\": \"preview\"}\n{\"instance\": \"preview\", \"input\": \"in_4x2_6_4.nv21\", "
        "\"stride\": 8}\n",
        "",
-       "lumo: s.jsonl:2: field \"input\": ./in_4x2_6_4.nv21: 36 bytes do not match nv21 4x2 stride "
+       "lumo: s.jsonl:2: field \"input\": in_4x2_6_4.nv21: 36 bytes do not match nv21 4x2 stride "
        "8 "
        "scanline 4 (expected 40 or 48 bytes)"},
       {"missing plugin", "{\"instance\": \"preview\"}\n", "--plugin /nonexistent/libx.so",

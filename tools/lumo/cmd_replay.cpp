@@ -77,7 +77,7 @@ void addRunCommand(CLI::App& app) {
       "--stylization 0 to see the host copy instead. YUV is full-range BT.601 (JFIF).");
   c->callback([o] {
     SessionFrame f;
-    f.file = "command line";
+    f.file = "lumo run";
     f.line = 0;
     f.instance = o->instance == "preview" ? InstanceKind::Preview : InstanceKind::Snapshot;
     f.input = o->image;

@@ -13,7 +13,8 @@ namespace {
 
 std::string resolve(const std::string& name, const std::string& baseDir) {
   const std::filesystem::path p(name);
-  return p.is_relative() ? (std::filesystem::path(baseDir) / p).string() : name;
+  if (!p.is_relative() || baseDir.empty() || baseDir == ".") return name;
+  return (std::filesystem::path(baseDir) / p).string();
 }
 
 // A 4:2:0 buffer needs an even stride; tight RGBA rows need none.
