@@ -9,6 +9,14 @@
 #include <cstdlib>
 #include <cstring>
 
+// On x86-64 with GCC the loops are also built for AVX2 (twice the lanes);
+// the variant is chosen once, by what the CPU runs.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define LUMO_LUT_BLEND_AVX2 1
+#else
+#define LUMO_LUT_BLEND_AVX2 0
+#endif
+
 namespace lumo {
 namespace {
 
@@ -28,25 +36,19 @@ inline __attribute__((always_inline)) void foldTerms(const uint8_t* __restrict l
     float v = c0 * float(l0[p]) + c1 * float(l1[p]);
     if (K > 2) v = v + c2 * float(l2[p]);
     if (K > 3) v = v + c3 * float(l3[p]);
-    // NaN and everything at or below -2^31 become -2^31: INT32_MIN, whose
-    // low byte (0) is also the low byte of the 0 that NaN stands for.
+    // Only the low byte of the saturated int32 is kept, so out-of-range
+    // lanes can be replaced by in-range values with the same low byte before
+    // converting: NaN and everything at or below -2^31 by -2^31 (INT32_MIN
+    // and NaN's 0 both end in 0x00), everything at or above 2^31 by 255
+    // (INT32_MAX ends in 0xFF). The order matters: NaN must meet the first.
     v = (v > -2147483648.0f) ? v : -2147483648.0f;
-    // Lanes at or past 2^31 saturate to INT32_MAX, low byte 0xFF; they are
-    // zeroed before converting so that every conversion is in range.
-    const bool high = v >= 2147483648.0f;
-    const int32_t whole = static_cast<int32_t>(high ? 0.0f : v);
-    out[p] = static_cast<uint8_t>(high ? 0xFF : whole);
+    v = (v < 2147483648.0f) ? v : 255.0f;
+    out[p] = static_cast<uint8_t>(static_cast<int32_t>(v));
   }
 }
 
-}  // namespace
-
-// On x86-64 the kernel is also built for AVX2 (twice the lanes) and the
-// loader picks the variant the CPU runs.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-__attribute__((target_clones("avx2", "default")))
-#endif
-void blendLutVector(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n) {
+inline __attribute__((always_inline)) void blendCases(int blendCase, const LutBlendSources& src,
+                                                      uint8_t* out, size_t n) {
   const uint8_t* const* l = src.lut;
   const float* w = src.weight;
   switch (blendCase) {
@@ -79,6 +81,52 @@ void blendLutVector(int blendCase, const LutBlendSources& src, uint8_t* out, siz
     default:
       break;
   }
+}
+
+void blendBaseline(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n) {
+  blendCases(blendCase, src, out, n);
+}
+
+#if LUMO_LUT_BLEND_AVX2
+// The same loops with twice the lanes.
+__attribute__((target("avx2"))) void blendAvx2(int blendCase, const LutBlendSources& src,
+                                               uint8_t* out, size_t n) {
+  blendCases(blendCase, src, out, n);
+}
+#endif
+
+}  // namespace
+
+bool lutKernelAvailable(LutKernel kernel) {
+  switch (kernel) {
+    case LutKernel::kBaseline:
+      return true;
+    case LutKernel::kAvx2:
+#if LUMO_LUT_BLEND_AVX2
+      return __builtin_cpu_supports("avx2");
+#else
+      return false;
+#endif
+  }
+  return false;
+}
+
+void blendLutVectorWith(LutKernel kernel, int blendCase, const LutBlendSources& src, uint8_t* out,
+                        size_t n) {
+#if LUMO_LUT_BLEND_AVX2
+  if (kernel == LutKernel::kAvx2) {
+    blendAvx2(blendCase, src, out, n);
+    return;
+  }
+#endif
+  (void)kernel;
+  blendBaseline(blendCase, src, out, n);
+}
+
+void blendLutVector(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n) {
+  static const LutKernel best =
+      lutKernelAvailable(LutKernel::kAvx2) ? LutKernel::kAvx2 : LutKernel::kBaseline;
+  blendLutVectorWith(best, blendCase, src, out, n);
 }
 
 bool lutBlendForcedScalar() {

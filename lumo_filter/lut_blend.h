@@ -34,6 +34,13 @@ uint8_t lutByteFromFloat(float value);
 void blendLutReference(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n);
 void blendLutVector(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n);
 
+// The builds of the vector kernel; blendLutVector uses the best one the CPU
+// runs. Tests and benchmarks run each one that is available.
+enum class LutKernel { kBaseline, kAvx2 };
+bool lutKernelAvailable(LutKernel kernel);
+void blendLutVectorWith(LutKernel kernel, int blendCase, const LutBlendSources& src, uint8_t* out,
+                        size_t n);
+
 // The vector kernel unless LUMO_FORCE_SCALAR=1 was set when the process
 // first blended.
 void blendLut(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n);

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "lumo_log.h"
 #include "lut_blend.h"

@@ -18,11 +18,14 @@ public:
   // Same, from a given store (tools and tests); it must outlive the trigger.
   void initialize(param_trigger_init_info info, ParamUtil& store);
 
-  // false when the frame's AI scene has no parameter set. `changed` is set
-  // (never cleared) when new content was written into `lut` or `shading`.
+  // false when the frame's AI scene has no parameter set, or when the chosen
+  // cell names a LUT or shading block the store does not hold (the frame then
+  // has no parameters). `changed` is set (never cleared) when new content
+  // was written into `lut` or `shading`.
   bool trigger(param_trigger_t input, param_lut_t* lut, param_shading_float_t* shading,
                bool& changed);
   bool triggerLut(param_trigger_t input, param_lut_t* lut, bool& changed);
+  // true unless the cell names a shading block the store does not hold.
   bool triggerShading(param_trigger_t input, param_shading_float_t* shading, bool& changed);
 
   template <typename T>

@@ -164,7 +164,7 @@ bool ParamUtil::parseHeader() {
   if (!readableAt(0, 2, "aiScenesCount")) return false;
   aiScenesCount = loadU16(base);
   const size_t afterScenes = 2 + 2 * size_t{aiScenesCount};
-  if (!readableAt(2, afterScenes + 8 - 2, "header after aiScenesSize")) return false;
+  if (!readableAt(2, afterScenes + 8 - 2, "aiScenesSize and offsets")) return false;
   // The size arrays stay unaligned in the buffer; copies keep them addressable
   // as uint16_t for the length of the load.
   m_aiScenesSizeCopy.assign(aiScenesCount, 0);
@@ -178,7 +178,8 @@ bool ParamUtil::parseHeader() {
   shadingZoomRatioCount = loadU16(base + afterScenes + 6);
   const size_t zoomSizes = afterScenes + 8;
   const size_t texts = zoomSizes + 2 * size_t{shadingZoomRatioCount};
-  if (!readableAt(zoomSizes, texts + 3 * kTextBytes - zoomSizes, "header text fields")) {
+  if (!readableAt(zoomSizes, texts + 3 * kTextBytes - zoomSizes,
+                  "shadingZoomRatioSize and text fields")) {
     return false;
   }
   m_zoomSizeCopy.assign(shadingZoomRatioCount, 0);
@@ -234,6 +235,9 @@ void ParamUtil::clear() {
 }
 
 void ParamUtil::readAiScenes(char* p) {
+  // The block sizes live in the header of the file being loaded: outside a
+  // load there is nothing to walk.
+  if (m_loadBegin == nullptr) return;
   // Blocks are addressed by offset from the load buffer: a declared size may
   // send the next block past the end, which only matters if it is read.
   size_t offset = static_cast<size_t>(p - m_loadBegin);

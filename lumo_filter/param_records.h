@@ -31,8 +31,9 @@ struct param_t {
   uint16_t param_lux_count;
 };
 
-// Which pool the block indices of a band list refer to.
-enum param_type_t {
+// Which pool the block indices of a band list refer to. Other values are
+// allowed (the reader then updates neither count), hence the fixed type.
+enum param_type_t : int {
   PARAM_TYPE_SHADING = 0,
   PARAM_TYPE_LUT = 1,
 };

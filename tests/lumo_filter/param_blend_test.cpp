@@ -57,14 +57,27 @@ TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByte) {
 
 // The vector kernel's own conversion, fed through case 3 with one LUT of ones
 // and a weight equal to the value: (v + 0) * 1 + (0 + 0) * 0 = v.
-TEST(LutByteFromFloat, VectorKernelConvertsTheSameWay) {
-  const size_t n = 37;  // vector body and scalar tail
+// Every build of the vector kernel this machine runs.
+std::vector<lumo::LutKernel> kernels() {
+  std::vector<lumo::LutKernel> out;
+  for (lumo::LutKernel k : {lumo::LutKernel::kBaseline, lumo::LutKernel::kAvx2}) {
+    if (lumo::lutKernelAvailable(k)) out.push_back(k);
+  }
+  return out;
+}
+
+TEST(LutByteFromFloat, VectorKernelsConvertTheSameWay) {
+  const size_t n = 77;  // vector body and scalar tail
   std::vector<uint8_t> ones(n, 1), zeros(n, 0), out(n);
-  for (const ByteRow& row : kByteRows) {
-    lumo::LutBlendSources src{{ones.data(), ones.data(), zeros.data(), zeros.data()},
-                              {row.value, 0.0f, 0.0f, 0.0f}};
-    lumo::blendLutVector(3, src, out.data(), n);
-    for (size_t p = 0; p < n; p++) ASSERT_EQ(out[p], row.expected) << row.value << " at " << p;
+  for (lumo::LutKernel kernel : kernels()) {
+    for (const ByteRow& row : kByteRows) {
+      lumo::LutBlendSources src{{ones.data(), ones.data(), zeros.data(), zeros.data()},
+                                {row.value, 0.0f, 0.0f, 0.0f}};
+      lumo::blendLutVectorWith(kernel, 3, src, out.data(), n);
+      for (size_t p = 0; p < n; p++) {
+        ASSERT_EQ(out[p], row.expected) << row.value << " at " << p;
+      }
+    }
   }
 }
 
@@ -156,13 +169,17 @@ TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
         src.weight[i] = randomWeight(rng);
       }
       for (size_t n : lengths) {
-        std::vector<uint8_t> ref(n + 1, 0xA5), vec(n + 1, 0xA5);
+        std::vector<uint8_t> ref(n + 1, 0xA5);
         lumo::blendLutReference(blendCase, src, ref.data(), n);
-        lumo::blendLutVector(blendCase, src, vec.data(), n);
-        ASSERT_EQ(vec, ref) << "trial " << trial << " case " << blendCase << " n " << n
-                            << " weights " << src.weight[0] << " " << src.weight[1] << " "
-                            << src.weight[2] << " " << src.weight[3];
-        ASSERT_EQ(vec[n], 0xA5) << "wrote past the end";
+        for (lumo::LutKernel kernel : kernels()) {
+          std::vector<uint8_t> vec(n + 1, 0xA5);
+          lumo::blendLutVectorWith(kernel, blendCase, src, vec.data(), n);
+          ASSERT_EQ(vec, ref) << "kernel " << static_cast<int>(kernel) << " trial " << trial
+                              << " case " << blendCase << " n " << n << " weights " << src.weight[0]
+                              << " " << src.weight[1] << " " << src.weight[2] << " "
+                              << src.weight[3];
+          ASSERT_EQ(vec[n], 0xA5) << "wrote past the end";
+        }
       }
     }
   }

@@ -1,0 +1,23 @@
+// Provider and C entry of the plugin library.
+#include "VyLumoFilterPluginProvider.h"
+
+#include "VyLumoFilterPlugin.h"
+
+unsigned int VyLumoFilterPluginProvider::getVersion() const {
+  return PluginWraperProvider::PLUMA_INTERFACE_VERSION;
+}
+
+std::string VyLumoFilterPluginProvider::plumaGetType() const {
+  return PluginWraperProvider::PLUMA_PROVIDER_TYPE;
+}
+
+vyalgo2::PluginWraper* VyLumoFilterPluginProvider::create() const {
+  return new VyLumoFilterPlugin();
+}
+
+std::string VyLumoFilterPluginProvider::getName() const { return kLumoPluginName; }
+
+extern "C" bool tavuconnect(vyalgo2::ProviderManager* registry) {
+  registry->add(new VyLumoFilterPluginProvider());
+  return true;
+}

@@ -1,0 +1,57 @@
+// Renders frames through an effect chain: chooses the fused kernels or the
+// reference, splits the frame into row bands and runs them on a pool.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "effect_chain.h"
+#include "frame_view.h"
+#include "fused_kernels.h"
+#include "thread_pool.h"
+
+namespace lumo::render {
+
+enum class RenderPath { Reference, Fused };
+
+struct RenderOptions {
+  RenderPath path = RenderPath::Fused;
+  size_t threads = 1;
+};
+
+// LUMO_RENDER_REFERENCE=1 forces the reference; LUMO_RENDER_THREADS=N sets
+// the thread count (default: the hardware's, at most 8).
+RenderOptions renderOptionsFromEnvironment();
+
+class FrameRenderer {
+public:
+  explicit FrameRenderer(RenderOptions options);
+
+  const RenderOptions& options() const { return m_options; }
+  const EffectChain& chain() const { return m_chain; }
+  void setChain(EffectChain chain);
+  // Loads lattice bytes into LUT effect `lutIndex` (in script order).
+  void setLattice(size_t lutIndex, const uint8_t* bytes);
+
+  // Renders `in` into `out` (they may be the same frame). Empty on success,
+  // otherwise why nothing was rendered.
+  std::string render(const FrameView& in, const FrameView& out);
+
+  // The path the last render took (the reference when the chain has a shape
+  // the fused kernels do not implement).
+  RenderPath lastPath() const { return m_lastPath; }
+
+private:
+  RenderOptions m_options;
+  EffectChain m_chain;
+  FusedTables m_tables;  // the first LUT effect's lattice, regrouped
+  std::unique_ptr<ThreadPool> m_pool;
+  RenderPath m_lastPath = RenderPath::Fused;
+};
+
+// Copies the pixels of `in` into `out` (same geometry and family).
+void copyFrame(const FrameView& in, const FrameView& out);
+
+}  // namespace lumo::render

@@ -1,0 +1,453 @@
+// Fused LUT + style kernels, compiled once per instruction set and chosen at
+// run time. Each vector lane carries one chroma sample's column: a 4:2:0 row
+// pair is loaded as 16-bit lanes so that the low byte is the even pixel and
+// the high byte the odd one, and every pixel of a lane shares its chroma.
+#include "fused_kernels.h"
+
+#include <algorithm>
+#include <cmath>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "fused_kernels.cpp"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace lumo::render {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using DF = hn::ScalableTag<float>;
+using DI = hn::RebindToSigned<DF>;
+using DU = hn::RebindToUnsigned<DF>;
+using DU16 = hn::Rebind<uint16_t, DF>;
+using VF = hn::Vec<DF>;
+using VI = hn::Vec<DI>;
+using VU = hn::Vec<DU>;
+
+struct Colour {
+  VF r, g, b;
+};
+
+HWY_INLINE VF Clamp(VF v, VF lo, VF hi) { return hn::Min(hn::Max(v, lo), hi); }
+
+HWY_INLINE VF ByteToFloat(VU v) {
+  const DF df;
+  const DI di;
+  return hn::ConvertTo(df, hn::BitCast(di, v));
+}
+
+// Low and high byte of each 16-bit pair at `p`, as floats.
+HWY_INLINE void LoadBytePairs(const uint8_t* p, VF& low, VF& high) {
+  const DU16 d16;
+  const DU du;
+  const VU v = hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(p)));
+  low = ByteToFloat(hn::And(v, hn::Set(du, 0xFFu)));
+  high = ByteToFloat(hn::ShiftRight<8>(v));
+}
+
+// Rounds half up and clamps to a byte; truncation is floor once non-negative.
+HWY_INLINE VI ToByte(VF v) {
+  const DF df;
+  const DI di;
+  return hn::ConvertTo(di, Clamp(hn::Add(v, hn::Set(df, 0.5f)), hn::Zero(df), hn::Set(df, 255.0f)));
+}
+
+HWY_INLINE void StoreBytePairs(VI low, VI high, uint8_t* p) {
+  const DU16 d16;
+  const VI packed = hn::Or(low, hn::ShiftLeft<8>(high));
+  hn::StoreU(hn::DemoteTo(d16, packed), d16, reinterpret_cast<uint16_t*>(p));
+}
+
+// Fetches one 64-bit lattice pair per lane and splits it into its low and
+// high 32 bits.
+HWY_INLINE void GatherPairs(const uint64_t* HWY_RESTRICT table, VI index, VU& low, VU& high) {
+  const DU du;
+#if HWY_TARGET == HWY_SCALAR
+  const uint64_t v = table[hn::GetLane(index)];
+  low = hn::Set(du, uint32_t(v));
+  high = hn::Set(du, uint32_t(v >> 32));
+#else
+  const DI di;
+  const hn::Half<DI> dh;
+  const hn::Repartition<int64_t, DI> di64;
+  const hn::Repartition<uint64_t, DI> du64;
+  const auto table64 = reinterpret_cast<const uint64_t*>(table);
+  const VU first = hn::BitCast(
+      du, hn::GatherIndex(du64, table64, hn::PromoteTo(di64, hn::LowerHalf(dh, index))));
+  const VU second = hn::BitCast(
+      du, hn::GatherIndex(du64, table64, hn::PromoteTo(di64, hn::UpperHalf(dh, index))));
+  low = hn::ConcatEven(du, second, first);
+  high = hn::ConcatOdd(du, second, first);
+  (void)di;
+#endif
+}
+
+// Byte `byte` of each 32-bit lane as a float: one byte shuffle where the
+// target has one.
+HWY_INLINE VF ByteOfLane(VU v, int byte) {
+  const DU du;
+#if HWY_TARGET == HWY_SCALAR
+  return ByteToFloat(hn::And(hn::ShiftRightSame(v, 8 * byte), hn::Set(du, 0xFFu)));
+#else
+  const hn::Repartition<uint8_t, DU> du8;
+  // Shuffle indices count bytes within 16-byte blocks; 0x80 clears a byte.
+  const VU lane = hn::And(hn::Iota(du, 0), hn::Set(du, 3u));
+  const VU index = hn::Or(hn::Add(hn::ShiftLeft<2>(lane), hn::Set(du, uint32_t(byte))),
+                          hn::Set(du, 0x80808000u));
+  return ByteToFloat(
+      hn::BitCast(du, hn::TableLookupBytesOr0(hn::BitCast(du8, v), hn::BitCast(du8, index))));
+#endif
+}
+
+// The two lattice points of a packed pair: bytes 0-2 of `low`, then byte 3
+// of `low` and bytes 0-1 of `high`.
+HWY_INLINE void UnpackPair(VU low, VU high, VF first[3], VF second[3]) {
+  first[0] = ByteOfLane(low, 0);
+  first[1] = ByteOfLane(low, 1);
+  first[2] = ByteOfLane(low, 2);
+  second[0] = ByteOfLane(low, 3);
+  second[1] = ByteOfLane(high, 0);
+  second[2] = ByteOfLane(high, 1);
+}
+
+// Tetrahedral look-up of colours already in 0..255 (the fused chain always
+// looks up first, on clamped input). One gather
+// fetches the cell's low and high corners, a second the two corners in
+// between for the tetrahedron the fractions select (FusedTables).
+HWY_INLINE Colour Lookup(const FusedParams& p, const Colour& c) {
+  const DF df;
+  const DI di;
+  const VF scale = hn::Set(df, float(kLutSize - 1) / 255.0f);
+  const VF xr = hn::Mul(c.r, scale);
+  const VF xg = hn::Mul(c.g, scale);
+  const VF xb = hn::Mul(c.b, scale);
+  const VF lr = hn::Floor(xr), lg = hn::Floor(xg), lb = hn::Floor(xb);
+  const VF fr = hn::Sub(xr, lr), fg = hn::Sub(xg, lg), fb = hn::Sub(xb, lb);
+  // Cells run to 16 on each axis (FusedTables), so a colour at 255 needs no clamp.
+  const VI cell = hn::ConvertTo(di, hn::MulAdd(lb, hn::Set(df, float(kLutSize * kLutSize)),
+                                               hn::MulAdd(lg, hn::Set(df, float(kLutSize)), lr)));
+  const auto rg = hn::RebindMask(di, hn::Ge(fr, fg));
+  const auto gb = hn::RebindMask(di, hn::Ge(fg, fb));
+  const auto rb = hn::RebindMask(di, hn::Ge(fr, fb));
+  // Tetrahedron numbers as FusedTables lays them out.
+  const VI tet = hn::IfThenElse(
+      rg, hn::IfThenElse(gb, hn::Zero(di), hn::IfThenElse(rb, hn::Set(di, 1), hn::Set(di, 2))),
+      hn::IfThenElse(gb, hn::IfThenElse(rb, hn::Set(di, 3), hn::Set(di, 4)), hn::Set(di, 5)));
+  const VF fmax = hn::Max(fr, hn::Max(fg, fb));
+  const VF fmin = hn::Min(fr, hn::Min(fg, fb));
+  const VF fmid = hn::Max(hn::Min(fr, fg), hn::Min(hn::Max(fr, fg), fb));
+
+  VU low, high;
+  VF c0[3], c3[3], c1[3], c2[3];
+  GatherPairs(p.corners, cell, low, high);
+  UnpackPair(low, high, c0, c3);
+  GatherPairs(p.edges, hn::Add(hn::ShiftLeft<3>(cell), tet), low, high);
+  UnpackPair(low, high, c1, c2);
+  VF out[3];
+  for (int ch = 0; ch < 3; ++ch) {
+    VF v = hn::MulAdd(hn::Sub(c1[ch], c0[ch]), fmax, c0[ch]);
+    v = hn::MulAdd(hn::Sub(c2[ch], c1[ch]), fmid, v);
+    out[ch] = hn::MulAdd(hn::Sub(c3[ch], c2[ch]), fmin, v);
+  }
+  return {out[0], out[1], out[2]};
+}
+
+HWY_INLINE VF Luma(const Colour& c) {
+  const DF df;
+  return hn::MulAdd(
+      hn::Set(df, float(kRToY)), c.r,
+      hn::MulAdd(hn::Set(df, float(kGToY)), c.g, hn::Mul(hn::Set(df, float(kBToY)), c.b)));
+}
+
+// LUT then style for one vector of pixels at columns `x` of a row whose
+// squared normalised vertical offset is `dy2`. Returns the output colour and
+// its luma (0..255).
+HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& luma) {
+  const DF df;
+  if (p.hasLut) {
+    const Colour l = Lookup(p, c);
+    if (p.strength == 1.0f) {
+      c = l;
+    } else {
+      const VF s = hn::Set(df, p.strength);
+      c.r = hn::MulAdd(hn::Sub(l.r, c.r), s, c.r);
+      c.g = hn::MulAdd(hn::Sub(l.g, c.g), s, c.g);
+      c.b = hn::MulAdd(hn::Sub(l.b, c.b), s, c.b);
+    }
+  }
+  luma = Luma(c);
+  if (!p.hasStyle) return c;
+  const VF zero = hn::Zero(df), one = hn::Set(df, 1.0f);
+  const VF dx = hn::MulAdd(hn::Set(df, p.ax), x, hn::Set(df, p.bx));
+  const VF s = hn::Mul(hn::Sqrt(hn::MulAdd(dx, dx, dy2)), hn::Set(df, p.coordScale));
+  VF f;
+  if (p.hardStep) {
+    f = hn::IfThenElseZero(hn::Ge(s, hn::Set(df, p.smoothStart)), one);
+  } else {
+    const VF t = Clamp(
+        hn::Mul(hn::Sub(s, hn::Set(df, p.smoothStart)), hn::Set(df, p.smoothInvRange)), zero, one);
+    f = hn::Mul(hn::Mul(t, t), hn::NegMulAdd(hn::Set(df, 2.0f), t, hn::Set(df, 3.0f)));
+  }
+  const VF y = hn::Mul(luma, hn::Set(df, 1.0f / 255.0f));
+  VF protect = Clamp(hn::MulAdd(hn::Set(df, p.preserveK), y, hn::Set(df, p.preserveB)), zero, one);
+  if (p.knee) {
+    const VF h = Clamp(hn::Mul(hn::Sub(hn::Set(df, p.preserveT), y), hn::Set(df, p.preserveInvV)),
+                       zero, one);
+    protect = hn::Mul(protect, h);
+  }
+  const VF gain = hn::MulAdd(hn::Mul(hn::Set(df, p.valueScale), f), protect, one);
+  luma = hn::Mul(luma, gain);
+  return {hn::Mul(c.r, gain), hn::Mul(c.g, gain), hn::Mul(c.b, gain)};
+}
+
+// Chroma offsets of the RGB conversion, shared by the pixels of a block.
+struct ChromaOffsets {
+  VF r, g, b;
+};
+
+// Accumulated output colour of the pixels of a block.
+struct ColourSum {
+  VF r, g, b;
+};
+
+// One vector of pixels with luma `y` at columns `x`: converted, clamped,
+// put through the chain; returns the output luma bytes and adds the output
+// colour to `sum`.
+HWY_INLINE VI RenderPixels(const FusedParams& p, VF y, VF x, VF dy2, const ChromaOffsets& o,
+                           ColourSum& sum) {
+  const DF df;
+  const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f);
+  Colour c{Clamp(hn::Add(y, o.r), zero, top), Clamp(hn::Add(y, o.g), zero, top),
+           Clamp(hn::Add(y, o.b), zero, top)};
+  VF luma;
+  c = ApplyChain(p, c, x, dy2, luma);
+  sum.r = hn::Add(sum.r, c.r);
+  sum.g = hn::Add(sum.g, c.g);
+  sum.b = hn::Add(sum.b, c.b);
+  return ToByte(luma);
+}
+
+// Renders one luma row of a row pair (written out so that no vector lives
+// in an array and the four pixel groups of a block can overlap).
+HWY_INLINE void RenderRow(const FusedParams& p, const uint8_t* in, uint8_t* out, VF xEven, VF xOdd,
+                          VF dy2, const ChromaOffsets& o, ColourSum& sum) {
+  VF yEven, yOdd;
+  LoadBytePairs(in, yEven, yOdd);
+  const VI even = RenderPixels(p, yEven, xEven, dy2, o, sum);
+  const VI odd = RenderPixels(p, yOdd, xOdd, dy2, o, sum);
+  StoreBytePairs(even, odd, out);
+}
+
+template <bool kPaired>
+size_t FusedYuvRows(const FusedParams& p, const YuvRowPair& r, size_t pairs) {
+  const DF df;
+  const size_t n = hn::Lanes(df);
+  const VF mid = hn::Set(df, 128.0f);
+  const VF lanes2 = hn::Mul(hn::Iota(df, 0.0f), hn::Set(df, 2.0f));
+  const VF invCount = hn::Set(df, kPaired ? 0.25f : 0.5f);
+  const VF dy2First = hn::Set(df, r.dy2[0]), dy2Second = hn::Set(df, r.dy2[1]);
+  size_t x = 0;
+  for (; x + n <= pairs; x += n) {
+    VF first, second;
+    LoadBytePairs(r.chroma + 2 * x, first, second);
+    const VF u = hn::Sub(r.inCrFirst ? second : first, mid);
+    const VF v = hn::Sub(r.inCrFirst ? first : second, mid);
+    const ChromaOffsets o{
+        hn::Mul(hn::Set(df, float(kCrToR)), v),
+        hn::MulAdd(hn::Set(df, float(kCbToG)), u, hn::Mul(hn::Set(df, float(kCrToG)), v)),
+        hn::Mul(hn::Set(df, float(kCbToB)), u)};
+    const VF xEven = hn::Add(lanes2, hn::Set(df, float(2 * x)));
+    const VF xOdd = hn::Add(xEven, hn::Set(df, 1.0f));
+    ColourSum sum{hn::Zero(df), hn::Zero(df), hn::Zero(df)};
+    RenderRow(p, r.y[0] + 2 * x, r.outY[0] + 2 * x, xEven, xOdd, dy2First, o, sum);
+    if (kPaired) RenderRow(p, r.y[1] + 2 * x, r.outY[1] + 2 * x, xEven, xOdd, dy2Second, o, sum);
+    // Chroma is linear in RGB: the mean of the pixels' chroma is the chroma of their mean.
+    const VF mr = hn::Mul(sum.r, invCount), mg = hn::Mul(sum.g, invCount);
+    const VF mb = hn::Mul(sum.b, invCount);
+    const VF cb = hn::MulAdd(hn::Set(df, float(kRToCb)), mr,
+                             hn::MulAdd(hn::Set(df, float(kGToCb)), mg,
+                                        hn::MulAdd(hn::Set(df, float(kBToCb)), mb, mid)));
+    const VF cr = hn::MulAdd(hn::Set(df, float(kRToCr)), mr,
+                             hn::MulAdd(hn::Set(df, float(kGToCr)), mg,
+                                        hn::MulAdd(hn::Set(df, float(kBToCr)), mb, mid)));
+    const VI cbByte = ToByte(cb), crByte = ToByte(cr);
+    if (r.outCrFirst) {
+      StoreBytePairs(crByte, cbByte, r.outChroma + 2 * x);
+    } else {
+      StoreBytePairs(cbByte, crByte, r.outChroma + 2 * x);
+    }
+  }
+  return x;
+}
+
+// Renders the first whole vectors of column pairs; returns how many pairs it did.
+size_t FusedYuvRowPair(const FusedParams& params, const YuvRowPair& rows, size_t pairs) {
+  // Local copies: the output stores cannot alias them, so the compiler keeps
+  // the constants in registers.
+  const FusedParams p = params;
+  const YuvRowPair r = rows;
+  return r.y[1] != nullptr ? FusedYuvRows<true>(p, r, pairs) : FusedYuvRows<false>(p, r, pairs);
+}
+
+// Renders the first whole vectors of an RGBA row; returns how many pixels it did.
+size_t FusedRgbaRow(const FusedParams& params, const uint8_t* in, uint8_t* out, float dy2,
+                    size_t width) {
+  const FusedParams p = params;
+  const DF df;
+  const DU du;
+  const size_t n = hn::Lanes(df);
+  const VU alphaMask = hn::Set(du, 0xFF000000u);
+  const VF dy2v = hn::Set(df, dy2);
+  size_t x = 0;
+  for (; x + n <= width; x += n) {
+    const VU px = hn::LoadU(du, reinterpret_cast<const uint32_t*>(in + 4 * x));
+    Colour c{ByteOfLane(px, 0), ByteOfLane(px, 1), ByteOfLane(px, 2)};
+    VF luma;
+    c = ApplyChain(p, c, hn::Add(hn::Iota(df, 0.0f), hn::Set(df, float(x))), dy2v, luma);
+    const VI rgb =
+        hn::Or(ToByte(c.r), hn::Or(hn::ShiftLeft<8>(ToByte(c.g)), hn::ShiftLeft<16>(ToByte(c.b))));
+    const VU result = hn::Or(hn::And(px, alphaMask), hn::BitCast(du, rgb));
+    hn::StoreU(result, du, reinterpret_cast<uint32_t*>(out + 4 * x));
+  }
+  return x;
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace lumo::render
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace lumo::render {
+
+HWY_EXPORT(FusedYuvRowPair);
+HWY_EXPORT(FusedRgbaRow);
+
+bool fusedKernelsSupport(const EffectChain& chain) {
+  if (chain.luts.size() > 1 || chain.styles.size() > 1) return false;
+  return !(chain.order.size() == 2 && chain.order[0] == EffectKind::Style);
+}
+
+// Tetrahedron t of a cell walks from the low corner through the corners at
+// kTetSteps[t][0] and kTetSteps[t][1] (lattice offsets) to the high corner.
+static constexpr int kStepR = 1, kStepG = kLutSize, kStepB = kLutSize * kLutSize;
+static constexpr int kTetSteps[6][2] = {
+    {kStepR, kStepR + kStepG},  // r >= g >= b
+    {kStepR, kStepR + kStepB},  // r >= b > g
+    {kStepB, kStepB + kStepR},  // b > r >= g
+    {kStepG, kStepG + kStepR},  // g > r >= b
+    {kStepG, kStepG + kStepB},  // g >= b > r
+    {kStepB, kStepB + kStepG},  // b > g > r
+};
+
+static uint64_t packPair(const LutLattice& lattice, int first, int second) {
+  const uint8_t* a = &lattice[3 * size_t(first)];
+  const uint8_t* b = &lattice[3 * size_t(second)];
+  return uint64_t(a[0]) | uint64_t(a[1]) << 8 | uint64_t(a[2]) << 16 | uint64_t(b[0]) << 24 |
+         uint64_t(b[1]) << 32 | uint64_t(b[2]) << 40;
+}
+
+FusedTables buildFusedTables(const LutLattice& lattice) {
+  // One cell per lattice point: the cells at index 16 only ever see a zero
+  // fraction along that axis, and their corners beyond the lattice repeat
+  // its last point.
+  constexpr int kCells = kLutSize;
+  const auto point = [](int r, int g, int b) {
+    const int last = kLutSize - 1;
+    return std::min(r, last) + kStepG * std::min(g, last) + kStepB * std::min(b, last);
+  };
+  FusedTables t;
+  t.corners.resize(size_t(kCells) * kCells * kCells);
+  t.edges.resize(t.corners.size() * 8);
+  for (int b = 0; b < kCells; ++b)
+    for (int g = 0; g < kCells; ++g)
+      for (int r = 0; r < kCells; ++r) {
+        const size_t cell = size_t(r + kCells * (g + kCells * b));
+        t.corners[cell] = packPair(lattice, point(r, g, b), point(r + 1, g + 1, b + 1));
+        for (int tet = 0; tet < 6; ++tet) {
+          const int* steps = kTetSteps[tet];
+          const auto corner = [&](int step) {
+            return point(r + (step % kStepG), g + (step / kStepG) % kLutSize, b + step / kStepB);
+          };
+          t.edges[8 * cell + tet] = packPair(lattice, corner(steps[0]), corner(steps[1]));
+        }
+      }
+  return t;
+}
+
+FusedParams makeFusedParams(const ChainPlan& plan, const FusedTables& tables) {
+  FusedParams p;
+  const EffectChain& chain = *plan.chain;
+  if (!chain.luts.empty() && chain.luts[0].hasLattice) {
+    p.hasLut = true;
+    p.strength = float(chain.luts[0].strength);
+    p.corners = tables.corners.data();
+    p.edges = tables.edges.data();
+  }
+  if (!chain.styles.empty() && !chain.styles[0].isIdentity()) {
+    const StyleEffect& s = chain.styles[0];
+    const RadialGeometry& g = plan.geometry[0];
+    p.hasStyle = true;
+    p.ax = float(g.ax);
+    p.bx = float(g.bx);
+    p.ay = float(g.ay);
+    p.by = float(g.by);
+    p.coordScale = float(s.coordScale);
+    p.smoothStart = float(s.smoothStart);
+    p.hardStep = s.smoothStart == s.smoothEnd;
+    p.smoothInvRange = p.hardStep ? 0.0f : float(1.0 / (s.smoothEnd - s.smoothStart));
+    p.valueScale = float(s.valueScale);
+    p.preserveK = float(s.preserveK);
+    p.preserveB = float(s.preserveB);
+    p.preserveT = float(s.preserveT);
+    p.knee = s.preserveV != 0;
+    p.preserveInvV = p.knee ? float(1.0 / s.preserveV) : 0.0f;
+  }
+  return p;
+}
+
+static float verticalOffsetSquared(const FusedParams& p, uint32_t y) {
+  const float dy = p.ay * float(y) + p.by;
+  return dy * dy;
+}
+
+void renderFusedRows(const FusedParams& params, const ChainPlan& plan, const FrameView& in,
+                     const FrameView& out, uint32_t rowBegin, uint32_t rowEnd) {
+  if (isYuv(in.layout)) {
+    const size_t pairs = in.width / 2, blocksX = (in.width + 1) / 2;
+    for (uint32_t y = rowBegin; y < rowEnd; y += 2) {
+      const bool paired = y + 1 < in.height;
+      YuvRowPair r;
+      r.y[0] = in.luma + y * in.lumaStride;
+      r.y[1] = paired ? r.y[0] + in.lumaStride : nullptr;
+      r.chroma = in.chroma + (y / 2) * in.chromaStride;
+      r.outY[0] = out.luma + y * out.lumaStride;
+      r.outY[1] = paired ? r.outY[0] + out.lumaStride : nullptr;
+      r.outChroma = out.chroma + (y / 2) * out.chromaStride;
+      r.inCrFirst = in.layout == FrameLayout::NV21;
+      r.outCrFirst = out.layout == FrameLayout::NV21;
+      r.dy2[0] = verticalOffsetSquared(params, y);
+      r.dy2[1] = verticalOffsetSquared(params, y + 1);
+      const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, pairs);
+      for (size_t bx = done; bx < blocksX; ++bx)
+        renderYuvBlock<float>(plan, in, out, uint32_t(bx), y / 2);
+    }
+  } else {
+    for (uint32_t y = rowBegin; y < rowEnd; ++y) {
+      const uint8_t* src = in.luma + y * in.lumaStride;
+      uint8_t* dst = out.luma + y * out.lumaStride;
+      const size_t done = HWY_DYNAMIC_DISPATCH(FusedRgbaRow)(
+          params, src, dst, verticalOffsetSquared(params, y), in.width);
+      for (size_t x = done; x < in.width; ++x)
+        renderRgbaPixel<float>(plan, in, out, uint32_t(x), y);
+    }
+  }
+}
+
+const char* fusedKernelTarget() {
+  const auto targets = hwy::SupportedAndGeneratedTargets();
+  return targets.empty() ? "none" : hwy::TargetName(targets.front());
+}
+
+}  // namespace lumo::render
+#endif  // HWY_ONCE

@@ -1,0 +1,33 @@
+# Plugin tests. White-box suites link the plugin core directly; the library
+# and threads suites load the built liblumo_filter.so the way the camera host does.
+if(NOT TARGET lumo_filter_core OR NOT TARGET lumo_calib)
+  return()
+endif()
+
+add_library(lumo_plugin_test_support STATIC ${CMAKE_CURRENT_LIST_DIR}/plugin_test_support.cpp)
+target_include_directories(lumo_plugin_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(lumo_plugin_test_support PUBLIC vyhost lumo_calib GTest::gtest)
+lumo_warnings(lumo_plugin_test_support)
+
+lumo_add_gtest(plugin_core_test
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_metadata_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/plugin_request_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/plugin_lifecycle_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/plugin_dump_test.cpp
+  LIBS lumo_filter_core lumo_plugin_test_support)
+
+# Suites that load the built library as the host does (dlopen, then the entry).
+lumo_add_gtest(plugin_library_test
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_library_test.cpp
+  LIBS lumo_plugin_test_support)
+lumo_add_gtest(plugin_threads_test
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_threads_test.cpp
+  LIBS lumo_plugin_test_support
+  LABELS tsan)
+foreach(suite plugin_library_test plugin_threads_test)
+  target_compile_definitions(${suite} PRIVATE LUMO_PLUGIN_LIBRARY="$<TARGET_FILE:lumo_filter>")
+  add_dependencies(${suite} lumo_filter)
+endforeach()
+if(TARGET videoprocess)
+  target_compile_definitions(plugin_library_test PRIVATE LUMO_HAVE_RENDERER=1)
+endif()

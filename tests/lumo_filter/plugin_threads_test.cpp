@@ -1,0 +1,72 @@
+// The preview and snapshot instances side by side on two threads, as the
+// host runs them: they share only the calibration store and the switches.
+#include <gtest/gtest.h>
+#include <hostsim/filter_factory.h>
+#include <hostsim/log_sink.h>
+#include <hostsim/plugin_registry.h>
+#include <hostsim/recording_filter.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "plugin_test_support.h"
+
+namespace {
+
+using lumotest::FrameTags;
+
+constexpr uint32_t kFrames = 2000;
+
+// Frames of one instance; scene, zoom and faces move every few hundred frames.
+int runFrames(vyalgo2::PluginWraper& plugin) {
+  int filtered = 0;
+  for (uint32_t n = 0; n < kFrames; ++n) {
+    FrameTags tags;
+    tags.scene = (n / 100) % 2 == 0 ? 9u : 3u;
+    tags.lux = static_cast<float>(n % 500);
+    tags.cct = 3000 + n % 700;
+    tags.zoom = (n / 300) % 2 == 0 ? 1.0f : 2.0f;
+    tags.faceValues = (n / 700) % 2 == 0 ? 0 : 4;
+    tags.imageName = "IMG_" + std::to_string(n);
+    lumotest::Frame frame = lumotest::makeFrame(32, 16, n, lumotest::makeMetadata(tags));
+    plugin.processRequest(&frame.request);
+    if (frame.outputUntouched()) ++filtered;  // rendered by the recording filter, not copied
+  }
+  return filtered;
+}
+
+TEST(PluginThreads, PreviewAndSnapshotRunSideBySide) {
+  lumotest::prepareDevice();
+  hostsim::setAndroidLogFile("-");
+  auto journal = std::make_shared<hostsim::FilterJournal>();
+  hostsim::FilterFactoryOverride factory([journal](videoprocess::VideoFormat f, bool) {
+    return new hostsim::RecordingFilter(f, journal);
+  });
+  hostsim::PluginRegistry registry;
+  std::string error;
+  ASSERT_TRUE(registry.load(LUMO_PLUGIN_LIBRARY, &error)) << error;
+  {
+    hostsim::PluginPtr preview = registry.create("com.zentor.plugin.vylumofilter");
+    hostsim::PluginPtr snapshot = registry.create("com.zentor.plugin.vylumofilter");
+    vyalgo2::CreateInfo info;
+    info.processMode = 1;
+    preview->initialize(&info, vyalgo2::VyaNodeInterface{});
+    info.processMode = 0;
+    snapshot->initialize(&info, vyalgo2::VyaNodeInterface{});
+
+    int previewFiltered = 0;
+    int snapshotFiltered = 0;
+    std::thread a([&] { previewFiltered = runFrames(*preview); });
+    std::thread b([&] { snapshotFiltered = runFrames(*snapshot); });
+    a.join();
+    b.join();
+    EXPECT_EQ(previewFiltered, static_cast<int>(kFrames));
+    EXPECT_EQ(snapshotFiltered, static_cast<int>(kFrames));
+    preview->destroy();
+    snapshot->destroy();
+  }
+  const std::vector<std::string> names = journal->names();
+  EXPECT_EQ(std::count(names.begin(), names.end(), "processFrame"), static_cast<long>(2 * kFrames));
+}
+
+}  // namespace

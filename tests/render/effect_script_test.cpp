@@ -1,0 +1,121 @@
+// The effect-script parser: what it understands, what it disables with a
+// warning and what it refuses as a whole.
+#include "effect_script.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace lumo::render {
+namespace {
+
+const char* kPluginScript =
+    "CubeLutEffect;cube_strength=1.0;lut_type=1.0;@CvStyleEffect;Width=4000;Height=3000;"
+    "SmoothStartValue=0.100000;SmoothEndValue=0.900000;SmoothCoordScale=1.000000;"
+    "SmoothValueScale=0.250000;LightDarkPreserveK=1.500000;LightDarkPreserveB=-0.200000;"
+    "LightDarkPreserveV=0.000000;LightDarkPreserveT=12.000000;";
+
+TEST(EffectScript, ReadsThePluginsScript) {
+  const ScriptResult r = parseEffectScript(kPluginScript);
+  ASSERT_TRUE(r.ok) << r.error;
+  EXPECT_TRUE(r.warnings.empty());
+  ASSERT_EQ(r.chain.order, (std::vector<EffectKind>{EffectKind::Lut, EffectKind::Style}));
+  EXPECT_EQ(r.chain.luts[0].strength, 1.0);
+  EXPECT_FALSE(r.chain.luts[0].hasLattice);
+  const StyleEffect& s = r.chain.styles[0];
+  const double got[] = {s.width,      s.height,    s.smoothStart, s.smoothEnd, s.coordScale,
+                        s.valueScale, s.preserveK, s.preserveB,   s.preserveV, s.preserveT};
+  const double want[] = {4000, 3000, 0.1, 0.9, 1.0, 0.25, 1.5, -0.2, 0.0, 12.0};
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(got[i], want[i]) << "field " << i;
+}
+
+TEST(EffectScript, AcceptedShapes) {
+  struct Case {
+    const char* script;
+    size_t effects;
+    size_t warnings;
+  } cases[] = {
+      {"", 0, 0},
+      {"  ", 0, 0},
+      {"CubeLutEffect", 1, 0},
+      {"CubeLutEffect;cube_strength=0.5", 1, 0},
+      {"CubeLutEffect;;cube_strength = 0.5 ;;", 1, 0},
+      {"CvStyleEffect;", 1, 0},
+      {"CubeLutEffect;cube_strength=2;", 1, 1},    // clamped
+      {"CubeLutEffect;cube_strength=nan;", 1, 1},  // kept, but changes nothing
+      {"CubeLutEffect;colour=3;", 1, 1},           // unknown key
+      {"CvStyleEffect;SmoothValueScale=nan;", 0, 1},
+      {"CvStyleEffect;LightDarkPreserveT=-nan;", 0, 1},
+      {"CvStyleEffect;Width=inf;", 0, 1},
+      {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-inf;SmoothEndValue=nan;", 1, 1},
+      {"CvStyleEffect;SmoothStartValue=1e999;", 0, 1},  // out of range reads as infinity
+  };
+  for (const Case& c : cases) {
+    const ScriptResult r = parseEffectScript(c.script);
+    EXPECT_TRUE(r.ok) << c.script << ": " << r.error;
+    EXPECT_EQ(r.chain.size(), c.effects) << c.script;
+    EXPECT_EQ(r.warnings.size(), c.warnings) << c.script;
+  }
+  EXPECT_EQ(parseEffectScript("CubeLutEffect;cube_strength=2;").chain.luts[0].strength, 1.0);
+  EXPECT_EQ(parseEffectScript("CubeLutEffect;cube_strength=-nan;").chain.luts[0].strength, 0.0);
+}
+
+TEST(EffectScript, RefusedScriptsLeaveNoEffects) {
+  struct Case {
+    const char* script;
+    const char* error;
+  } cases[] = {
+      {"Sepia;", "unknown effect \"Sepia\""},
+      {"CubeLutEffect;@", "effect without a name"},
+      {"@CubeLutEffect;", "effect without a name"},
+      {";cube_strength=1", "effect without a name"},
+      {"CubeLutEffect;cube_strength", "CubeLutEffect: \"cube_strength\" is not key=value"},
+      {"CubeLutEffect;cube_strength=abc", "CubeLutEffect: cube_strength is not a number: \"abc\""},
+      {"CubeLutEffect;cube_strength=", "CubeLutEffect: cube_strength is not a number: \"\""},
+      {"CubeLutEffect;cube_strength=1.0x",
+       "CubeLutEffect: cube_strength is not a number: \"1.0x\""},
+      {"CubeLutEffect;=1", "CubeLutEffect: empty key"},
+      {"CubeLutEffect;lut_type=2.0;",
+       "CubeLutEffect: unsupported lut_type 2.000000 (only 1, an uploaded 17-point lattice)"},
+      {"CubeLutEffect;lut_type=nan;",
+       "CubeLutEffect: unsupported lut_type nan (only 1, an uploaded 17-point lattice)"},
+      {"CubeLutEffect;@CvStyleEffect;LightDarkPres",
+       "CvStyleEffect: \"LightDarkPres\" is not key=value"},
+      {"@@@@@@@@@@@@@@@@@", "more than 16 effects"},
+  };
+  for (const Case& c : cases) {
+    const ScriptResult r = parseEffectScript(c.script);
+    EXPECT_FALSE(r.ok) << c.script;
+    EXPECT_EQ(r.error, c.error) << c.script;
+    EXPECT_TRUE(r.chain.empty()) << c.script;
+  }
+}
+
+TEST(EffectScript, ANumberIsTheWholeText) {
+  struct Case {
+    const char* text;
+    bool ok;
+    double value;
+  } cases[] = {
+      {"0.100000", true, 0.1}, {"12", true, 12},          {"-3.5", true, -3.5},
+      {"+2", true, 2},         {" 7 ", true, 7},          {"1e3", true, 1000},
+      {"inf", true, INFINITY}, {"-inf", true, -INFINITY}, {"", false, 0},
+      {"1,5", false, 0},       {"0x10", false, 0},        {"1 2", false, 0},
+      {"--1", false, 0},
+  };
+  for (const Case& c : cases) {
+    double v = -99;
+    EXPECT_EQ(parseNumber(c.text, v), c.ok) << c.text;
+    if (c.ok) {
+      EXPECT_EQ(v, c.value) << c.text;
+    }
+  }
+  double v = 0;
+  EXPECT_TRUE(parseNumber("nan", v));
+  EXPECT_TRUE(std::isnan(v));
+  EXPECT_TRUE(parseNumber("-nan", v));
+  EXPECT_TRUE(std::isnan(v));
+}
+
+}  // namespace
+}  // namespace lumo::render

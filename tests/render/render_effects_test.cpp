@@ -1,0 +1,292 @@
+// What each effect does to an image, with expected values worked out here
+// from the colour model, on every render path.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "frame_renderer.h"
+#include "render_test_support.h"
+
+namespace lumo::render {
+namespace {
+
+using testing::TestImage;
+
+class RenderEffects : public ::testing::TestWithParam<RenderOptions> {
+protected:
+  std::string render(const EffectChain& chain, const TestImage& in, const TestImage& out) {
+    FrameRenderer renderer(GetParam());
+    renderer.setChain(chain);
+    return renderer.render(in.view(), out.view());
+  }
+};
+
+uint8_t roundHalfUp(double v) { return uint8_t(std::clamp(std::floor(v + 0.5), 0.0, 255.0)); }
+
+TEST_P(RenderEffects, IdentityAndChannelSwapLatticesOnRgba) {
+  const LutLattice swapRG = testing::makeLattice([](double r, double g, double b) {
+    return std::array<double, 3>{g, r, b};
+  });
+  struct Case {
+    const char* name;
+    LutLattice lattice;
+    int source[3];  // input channel each output channel must equal
+  } cases[] = {{"identity", testing::identityLattice(), {0, 1, 2}},
+               {"swap r/g", swapRG, {1, 0, 2}}};
+  std::mt19937 rng(7);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    // Every code value on every channel: 256 x 3 pixels.
+    TestImage in(FrameLayout::RGBA, 256, 3, 8), out(FrameLayout::RGBA, 256, 3, 8);
+    in.fill(rng);
+    for (uint32_t x = 0; x < 256; ++x)
+      for (uint32_t y = 0; y < 3; ++y) in.rgbaAt(x, y)[y] = uint8_t(x);
+    ASSERT_EQ(render(testing::lutChain(c.lattice), in, out), "");
+    for (uint32_t y = 0; y < 3; ++y)
+      for (uint32_t x = 0; x < 256; ++x) {
+        const uint8_t* p = in.rgbaAt(x, y);
+        const uint8_t* q = out.rgbaAt(x, y);
+        for (int ch = 0; ch < 3; ++ch)
+          ASSERT_EQ(q[ch], p[c.source[ch]]) << x << "," << y << " ch " << ch;
+        ASSERT_EQ(q[3], p[3]) << "alpha";
+      }
+  }
+}
+
+TEST_P(RenderEffects, StrengthMixesOriginalAndLookedUpColour) {
+  const LutLattice constant = testing::makeLattice([](double, double, double) {
+    return std::array<double, 3>{200, 100, 0};
+  });
+  const double look[3] = {200, 100, 0};
+  std::mt19937 rng(11);
+  for (double strength : {0.0, 0.5, 1.0}) {
+    SCOPED_TRACE(strength);
+    TestImage in(FrameLayout::RGBA, 37, 5), out(FrameLayout::RGBA, 37, 5);
+    in.fill(rng);
+    ASSERT_EQ(render(testing::lutChain(constant, strength), in, out), "");
+    for (uint32_t y = 0; y < 5; ++y)
+      for (uint32_t x = 0; x < 37; ++x)
+        for (int ch = 0; ch < 3; ++ch) {
+          const double v = in.rgbaAt(x, y)[ch];
+          ASSERT_EQ(out.rgbaAt(x, y)[ch], roundHalfUp(v + strength * (look[ch] - v)));
+        }
+  }
+}
+
+// Gray (R = G = B = v) pixels under a style effect; the gain is worked out
+// here from the pixel's distance to the centre.
+double expectedGain(const StyleEffect& s, double x, double y, double w, double h, double luma) {
+  const double dx = (x + 0.5 - w / 2) / (w / 2), dy = (y + 0.5 - h / 2) / (h / 2);
+  const double d = std::sqrt((dx * dx * w * w + dy * dy * h * h) / (w * w + h * h));
+  const double at = d * s.coordScale;
+  const double t = s.smoothEnd == s.smoothStart
+                       ? (at < s.smoothStart ? 0.0 : 1.0)
+                       : std::clamp((at - s.smoothStart) / (s.smoothEnd - s.smoothStart), 0.0, 1.0);
+  const double g = 1 + s.valueScale * t * t * (3 - 2 * t);
+  const double p = std::clamp(s.preserveK * luma + s.preserveB, 0.0, 1.0);
+  const double k = s.preserveV == 0 ? 1 : std::clamp((s.preserveT - luma) / s.preserveV, 0.0, 1.0);
+  return 1 + (g - 1) * p * k;
+}
+
+TEST_P(RenderEffects, StyleGainAndProtectionOnGrayRgba) {
+  struct Case {
+    const char* name;
+    StyleEffect style;
+    uint8_t level;
+    bool centreChanges, cornerChanges;
+  } cases[] = {
+      // Start 0.6 lies beyond the centre region: only the corners brighten.
+      {"corners brighten", {0, 0, 0.6, 1.0, 1.0, 0.5, 0, 1, 0, 0}, 100, false, true},
+      {"all-zero parameters", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 100, false, false},
+      // Protection p = clamp(2Y - 0.5): zero for dark pixels.
+      {"shadows protected", {0, 0, -1.0, 0.5, 1.0, 0.5, 2, -0.5, 0, 0}, 40, false, false},
+      {"midtones not protected", {0, 0, -1.0, 0.5, 1.0, 0.5, 2, -0.5, 0, 0}, 150, true, true},
+      // Knee h = clamp((0.6 - Y) / 0.1): zero for bright pixels.
+      {"highlights protected", {0, 0, -1.0, 0.5, 1.0, -0.5, 0, 1, 0.1, 0.6}, 220, false, false},
+      {"below the knee", {0, 0, -1.0, 0.5, 1.0, -0.5, 0, 1, 0.1, 0.6}, 100, true, true},
+  };
+  const uint32_t w = 40, h = 30;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TestImage in(FrameLayout::RGBA, w, h), out(FrameLayout::RGBA, w, h);
+    in.fillConstant(c.level);
+    EffectChain chain;
+    testing::addStyle(chain, c.style);
+    ASSERT_EQ(render(chain, in, out), "");
+    for (uint32_t y = 0; y < h; ++y)
+      for (uint32_t x = 0; x < w; ++x) {
+        const double gain = expectedGain(c.style, x, y, w, h, c.level / 255.0);
+        const int want = roundHalfUp(c.level * gain);
+        ASSERT_NEAR(out.rgbaAt(x, y)[0], want, 1) << x << "," << y;
+        ASSERT_EQ(out.rgbaAt(x, y)[0], out.rgbaAt(x, y)[2]);
+      }
+    EXPECT_EQ(out.rgbaAt(w / 2, h / 2)[1] != c.level, c.centreChanges);
+    EXPECT_EQ(out.rgbaAt(0, 0)[1] != c.level, c.cornerChanges);
+  }
+}
+
+TEST_P(RenderEffects, YuvWithoutEffectiveEffectsKeepsGrayAndConvertsChromaBlocks) {
+  // Identity lattice on gray YUV (chroma 128): RGB = Y, so Y and chroma survive.
+  for (FrameLayout layout : {FrameLayout::NV21, FrameLayout::NV12}) {
+    TestImage in(layout, 9, 7, 3), out(layout, 9, 7, 3);
+    for (uint32_t y = 0; y < 7; ++y)
+      for (uint32_t x = 0; x < 9; ++x) *in.lumaAt(x, y) = uint8_t(20 * x + y);
+    for (uint32_t by = 0; by < 4; ++by)
+      for (uint32_t bx = 0; bx < 5; ++bx) in.chromaAt(bx, by)[0] = in.chromaAt(bx, by)[1] = 128;
+    ASSERT_EQ(render(testing::lutChain(testing::identityLattice()), in, out), "");
+    for (uint32_t y = 0; y < 7; ++y)
+      for (uint32_t x = 0; x < 9; ++x)
+        ASSERT_EQ(*out.lumaAt(x, y), *in.lumaAt(x, y)) << x << "," << y;
+    for (uint32_t by = 0; by < 4; ++by)
+      for (uint32_t bx = 0; bx < 5; ++bx) {
+        ASSERT_NEAR(out.chromaAt(bx, by)[0], 128, 1);
+        ASSERT_NEAR(out.chromaAt(bx, by)[1], 128, 1);
+      }
+  }
+}
+
+TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
+  // A lattice that outputs (255 - r, g, b) on every point: the red channel is
+  // inverted, so with Cr = 255 (R clamped) the result is worked out by hand.
+  const LutLattice invertRed = testing::makeLattice([](double r, double g, double b) {
+    return std::array<double, 3>{255 - r, g, b};
+  });
+  TestImage in(FrameLayout::NV21, 3, 3), out(FrameLayout::NV21, 3, 3);
+  const uint8_t lumas[3][3] = {{10, 200, 90}, {60, 250, 30}, {0, 128, 255}};
+  for (uint32_t y = 0; y < 3; ++y)
+    for (uint32_t x = 0; x < 3; ++x) *in.lumaAt(x, y) = lumas[y][x];
+  for (uint32_t b = 0; b < 4; ++b) {
+    in.chromaAt(b % 2, b / 2)[0] = 255;  // Cr
+    in.chromaAt(b % 2, b / 2)[1] = 90;   // Cb
+  }
+  ASSERT_EQ(render(testing::lutChain(invertRed), in, out), "");
+  const double u = 90 - 128.0, v = 255 - 128.0;
+  auto lattice = [](double c) {  // 1-D interpolation of the rounded lattice values of 255 - c
+    const double x = c * 16 / 255;
+    const int i = std::min(int(x), 15);
+    const double a = std::round(255 - i * 255 / 16.0), b = std::round(255 - (i + 1) * 255 / 16.0);
+    return a + (b - a) * (x - i);
+  };
+  auto latticeSame = [](double c) {
+    const double x = c * 16 / 255;
+    const int i = std::min(int(x), 15);
+    const double a = std::round(i * 255 / 16.0), b = std::round((i + 1) * 255 / 16.0);
+    return a + (b - a) * (x - i);
+  };
+  double sumCb[2][2] = {}, sumCr[2][2] = {};
+  int count[2][2] = {};
+  for (uint32_t y = 0; y < 3; ++y)
+    for (uint32_t x = 0; x < 3; ++x) {
+      const double yy = lumas[y][x];
+      const double r = std::clamp(yy + 1.402 * v, 0.0, 255.0);
+      const double g = std::clamp(yy - 0.344136 * u - 0.714136 * v, 0.0, 255.0);
+      const double b = std::clamp(yy + 1.772 * u, 0.0, 255.0);
+      const double R = lattice(r), G = latticeSame(g), B = latticeSame(b);
+      ASSERT_NEAR(*out.lumaAt(x, y), roundHalfUp(0.299 * R + 0.587 * G + 0.114 * B), 1)
+          << x << "," << y;
+      sumCb[y / 2][x / 2] += 128 - 0.168736 * R - 0.331264 * G + 0.5 * B;
+      sumCr[y / 2][x / 2] += 128 + 0.5 * R - 0.418688 * G - 0.081312 * B;
+      ++count[y / 2][x / 2];
+    }
+  for (uint32_t by = 0; by < 2; ++by)
+    for (uint32_t bx = 0; bx < 2; ++bx) {
+      EXPECT_NEAR(out.chromaAt(bx, by)[0], roundHalfUp(sumCr[by][bx] / count[by][bx]), 1);
+      EXPECT_NEAR(out.chromaAt(bx, by)[1], roundHalfUp(sumCb[by][bx] / count[by][bx]), 1);
+    }
+}
+
+TEST_P(RenderEffects, InPlaceEqualsOutOfPlaceAndNv12MirrorsNv21) {
+  std::mt19937 rng(5);
+  EffectChain chain = testing::lutChain(testing::randomLattice(rng), 0.8);
+  testing::addStyle(chain, {0, 0, 0.2, 0.9, 1.1, 0.4, 1, 0.2, 0.3, 0.9});
+  TestImage in(FrameLayout::NV21, 71, 19, 9), out(FrameLayout::NV21, 71, 19, 9);
+  TestImage inPlace(FrameLayout::NV21, 71, 19, 9), mirrored(FrameLayout::NV12, 71, 19, 9);
+  TestImage mirroredOut(FrameLayout::NV12, 71, 19, 9);
+  in.fill(rng);
+  inPlace.copyFrom(in);
+  mirrored.copyFrom(in);
+  for (uint32_t by = 0; by < 10; ++by)
+    for (uint32_t bx = 0; bx < 36; ++bx)
+      std::swap(mirrored.chromaAt(bx, by)[0], mirrored.chromaAt(bx, by)[1]);
+  ASSERT_EQ(render(chain, in, out), "");
+  ASSERT_EQ(render(chain, inPlace, inPlace), "");
+  ASSERT_EQ(render(chain, mirrored, mirroredOut), "");
+  for (uint32_t y = 0; y < 19; ++y)
+    for (uint32_t x = 0; x < 71; ++x) {
+      ASSERT_EQ(*inPlace.lumaAt(x, y), *out.lumaAt(x, y));
+      ASSERT_EQ(*mirroredOut.lumaAt(x, y), *out.lumaAt(x, y));
+    }
+  for (uint32_t by = 0; by < 10; ++by)
+    for (uint32_t bx = 0; bx < 36; ++bx) {
+      ASSERT_EQ(inPlace.chromaAt(bx, by)[0], out.chromaAt(bx, by)[0]);
+      ASSERT_EQ(mirroredOut.chromaAt(bx, by)[0], out.chromaAt(bx, by)[1]);
+      ASSERT_EQ(mirroredOut.chromaAt(bx, by)[1], out.chromaAt(bx, by)[0]);
+    }
+}
+
+TEST_P(RenderEffects, RefusesMismatchedFramesAndCopiesWithoutEffects) {
+  TestImage a(FrameLayout::NV21, 8, 8), b(FrameLayout::NV21, 8, 6), c(FrameLayout::RGBA, 8, 8);
+  TestImage d(FrameLayout::NV21, 8, 8);
+  const EffectChain chain = testing::lutChain(testing::identityLattice());
+  EXPECT_EQ(render(chain, a, b), "input and output sizes differ");
+  EXPECT_EQ(render(chain, a, c), "input and output colour families differ");
+  FrameView broken = a.view();
+  broken.lumaStride = 4;
+  FrameRenderer renderer(GetParam());
+  EXPECT_EQ(renderer.render(broken, a.view()), "input: row stride below the width");
+  std::mt19937 rng(3);
+  a.fill(rng);
+  ASSERT_EQ(render(EffectChain{}, a, d), "");
+  EXPECT_EQ(std::memcmp(a.view().luma, d.view().luma, 64), 0);
+  EXPECT_EQ(std::memcmp(a.view().chroma, d.view().chroma, 32), 0);
+}
+
+TEST_P(RenderEffects, UnusualChainsAndExtremeValuesRenderWithoutFault) {
+  std::mt19937 rng(21);
+  const StyleEffect extreme{1e30, -1, -1e30, 1e30, 1e38, 1e38, 1e38, -1e38, 1e-38, 1e38};
+  const StyleEffect gentle{0, 0, 0.1, 0.9, 1, 0.3, 1, 0, 0, 0};
+  EffectChain styleFirst;
+  testing::addStyle(styleFirst, extreme);
+  const EffectChain lut = testing::lutChain(testing::randomLattice(rng));
+  styleFirst.order.push_back(EffectKind::Lut);
+  styleFirst.luts.push_back(lut.luts[0]);
+  EffectChain twoLuts = lut;
+  twoLuts.order.push_back(EffectKind::Lut);
+  twoLuts.luts.push_back(lut.luts[0]);
+  EffectChain extremeStyle = lut;
+  testing::addStyle(extremeStyle, extreme);
+  EffectChain twoStyles = lut;
+  testing::addStyle(twoStyles, gentle);
+  testing::addStyle(twoStyles, gentle);
+  struct Case {
+    const char* name;
+    const EffectChain& chain;
+    bool fusedShape;
+  } cases[] = {{"style then LUT", styleFirst, false},
+               {"two LUTs", twoLuts, false},
+               {"two styles", twoStyles, false},
+               {"extreme style", extremeStyle, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TestImage in(FrameLayout::NV21, 33, 9, 4), out(FrameLayout::NV21, 33, 9, 4);
+    in.fill(rng);
+    FrameRenderer renderer(GetParam());
+    renderer.setChain(c.chain);
+    ASSERT_EQ(renderer.render(in.view(), out.view()), "");
+    const bool fused = GetParam().path == RenderPath::Fused && c.fusedShape;
+    EXPECT_EQ(renderer.lastPath(), fused ? RenderPath::Fused : RenderPath::Reference);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, RenderEffects,
+                         ::testing::Values(RenderOptions{RenderPath::Reference, 1},
+                                           RenderOptions{RenderPath::Fused, 1},
+                                           RenderOptions{RenderPath::Fused, 3}),
+                         [](const ::testing::TestParamInfo<RenderOptions>& param) {
+                           return std::string(param.param.path == RenderPath::Fused ? "Fused"
+                                                                                    : "Reference") +
+                                  std::to_string(param.param.threads);
+                         });
+
+}  // namespace
+}  // namespace lumo::render
