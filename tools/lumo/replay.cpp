@@ -244,6 +244,8 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                             instanceName(frame.instance));
       }
       report.aiscene = sceneFromLog(capture.androidMessages());
+      // Without a scene result the plugin takes the common scene and says nothing.
+      if (report.enabled && report.aiscene.empty()) report.aiscene = "common";
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);
