@@ -4,6 +4,7 @@ lumo_add_gtest(lumo_tool_unit_tests
     ${CMAKE_CURRENT_LIST_DIR}/image_io_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/dump_name_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/session_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/exif_dump_test.cpp
   LIBS lumo_tool_core)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
