@@ -184,6 +184,9 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
                       "lux=12.500000 scene=9 faces=4 zoom=3.000000 name=X"),
             std::string::npos)
       << readText(dir / "log.txt");
+  ASSERT_EQ(lumo("run food.png --scene protrait -o p.png --logcat log2.txt " + kProbe).status, 0);
+  EXPECT_NE(readText(dir / "log2.txt").find("scene=0 faces=4 zoom=-1.000000 name=-"),
+            std::string::npos);
   const lumo::Image out = lumo::readImage((dir / "res/food_out.png").string());
   EXPECT_EQ(out.geometry.width, 64u);
   EXPECT_EQ(out.geometry.height, 48u);
@@ -194,6 +197,7 @@ TEST_F(ReplayCli, UsageErrorsAndHelp) {
   EXPECT_EQ(lumo("run x.png -o y.png --lux bright").status, 2);
   EXPECT_EQ(lumo("run x.png -o y.png --instance video").status, 2);
   EXPECT_EQ(lumo("frobnicate").status, 2);
+  EXPECT_EQ(lumo("run x.png -o y.png --scene moon").status, 2);
   for (const char* cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
                           "calib dump", "calib export", "generate"}) {
     const Outcome o = lumo(std::string(cmd) + " --help");

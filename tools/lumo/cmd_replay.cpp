@@ -87,23 +87,23 @@ void addRunCommand(CLI::App& app) {
     if (o->scanline) f.scanline = o->scanline;
     if (!o->format.empty()) f.format = parseFormat(o->format);
     if (!o->scene.empty()) {
-      // The same spellings as a session's "scene".
-      const std::string line =
-          "{\"instance\": \"preview\", \"meta\": {\"scene\": " +
-          (o->scene.find_first_not_of("0123456789") == std::string::npos ? o->scene
-                                                                         : "\"" + o->scene + "\"") +
-          "}}";
-      SessionFrame parsed;
-      try {
-        parsed = parseFrameLine(line, "--scene", 0);
-      } catch (const Failure&) {
+      const std::string& scene = o->scene;
+      if (scene == "protrait" || scene == "portrait") {
+        // The camera reports portraits through faces, not through a scene id.
+        f.meta.scene = 0;
+        f.meta.faces = 1;
+      } else if (auto id = sceneIdOfName(scene)) {
+        f.meta.scene = *id;
+      } else if (!scene.empty() && scene.size() <= 10 &&
+                 scene.find_first_not_of("0123456789") == std::string::npos &&
+                 std::stoull(scene) <= 0xFFFFFFFFull) {
+        f.meta.scene = uint32_t(std::stoull(scene));
+      } else {
         throw CLI::ValidationError("--scene",
                                    "expected an id or one of common, food, plants, "
                                    "night, sunrise_sunset, protrait, got " +
-                                       o->scene);
+                                       scene);
       }
-      f.meta.scene = parsed.meta.scene;
-      f.meta.faces = parsed.meta.faces;
     }
     if (!o->lux.empty()) f.meta.lux = parseFloatArgument(o->lux, "--lux");
     if (!o->zoom.empty()) f.meta.zoom = parseFloatArgument(o->zoom, "--zoom");

@@ -6,7 +6,6 @@
 #include <hostsim/log_sink.h>
 #include <hostsim/properties.h>
 #include <platform/device_path.h>
-#include <unistd.h>
 
 #include <filesystem>
 
