@@ -79,14 +79,11 @@ ParamUtil::~ParamUtil() {
 
 bool ParamUtil::readable(const char* p, size_t n, const char* what) {
   if (m_loadBegin == nullptr || m_loadFailed) return !m_loadFailed;
-  // Offsets, not pointers: a block may be declared to begin past the end.
-  const size_t offset = static_cast<size_t>(p - m_loadBegin);
-  const size_t size = static_cast<size_t>(m_loadEnd - m_loadBegin);
-  if (n == 0 || (offset <= size && n <= size - offset)) return true;
-  return reject(what, offset, n);
+  return readableAt(static_cast<size_t>(p - m_loadBegin), n, what);
 }
 
 bool ParamUtil::readableAt(size_t offset, size_t n, const char* what) {
+  // Offsets, not pointers: a block may be declared to begin past the end.
   const size_t size = static_cast<size_t>(m_loadEnd - m_loadBegin);
   if (n == 0 || (offset <= size && n <= size - offset)) return true;
   return reject(what, offset, n);
