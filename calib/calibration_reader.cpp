@@ -1,0 +1,305 @@
+// Strict decoding of calibration files. The walk mirrors the loader: header,
+// AI-scene blocks from paramDataOffset stepping by their declared sizes,
+// zoom-ratio blocks behind them, then the LUT and shading pools at
+// lutDataOffset, whose block counts follow from the last CCT record of each
+// tree. Every departure from the format becomes an Issue; decoding goes on
+// as far as the bytes allow.
+#include <calib/calibration_reader.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <set>
+#include <sstream>
+
+namespace calib {
+namespace {
+
+using Severity = Issue::Severity;
+
+class Walker {
+public:
+  explicit Walker(const std::vector<uint8_t>& bytes) : m_bytes(bytes) {}
+
+  ReadResult run();
+
+private:
+  void issue(Severity s, size_t offset, const std::string& record, const std::string& message) {
+    m_result.issues.push_back({s, offset, record, message});
+  }
+  bool has(size_t offset, size_t size) const { return offset + size <= m_bytes.size(); }
+  uint16_t u16(size_t o) const { return uint16_t(m_bytes[o] | (m_bytes[o + 1] << 8)); }
+  float f32(size_t o) const {
+    uint32_t v = uint32_t(m_bytes[o]) | uint32_t(m_bytes[o + 1]) << 8 |
+                 uint32_t(m_bytes[o + 2]) << 16 | uint32_t(m_bytes[o + 3]) << 24;
+    float f;
+    std::memcpy(&f, &v, 4);
+    return f;
+  }
+  bool need(size_t offset, size_t size, const std::string& record, const std::string& what) {
+    if (has(offset, size)) return true;
+    issue(Severity::Error, offset, record,
+          "file ends at byte " + std::to_string(m_bytes.size()) + " but " + what + " needs bytes " +
+              std::to_string(offset) + ".." + std::to_string(offset + size - 1));
+    return false;
+  }
+  std::string text(size_t offset, size_t size, const std::string& record, const std::string& what);
+  // The declared size to keep for a block whose contents end at `end` (0:
+  // truncated); reports contents that run into the next block.
+  std::optional<uint16_t> declared(size_t begin, size_t end, uint16_t size, size_t sizeOffset,
+                                   const std::string& record, const std::string& sizeName) {
+    if (end == 0) return std::nullopt;
+    const size_t used = end - begin;
+    if (used > size)
+      issue(Severity::Error, sizeOffset, record,
+            "the contents take " + std::to_string(used) + " bytes but " + sizeName + " declares " +
+                std::to_string(size) + ": the next block would start inside this one");
+    if (used < size) return size;
+    return std::nullopt;
+  }
+  // Reads lux bands at `offset`; returns the offset behind them or 0 when truncated.
+  size_t bands(size_t offset, const std::string& record, std::vector<LuxBand>& out, bool lutTree);
+  template <typename Band, typename Start, typename End>
+  void checkOrder(const std::vector<Band>& list, size_t i, size_t offset, const std::string& record,
+                  const char* kind, Start start, End end);
+
+  const std::vector<uint8_t>& m_bytes;
+  ReadResult m_result;
+  int m_lastLut = -1, m_lastShading = -1;
+  std::vector<std::pair<int, std::pair<size_t, std::string>>> m_lutRefs, m_shadingRefs;
+};
+
+std::string Walker::text(size_t offset, size_t size, const std::string& record,
+                         const std::string& what) {
+  const auto begin = m_bytes.begin() + long(offset);
+  const auto nul = std::find(begin, begin + long(size), uint8_t(0));
+  if (nul == begin + long(size))
+    issue(Severity::Error, offset, record,
+          what + " is not NUL-terminated within its " + std::to_string(size) + " bytes");
+  return std::string(begin, nul);
+}
+
+template <typename Band, typename Start, typename End>
+void Walker::checkOrder(const std::vector<Band>& list, size_t i, size_t offset,
+                        const std::string& record, const char* kind, Start start, End end) {
+  const Band& b = list[i];
+  if (start(b) > end(b))
+    issue(Severity::Error, offset, record,
+          std::string(kind) + " band starts at " + std::to_string(start(b)) + " after its end " +
+              std::to_string(end(b)) + ": expected start <= end");
+  if (i > 0 && start(b) <= end(list[i - 1]))
+    issue(Severity::Error, offset, record,
+          std::string(kind) + " band [" + std::to_string(start(b)) + ", " + std::to_string(end(b)) +
+              "] does not follow [" + std::to_string(start(list[i - 1])) + ", " +
+              std::to_string(end(list[i - 1])) +
+              "]: expected bands in ascending order without overlap");
+}
+
+size_t Walker::bands(size_t offset, const std::string& record, std::vector<LuxBand>& out,
+                     bool lutTree) {
+  if (!need(offset, 2, record, "the lux band count")) return 0;
+  const uint16_t count = u16(offset);
+  offset += 2;
+  if (count == 0)
+    issue(Severity::Warning, offset - 2, record, "no lux bands: frames here find nothing");
+  for (uint16_t l = 0; l < count; ++l) {
+    const std::string lr = record + ", lux band " + std::to_string(l);
+    if (!need(offset, 6, lr, "the lux record")) return 0;
+    LuxBand band{u16(offset), u16(offset + 2), {}};
+    const uint16_t cctCount = u16(offset + 4);
+    const size_t luxOffset = offset;
+    offset += 6;
+    if (cctCount == 0)
+      issue(Severity::Warning, luxOffset, lr, "no CCT bands: frames in this band find nothing");
+    for (uint16_t c = 0; c < cctCount; ++c) {
+      const std::string cr = lr + ", cct band " + std::to_string(c);
+      if (!need(offset, 6, cr, "the CCT record")) return 0;
+      band.ccts.push_back({u16(offset), u16(offset + 2), u16(offset + 4)});
+      checkOrder(
+          band.ccts, c, offset, cr, "CCT", [](const CctBand& b) { return b.start; },
+          [](const CctBand& b) { return b.end; });
+      const int index = band.ccts.back().index;
+      (lutTree ? m_lastLut : m_lastShading) = index;
+      (lutTree ? m_lutRefs : m_shadingRefs).push_back({index, {offset + 4, cr}});
+      offset += 6;
+    }
+    out.push_back(std::move(band));
+    checkOrder(
+        out, l, luxOffset, lr, "lux", [](const LuxBand& b) { return b.start; },
+        [](const LuxBand& b) { return b.end; });
+  }
+  return offset;
+}
+
+ReadResult Walker::run() {
+  Layout& layout = m_result.layout;
+  CalibrationFile& file = m_result.file;
+  layout.fileSize = m_bytes.size();
+  const std::string header = "header";
+  if (!need(0, 2, header, "aiScenesCount")) return m_result;
+  const size_t a = u16(0);
+  if (!need(2, 2 * a + 8, header, "the header up to shadingZoomRatioCount")) return m_result;
+  std::vector<uint16_t> sceneSizes(a), zoomSizes;
+  for (size_t i = 0; i < a; ++i) sceneSizes[i] = u16(2 + 2 * i);
+  layout.paramDataOffset = u16(2 + 2 * a);
+  layout.lutDataOffset = u16(4 + 2 * a);
+  file.lut3dSize = u16(6 + 2 * a);
+  const size_t z = u16(8 + 2 * a);
+  layout.headerEnd = 778 + 2 * a + 2 * z;
+  if (!need(0, layout.headerEnd, header,
+            "a header with " + std::to_string(a) + " scene sizes and " + std::to_string(z) +
+                " zoom sizes"))
+    return m_result;
+  for (size_t i = 0; i < z; ++i) zoomSizes.push_back(u16(10 + 2 * a + 2 * i));
+  const size_t texts = 10 + 2 * a + 2 * z;
+  file.triggerControl = text(texts, kTextFieldBytes, "header, trigger_control", "trigger_control");
+  file.paramType = text(texts + 256, kTextFieldBytes, "header, param_type", "param_type");
+  file.paramRange = text(texts + 512, kTextFieldBytes, "header, param_range", "param_range");
+  if (file.lut3dSize != kLutEdge)
+    issue(Severity::Warning, 6 + 2 * a, "header, lut3d_size",
+          "lut3d_size is " + std::to_string(file.lut3dSize) +
+              "; blocks are cut as 17x17x17 (14739 bytes) whatever it says");
+  if (layout.paramDataOffset < layout.headerEnd)
+    issue(Severity::Error, 2 + 2 * a, "header, paramDataOffset",
+          "parameter data at " + std::to_string(layout.paramDataOffset) +
+              " begins inside the header: expected at least " + std::to_string(layout.headerEnd));
+  if (layout.paramDataOffset != layout.headerEnd) file.paramDataOffset = layout.paramDataOffset;
+
+  size_t pos = layout.paramDataOffset;
+  std::set<std::string> names;
+  for (size_t i = 0; i < a; ++i) {
+    std::string record = "scene block " + std::to_string(i);
+    layout.sceneOffsets.push_back(pos);
+    SceneBlock block;
+    if (need(pos, kSceneNameBytes, record, "the scene name")) {
+      block.name = text(pos, kSceneNameBytes, record, "the scene name");
+      record += " \"" + block.name + "\"";
+      if (!names.insert(block.name).second)
+        issue(Severity::Warning, pos, record,
+              "the scene name repeats: the loader keeps the first block");
+      const auto& known = knownSceneNames();
+      if (std::find(known.begin(), known.end(), block.name) == known.end())
+        issue(Severity::Warning, pos, record,
+              "the camera never reports this scene (it reports common, plants, night, "
+              "sunrise_sunset, food, protrait)");
+      const size_t end = bands(pos + kSceneNameBytes, record, block.luxBands, true);
+      block.declaredSize = declared(pos, end, sceneSizes[i], 2 + 2 * i, record,
+                                    "aiScenesSize[" + std::to_string(i) + "]");
+    }
+    file.scenes.push_back(std::move(block));
+    pos += sceneSizes[i];
+  }
+  std::set<float> ratios;
+  for (size_t j = 0; j < z; ++j) {
+    std::string record = "zoom block " + std::to_string(j);
+    layout.zoomOffsets.push_back(pos);
+    ZoomBlock block;
+    if (need(pos, 4, record, "the zoom ratio")) {
+      block.ratio = f32(pos);
+      std::ostringstream r;
+      r << block.ratio;
+      record += " (" + r.str() + ")";
+      if (!std::isfinite(block.ratio) || block.ratio <= 0)
+        issue(Severity::Error, pos, record,
+              "zoom ratio " + r.str() + ": expected a positive finite number");
+      else if (!ratios.insert(block.ratio).second)
+        issue(Severity::Warning, pos, record,
+              "the zoom ratio repeats: the loader keeps the first block");
+      const size_t end = bands(pos + 4, record, block.luxBands, false);
+      block.declaredSize = declared(pos, end, zoomSizes[j], 10 + 2 * a + 2 * j, record,
+                                    "shadingZoomRatioSize[" + std::to_string(j) + "]");
+    }
+    file.zooms.push_back(std::move(block));
+    pos += zoomSizes[j];
+  }
+  const size_t paramEnd = pos;
+  if (paramEnd > m_bytes.size())
+    issue(Severity::Error, m_bytes.size(), "parameter data",
+          "the declared block sizes end at " + std::to_string(paramEnd) +
+              ", past the end of the file");
+
+  layout.lutCount = size_t(m_lastLut + 1);
+  layout.shadingCount = size_t(m_lastShading + 1);
+  auto checkRefs = [&](const auto& refs, size_t count, const char* pool, const char* tree) {
+    for (const auto& [index, where] : refs)
+      if (size_t(index) >= count)
+        issue(Severity::Error, where.first, where.second,
+              "block index " + std::to_string(index) + " points past the " + pool + " pool of " +
+                  std::to_string(count) + " blocks: the pool holds the last " + tree +
+                  " CCT record's index plus one, so that record must carry the highest index");
+  };
+  checkRefs(m_lutRefs, layout.lutCount, "LUT", "scene");
+  checkRefs(m_shadingRefs, layout.shadingCount, "shading", "zoom");
+
+  if (layout.lutDataOffset < paramEnd)
+    issue(Severity::Error, 4 + 2 * a, "header, lutDataOffset",
+          "LUT pool at " + std::to_string(layout.lutDataOffset) +
+              " overlaps the parameter data: expected at least " + std::to_string(paramEnd));
+  if (layout.lutDataOffset != paramEnd) file.lutDataOffset = layout.lutDataOffset;
+  const size_t lutBytes = layout.lutCount * kLutBlockBytes;
+  const size_t poolEnd = layout.lutDataOffset + lutBytes + layout.shadingCount * 32;
+  if (!need(layout.lutDataOffset, poolEnd - layout.lutDataOffset, "pools",
+            std::to_string(layout.lutCount) + " LUT and " + std::to_string(layout.shadingCount) +
+                " shading blocks"))
+    return m_result;
+  for (size_t i = 0; i < layout.lutCount; ++i) {
+    const auto begin = m_bytes.begin() + long(layout.lutDataOffset + i * kLutBlockBytes);
+    file.luts.emplace_back(begin, begin + long(kLutBlockBytes));
+  }
+  for (size_t i = 0; i < layout.shadingCount; ++i) {
+    ShadingBlock s{};
+    const size_t o = layout.lutDataOffset + lutBytes + i * 32;
+    for (size_t k = 0; k < kShadingBlockFloats; ++k) {
+      s[k] = f32(o + 4 * k);
+      if (!std::isfinite(s[k]))
+        issue(Severity::Warning, o + 4 * k, "shading block " + std::to_string(i),
+              "value " + std::to_string(k) + " is not finite: the renderer skips this shading");
+    }
+    file.shadings.push_back(s);
+  }
+  if (poolEnd < m_bytes.size()) {
+    file.trailingBytes.assign(m_bytes.begin() + long(poolEnd), m_bytes.end());
+    issue(Severity::Warning, poolEnd, "pools",
+          std::to_string(m_bytes.size() - poolEnd) +
+              " bytes after the last pool block are never read");
+  }
+  return m_result;
+}
+
+}  // namespace
+
+bool ReadResult::ok() const {
+  return std::none_of(issues.begin(), issues.end(),
+                      [](const Issue& i) { return i.severity == Issue::Severity::Error; });
+}
+
+const std::vector<std::string>& knownSceneNames() {
+  static const std::vector<std::string> names = {"common",         "plants", "night",
+                                                 "sunrise_sunset", "food",   "protrait"};
+  return names;
+}
+
+ReadResult readCalibration(const std::vector<uint8_t>& bytes) { return Walker(bytes).run(); }
+
+ReadResult readCalibrationFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    ReadResult r;
+    r.issues.push_back({Issue::Severity::Error, 0, "file", "cannot open"});
+    return r;
+  }
+  const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                                   std::istreambuf_iterator<char>());
+  return readCalibration(bytes);
+}
+
+std::string formatIssue(const std::string& file, const Issue& issue) {
+  return file + ": offset " + std::to_string(issue.offset) + " (" + issue.record +
+         "): " + (issue.severity == Issue::Severity::Error ? "error: " : "warning: ") +
+         issue.message;
+}
+
+}  // namespace calib

@@ -1,0 +1,52 @@
+// Strict reader of calibration files: decodes every header field, block,
+// band and pool, and reports each way the file breaks the format with the
+// byte offset, the record it belongs to and what was expected there.
+#pragma once
+
+#include <calib/calibration_file.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace calib {
+
+struct Issue {
+  enum class Severity { Error, Warning };
+  Severity severity = Severity::Error;
+  size_t offset = 0;   // byte offset in the file
+  std::string record;  // "header", "scene block 1 \"night\", lux band 0, cct band 2", ...
+  std::string message;
+};
+
+// Where things were found; offsets are absolute.
+struct Layout {
+  size_t fileSize = 0;
+  size_t headerEnd = 0;
+  uint16_t paramDataOffset = 0;
+  uint16_t lutDataOffset = 0;
+  std::vector<size_t> sceneOffsets;
+  std::vector<size_t> zoomOffsets;
+  size_t lutCount = 0;  // blocks the loader takes from the pool
+  size_t shadingCount = 0;
+};
+
+struct ReadResult {
+  CalibrationFile file;  // whatever could be decoded
+  Layout layout;
+  std::vector<Issue> issues;
+  bool ok() const;  // no errors (warnings allowed)
+};
+
+ReadResult readCalibration(const std::vector<uint8_t>& bytes);
+// An unreadable file gives one error at offset 0.
+ReadResult readCalibrationFile(const std::string& path);
+
+// "FILE: offset 1234 (record): error: message".
+std::string formatIssue(const std::string& file, const Issue& issue);
+
+// The six scene names the camera reports.
+const std::vector<std::string>& knownSceneNames();
+
+}  // namespace calib

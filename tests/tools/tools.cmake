@@ -1,0 +1,38 @@
+# Unit tests of the lumo tool's pieces, and black-box tests of the built tool.
+lumo_add_gtest(lumo_tool_unit_tests
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/image_io_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/dump_name_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/session_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/exif_dump_test.cpp
+  LIBS lumo_tool_core)
+
+# A stand-in plugin that logs what the host hands it and inverts luma, so the
+# host side of the tool can be checked call by call.
+add_library(lumo_probe_plugin MODULE ${CMAKE_CURRENT_LIST_DIR}/probe_plugin.cpp)
+target_link_libraries(lumo_probe_plugin PRIVATE vyhost)
+target_compile_options(lumo_probe_plugin PRIVATE -fno-rtti -fvisibility=hidden)
+set_target_properties(lumo_probe_plugin PROPERTIES CXX_STANDARD 17)
+lumo_warnings(lumo_probe_plugin)
+
+lumo_add_gtest(lumo_cli_tests
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/lumo_replay_cli_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/lumo_calib_cli_test.cpp
+  LIBS lumo_tool_core)
+target_compile_definitions(lumo_cli_tests PRIVATE
+  LUMO_TOOL="$<TARGET_FILE:lumo>"
+  PROBE_PLUGIN="$<TARGET_FILE:lumo_probe_plugin>"
+  LUMO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
+add_dependencies(lumo_cli_tests lumo lumo_probe_plugin)
+
+# With the real plugin built, the demo and the plugin's dumps are checked too.
+if(EXISTS ${PROJECT_SOURCE_DIR}/lumo_filter/VyLumoFilterPlugin.cpp)
+  lumo_add_gtest(lumo_real_plugin_cli_tests
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/lumo_demo_cli_test.cpp
+    LIBS lumo_tool_core)
+  target_compile_definitions(lumo_real_plugin_cli_tests PRIVATE
+    LUMO_TOOL="$<TARGET_FILE:lumo>"
+    LUMO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
+  add_dependencies(lumo_real_plugin_cli_tests lumo lumo_filter lumo_demo_calibration)
+endif()

@@ -1,0 +1,135 @@
+// `lumo calib build|check|dump|export`: the calibration-file toolkit.
+#include <calib/calibration_dump.h>
+#include <calib/calibration_reader.h>
+#include <calib/description_json.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "atomic_file.h"
+#include "commands.h"
+#include "failure.h"
+
+namespace lumo {
+namespace {
+
+calib::ReadResult readOrFail(const std::string& path) {
+  if (!std::filesystem::is_regular_file(path)) throw Failure(path + ": no such file");
+  return calib::readCalibrationFile(path);
+}
+
+void addBuild(CLI::App& calibApp) {
+  auto desc = std::make_shared<std::string>();
+  auto out = std::make_shared<std::string>();
+  CLI::App* c = calibApp.add_subcommand(
+      "build", "Write a calibration file from a JSON description (looks, shadings, band trees)");
+  c->add_option("DESCRIPTION", *desc, "JSON description")->required();
+  c->add_option("-o,--output", *out, "Calibration file to write")->required();
+  c->callback([desc, out] {
+    calib::CalibrationFile file;
+    try {
+      file = calib::readDescription(*desc);
+    } catch (const std::invalid_argument& e) {
+      throw Failure(e.what());
+    }
+    std::string error;
+    if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
+    std::printf("%s: %zu scenes, %zu zoom ratios, %zu LUTs, %zu shadings\n", out->c_str(),
+                file.scenes.size(), file.zooms.size(), file.luts.size(), file.shadings.size());
+  });
+}
+
+void addCheck(CLI::App& calibApp) {
+  auto files = std::make_shared<std::vector<std::string>>();
+  auto json = std::make_shared<bool>(false);
+  auto strict = std::make_shared<bool>(false);
+  CLI::App* c = calibApp.add_subcommand(
+      "check",
+      "Validate calibration files; every problem with its offset, record and what was "
+      "expected. Exit 1 when a file has errors");
+  c->add_option("FILE", *files, "Calibration files")->required();
+  c->add_flag("--json", *json, "Report as JSON");
+  c->add_flag("--strict", *strict, "Treat warnings as errors");
+  c->callback([files, json, strict] {
+    bool failed = false;
+    nlohmann::json report = nlohmann::json::array();
+    for (const std::string& path : *files) {
+      const calib::ReadResult r = readOrFail(path);
+      const bool bad = !r.ok() || (*strict && !r.issues.empty());
+      failed = failed || bad;
+      if (*json) {
+        nlohmann::json issues = nlohmann::json::array();
+        for (const calib::Issue& i : r.issues)
+          issues.push_back(
+              {{"severity", i.severity == calib::Issue::Severity::Error ? "error" : "warning"},
+               {"offset", i.offset},
+               {"record", i.record},
+               {"message", i.message}});
+        report.push_back({{"file", path}, {"ok", !bad}, {"issues", issues}});
+      } else {
+        for (const calib::Issue& i : r.issues)
+          std::printf("%s\n", calib::formatIssue(path, i).c_str());
+        std::printf("%s: %s\n", path.c_str(), bad ? "FAILED" : "ok");
+      }
+    }
+    if (*json) std::printf("%s\n", report.dump(2).c_str());
+    if (failed) throw Failure("calibration file check failed");
+  });
+}
+
+void addDump(CLI::App& calibApp) {
+  auto file = std::make_shared<std::string>();
+  CLI::App* c = calibApp.add_subcommand("dump", "Print a calibration file as text");
+  c->add_option("FILE", *file, "Calibration file")->required();
+  c->callback([file] {
+    const calib::ReadResult r = readOrFail(*file);
+    std::fputs(calib::dumpText(r, *file).c_str(), stdout);
+  });
+}
+
+void addExport(CLI::App& calibApp) {
+  auto file = std::make_shared<std::string>();
+  auto json = std::make_shared<std::string>();
+  auto cubeDir = std::make_shared<std::string>();
+  CLI::App* c = calibApp.add_subcommand(
+      "export",
+      "Export a calibration file back to a JSON description and .cube LUTs; "
+      "`calib build` on the result writes the same bytes");
+  c->add_option("FILE", *file, "Calibration file")->required();
+  c->add_option("--json", *json, "JSON description to write")->required();
+  c->add_option("--cube-dir", *cubeDir, "Folder for lut_NNN.cube files (default: beside the JSON)");
+  c->callback([file, json, cubeDir] {
+    const calib::ReadResult r = readOrFail(*file);
+    if (!r.ok()) {
+      for (const calib::Issue& i : r.issues)
+        std::fprintf(stderr, "%s\n", calib::formatIssue(*file, i).c_str());
+      throw Failure(*file + ": not exported: the file breaks the format");
+    }
+    const auto jsonDir = std::filesystem::path(*json).parent_path();
+    const std::string dir = jsonDir.empty() ? "." : jsonDir.string();
+    nlohmann::json description;
+    try {
+      description = calib::exportDescription(r.file, dir, cubeDir->empty() ? dir : *cubeDir);
+    } catch (const std::exception& e) {
+      throw Failure(e.what());
+    }
+    const std::string text = description.dump(2) + "\n";
+    writeFileAtomically(*json, text.data(), text.size());
+    std::printf("%s: %zu LUTs as .cube files\n", json->c_str(), r.file.luts.size());
+  });
+}
+
+}  // namespace
+
+void addCalibCommand(CLI::App& app) {
+  CLI::App* c = app.add_subcommand("calib", "Calibration files: build, check, dump, export");
+  c->require_subcommand(1);
+  addBuild(*c);
+  addCheck(*c);
+  addDump(*c);
+  addExport(*c);
+}
+
+}  // namespace lumo

@@ -1,0 +1,91 @@
+// Shared host options and the per-frame result printing.
+#include "host_options.h"
+
+#include <calib/json_values.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "failure.h"
+#include "progress.h"
+
+namespace lumo {
+
+void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
+  c.add_option("--plugin", o.plugin,
+               "Plugin library to load (default: liblumo_filter.so in the "
+               "lib folder beside the tool)");
+  c.add_option("--device-root", o.setup.deviceRoot,
+               "Folder standing for the device's root: /odm/etc/camera/lumo_filter_param.bin and "
+               "/data/vendor/camera/ dumps live under it (default: $LUMO_DEVICE_ROOT)");
+  c.add_option("--prop", o.setup.props,
+               "System property KEY=VALUE, set before the plugin loads "
+               "(repeatable)");
+  c.add_option("--props", o.setup.propsFile,
+               "File of KEY=VALUE property lines (getprop's "
+               "[key]: [value] works too)")
+      ->check(CLI::ExistingFile);
+  if (withOut) c.add_option("--out", o.outDir, "Folder for output images (default: .)");
+  c.add_option("--log-level", o.setup.logLevel,
+               "Lowest Android log priority shown: verbose, debug, info, warn, error, silent "
+               "(default: warn on stderr, verbose in a --logcat file)");
+  c.add_option("--logcat", o.setup.logcatFile,
+               "Write the Android log (logcat threadtime lines) "
+               "to this file instead of stderr");
+  c.add_option("--offline-log", o.setup.offlineLog, "Write the host's offline log to this file");
+  c.add_option("--stylization", o.stylization,
+               "Session stylisation type for frames that give none (0..255; unset: no tag)")
+      ->check(CLI::Range(-1, 255));
+  c.add_flag("--json", o.json, "Print the per-frame results as JSON");
+}
+
+std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
+                                   const HostCommandOptions& o, const std::string& sessionDir,
+                                   bool keepInputs, bool print) {
+  applyHostSetup(o.setup);
+  ReplayOptions r;
+  r.pluginPath = o.plugin;
+  r.outDir = o.outDir;
+  r.sessionDir = sessionDir;
+  r.keepInputs = keepInputs;
+  if (o.stylization >= 0) r.stylization = uint8_t(o.stylization);
+  std::vector<FrameReport> reports;
+  {
+    Progress progress(stderrIsTerminal() && frames.size() > 1);
+    reports = replaySession(frames, r, [&](const FrameReport&, size_t done, size_t total) {
+      progress.update(done, total);
+    });
+  }
+  if (!print) return reports;
+  if (o.json) {
+    nlohmann::json out = nlohmann::json::array();
+    for (const FrameReport& f : reports)
+      out.push_back({{"frame", f.frame},
+                     {"instance", instanceName(f.instance)},
+                     {"enabled", f.enabled},
+                     {"result", f.result},
+                     {"aiscene", f.aiscene},
+                     {"width", f.width},
+                     {"height", f.height},
+                     {"format", formatName(f.format)},
+                     {"output", f.output}});
+    std::printf("%s\n", nlohmann::json({{"frames", out}}).dump(2).c_str());
+  } else {
+    std::printf("%-7s %-9s %-8s %-15s %s\n", "frame", "instance", "enabled", "aiscene", "output");
+    for (const FrameReport& f : reports)
+      std::printf("%-7u %-9s %-8s %-15s %s\n", f.frame, instanceName(f.instance),
+                  f.enabled ? "yes" : "no (copied)", f.aiscene.empty() ? "-" : f.aiscene.c_str(),
+                  f.output.c_str());
+  }
+  return reports;
+}
+
+float parseFloatArgument(const std::string& text, const std::string& option) {
+  nlohmann::json value = nlohmann::json::parse(text, nullptr, false);
+  if (value.is_discarded() || !value.is_number()) value = text;
+  if (auto f = calib::jsonFloat(value)) return *f;
+  throw CLI::ValidationError(option,
+                             std::string("expected ") + calib::kFloatSpellings + ", got " + text);
+}
+
+}  // namespace lumo

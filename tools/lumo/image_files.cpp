@@ -1,0 +1,120 @@
+// Dispatch of image reading and writing by file kind, and the raw dump
+// reader with its geometry checks.
+#include "image_files.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "atomic_file.h"
+#include "dump_name.h"
+#include "failure.h"
+#include "yuv_convert.h"
+
+namespace lumo {
+namespace {
+
+std::string extensionOf(const std::string& path) {
+  std::string ext = std::filesystem::path(path).extension().string();
+  std::transform(ext.begin(), ext.end(), ext.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return ext;
+}
+
+std::string describe(const Geometry& g) {
+  return std::string(formatName(g.format)) + " " + std::to_string(g.width) + "x" +
+         std::to_string(g.height) + " stride " + std::to_string(g.stride) + " scanline " +
+         std::to_string(g.scanline);
+}
+
+Image readRaw(const std::string& path, const RawHints& hints) {
+  Geometry g;
+  const auto named = geometryFromName(path);
+  g.width = hints.width ? hints.width : (named ? named->width : 0);
+  g.height = hints.height ? hints.height : (named ? named->height : 0);
+  g.stride = hints.stride ? hints.stride : (named ? named->stride : 0);
+  g.scanline = hints.scanline ? hints.scanline : (named ? named->scanline : 0);
+  std::optional<PixelFormat> format = hints.format;
+  if (!format) format = formatFromName(path);
+  if (!format)
+    throw Failure(path +
+                  ": cannot tell the pixel format of a raw dump: name it .nv21, "
+                  ".nv12 or .rgba or give the format");
+  g.format = *format;
+  if (g.width == 0 || g.height == 0)
+    throw Failure(path +
+                  ": cannot tell the size of a raw dump: give width and height or "
+                  "end its name with _WIDTHxHEIGHT_STRIDE");
+  g = completeGeometry(g);
+  const std::string bad = checkGeometry(g);
+  if (!bad.empty()) throw Failure(path + ": " + bad);
+
+  std::error_code ec;
+  const auto size = std::filesystem::file_size(path, ec);
+  if (ec) throw Failure(path + ": cannot read: " + ec.message());
+  // Dumps either keep the chroma plane's padding rows or stop after its last used row.
+  const size_t full = bufferBytes(g);
+  const size_t tight =
+      isYuv(g.format) ? chromaOffset(g) + size_t(g.stride) * ((g.height + 1) / 2) : full;
+  if (size != full && size != tight) {
+    std::string expected = std::to_string(full);
+    if (tight != full) expected = std::to_string(tight) + " or " + expected;
+    throw Failure(path + ": " + std::to_string(size) + " bytes do not match " + describe(g) +
+                  " (expected " + expected + " bytes)");
+  }
+  Image image = makeImage(g);
+  std::ifstream in(path, std::ios::binary);
+  if (!in.read(reinterpret_cast<char*>(image.bytes.data()), std::streamsize(size)))
+    throw Failure(path + ": cannot read");
+  return image;
+}
+
+}  // namespace
+
+FileKind fileKindOf(const std::string& path) {
+  const std::string ext = extensionOf(path);
+  if (ext == ".png") return FileKind::Png;
+  if (ext == ".jpg" || ext == ".jpeg") return FileKind::Jpeg;
+  return FileKind::Raw;
+}
+
+Image readImage(const std::string& path, const RawHints& hints) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) throw Failure(path + ": no such image file");
+  switch (fileKindOf(path)) {
+    case FileKind::Png:
+      return decodePng(path);
+    case FileKind::Jpeg:
+      return decodeJpeg(path);
+    case FileKind::Raw:
+      break;
+  }
+  return readRaw(path, hints);
+}
+
+void writeImage(const std::string& path, const Image& image, int jpegQuality) {
+  const FileKind kind = fileKindOf(path);
+  if (kind == FileKind::Raw) {
+    const auto wanted = formatFromName(path);
+    const Image& out =
+        (wanted && *wanted != image.geometry.format)
+            ? convertImage(image, *wanted, image.geometry.stride, image.geometry.scanline)
+            : image;
+    writeFileAtomically(path, out.bytes.data(), out.bytes.size());
+    return;
+  }
+  const Image rgba =
+      isYuv(image.geometry.format) ? convertImage(image, PixelFormat::Rgba) : Image{};
+  const Image& source = isYuv(image.geometry.format) ? rgba : image;
+  AtomicFile file(path);
+  if (kind == FileKind::Png)
+    encodePng(source, file.stream(), path);
+  else
+    encodeJpeg(source, file.stream(), path, jpegQuality);
+  file.commit();
+}
+
+}  // namespace lumo

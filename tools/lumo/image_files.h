@@ -1,0 +1,38 @@
+// Reading and writing image files: PNG, JPEG (baseline, 8-bit) and raw
+// NV21 / NV12 / RGBA dumps. YUV images are bound to RGB with full-range
+// BT.601 (JFIF) whenever they are read from or written to PNG or JPEG.
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "image.h"
+
+namespace lumo {
+
+enum class FileKind { Png, Jpeg, Raw };
+FileKind fileKindOf(const std::string& path);  // by extension; anything unknown is raw
+
+// What the caller knows about a raw dump; zero fields are taken from the name.
+struct RawHints {
+  std::optional<PixelFormat> format;
+  uint32_t width = 0, height = 0, stride = 0, scanline = 0;
+};
+
+// Throws Failure naming the file and what is wrong with it.
+Image readImage(const std::string& path, const RawHints& hints = {});
+
+// Writes atomically (temporary file beside it, then rename). PNG and JPEG
+// get RGB(A); a raw path gets the buffer as it is laid out, converted first
+// when its extension names another format. Throws Failure.
+void writeImage(const std::string& path, const Image& image, int jpegQuality = 92);
+
+// Codecs used by readImage/writeImage. Decoders give RGBA images and throw
+// Failure naming `path`; encoders take RGBA and write to an open stream.
+Image decodePng(const std::string& path);
+Image decodeJpeg(const std::string& path);
+void encodePng(const Image& rgba, std::FILE* out, const std::string& path);
+void encodeJpeg(const Image& rgba, std::FILE* out, const std::string& path, int quality);
+
+}  // namespace lumo

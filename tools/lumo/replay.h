@@ -1,0 +1,49 @@
+// The host's side of a capture session: loads the plugin the way the camera
+// framework does, creates the preview (process mode 1) and snapshot (mode 0)
+// instances when a frame first needs one, asks isEnabled before each frame,
+// hands enabled frames to processRequest and copies the others, and
+// destroys every instance at the end.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "session.h"
+
+namespace lumo {
+
+struct ReplayOptions {
+  std::string pluginPath;  // empty: the default beside the tool
+  std::string outDir = ".";
+  std::string sessionDir = ".";        // resolves relative input names
+  std::optional<uint8_t> stylization;  // for frames that do not say
+  bool keepInputs = false;             // also write each input as NAME_before.png
+};
+
+struct FrameReport {
+  uint32_t frame = 0;
+  InstanceKind instance = InstanceKind::Preview;
+  bool enabled = false;  // isEnabled said yes and processRequest ran
+  int result = 0;        // processRequest's return value
+  std::string output;    // path of the written output
+  std::string before;    // path of the written input copy (keepInputs)
+  std::string aiscene;   // scene the plugin logged for the frame, if it did
+  uint32_t width = 0, height = 0;
+  PixelFormat format = PixelFormat::Nv21;
+};
+
+// Called after each frame (progress, per-frame output).
+using FrameCallback = std::function<void(const FrameReport&, size_t done, size_t total)>;
+
+// Runs the frames; outputs appear in outDir only when every frame succeeded.
+// Throws Failure naming the file, line and field of the frame that failed.
+std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
+                                       const ReplayOptions& options,
+                                       const FrameCallback& onFrame = {});
+
+// Name of a frame's output when the session gives none.
+std::string defaultOutputName(const SessionFrame& frame);
+
+}  // namespace lumo

@@ -1,0 +1,308 @@
+// Session file parsing. Every problem is reported once, as
+// "FILE:LINE: field "NAME": what was expected, what was found".
+#include "session.h"
+
+#include <calib/json_values.h>
+#include <system/camera_metadata.h>
+#include <system/camera_metadata_tags.h>
+
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "failure.h"
+
+namespace lumo {
+namespace {
+
+using calib::hexBits;
+using nlohmann::json;
+
+std::string shown(const json& value) {
+  std::string s = value.dump();
+  if (s.size() > 60) s = s.substr(0, 57) + "...";
+  return s;
+}
+
+[[noreturn]] void fail(const std::string& where, const std::string& message) {
+  throw Failure(where + message);
+}
+
+// Integer in [lo, hi] from a JSON integer or a "0x..." string.
+int64_t integerValue(const json& v, int64_t lo, int64_t hi, const std::string& where) {
+  const std::string range = " in " + std::to_string(lo) + ".." + std::to_string(hi);
+  if (v.is_number_unsigned()) {
+    const uint64_t u = v.get<uint64_t>();
+    if (u > uint64_t(hi) || (lo > 0 && u < uint64_t(lo)))
+      fail(where, "expected an integer" + range + ", got " + shown(v));
+    return int64_t(u);
+  }
+  if (v.is_number_integer()) {
+    const int64_t i = v.get<int64_t>();
+    if (i < lo || i > hi) fail(where, "expected an integer" + range + ", got " + shown(v));
+    return i;
+  }
+  if (v.is_string()) {
+    if (auto bits = hexBits(v.get<std::string>(), 16)) {
+      if (*bits <= uint64_t(hi)) return int64_t(*bits);
+      // Hex spells the bit pattern of signed types too.
+      if (lo < 0 && hi == std::numeric_limits<int32_t>::max() && *bits <= 0xFFFFFFFFull)
+        return int64_t(int32_t(uint32_t(*bits)));
+      if (lo < 0 && hi == std::numeric_limits<int64_t>::max()) return int64_t(*bits);
+    }
+  }
+  fail(where, "expected an integer" + range + ", got " + shown(v));
+}
+
+uint32_t u32Value(const json& v, const std::string& where) {
+  return uint32_t(integerValue(v, 0, 0xFFFFFFFFll, where));
+}
+
+std::string stringValue(const json& v, const std::string& where) {
+  if (!v.is_string()) fail(where, "expected a string, got " + shown(v));
+  return v.get<std::string>();
+}
+
+template <typename T>
+void append(std::vector<uint8_t>& out, T value) {
+  uint8_t bytes[sizeof(T)];
+  std::memcpy(bytes, &value, sizeof(T));
+  out.insert(out.end(), bytes, bytes + sizeof(T));
+}
+
+std::optional<uint32_t> standardTagNumber(const std::string& key) {
+  if (key == "ANDROID_CONTROL_ZOOM_RATIO") return ANDROID_CONTROL_ZOOM_RATIO;
+  if (key == "ANDROID_STATISTICS_FACE_RECTANGLES") return ANDROID_STATISTICS_FACE_RECTANGLES;
+  if (auto bits = hexBits(key, 8)) return uint32_t(*bits);
+  if (!key.empty() && key.find_first_not_of("0123456789") == std::string::npos &&
+      key.size() <= 10) {
+    const uint64_t v = std::stoull(key);
+    if (v <= 0xFFFFFFFFull) return uint32_t(v);
+  }
+  return std::nullopt;
+}
+
+RawTag rawTag(const std::string& key, const json& entry, const SessionFrame& frame) {
+  const std::string field = "meta.tags." + key;
+  RawTag tag;
+  tag.key = key;
+  tag.number = standardTagNumber(key);
+  if (!entry.is_object())
+    fail(frame.where(field), "expected {\"type\": ..., \"values\": [...]}, got " + shown(entry));
+  for (const auto& [name, value] : entry.items()) {
+    if (name != "type" && name != "values")
+      fail(frame.where(field + "." + name), "unknown field (known: type, values)");
+  }
+  const std::string typeWhere = frame.where(field + ".type");
+  const std::string valuesWhere = frame.where(field + ".values");
+  const char* kTypes = "u8, i32, u32, f32, i64, f64, string";
+  if (!entry.contains("type")) fail(typeWhere, std::string("missing (one of ") + kTypes + ")");
+  const std::string type = stringValue(entry["type"], typeWhere);
+  static const std::pair<const char*, uint8_t> kCodes[] = {
+      {"u8", TYPE_BYTE},   {"i32", TYPE_INT32},  {"u32", TYPE_INT32},  {"f32", TYPE_FLOAT},
+      {"i64", TYPE_INT64}, {"f64", TYPE_DOUBLE}, {"string", TYPE_BYTE}};
+  bool known = false;
+  for (const auto& [name, code] : kCodes) {
+    if (type == name) {
+      tag.type = code;
+      known = true;
+    }
+  }
+  if (!known)
+    fail(typeWhere, std::string("expected one of ") + kTypes + ", got " + shown(entry["type"]));
+  if (!entry.contains("values")) fail(valuesWhere, "missing");
+  json values = entry["values"];
+  if (type == "string") {
+    if (values.is_array() && values.size() == 1) values = values[0];
+    const std::string text = stringValue(values, valuesWhere);
+    tag.payload.assign(text.begin(), text.end());
+    tag.payload.push_back(0);  // strings travel NUL-terminated
+    tag.count = tag.payload.size();
+    return tag;
+  }
+  if (!values.is_array()) fail(valuesWhere, "expected an array, got " + shown(values));
+  for (size_t i = 0; i < values.size(); ++i) {
+    const std::string w = frame.where(field + ".values[" + std::to_string(i) + "]");
+    const json& v = values[i];
+    if (type == "u8") {
+      append(tag.payload, uint8_t(integerValue(v, 0, 255, w)));
+    } else if (type == "i32") {
+      append(tag.payload, int32_t(integerValue(v, std::numeric_limits<int32_t>::min(),
+                                               std::numeric_limits<int32_t>::max(), w)));
+    } else if (type == "u32") {
+      append(tag.payload, u32Value(v, w));
+    } else if (type == "f32") {
+      append(tag.payload, floatValue(v, w));
+    } else if (type == "i64") {
+      append(tag.payload, int64_t(integerValue(v, std::numeric_limits<int64_t>::min(),
+                                               std::numeric_limits<int64_t>::max(), w)));
+    } else {
+      append(tag.payload, doubleValue(v, w));
+    }
+  }
+  static const size_t kSizes[] = {1, 4, 4, 8, 8};  // by TYPE_BYTE .. TYPE_DOUBLE
+  tag.count = tag.payload.size() / kSizes[tag.type];
+  return tag;
+}
+
+FrameMeta parseMeta(const json& meta, const SessionFrame& entry) {
+  if (!meta.is_object()) fail(entry.where("meta"), "expected an object, got " + shown(meta));
+  FrameMeta out;
+  std::optional<std::string> sceneName;
+  for (const auto& [key, value] : meta.items()) {
+    const std::string w = entry.where("meta." + key);
+    if (key == "cct") {
+      out.cct = u32Value(value, w);
+    } else if (key == "lux") {
+      out.lux = floatValue(value, w);
+    } else if (key == "scene") {
+      if (value.is_string() && !value.get<std::string>().starts_with("0x")) {
+        const std::string name = value.get<std::string>();
+        if (name == "protrait" || name == "portrait") {
+          sceneName = name;
+          out.scene = 0;
+        } else if (auto id = sceneIdOfName(name)) {
+          out.scene = *id;
+        } else {
+          fail(w,
+               "expected a scene id or one of common, food, plants, night, sunrise_sunset, "
+               "protrait, got " +
+                   shown(value));
+        }
+      } else {
+        out.scene = u32Value(value, w);
+      }
+    } else if (key == "faces") {
+      // Each face is four int32; keep the payload within what metadata can hold.
+      out.faces = uint32_t(integerValue(value, 0, 1 << 20, w));
+    } else if (key == "zoom") {
+      out.zoom = floatValue(value, w);
+    } else if (key == "image_name") {
+      out.imageName = stringValue(value, w);
+    } else if (key == "stylization") {
+      out.stylization = uint8_t(integerValue(value, 0, 255, w));
+    } else if (key == "tags") {
+      if (!value.is_object()) fail(w, "expected an object of tags, got " + shown(value));
+      for (const auto& [tagKey, tagEntry] : value.items())
+        out.tags.push_back(rawTag(tagKey, tagEntry, entry));
+    } else {
+      fail(w, "unknown field (known: cct, lux, scene, faces, zoom, image_name, stylization, tags)");
+    }
+  }
+  // A portrait is what the camera reports through faces, not through a scene id.
+  if (sceneName && !out.faces) out.faces = 1;
+  return out;
+}
+
+}  // namespace
+
+const char* instanceName(InstanceKind kind) {
+  return kind == InstanceKind::Preview ? "preview" : "snapshot";
+}
+
+std::string SessionFrame::where(const std::string& field) const {
+  const std::string at = line == 0 ? file : file + ":" + std::to_string(line);
+  return at + ": field \"" + field + "\": ";
+}
+
+std::optional<uint32_t> sceneIdOfName(const std::string& name) {
+  if (name == "common") return 0;
+  if (name == "food") return 2;
+  if (name == "plants") return 3;
+  if (name == "night") return 9;
+  if (name == "sunrise_sunset") return 13;
+  return std::nullopt;
+}
+
+float floatValue(const json& v, const std::string& where) {
+  if (auto f = calib::jsonFloat(v)) return *f;
+  fail(where, std::string("expected ") + calib::kFloatSpellings + ", got " + shown(v));
+}
+
+double doubleValue(const json& v, const std::string& where) {
+  if (auto d = calib::jsonDouble(v)) return *d;
+  fail(where, std::string("expected ") + calib::kDoubleSpellings + ", got " + shown(v));
+}
+
+SessionFrame parseFrameLine(const std::string& text, const std::string& file, size_t line) {
+  SessionFrame entry;
+  entry.file = file;
+  entry.line = line;
+  const std::string at = file + ":" + std::to_string(line) + ": ";
+  json j;
+  try {
+    j = json::parse(text);
+  } catch (const json::parse_error& e) {
+    std::string what = e.what();
+    const auto colon = what.find("parse error");
+    throw Failure(at +
+                  "malformed JSON: " + (colon == std::string::npos ? what : what.substr(colon)));
+  }
+  if (!j.is_object()) throw Failure(at + "expected one JSON object per line, got " + shown(j));
+  if (!j.contains("instance"))
+    throw Failure(entry.where("instance") + "missing (\"preview\" or \"snapshot\")");
+  for (const auto& [key, value] : j.items()) {
+    const std::string w = entry.where(key);
+    if (key == "instance") {
+      const std::string s = value.is_string() ? value.get<std::string>() : std::string();
+      if (s == "preview")
+        entry.instance = InstanceKind::Preview;
+      else if (s == "snapshot")
+        entry.instance = InstanceKind::Snapshot;
+      else
+        fail(w, "expected \"preview\" or \"snapshot\", got " + shown(value));
+    } else if (key == "frame") {
+      entry.frame = u32Value(value, w);
+      entry.numbered = true;
+    } else if (key == "width") {
+      entry.width = uint32_t(integerValue(value, 1, 1 << 16, w));
+    } else if (key == "height") {
+      entry.height = uint32_t(integerValue(value, 1, 1 << 16, w));
+    } else if (key == "stride") {
+      entry.stride = uint32_t(integerValue(value, 1, 1 << 16, w));
+    } else if (key == "scanline") {
+      entry.scanline = uint32_t(integerValue(value, 1, 1 << 16, w));
+    } else if (key == "format") {
+      const auto f = value.is_string() ? parseFormat(value.get<std::string>()) : std::nullopt;
+      if (!f) fail(w, "expected \"nv21\", \"nv12\" or \"rgba\", got " + shown(value));
+      entry.format = f;
+    } else if (key == "input") {
+      entry.input = stringValue(value, w);
+      if (entry.input->empty()) fail(w, "expected a file name, got an empty string");
+    } else if (key == "output") {
+      entry.output = stringValue(value, w);
+      if (entry.output->empty()) fail(w, "expected a file name, got an empty string");
+    } else if (key == "meta") {
+      entry.meta = parseMeta(value, entry);
+    } else {
+      fail(w,
+           "unknown field (known: instance, frame, width, height, stride, scanline, format, "
+           "input, output, meta)");
+    }
+  }
+  return entry;
+}
+
+std::vector<SessionFrame> readSession(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw Failure(path + ": cannot open session file");
+  std::vector<SessionFrame> frames;
+  std::string text;
+  size_t line = 0;
+  uint32_t next = 0;
+  while (std::getline(in, text)) {
+    ++line;
+    if (!text.empty() && text.back() == '\r') text.pop_back();
+    if (text.find_first_not_of(" \t") == std::string::npos) continue;
+    SessionFrame entry = parseFrameLine(text, path, line);
+    if (!entry.numbered) entry.frame = next;
+    next = entry.frame + 1;
+    frames.push_back(std::move(entry));
+  }
+  if (in.bad()) throw Failure(path + ": cannot read session file");
+  return frames;
+}
+
+}  // namespace lumo

@@ -1,0 +1,70 @@
+// Capture sessions: one JSON object per line, each describing one frame
+// (which instance gets it, its geometry, its input and output image, and
+// the metadata tags the host attaches to it).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "image.h"
+
+namespace lumo {
+
+enum class InstanceKind { Preview, Snapshot };
+const char* instanceName(InstanceKind kind);  // "preview", "snapshot"
+
+// A tag given raw: its payload exactly as the user wrote it.
+struct RawTag {
+  std::string key;                 // as written in the session
+  std::optional<uint32_t> number;  // tag number, when the key is a number or a standard name
+  uint8_t type = 0;                // camera metadata type (TYPE_BYTE, TYPE_INT32, ...)
+  size_t count = 0;                // values of `type`
+  std::vector<uint8_t> payload;    // count * size of type bytes
+};
+
+struct FrameMeta {
+  std::optional<uint32_t> cct;
+  std::optional<float> lux;
+  std::optional<uint32_t> scene;
+  std::optional<uint32_t> faces;
+  std::optional<float> zoom;
+  std::optional<std::string> imageName;
+  std::optional<uint8_t> stylization;  // session metadata
+  std::vector<RawTag> tags;            // applied after the named keys
+};
+
+struct SessionFrame {
+  std::string file;  // session file and line, for messages
+  size_t line = 0;
+  InstanceKind instance = InstanceKind::Preview;
+  uint32_t frame = 0;
+  bool numbered = false;  // the line gave "frame"
+  std::optional<uint32_t> width, height, stride, scanline;
+  std::optional<PixelFormat> format;
+  std::optional<std::string> input;  // path, or "generated:NAME"
+  std::optional<std::string> output;
+  FrameMeta meta;
+
+  // "FILE:LINE: field "NAME": " prefix for messages about this frame.
+  std::string where(const std::string& field) const;
+};
+
+// Scene ids the camera's scene detector reports for the scene names.
+std::optional<uint32_t> sceneIdOfName(const std::string& name);
+
+// Parses a whole session; frames without a number continue from the one
+// before (the first from 0). Throws Failure naming file, line and field.
+std::vector<SessionFrame> readSession(const std::string& path);
+SessionFrame parseFrameLine(const std::string& text, const std::string& file, size_t line);
+
+// Values where a float is expected: a number, "nan", "inf", "-inf" or an
+// exact bit pattern "0x3f800000" (16 hex digits for doubles). Throw
+// Failure with `where` in front of the message.
+float floatValue(const nlohmann::json& value, const std::string& where);
+double doubleValue(const nlohmann::json& value, const std::string& where);
+
+}  // namespace lumo

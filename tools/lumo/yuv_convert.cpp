@@ -1,0 +1,121 @@
+// Full-range BT.601 conversions: a double-precision reference and the
+// libyuv fast path for YUV to RGBA.
+#include "yuv_convert.h"
+
+#include <libyuv/convert_argb.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+
+namespace lumo {
+namespace {
+
+uint8_t roundClamp(double v) {
+  const double r = std::floor(v + 0.5);
+  return static_cast<uint8_t>(std::clamp(r, 0.0, 255.0));
+}
+
+// Offsets of U and V inside an interleaved chroma pair.
+int uIndex(PixelFormat f) { return f == PixelFormat::Nv12 ? 0 : 1; }
+int vIndex(PixelFormat f) { return f == PixelFormat::Nv12 ? 1 : 0; }
+
+}  // namespace
+
+void rgbaToYuvReference(const Image& rgba, Image& yuv) {
+  const Geometry& g = yuv.geometry;
+  const int ui = uIndex(g.format), vi = vIndex(g.format);
+  for (uint32_t y = 0; y < g.height; ++y) {
+    const uint8_t* src = rgba.row(y);
+    uint8_t* dst = yuv.row(y);
+    for (uint32_t x = 0; x < g.width; ++x) {
+      const double r = src[4 * x], gr = src[4 * x + 1], b = src[4 * x + 2];
+      dst[x] = roundClamp(0.299 * r + 0.587 * gr + 0.114 * b);
+    }
+  }
+  for (uint32_t cy = 0; cy < (g.height + 1) / 2; ++cy) {
+    uint8_t* dst = yuv.chromaRow(cy);
+    for (uint32_t cx = 0; cx < (g.width + 1) / 2; ++cx) {
+      double su = 0, sv = 0;
+      int n = 0;
+      for (uint32_t y = 2 * cy; y < std::min(2 * cy + 2, g.height); ++y) {
+        const uint8_t* src = rgba.row(y);
+        for (uint32_t x = 2 * cx; x < std::min(2 * cx + 2, g.width); ++x) {
+          const double r = src[4 * x], gr = src[4 * x + 1], b = src[4 * x + 2];
+          su += -0.168736 * r - 0.331264 * gr + 0.5 * b + 128.0;
+          sv += 0.5 * r - 0.418688 * gr - 0.081312 * b + 128.0;
+          ++n;
+        }
+      }
+      dst[2 * cx + ui] = roundClamp(su / n);
+      dst[2 * cx + vi] = roundClamp(sv / n);
+    }
+  }
+}
+
+void yuvToRgbaReference(const Image& yuv, Image& rgba) {
+  const Geometry& g = yuv.geometry;
+  const int ui = uIndex(g.format), vi = vIndex(g.format);
+  for (uint32_t y = 0; y < g.height; ++y) {
+    const uint8_t* ys = yuv.row(y);
+    const uint8_t* cs = yuv.chromaRow(y / 2);
+    uint8_t* dst = rgba.row(y);
+    for (uint32_t x = 0; x < g.width; ++x) {
+      const double l = ys[x];
+      const double u = cs[2 * (x / 2) + ui] - 128.0, v = cs[2 * (x / 2) + vi] - 128.0;
+      dst[4 * x] = roundClamp(l + 1.402 * v);
+      dst[4 * x + 1] = roundClamp(l - 0.344136 * u - 0.714136 * v);
+      dst[4 * x + 2] = roundClamp(l + 1.772 * u);
+      dst[4 * x + 3] = 255;
+    }
+  }
+}
+
+void yuvToRgbaFast(const Image& yuv, Image& rgba) {
+  const Geometry& g = yuv.geometry;
+  const int w = int(g.width), h = int(g.height);
+  const int ys = int(g.stride), ds = int(rowBytes(rgba.geometry));
+  // libyuv's "ABGR" is R, G, B, A in memory.
+  const int rc = g.format == PixelFormat::Nv12
+                     ? libyuv::NV12ToABGRMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
+                                                ds, &libyuv::kYuvJPEGConstants, w, h)
+                     : libyuv::NV21ToABGRMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
+                                                ds, &libyuv::kYuvJPEGConstants, w, h);
+  if (rc != 0) throw std::runtime_error("libyuv conversion failed");
+}
+
+Image convertImage(const Image& source, PixelFormat format, uint32_t stride, uint32_t scanline) {
+  const Geometry& sg = source.geometry;
+  Image out = makeImage({format, sg.width, sg.height, stride, scanline});
+  if (sg.format == format) {
+    const size_t n = std::min(rowBytes(sg), rowBytes(out.geometry));
+    for (uint32_t y = 0; y < sg.height; ++y) std::memcpy(out.row(y), source.row(y), n);
+    if (isYuv(format)) {
+      for (uint32_t cy = 0; cy < (sg.height + 1) / 2; ++cy)
+        std::memcpy(out.chromaRow(cy), source.chromaRow(cy), n);
+    }
+    return out;
+  }
+  if (!isYuv(sg.format)) {
+    rgbaToYuvReference(source, out);
+    return out;
+  }
+  if (!isYuv(format)) {
+    yuvToRgbaFast(source, out);
+    return out;
+  }
+  // NV21 <-> NV12: swap the chroma pair.
+  for (uint32_t y = 0; y < sg.height; ++y) std::memcpy(out.row(y), source.row(y), sg.width);
+  for (uint32_t cy = 0; cy < (sg.height + 1) / 2; ++cy) {
+    const uint8_t* s = source.chromaRow(cy);
+    uint8_t* d = out.chromaRow(cy);
+    for (uint32_t cx = 0; cx < (sg.width + 1) / 2; ++cx) {
+      d[2 * cx] = s[2 * cx + 1];
+      d[2 * cx + 1] = s[2 * cx];
+    }
+  }
+  return out;
+}
+
+}  // namespace lumo
