@@ -149,10 +149,16 @@ protected:
     dir.reset();
   }
   void SetUp() override { fresh(); }
-  // A trigger that has seen no frame yet.
+  // A trigger that has seen no frame yet, on the shared store.
   void fresh(bool debug = false) {
     trigger = ParamTrigger();
     trigger.initialize(param_trigger_init_info{debug, kName}, *store);
+  }
+  // A fresh trigger on a store of the test's own.
+  void load(const calib::CalibrationFile& f) {
+    own = std::make_unique<ParamUtil>(lumotest::writeCalib(*dir, "own.bin", f));
+    trigger = ParamTrigger();
+    trigger.initialize(param_trigger_init_info{false, kName}, *own);
   }
   bool run(const param_trigger_t& in, bool& changed) {
     return trigger.trigger(in, &lut, &shading, changed);
@@ -165,6 +171,7 @@ protected:
 
   static std::unique_ptr<lumotest::TempDir> dir;
   static std::unique_ptr<ParamUtil> store;
+  std::unique_ptr<ParamUtil> own;
   ParamTrigger trigger;
   param_lut_t lut{};
   param_shading_float_t shading{};
@@ -364,26 +371,7 @@ TEST_F(Trigger, DebugModePrintsBothOutputsOnEveryFrame) {
 }
 
 // Stores of their own: indices at the signed 16-bit limit and past the pools.
-class TriggerStore : public testing::Test {
-protected:
-  void SetUp() override { lumotest::quietLogs(); }
-  // Loads the file and runs one frame through a fresh trigger on it.
-  void load(const calib::CalibrationFile& f) {
-    store = std::make_unique<ParamUtil>(lumotest::writeCalib(dir, "s.bin", f));
-    trigger = ParamTrigger();
-    trigger.initialize(param_trigger_init_info{false, kName}, *store);
-  }
-  bool run(const param_trigger_t& in, bool& changed) {
-    return trigger.trigger(in, &lut, &shading, changed);
-  }
-  lumotest::TempDir dir;
-  std::unique_ptr<ParamUtil> store;
-  ParamTrigger trigger;
-  param_lut_t lut{};
-  param_shading_float_t shading{};
-};
-
-TEST_F(TriggerStore, IndexFrom32768IsRecomputedOnEveryFrame) {
+TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
   calib::CalibrationFile f;
   f.scenes.push_back({"common", {luxBand(0, 65535, {{0, 65535, 0}})}, std::nullopt});
   f.zooms.push_back({1.0f, {luxBand(0, 65535, {{0, 65535, 32767}})}, std::nullopt});
@@ -393,7 +381,7 @@ TEST_F(TriggerStore, IndexFrom32768IsRecomputedOnEveryFrame) {
   f.shadings[32768] = {1, 2, 3, 4, 5, 6, 7, 8};
   for (const auto& [zoom, changedAgain] : {std::pair{1.0f, false}, std::pair{2.0f, true}}) {
     load(f);
-    ASSERT_EQ(store->shadingCount, 32769u);
+    ASSERT_EQ(own->shadingCount, 32769u);
     for (int frameNo = 0; frameNo < 3; frameNo++) {
       bool changed = false;
       ASSERT_TRUE(run(frame("common", 10, 10, zoom), changed));
@@ -403,7 +391,7 @@ TEST_F(TriggerStore, IndexFrom32768IsRecomputedOnEveryFrame) {
   }
 }
 
-TEST_F(TriggerStore, BlocksPastThePoolAreNeverRead) {
+TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   calib::CalibrationFile f;
   // Indices 0, 5, then 3 last: four LUTs, and block 5 is not among them.
   f.scenes.push_back({"s", {luxBand(0, 100, {{0, 100, 0}, {200, 300, 5}})}, std::nullopt});
@@ -413,8 +401,8 @@ TEST_F(TriggerStore, BlocksPastThePoolAreNeverRead) {
   for (unsigned i = 0; i < 4; i++) f.luts.push_back(lumotest::patternLut(i));
   f.shadings.resize(1);
   load(f);
-  ASSERT_EQ(store->lutCount, 4u);
-  ASSERT_EQ(store->shadingCount, 1u);
+  ASSERT_EQ(own->lutCount, 4u);
+  ASSERT_EQ(own->shadingCount, 1u);
   std::memset(lut.data, 0x33, LUT_BYTES);
 
   hostsim::LogCapture capture;
