@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <tuple>
+#include <vector>
 
 namespace {
 
@@ -29,11 +30,8 @@ TEST(FrameMetadata, FieldsLandWhereConsumersReadThem) {
   auto awb = m->find("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl");
   ASSERT_GE(awb.count, 16u);
   // 70000 = 0x00011170, little-endian from byte 12.
-  EXPECT_EQ(awb.data.u8[12], 0x70);
-  EXPECT_EQ(awb.data.u8[13], 0x11);
-  EXPECT_EQ(awb.data.u8[14], 0x01);
-  EXPECT_EQ(awb.data.u8[15], 0x00);
-  EXPECT_EQ(awb.data.u8[11], 0);
+  EXPECT_EQ(std::vector<uint8_t>(awb.data.u8 + 11, awb.data.u8 + 16),
+            (std::vector<uint8_t>{0, 0x70, 0x11, 0x01, 0x00}));
 
   auto aec = m->find("com.qti.stats.internal.perFrame.frameControl.AECFrameControl");
   ASSERT_GE(aec.count, 100u);
