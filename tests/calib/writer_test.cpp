@@ -35,37 +35,30 @@ calib::CalibrationFile tinyFile() {
 }
 
 // The tiny file, byte by byte.
+void u16s(std::vector<uint8_t>& out, std::initializer_list<unsigned> values) {
+  for (unsigned v : values) u16(out, v);
+}
+
+// The tiny file, byte by byte.
 std::vector<uint8_t> tinyBytes(unsigned declared, unsigned paramOffset, unsigned lutOffset) {
   std::vector<uint8_t> b;
-  u16(b, 1);            // aiScenesCount
-  u16(b, declared);     // aiScenesSize[0]
-  u16(b, paramOffset);  // paramDataOffset
-  u16(b, lutOffset);    // lutDataOffset
-  u16(b, 17);           // lut3d_size
-  u16(b, 0);            // shadingZoomRatioCount
+  // aiScenesCount, aiScenesSize[0], paramDataOffset, lutDataOffset, lut3d_size,
+  // shadingZoomRatioCount
+  u16s(b, {1, declared, paramOffset, lutOffset, 17, 0});
   field(b, "T", 256);
   field(b, "P", 256);
   field(b, "R", 256);
   b.resize(paramOffset, 0);
   field(b, "ab", 64);
-  u16(b, 1);  // lux count
-  u16(b, 1);
-  u16(b, 2);
-  u16(b, 1);  // CCT count
-  u16(b, 3);
-  u16(b, 4);
-  u16(b, 0);
+  u16s(b, {1, 1, 2, 1, 3, 4, 0});  // lux count, lux 1..2, CCT count, CCT 3..4 index 0
   b.resize(paramOffset + declared, 0);
   b.resize(lutOffset, 0);
   b.insert(b.end(), calib::kLutBlockBytes, 9);
   return b;
 }
 
-TEST(CalibWriter, TinyFileByteForByte) {
+TEST(CalibWriter, TinyFileByteForByteWithAndWithoutZeroGaps) {
   EXPECT_EQ(calib::serialize(tinyFile()), tinyBytes(78, 780, 858));
-}
-
-TEST(CalibWriter, DeclaredSizeAndOffsetsLeaveZeroGaps) {
   calib::CalibrationFile f = tinyFile();
   f.scenes[0].declaredSize = 100;
   f.paramDataOffset = 800;
@@ -81,19 +74,12 @@ TEST(CalibWriter, ZoomBlocksShadingAndTrailingBytes) {
   f.shadings.push_back({1.0f, 0, 0, 0, 0, 0, 0, -2.0f});
   f.trailingBytes = {0xDE, 0xAD};
   std::vector<uint8_t> b;
-  u16(b, 0);
-  u16(b, 782);       // paramDataOffset: 778 + 2 * 2
-  u16(b, 782 + 18);  // lutDataOffset: blocks of 4 + 2 + 6 and 4 + 2 bytes
-  u16(b, 33);
-  u16(b, 2);
-  u16(b, 12);
-  u16(b, 6);
+  // No scenes; paramDataOffset 778 + 2 * 2; lutDataOffset past blocks of 4 + 2 + 6
+  // and 4 + 2 bytes; lut3d_size; two zoom blocks of 12 and 6 bytes.
+  u16s(b, {0, 782, 782 + 18, 33, 2, 12, 6});
   b.resize(782, 0);
   for (uint8_t x : {0x00, 0x00, 0xC0, 0x3F}) b.push_back(x);  // 1.5f
-  u16(b, 1);
-  u16(b, 7);
-  u16(b, 8);
-  u16(b, 0);
+  u16s(b, {1, 7, 8, 0});
   for (uint8_t x : {0x00, 0x00, 0x00, 0xC0}) b.push_back(x);  // -2.0f
   u16(b, 0);
   for (uint8_t x : {0x00, 0x00, 0x80, 0x3F}) b.push_back(x);  // 1.0f
@@ -116,62 +102,47 @@ TEST(CalibWriter, LongNamesAndTextsAreCutToKeepTheirNul) {
   EXPECT_EQ(b[780 + 63], 0);
 }
 
+// The tiny file after `change`.
+template <typename F>
+calib::CalibrationFile tinyWith(F change) {
+  calib::CalibrationFile f = tinyFile();
+  change(f);
+  return f;
+}
+
+// Scenes of `luxBands` lux bands with 1000 CCT bands each (6 + 6,000 bytes a band).
+calib::CalibrationFile bigScenes(std::vector<std::string> names, size_t luxBands) {
+  calib::CalibrationFile f;
+  std::vector<calib::LuxBand> bands(luxBands);
+  for (auto& band : bands) band.ccts.resize(1000);
+  for (const std::string& name : names) f.scenes.push_back({name, bands, std::nullopt});
+  return f;
+}
+
 TEST(CalibWriter, RefusesWhatCannotBeEncoded) {
-  struct Row {
-    const char* what;
-    calib::CalibrationFile file;
-    const char* message;
+  using F = calib::CalibrationFile;
+  const std::pair<F, const char*> rows[] = {
+      {tinyWith([](F& f) { f.scenes[0].declaredSize = 77; }),
+       "scene 0 (ab) declaredSize 77 is smaller than its contents (78 bytes)"},
+      {tinyWith([](F& f) { f.luts[0].resize(10); }), "LUT 0 has 10 bytes, not 14739"},
+      {tinyWith([](F& f) { f.paramDataOffset = 779; }),
+       "paramDataOffset 779 would overlap what precedes it (which ends at 780)"},
+      {tinyWith([](F& f) { f.lutDataOffset = 857; }),
+       "lutDataOffset 857 would overlap what precedes it (which ends at 858)"},
+      // 64 + 2 + 10 * 6,006 = 60,126 bytes apiece
+      {bigScenes({"a", "b"}, 10), "lutDataOffset is 121034, more than 65535"},
+      {bigScenes({"big"}, 12), "scene 0 (big) size is 72138, more than 65535"},
   };
-  std::vector<Row> rows;
-  {
-    calib::CalibrationFile f = tinyFile();
-    f.scenes[0].declaredSize = 77;
-    rows.push_back({"declared size", f,
-                    "scene 0 (ab) declaredSize 77 is smaller than its contents (78 bytes)"});
-  }
-  {
-    calib::CalibrationFile f = tinyFile();
-    f.luts[0].resize(10);
-    rows.push_back({"LUT size", f, "LUT 0 has 10 bytes, not 14739"});
-  }
-  {
-    calib::CalibrationFile f = tinyFile();
-    f.paramDataOffset = 779;
-    rows.push_back({"param offset", f,
-                    "paramDataOffset 779 would overlap what precedes it (which ends at 780)"});
-  }
-  {
-    calib::CalibrationFile f = tinyFile();
-    f.lutDataOffset = 857;
-    rows.push_back(
-        {"lut offset", f, "lutDataOffset 857 would overlap what precedes it (which ends at 858)"});
-  }
-  {
-    // Two scenes of 10 lux bands with 1000 CCT bands each: 60,126 bytes apiece.
-    calib::CalibrationFile f;
-    std::vector<calib::LuxBand> bands(10);
-    for (auto& band : bands) band.ccts.resize(1000);
-    f.scenes.push_back({"a", bands, std::nullopt});
-    f.scenes.push_back({"b", bands, std::nullopt});
-    rows.push_back({"lut offset past 16 bits", f, "lutDataOffset is 121034, more than 65535"});
-  }
-  {
-    calib::CalibrationFile f;
-    std::vector<calib::LuxBand> bands(12);
-    for (auto& band : bands) band.ccts.resize(1000);
-    f.scenes.push_back({"big", bands, std::nullopt});
-    rows.push_back({"block past 16 bits", f, "scene 0 (big) size is 72138, more than 65535"});
-  }
-  for (const Row& row : rows) {
+  for (const auto& [file, message] : rows) {
     try {
-      calib::serialize(row.file);
-      ADD_FAILURE() << row.what << ": no exception";
+      calib::serialize(file);
+      ADD_FAILURE() << message << ": no exception";
     } catch (const std::invalid_argument& e) {
-      EXPECT_EQ(std::string(e.what()), row.message) << row.what;
+      EXPECT_EQ(std::string(e.what()), message);
     }
     std::string error;
-    EXPECT_FALSE(calib::writeFile(row.file, "/nonexistent/x.bin", &error));
-    EXPECT_EQ(error, row.message);
+    EXPECT_FALSE(calib::writeFile(file, "/nonexistent/x.bin", &error));
+    EXPECT_EQ(error, message);
   }
 }
 

@@ -97,10 +97,22 @@ android::sp<android::GraphicBuffer> wrap(const ImageBuffer& b, uint32_t width, u
 }
 
 TEST(GraphicBuffer, LeadsBackToTheSamePixels) {
-  for (PixelLayout layout : {PixelLayout::NV21, PixelLayout::NV12}) {
-    auto b = ImageBuffer::allocate({layout, 6, 4, 64, 16});
+  struct Case {
+    ImageGeometry g;
+    uint32_t planeCount;
+    ptrdiff_t offset[3];  // of Y, Cb, Cr (or the pixels) from the buffer's start
+    uint32_t pixelStride[3], rowStride;
+  };
+  // Chroma follows the padded luma plane: 64 * 16 = 1024.
+  const Case cases[] = {
+      {{PixelLayout::NV21, 6, 4, 64, 16}, 3, {0, 1025, 1024}, {1, 2, 2}, 64},
+      {{PixelLayout::NV12, 6, 4, 64, 16}, 3, {0, 1024, 1025}, {1, 2, 2}, 64},
+      {{PixelLayout::RGBA8888, 3, 2, 16, 4}, 1, {0}, {4}, 64},
+  };
+  for (const Case& c : cases) {
+    auto b = ImageBuffer::allocate(c.g);
     ASSERT_NE(b, nullptr);
-    android::sp<android::GraphicBuffer> gb = wrap(*b, 6, 64);
+    android::sp<android::GraphicBuffer> gb = wrap(*b, c.g.width, c.g.stride);
     ASSERT_EQ(gb->initCheck(), 0);
     EXPECT_EQ(gb->getStrongCount(), 1);
 
@@ -108,25 +120,24 @@ TEST(GraphicBuffer, LeadsBackToTheSamePixels) {
     AHardwareBuffer* hw = vyplatform::hardwareBufferFromClientBuffer(client);
     AHardwareBuffer_Desc desc;
     AHardwareBuffer_describe(hw, &desc);
-    EXPECT_EQ(desc.width, 6u);
-    EXPECT_EQ(desc.height, 4u);
-    EXPECT_EQ(desc.stride, 64u);
-    EXPECT_EQ(desc.format, hostsim::halFormatOf(layout));
+    EXPECT_EQ(desc.width, c.g.width);
+    EXPECT_EQ(desc.height, c.g.height);
+    EXPECT_EQ(desc.stride, c.g.stride);
+    EXPECT_EQ(desc.format, hostsim::halFormatOf(c.g.layout));
     EXPECT_EQ(desc.usage, 0x333u);
 
     AHardwareBuffer_Planes planes;
     ASSERT_EQ(AHardwareBuffer_lockPlanes(hw, 3, -1, nullptr, &planes), 0);
-    ASSERT_EQ(planes.planeCount, 3u);
-    uint8_t* y = b->data();
-    uint8_t* vu = b->data() + 64 * 16;  // chroma follows the padded luma plane
-    const bool nv21 = layout == PixelLayout::NV21;
-    EXPECT_EQ(planes.planes[0].data, y);
-    EXPECT_EQ(planes.planes[1].data, nv21 ? vu + 1 : vu);  // Cb
-    EXPECT_EQ(planes.planes[2].data, nv21 ? vu : vu + 1);  // Cr
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(planes.planes[i].rowStride, 64u);
-    EXPECT_EQ(planes.planes[0].pixelStride, 1u);
-    EXPECT_EQ(planes.planes[1].pixelStride, 2u);
-    EXPECT_EQ(planes.planes[2].pixelStride, 2u);
+    ASSERT_EQ(planes.planeCount, c.planeCount);
+    for (uint32_t i = 0; i < c.planeCount; ++i) {
+      EXPECT_EQ(planes.planes[i].data, b->data() + c.offset[i]) << i;
+      EXPECT_EQ(planes.planes[i].pixelStride, c.pixelStride[i]) << i;
+      EXPECT_EQ(planes.planes[i].rowStride, c.rowStride) << i;
+    }
+    EXPECT_EQ(AHardwareBuffer_unlock(hw, nullptr), 0);
+    void* address = nullptr;
+    ASSERT_EQ(AHardwareBuffer_lock(hw, 3, -1, nullptr, &address), 0);
+    EXPECT_EQ(address, b->data());
     EXPECT_EQ(AHardwareBuffer_unlock(hw, nullptr), 0);
 
     AHardwareBuffer_acquire(hw);
@@ -134,22 +145,6 @@ TEST(GraphicBuffer, LeadsBackToTheSamePixels) {
     AHardwareBuffer_release(hw);
     EXPECT_EQ(gb->getStrongCount(), 1);
   }
-}
-
-TEST(GraphicBuffer, RgbaIsOnePlaneOfFourBytePixels) {
-  auto b = ImageBuffer::allocate({PixelLayout::RGBA8888, 3, 2, 16, 4});
-  ASSERT_NE(b, nullptr);
-  android::sp<android::GraphicBuffer> gb = wrap(*b, 3, 16);
-  ASSERT_EQ(gb->initCheck(), 0);
-  AHardwareBuffer_Planes planes;
-  ASSERT_EQ(AHardwareBuffer_lockPlanes(gb->toAHardwareBuffer(), 3, -1, nullptr, &planes), 0);
-  ASSERT_EQ(planes.planeCount, 1u);
-  EXPECT_EQ(planes.planes[0].data, b->data());
-  EXPECT_EQ(planes.planes[0].pixelStride, 4u);
-  EXPECT_EQ(planes.planes[0].rowStride, 64u);
-  void* address = nullptr;
-  ASSERT_EQ(AHardwareBuffer_lock(gb->toAHardwareBuffer(), 3, -1, nullptr, &address), 0);
-  EXPECT_EQ(address, b->data());
 }
 
 TEST(GraphicBuffer, UnknownHandlesAndWrongGeometryFailInitCheck) {

@@ -22,6 +22,13 @@ protected:
     EXPECT_EQ(static_cast<size_t>(n), std::strlen(value));
     return value;
   }
+  // A property file under the temporary directory holding `text`.
+  static std::filesystem::path propertyFile(const std::string& name, const std::string& text) {
+    const auto path =
+        std::filesystem::temp_directory_path() / (name + std::to_string(::getpid()) + ".prop");
+    std::ofstream(path) << text;
+    return path;
+  }
 };
 
 TEST_F(Properties, Int32ParsesOrFallsBack) {
@@ -29,23 +36,21 @@ TEST_F(Properties, Int32ParsesOrFallsBack) {
     const char* stored;  // null: unset
     int32_t expected;
   };
-  const Case cases[] = {
-      {nullptr, -7},
-      {"", -7},
-      {"42", 42},
-      {"-3", -3},
-      {"0x1F", 31},
-      {"010", 8},
-      {" 5", 5},
-      {"5 ", -7},
-      {"12abc", -7},
-      {"abc", -7},
-      {"2147483647", 2147483647},
-      {"2147483648", -7},
-      {"-2147483648", INT32_MIN},
-      {"-2147483649", -7},
-      {"99999999999999999999", -7},
-  };
+  const Case cases[] = {{nullptr, -7},
+                        {"", -7},
+                        {"42", 42},
+                        {"-3", -3},
+                        {"0x1F", 31},
+                        {"010", 8},
+                        {" 5", 5},
+                        {"5 ", -7},
+                        {"12abc", -7},
+                        {"abc", -7},
+                        {"2147483647", 2147483647},
+                        {"2147483648", -7},
+                        {"-2147483648", INT32_MIN},
+                        {"-2147483649", -7},
+                        {"99999999999999999999", -7}};
   for (const Case& c : cases) {
     hostsim::clearProperties();
     if (c.stored) {
@@ -152,12 +157,7 @@ TEST_F(Properties, BadLinesNameFileAndLineAndSetNothing) {
 }
 
 TEST_F(Properties, FilesLoadAndMissingFilesAreReported) {
-  const auto path = std::filesystem::temp_directory_path() /
-                    ("hostsim_props_" + std::to_string(::getpid()) + ".prop");
-  {
-    std::ofstream out(path);
-    out << "vendor.from.file=7\n";
-  }
+  const auto path = propertyFile("hostsim_props_", "vendor.from.file=7\n");
   std::string error;
   EXPECT_TRUE(hostsim::loadPropertyFile(path.string(), &error)) << error;
   EXPECT_EQ(property_get_int32("vendor.from.file", 0), 7);
@@ -167,12 +167,7 @@ TEST_F(Properties, FilesLoadAndMissingFilesAreReported) {
 }
 
 TEST_F(Properties, EnvironmentSeedsFileThenSingleProperties) {
-  const auto path = std::filesystem::temp_directory_path() /
-                    ("hostsim_env_" + std::to_string(::getpid()) + ".prop");
-  {
-    std::ofstream out(path);
-    out << "vendor.both=file\nvendor.file.only=1\n";
-  }
+  const auto path = propertyFile("hostsim_env_", "vendor.both=file\nvendor.file.only=1\n");
   setenv("LUMO_PROPERTIES_FILE", path.c_str(), 1);
   setenv("LUMO_PROPS", "vendor.both=env; vendor.env.only = 2 ;;broken;vendor.x=3", 1);
   const std::string problems = hostsim::reseedPropertiesFromEnvironment();

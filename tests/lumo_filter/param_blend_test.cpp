@@ -22,32 +22,15 @@ struct ByteRow {
 };
 
 // Expected bytes worked out by hand: low 8 bits of the truncated int32.
+// clang-format off
 const ByteRow kByteRows[] = {
-    {0.0f, 0},
-    {0.99f, 0},
-    {-0.99f, 0},
-    {1.0f, 1},
-    {254.999f, 254},
-    {255.9f, 255},
-    {256.0f, 0},
-    {256.5f, 0},
-    {-1.5f, 255},
-    {-256.0f, 0},
-    {-257.0f, 255},
-    {511.7f, 255},
-    {kNaN, 0},
-    {kInf, 255},
-    {-kInf, 0},
-    {3e9f, 255},
-    {-3e9f, 0},
-    {2147483648.0f, 255},
-    {-2147483648.0f, 0},
-    {2147483520.0f, 0x80},
-    {-2147483520.0f, 0x80},
-    {1e-45f, 0},
-    {65537.0f, 1},
-    {-65537.0f, 255},
-};
+    {0.0f, 0},        {0.99f, 0},        {-0.99f, 0},   {1.0f, 1},       {254.999f, 254},
+    {255.9f, 255},    {256.0f, 0},       {256.5f, 0},   {-1.5f, 255},    {-256.0f, 0},
+    {-257.0f, 255},   {511.7f, 255},     {kNaN, 0},     {kInf, 255},     {-kInf, 0},
+    {3e9f, 255},      {-3e9f, 0},        {2147483648.0f, 255},           {-2147483648.0f, 0},
+    {2147483520.0f, 0x80},               {-2147483520.0f, 0x80},         {1e-45f, 0},
+    {65537.0f, 1},    {-65537.0f, 255}};
+// clang-format on
 
 TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByte) {
   for (const ByteRow& row : kByteRows) {
@@ -188,18 +171,15 @@ TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
 // The switch is read once per process, so it is checked in a fresh one.
 TEST(BlendLutDeathTest, EnvironmentSwitchForcesTheScalarLoop) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        setenv("LUMO_FORCE_SCALAR", "1", 1);
-        std::exit(lumo::lutBlendForcedScalar() ? 3 : 4);
-      },
-      testing::ExitedWithCode(3), "");
-  EXPECT_EXIT(
-      {
-        setenv("LUMO_FORCE_SCALAR", "0", 1);
-        std::exit(lumo::lutBlendForcedScalar() ? 3 : 4);
-      },
-      testing::ExitedWithCode(4), "");
+  for (const auto& [value, code] : {std::pair{"1", 3}, std::pair{"0", 4}}) {
+    EXPECT_EXIT(
+        {
+          setenv("LUMO_FORCE_SCALAR", value, 1);
+          std::exit(lumo::lutBlendForcedScalar() ? 3 : 4);
+        },
+        testing::ExitedWithCode(code), "")
+        << value;
+  }
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ void runCctTable(std::vector<param_cct_t> list, const std::vector<SearchRow>& ro
   }
 }
 
-TEST(BracketSearch, SortedListWithGapAndTouchingRanges) {
+TEST(BracketSearch, ExactBoundsGapsClampBelowFailureAbove) {
   lumotest::quietLogs();
   // 100..200, gap, 250..300, then 300..400 touching it.
   runCctTable({{100, 200, 0}, {250, 300, 0}, {300, 400, 0}},
@@ -74,21 +74,10 @@ TEST(BracketSearch, SortedListWithGapAndTouchingRanges) {
                   {401, -1, -1},   // above every record: failure
                   {65535, -1, -1}  //
               });
-}
-
-TEST(BracketSearch, UnsortedListTakesTheFirstRecordReachingTheValue) {
-  lumotest::quietLogs();
+  // Unsorted: the first record reaching the value wins. 150: record 1 reaches
+  // it first and 150 < 500, so previous is record 0; record 2 ends at 200.
   runCctTable({{100, 120, 0}, {500, 600, 0}, {100, 200, 0}},
-              {
-                  {110, 0, 0},   // inside record 0
-                  {150, 0, 1},   // record 1 reaches 150 first; 150 < 500 so previous is record 0
-                  {550, 1, 1},   //
-                  {601, -1, -1}  // record 2 ends at 200: no record reaches 601
-              });
-}
-
-TEST(BracketSearch, SingleRecordAndEmptyList) {
-  lumotest::quietLogs();
+              {{110, 0, 0}, {150, 0, 1}, {550, 1, 1}, {601, -1, -1}});
   runCctTable({{5000, 5000, 0}}, {{0, 0, 0}, {5000, 0, 0}, {5001, -1, -1}});
   runCctTable({}, {{0, -1, -1}, {65535, -1, -1}});
 }

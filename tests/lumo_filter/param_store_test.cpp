@@ -86,58 +86,51 @@ protected:
   lumotest::TempDir dir;
 };
 
-TEST_F(ParamStore, LoadsTreesCountsPoolsAndHeader) {
-  const calib::CalibrationFile f = sampleFile();
-  ParamUtil store(lumotest::writeCalib(dir, "sample.bin", f));
-  // Last CCT record read: food's index 3 and zoom 2.0's index 2.
-  expectStore(store, f, 4, 3);
-  EXPECT_EQ(store.aiScenesCount, 2);
-  EXPECT_EQ(store.shadingZoomRatioCount, 2);
-  EXPECT_EQ(store.paramDataOffset, 778 + 2 * 2 + 2 * 2);
-  const size_t params = (64 + bandBytes(f.scenes[0].luxBands)) +
-                        (64 + bandBytes(f.scenes[1].luxBands)) +
-                        (4 + bandBytes(f.zooms[0].luxBands)) + (4 + bandBytes(f.zooms[1].luxBands));
-  EXPECT_EQ(store.lutDataOffset, 786 + params);
-  EXPECT_EQ(store.lut3d_size, 17);
-  EXPECT_STREQ(store.trigger_control, "lux+cct");
-  EXPECT_STREQ(store.param_type, "lut,shading");
-  EXPECT_STREQ(store.param_range, "0-65535");
-  EXPECT_EQ(store.aiScenesSize, nullptr);
-  EXPECT_EQ(store.shadingZoomRatioSize, nullptr);
-}
-
-TEST_F(ParamStore, LogsTheHeaderAndEveryBlockKey) {
+TEST_F(ParamStore, LoadsTreesCountsPoolsAndHeaderAndLogsEveryBlockKey) {
   const calib::CalibrationFile f = sampleFile();
   const std::string path = lumotest::writeCalib(dir, "sample.bin", f);
   hostsim::LogCapture capture;
   ParamUtil store(path);
+  // Last CCT record read: food's index 3 and zoom 2.0's index 2.
+  expectStore(store, f, 4, 3);
+  EXPECT_EQ(store.aiScenesCount, 2);
+  EXPECT_EQ(store.shadingZoomRatioCount, 2);
   // Block sizes: name or key, then the band list.
   const size_t night = 64 + bandBytes(f.scenes[0].luxBands);
   const size_t food = 64 + bandBytes(f.scenes[1].luxBands);
   const size_t zoom1 = 4 + bandBytes(f.zooms[0].luxBands);
   const size_t zoom2 = 4 + bandBytes(f.zooms[1].luxBands);
   const size_t lutOffset = 786 + night + food + zoom1 + zoom2;
+  EXPECT_EQ(store.paramDataOffset, 778 + 2 * 2 + 2 * 2);
+  EXPECT_EQ(store.lutDataOffset, lutOffset);
+  EXPECT_EQ(store.lut3d_size, 17);
+  EXPECT_STREQ(store.trigger_control, "lux+cct");
+  EXPECT_STREQ(store.param_type, "lut,shading");
+  EXPECT_STREQ(store.param_range, "0-65535");
+  EXPECT_EQ(store.aiScenesSize, nullptr);
+  EXPECT_EQ(store.shadingZoomRatioSize, nullptr);
   const size_t fileSize = lutOffset + 4 * 14739 + 3 * 32;
+  const std::string tag = "[LumoFilter] ";
   const std::vector<std::string> expected = {
-      "[LumoFilter] ParamUtil",
+      tag + "ParamUtil",
       "[LumoFilter]",
-      "[LumoFilter] size=" + std::to_string(fileSize),
-      "[LumoFilter] aiScenesCount = 2",
-      "[LumoFilter] aiScenesSize = " + std::to_string(night),
-      "[LumoFilter] aiScenesSize = " + std::to_string(food),
-      "[LumoFilter] shadingZoomRatioCount = 2",
-      "[LumoFilter] shadingZoomRatioSize = " + std::to_string(zoom1),
-      "[LumoFilter] shadingZoomRatioSize = " + std::to_string(zoom2),
-      "[LumoFilter] paramDataOffset = 786",
-      "[LumoFilter] lutDataOffset = " + std::to_string(lutOffset),
-      "[LumoFilter] lut3d_size = 17",
-      "[LumoFilter] trigger_control = lux+cct",
-      "[LumoFilter] param_type = lut,shading",
-      "[LumoFilter] param_range = 0-65535",
-      " [LumoFilter] aiscene = night",
-      " [LumoFilter] aiscene = food",
-      " [LumoFilter] zoom_ratio = 1.000000",
-      " [LumoFilter] zoom_ratio = 2.000000",
+      tag + "size=" + std::to_string(fileSize),
+      tag + "aiScenesCount = 2",
+      tag + "aiScenesSize = " + std::to_string(night),
+      tag + "aiScenesSize = " + std::to_string(food),
+      tag + "shadingZoomRatioCount = 2",
+      tag + "shadingZoomRatioSize = " + std::to_string(zoom1),
+      tag + "shadingZoomRatioSize = " + std::to_string(zoom2),
+      tag + "paramDataOffset = 786",
+      tag + "lutDataOffset = " + std::to_string(lutOffset),
+      tag + "lut3d_size = 17",
+      tag + "trigger_control = lux+cct",
+      tag + "param_type = lut,shading",
+      tag + "param_range = 0-65535",
+      " " + tag + "aiscene = night",
+      " " + tag + "aiscene = food",
+      " " + tag + "zoom_ratio = 1.000000",
+      " " + tag + "zoom_ratio = 2.000000",
   };
   EXPECT_EQ(lumotest::messages(capture), expected);
   const std::vector<std::string> fns = lumotest::functions(capture);
@@ -160,19 +153,69 @@ TEST_F(ParamStore, MissingFileLeavesAnEmptyStoreAndLogsOnlyTheTags) {
             (std::vector<std::string>{"[LumoFilter] ParamUtil", "[LumoFilter]"}));
 }
 
-TEST_F(ParamStore, NoScenesNoZoomsIsAHeaderOf778Bytes) {
-  calib::CalibrationFile f;
-  const std::string path = lumotest::writeCalib(dir, "empty.bin", f);
-  hostsim::LogCapture capture;
-  ParamUtil store(path);
-  EXPECT_TRUE(store.aiSceneParams.empty());
-  EXPECT_TRUE(store.zoomRatioParams.empty());
-  EXPECT_EQ(store.lutCount, 0u);
-  EXPECT_EQ(store.shadingCount, 0u);
-  EXPECT_EQ(store.paramDataOffset, 778);
-  EXPECT_EQ(store.lutDataOffset, 778);
-  EXPECT_EQ(lumotest::messages(capture)[2], "[LumoFilter] size=778");
-  EXPECT_TRUE(lumotest::errorMessages(capture).empty());
+// Well-formed files of unusual shapes load without an error line.
+TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
+  struct Row {
+    const char* what;
+    calib::CalibrationFile file;
+    uint32_t luts, shadings;
+    size_t junkAt = 0;  // bytes of junk written into a declared gap of 40 bytes
+  };
+  std::vector<Row> rows;
+  rows.push_back({"no scenes, no zooms: a header of 778 bytes", {}, 0, 0});
+  {
+    calib::CalibrationFile f = sampleFile();
+    const size_t nightBytes = 64 + bandBytes(f.scenes[0].luxBands);
+    f.scenes[0].declaredSize = static_cast<uint16_t>(nightBytes + 40);
+    f.zooms[0].declaredSize = static_cast<uint16_t>(4 + bandBytes(f.zooms[0].luxBands) + 3);
+    rows.push_back({"declared sizes decide where blocks begin", f, 4, 3, 786 + nightBytes});
+  }
+  {
+    calib::CalibrationFile f = sampleFile();
+    f.lut3dSize = 33;
+    f.paramDataOffset = 900;
+    f.lutDataOffset = 2000;
+    f.trailingBytes.assign(100, 0x5A);
+    rows.push_back({"odd LUT size, offsets and trailing bytes", f, 4, 3});
+  }
+  {
+    calib::CalibrationFile f;
+    f.zooms.push_back({3.0f, {luxBand(0, 10, {{0, 1, 1}})}, std::nullopt});
+    f.shadings.resize(2);
+    f.shadings[1] = {9, 8, 7, 6, 5, 4, 3, 2};
+    rows.push_back({"zoom ratios without scenes", f, 0, 2});
+  }
+  {
+    calib::CalibrationFile f;
+    f.scenes.push_back({"empty", {}, std::nullopt});
+    f.scenes.push_back(
+        {"point", {luxBand(300, 300, {{5000, 5000, 0}}), luxBand(400, 400, {})}, std::nullopt});
+    f.zooms.push_back({1.0f, {}, std::nullopt});
+    f.luts.push_back(lumotest::patternLut(9));
+    rows.push_back({"zero-count records and single-point bands", f, 1, 0});
+  }
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    std::vector<uint8_t> bytes = calib::serialize(row.file);
+    // Junk in skipped bytes must not be read as a block.
+    if (row.junkAt) std::memset(bytes.data() + row.junkAt, 0xAB, 40);
+    const std::string path = lumotest::writeBytes(dir, "shape.bin", bytes);
+    hostsim::LogCapture capture;
+    ParamUtil store(path);
+    expectStore(store, row.file, row.luts, row.shadings);
+    const calib::CalibrationFile& f = row.file;
+    size_t lutOffset = f.paramDataOffset.value_or(778 + 2 * (f.scenes.size() + f.zooms.size()));
+    EXPECT_EQ(store.paramDataOffset, lutOffset);
+    for (const auto& b : f.scenes) lutOffset += b.declaredSize.value_or(64 + bandBytes(b.luxBands));
+    for (const auto& b : f.zooms) lutOffset += b.declaredSize.value_or(4 + bandBytes(b.luxBands));
+    lutOffset = f.lutDataOffset.value_or(lutOffset);
+    EXPECT_EQ(store.lutDataOffset, lutOffset);
+    EXPECT_EQ(store.lut3d_size, f.lut3dSize);
+    const size_t size =
+        lutOffset + 14739 * f.luts.size() + 32 * f.shadings.size() + f.trailingBytes.size();
+    EXPECT_EQ(lumotest::messages(capture).at(2), "[LumoFilter] size=" + std::to_string(size));
+    EXPECT_TRUE(lumotest::errorMessages(capture).empty());
+  }
 }
 
 TEST_F(ParamStore, CountsComeFromTheLastRecordReadNotTheLargestIndex) {
@@ -214,53 +257,6 @@ TEST_F(ParamStore, DuplicateKeysKeepTheFirstBlockButStillCount) {
   expectBands(store.zoomRatioParams.at(1.0f), f.zooms[0].luxBands, "first 1.0");
   expectBands(store.zoomRatioParams.at(nextUp), f.zooms[2].luxBands, "next float up");
   // The dropped blocks' arrays are released (the leak checker sees the rest).
-}
-
-TEST_F(ParamStore, DeclaredSizesDecideWhereBlocksBegin) {
-  calib::CalibrationFile f = sampleFile();
-  const size_t nightBytes = 64 + bandBytes(f.scenes[0].luxBands);
-  const size_t zoomBytes = 4 + bandBytes(f.zooms[0].luxBands);
-  f.scenes[0].declaredSize = static_cast<uint16_t>(nightBytes + 40);
-  f.zooms[0].declaredSize = static_cast<uint16_t>(zoomBytes + 3);
-  std::vector<uint8_t> bytes = calib::serialize(f);
-  // Junk in the skipped bytes must not be read as a block.
-  std::memset(bytes.data() + 786 + nightBytes, 0xAB, 40);
-  ParamUtil store(lumotest::writeBytes(dir, "declared.bin", bytes));
-  expectStore(store, f, 4, 3);
-}
-
-TEST_F(ParamStore, OddLutSizeOffsetsAndTrailingBytesLoadTheSame) {
-  calib::CalibrationFile f = sampleFile();
-  f.lut3dSize = 33;
-  f.paramDataOffset = 900;
-  f.lutDataOffset = 2000;
-  f.trailingBytes.assign(100, 0x5A);
-  ParamUtil store(lumotest::writeCalib(dir, "odd.bin", f));
-  EXPECT_EQ(store.lut3d_size, 33);
-  EXPECT_EQ(store.paramDataOffset, 900);
-  EXPECT_EQ(store.lutDataOffset, 2000);
-  expectStore(store, f, 4, 3);
-}
-
-TEST_F(ParamStore, ZoomRatiosWithoutScenes) {
-  calib::CalibrationFile f;
-  f.zooms.push_back({3.0f, {luxBand(0, 10, {{0, 1, 1}})}, std::nullopt});
-  f.shadings.resize(2);
-  f.shadings[1] = {9, 8, 7, 6, 5, 4, 3, 2};
-  ParamUtil store(lumotest::writeCalib(dir, "zooms.bin", f));
-  EXPECT_TRUE(store.aiSceneParams.empty());
-  expectStore(store, f, 0, 2);
-}
-
-TEST_F(ParamStore, ZeroCountRecordsAndSinglePointBands) {
-  calib::CalibrationFile f;
-  f.scenes.push_back({"empty", {}, std::nullopt});
-  f.scenes.push_back(
-      {"point", {luxBand(300, 300, {{5000, 5000, 0}}), luxBand(400, 400, {})}, std::nullopt});
-  f.zooms.push_back({1.0f, {}, std::nullopt});
-  f.luts.push_back(lumotest::patternLut(9));
-  ParamUtil store(lumotest::writeCalib(dir, "zero.bin", f));
-  expectStore(store, f, 1, 0);
 }
 
 TEST_F(ParamStore, GenericBandReaderFollowsItsPoolType) {

@@ -17,32 +17,31 @@
 namespace {
 
 using lumotest::luxBand;
+using Lines = std::vector<std::string>;
 
 const std::string kName = "RealTimePreview";
 const std::string kHead = "[LumoFilter][" + kName + "] ";
+const std::string kNotFound = "[LumoFilter] not found lux or cct!!!!!!!!!!!";
 
 float shadingEntry(unsigned k, unsigned j) { return float(k) * 1.25f + float(j) * 0.3f + 0.01f; }
 
 // Scenes and zoom ratios of the trigger tests; see each test for the cells.
 calib::CalibrationFile triggerFile() {
   calib::CalibrationFile f;
+  const auto quad =
+      std::vector<calib::LuxBand>{luxBand(100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}),
+                                  luxBand(400, 500, {{2000, 3000, 2}, {4000, 6000, 3}})};
   f.scenes.push_back({"common",
                       {luxBand(100, 200, {{2000, 2550, 0}, {2800, 5000, 1}}),
                        luxBand(400, 500, {{2000, 2400, 0}, {2600, 5000, 3}})},
                       std::nullopt});
-  f.scenes.push_back({"quad",
-                      {luxBand(100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}),
-                       luxBand(400, 500, {{2000, 3000, 2}, {4000, 6000, 3}})},
-                      std::nullopt});
+  f.scenes.push_back({"quad", quad, std::nullopt});
   f.scenes.push_back(
       {"point", {luxBand(300, 300, {{2000, 3000, 4}, {4000, 5000, 5}})}, std::nullopt});
   f.scenes.push_back({"empty", {}, std::nullopt});
   f.scenes.push_back(
       {"gap6", {luxBand(100, 200, {{2000, 3000, 3}, {4000, 5000, 5}})}, std::nullopt});
-  f.zooms.push_back({1.0f,
-                     {luxBand(100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}),
-                      luxBand(400, 500, {{2000, 3000, 2}, {4000, 6000, 3}})},
-                     std::nullopt});
+  f.zooms.push_back({1.0f, quad, std::nullopt});
   f.zooms.push_back({8.0f, {luxBand(0, 65535, {{0, 3000, 4}, {3001, 65535, 2}})}, std::nullopt});
   f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 4}})}, std::nullopt});
   f.zooms.push_back({5.0f, {luxBand(0, 65535, {{0, 65535, 5}})}, std::nullopt});
@@ -102,15 +101,22 @@ uint8_t expectedLutByte(const uint16_t k[4], const float w[4], size_t p) {
   return toByte((w[0] + w[2]) * L(0) + (w[1] + w[3]) * L(1));
 }
 
-std::string fourFloats(float a, float b, float c, float d) {
-  char buf[256];
-  std::snprintf(buf, sizeof(buf), "%f, %f, %f, %f", a, b, c, d);
-  return buf;
+// Four-term shading blend of blocks k, summed left to right.
+float expectedShading(const uint16_t k[4], const float w[4], unsigned j) {
+  return ((w[0] * shadingEntry(k[0], j) + w[1] * shadingEntry(k[1], j)) +
+          w[2] * shadingEntry(k[2], j)) +
+         w[3] * shadingEntry(k[3], j);
 }
 
-std::string indexText(const uint16_t k[4]) {
-  return std::to_string(k[0]) + ", " + std::to_string(k[1]) + ", " + std::to_string(k[2]) + ", " +
-         std::to_string(k[3]);
+// The values printed with %f (or %g), joined by `separator`.
+std::string joined(const float* v, size_t n, bool g, const char* separator) {
+  std::string out;
+  for (size_t i = 0; i < n; i++) {
+    char text[64];
+    std::snprintf(text, sizeof(text), g ? "%g" : "%f", double(v[i]));
+    out += (i ? separator : "") + std::string(text);
+  }
+  return out;
 }
 
 param_trigger_t frame(const std::string& scene, uint16_t lux, uint16_t cct, float zoom) {
@@ -123,8 +129,8 @@ param_trigger_t frame(const std::string& scene, uint16_t lux, uint16_t cct, floa
 }
 
 // Lines of the trigger itself (those carrying the instance name).
-std::vector<std::string> triggerLines(const hostsim::LogCapture& capture) {
-  std::vector<std::string> out;
+Lines triggerLines(const hostsim::LogCapture& capture) {
+  Lines out;
   for (const std::string& m : lumotest::messages(capture)) {
     if (m.compare(0, kHead.size(), kHead) == 0) out.push_back(m.substr(kHead.size()));
   }
@@ -142,18 +148,30 @@ protected:
     store.reset();
     dir.reset();
   }
-  void SetUp() override { trigger.initialize(param_trigger_init_info{false, kName}, *store); }
-
+  void SetUp() override { fresh(); }
+  // A trigger that has seen no frame yet, on the shared store.
+  void fresh(bool debug = false) {
+    trigger = ParamTrigger();
+    trigger.initialize(param_trigger_init_info{debug, kName}, *store);
+  }
+  // A fresh trigger on a store of the test's own.
+  void load(const calib::CalibrationFile& f) {
+    own = std::make_unique<ParamUtil>(lumotest::writeCalib(*dir, "own.bin", f));
+    trigger = ParamTrigger();
+    trigger.initialize(param_trigger_init_info{false, kName}, *own);
+  }
   bool run(const param_trigger_t& in, bool& changed) {
     return trigger.trigger(in, &lut, &shading, changed);
   }
-
-  bool triggerShadingOnly(const param_trigger_t& in, bool& changed) {
-    return trigger.triggerShading(in, &shading, changed);
+  size_t lutMismatches(const uint16_t k[4], const float w[4]) const {
+    size_t n = 0;
+    for (size_t p = 0; p < LUT_BYTES; p++) n += lut.data[p] != expectedLutByte(k, w, p);
+    return n;
   }
 
   static std::unique_ptr<lumotest::TempDir> dir;
   static std::unique_ptr<ParamUtil> store;
+  std::unique_ptr<ParamUtil> own;
   ParamTrigger trigger;
   param_lut_t lut{};
   param_shading_float_t shading{};
@@ -171,22 +189,12 @@ TEST_F(Trigger, FirstFrameBlendsBothOutputsAndLogsTheWeights) {
   EXPECT_TRUE(changed);
   const uint16_t k[4] = {0, 1, 2, 3};
   const Weights w = weightsFor(201, 200, 400, 3001, 3000, 4000, 3000, 4000);
-  for (size_t p = 0; p < LUT_BYTES; p++) {
-    ASSERT_EQ(lut.data[p], expectedLutByte(k, w.w, p)) << p;
-  }
-  for (unsigned j = 0; j < 8; j++) {
-    const float expected = ((w.w[0] * shadingEntry(0, j) + w.w[1] * shadingEntry(1, j)) +
-                            w.w[2] * shadingEntry(2, j)) +
-                           w.w[3] * shadingEntry(3, j);
-    EXPECT_EQ(shading.data[j], expected) << j;
-  }
-  char six[256];
-  std::snprintf(six, sizeof(six), "%f, %f, %f, %f, %f, %f", w.wLuxPrev, w.wLuxElem, w.uPrev,
-                w.uPrevPartner, w.uElem, w.uElemPartner);
-  const std::string four = fourFloats(w.w[0], w.w[1], w.w[2], w.w[3]);
-  EXPECT_EQ(triggerLines(capture), (std::vector<std::string>{"lut index 0, 1, 2, 3", six, four,
-                                                             "shading index 0, 1, 2, 3", four}));
-  // The pairs of logged weights sum to one.
+  EXPECT_EQ(lutMismatches(k, w.w), 0u);
+  for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(k, w.w, j)) << j;
+  const float six[] = {w.wLuxPrev, w.wLuxElem, w.uPrev, w.uPrevPartner, w.uElem, w.uElemPartner};
+  const std::string four = joined(w.w, 4, false, ", ");
+  EXPECT_EQ(triggerLines(capture), (Lines{"lut index 0, 1, 2, 3", joined(six, 6, false, ", "), four,
+                                          "shading index 0, 1, 2, 3", four}));
   EXPECT_NEAR(w.w[0] + w.w[1] + w.w[2] + w.w[3], 1.0f, 1e-6f);
 }
 
@@ -199,16 +207,15 @@ TEST_F(Trigger, UnchangedCellLeavesTheOutputsAlone) {
   // Same cell; lux moves inside the gap, so the weights would differ.
   for (uint16_t lux : {300, 350, 399}) {
     hostsim::LogCapture capture;
-    changed = false;
+    changed = false;  // the trigger only ever raises it
     ASSERT_TRUE(run(frame("common", lux, 2580, 1.0f), changed));
     EXPECT_FALSE(changed) << lux;
     EXPECT_EQ(lut.data[0], 0xEE);
     EXPECT_EQ(lut.data[LUT_BYTES - 1], 0xEE);
     EXPECT_EQ(shading.data[7], -7.0f);
     EXPECT_EQ(triggerLines(capture),
-              (std::vector<std::string>{
-                  "lut index 0, 1, 0, 3", "is_trigger_change = 0, no need to trigger",
-                  "shading index 0, 0, 2, 2", "is_trigger_change = 0, no need to trigger"}));
+              (Lines{"lut index 0, 1, 0, 3", "is_trigger_change = 0, no need to trigger",
+                     "shading index 0, 0, 2, 2", "is_trigger_change = 0, no need to trigger"}));
   }
 }
 
@@ -233,83 +240,59 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
       {"common", 300, 2580, {0, 1, 0, 3}, 200, 400, 2550, 2800, 2400, 2600},
       // case 6: lux inside one band, CCT across a gap
       {"common", 150, 2600, {0, 1, 0, 1}, 200, 100, 2550, 2800, 2550, 2800},
+      // case 6 at the band's end, a quarter across 3000..4000 between blocks 3 and 5
+      {"gap6", 200, 3250, {3, 5, 3, 5}, 200, 100, 3000, 4000, 3000, 4000},
       // case 1 again when lux and CCT sit below every band (clamped)
       {"quad", 0, 0, {0, 0, 0, 0}, 200, 100, 3000, 2000, 3000, 2000},
   };
   for (const Row& r : rows) {
-    ParamTrigger fresh;
-    fresh.initialize(param_trigger_init_info{false, kName}, *store);
+    fresh();
     hostsim::LogCapture capture;
     bool changed = false;
-    ASSERT_TRUE(fresh.triggerLut(frame(r.scene, r.lux, r.cct, 1.0f), &lut, changed));
+    ASSERT_TRUE(trigger.triggerLut(frame(r.scene, r.lux, r.cct, 1.0f), &lut, changed));
     const Weights w = weightsFor(r.lux, r.luxPrevEnd, r.luxElemStart, r.cct, r.prevLowEnd,
                                  r.prevHighStart, r.elemLowEnd, r.elemHighStart);
-    const std::string label =
-        std::string(r.scene) + " " + std::to_string(r.lux) + "/" + std::to_string(r.cct);
-    EXPECT_EQ(triggerLines(capture).at(0), "lut index " + indexText(r.k)) << label;
-    size_t mismatches = 0;
-    for (size_t p = 0; p < LUT_BYTES; p++)
-      mismatches += lut.data[p] != expectedLutByte(r.k, w.w, p);
-    EXPECT_EQ(mismatches, 0u) << label;
+    const std::string label = std::string(r.scene) + " " + std::to_string(r.lux);
+    const std::string index = std::to_string(r.k[0]) + ", " + std::to_string(r.k[1]) + ", " +
+                              std::to_string(r.k[2]) + ", " + std::to_string(r.k[3]);
+    EXPECT_EQ(triggerLines(capture).at(0), "lut index " + index) << label;
+    EXPECT_EQ(lutMismatches(r.k, w.w), 0u) << label;
   }
 }
 
-TEST_F(Trigger, CctGapInsideOneLuxBandBlendsTwoBlocks) {
-  bool changed = false;
-  // gap6: lux at the band's end, CCT a quarter across 3000..4000 between blocks 3 and 5.
-  ASSERT_TRUE(trigger.triggerLut(frame("gap6", 200, 3250, 1.0f), &lut, changed));
-  const float t = 0.25f;
-  for (size_t p = 0; p < LUT_BYTES; p++) {
-    const float v = (1.0f - t) * float(lumotest::patternByte(3, p)) +
-                    (1.0f - (1.0f - t)) * float(lumotest::patternByte(5, p));
-    ASSERT_EQ(lut.data[p], static_cast<uint8_t>(static_cast<int>(v))) << p;
-  }
-}
-
-TEST_F(Trigger, SinglePointLuxBandHitExactlyGivesNaNWeightsAndZeroBytes) {
-  bool changed = false;
-  std::memset(lut.data, 0x77, LUT_BYTES);
-  ASSERT_TRUE(trigger.triggerLut(frame("point", 300, 3500, 1.0f), &lut, changed));
-  EXPECT_TRUE(changed);
-  for (size_t p = 0; p < LUT_BYTES; p++) ASSERT_EQ(lut.data[p], 0) << p;
-}
-
-TEST_F(Trigger, ValuesAboveEveryBandFallBackToZeroRecords) {
+TEST_F(Trigger, FailedSearchesFallBackToZeroRecords) {
   struct Row {
     const char* scene;
     uint16_t lux, cct;
     size_t errors;
-    uint8_t expectedFirst;  // byte 0 of the result
-    bool copyOfLut0;
+    bool copyOfLut0;  // else every byte is 0
   };
   const Row rows[] = {
       // lux above every band: three failed searches, LUT 0 copied
-      {"quad", 600, 2500, 3, 0, true},
+      {"quad", 600, 2500, 3, true},
       // an empty band list: the same
-      {"empty", 150, 2500, 3, 0, true},
+      {"empty", 150, 2500, 3, true},
       // CCT above L0's bands only: a = b = 0 with bounds 0, weights infinite, bytes NaN -> 0
-      {"quad", 300, 5500, 1, 0, false},
+      {"quad", 300, 5500, 1, false},
+      // a single-point lux band hit exactly: NaN weights, zero bytes, no failed search
+      {"point", 300, 3500, 0, false},
   };
   for (const Row& r : rows) {
-    ParamTrigger fresh;
-    fresh.initialize(param_trigger_init_info{false, kName}, *store);
+    fresh();
     hostsim::LogCapture capture;
     bool changed = false;
     std::memset(lut.data, 0x77, LUT_BYTES);
-    EXPECT_TRUE(fresh.triggerLut(frame(r.scene, r.lux, r.cct, 1.0f), &lut, changed));
-    EXPECT_EQ(lumotest::errorMessages(capture),
-              std::vector<std::string>(r.errors, "[LumoFilter] not found lux or cct!!!!!!!!!!!"))
-        << r.scene;
+    EXPECT_TRUE(trigger.triggerLut(frame(r.scene, r.lux, r.cct, 1.0f), &lut, changed));
+    EXPECT_TRUE(changed) << r.scene;
+    EXPECT_EQ(lumotest::errorMessages(capture), Lines(r.errors, kNotFound)) << r.scene;
     for (size_t p = 0; p < LUT_BYTES; p++) {
-      const uint8_t expected = r.copyOfLut0 ? lumotest::patternByte(0, p) : 0;
-      ASSERT_EQ(lut.data[p], expected) << r.scene << " byte " << p;
+      ASSERT_EQ(lut.data[p], r.copyOfLut0 ? lumotest::patternByte(0, p) : 0) << r.scene << p;
     }
   }
-}
-
-TEST_F(Trigger, ShadingAboveEveryBandIsPassedOnAsNaN) {
-  bool changed = false;
+  // The shading blend of the zero records is passed on as NaN.
+  fresh();
   hostsim::LogCapture capture;
+  bool changed = false;
   ASSERT_TRUE(trigger.triggerShading(frame("quad", 600, 2500, 1.0f), &shading, changed));
   EXPECT_TRUE(changed);
   for (float v : shading.data) EXPECT_TRUE(std::isnan(v)) << v;
@@ -334,98 +317,61 @@ TEST_F(Trigger, UnknownSceneSkipsEverything) {
 }
 
 TEST_F(Trigger, ZoomRatioChoosesTheLargestKeyNotAbove) {
-  struct Row {
-    float zoom;
-    const char* indices;
-  };
   const float nan = std::numeric_limits<float>::quiet_NaN();
   // Keys 1, 2, 5, 8; at CCT 3300 they give 0..3, 4, 5 and 2.
-  const Row rows[] = {{0.6f, "0, 1, 2, 3"},  {1.0f, "0, 1, 2, 3"}, {1.99f, "0, 1, 2, 3"},
-                      {2.0f, "4, 4, 4, 4"},  {4.9f, "4, 4, 4, 4"}, {5.0f, "5, 5, 5, 5"},
-                      {7.99f, "5, 5, 5, 5"}, {8.0f, "2, 2, 2, 2"}, {100.0f, "2, 2, 2, 2"},
-                      {nan, "2, 2, 2, 2"}};
-  for (const Row& r : rows) {
-    ParamTrigger fresh;
-    fresh.initialize(param_trigger_init_info{false, kName}, *store);
+  const std::pair<float, const char*> rows[] = {
+      {0.6f, "0, 1, 2, 3"},   {1.0f, "0, 1, 2, 3"}, {1.99f, "0, 1, 2, 3"}, {2.0f, "4, 4, 4, 4"},
+      {4.9f, "4, 4, 4, 4"},   {5.0f, "5, 5, 5, 5"}, {7.99f, "5, 5, 5, 5"}, {8.0f, "2, 2, 2, 2"},
+      {100.0f, "2, 2, 2, 2"}, {nan, "2, 2, 2, 2"}};
+  for (const auto& [zoom, indices] : rows) {
+    fresh();
     hostsim::LogCapture capture;
     bool changed = false;
-    EXPECT_TRUE(fresh.triggerShading(frame("quad", 250, 3300, r.zoom), &shading, changed));
-    EXPECT_EQ(triggerLines(capture).at(0), std::string("shading index ") + r.indices) << r.zoom;
+    EXPECT_TRUE(trigger.triggerShading(frame("quad", 250, 3300, zoom), &shading, changed));
+    EXPECT_EQ(triggerLines(capture).at(0), std::string("shading index ") + indices) << zoom;
   }
 }
 
-TEST_F(Trigger, SingleShadingBlockIsStillBlendedInFourTerms) {
+TEST_F(Trigger, OneShadingBlockIsBlendedInFourTermsAndKeptUnderAnotherZoomSet) {
   bool changed = false;
-  ASSERT_TRUE(trigger.triggerShading(frame("quad", 250, 3300, 2.0f), &shading, changed));
-  // Band 0..65535 for lux and CCT: both brackets are the band itself.
-  const Weights w = weightsFor(250, 65535, 0, 3300, 65535, 0, 65535, 0);
-  for (unsigned j = 0; j < 8; j++) {
-    const float s = shadingEntry(4, j);
-    const float expected = ((w.w[0] * s + w.w[1] * s) + w.w[2] * s) + w.w[3] * s;
-    EXPECT_EQ(shading.data[j], expected) << j;
-  }
-}
-
-TEST_F(Trigger, SameIndicesUnderAnotherZoomSetKeepTheShading) {
-  bool changed = false;
-  ASSERT_TRUE(triggerShadingOnly(frame("quad", 250, 2900, 2.0f), changed));
+  ASSERT_TRUE(trigger.triggerShading(frame("quad", 250, 2900, 2.0f), &shading, changed));
   ASSERT_TRUE(changed);
+  // Band 0..65535 for lux and CCT: both brackets are the band itself.
+  const Weights w = weightsFor(250, 65535, 0, 2900, 65535, 0, 65535, 0);
+  const uint16_t k[4] = {4, 4, 4, 4};
+  for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(k, w.w, j)) << j;
+  // Zoom 9 picks the set of key 8, whose cell at CCT 2900 is block 4 as well.
   const float before = shading.data[3];
   changed = false;
-  // Zoom 9 picks the set of key 8, whose cell at CCT 2900 is block 4 as well.
-  ASSERT_TRUE(triggerShadingOnly(frame("quad", 250, 2900, 9.0f), changed));
+  ASSERT_TRUE(trigger.triggerShading(frame("quad", 250, 2900, 9.0f), &shading, changed));
   EXPECT_FALSE(changed);
   EXPECT_EQ(shading.data[3], before);
 }
 
 TEST_F(Trigger, DebugModePrintsBothOutputsOnEveryFrame) {
-  ParamTrigger debug;
-  debug.initialize(param_trigger_init_info{true, kName}, *store);
-  for (int frameNo = 0; frameNo < 2; frameNo++) {
-    hostsim::LogCapture capture;
-    bool changed = false;
-    ASSERT_TRUE(debug.trigger(frame("common", 150, 2100, 1.0f), &lut, &shading, changed));
-    std::string lutText = "param_lut = [";
-    for (size_t p = 0; p < 50; p++) {
-      lutText += " " + std::to_string(lumotest::patternByte(0, p));
-    }
-    lutText += "]";
-    std::vector<std::string> prints;
-    for (const std::string& line : triggerLines(capture)) {
-      if (line.rfind("param_lut", 0) == 0 || line.rfind("shading_table", 0) == 0) {
-        prints.push_back(line);
+  std::string lutText = "param_lut = [";
+  for (size_t p = 0; p < 50; p++) lutText += " " + std::to_string(lumotest::patternByte(0, p));
+  lutText += "]";
+  for (bool debug : {true, false}) {
+    fresh(debug);
+    for (int frameNo = 0; frameNo < 2; frameNo++) {
+      hostsim::LogCapture capture;
+      bool changed = false;
+      ASSERT_TRUE(run(frame("common", 150, 2100, 1.0f), changed));
+      Lines prints;
+      for (const std::string& line : triggerLines(capture)) {
+        if (line.rfind("param_lut", 0) == 0 || line.rfind("shading_table", 0) == 0) {
+          prints.push_back(line);
+        }
       }
+      const std::string table = "shading_table = [ " + joined(shading.data, 8, true, " ") + "]";
+      EXPECT_EQ(prints, debug ? (Lines{lutText, table}) : Lines()) << debug << frameNo;
     }
-    ASSERT_EQ(prints.size(), 2u) << frameNo;
-    EXPECT_EQ(prints[0], lutText);
-    char text[256];
-    std::snprintf(text, sizeof(text), "shading_table = [ %g %g %g %g %g %g %g %g]", shading.data[0],
-                  shading.data[1], shading.data[2], shading.data[3], shading.data[4],
-                  shading.data[5], shading.data[6], shading.data[7]);
-    EXPECT_EQ(prints[1], text);
-  }
-  hostsim::LogCapture quiet;
-  bool changed = false;
-  ASSERT_TRUE(run(frame("common", 150, 2100, 1.0f), changed));
-  for (const std::string& line : triggerLines(quiet)) {
-    EXPECT_EQ(line.find("param_lut"), std::string::npos);
-    EXPECT_EQ(line.find("shading_table"), std::string::npos);
   }
 }
 
 // Stores of their own: indices at the signed 16-bit limit and past the pools.
-class TriggerStore : public testing::Test {
-protected:
-  void SetUp() override { lumotest::quietLogs(); }
-  std::unique_ptr<ParamUtil> load(const calib::CalibrationFile& f) {
-    return std::make_unique<ParamUtil>(lumotest::writeCalib(dir, "s.bin", f));
-  }
-  lumotest::TempDir dir;
-  param_lut_t lut{};
-  param_shading_float_t shading{};
-};
-
-TEST_F(TriggerStore, IndexFrom32768IsRecomputedOnEveryFrame) {
+TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
   calib::CalibrationFile f;
   f.scenes.push_back({"common", {luxBand(0, 65535, {{0, 65535, 0}})}, std::nullopt});
   f.zooms.push_back({1.0f, {luxBand(0, 65535, {{0, 65535, 32767}})}, std::nullopt});
@@ -433,25 +379,19 @@ TEST_F(TriggerStore, IndexFrom32768IsRecomputedOnEveryFrame) {
   f.luts.push_back(lumotest::patternLut(0));
   f.shadings.resize(32769);
   f.shadings[32768] = {1, 2, 3, 4, 5, 6, 7, 8};
-  const auto store = load(f);
-  ASSERT_EQ(store->shadingCount, 32769u);
-  struct Row {
-    float zoom;
-    bool changedAgain;
-  };
-  for (const Row& r : {Row{1.0f, false}, Row{2.0f, true}}) {
-    ParamTrigger trigger;
-    trigger.initialize(param_trigger_init_info{false, kName}, *store);
+  for (const auto& [zoom, changedAgain] : {std::pair{1.0f, false}, std::pair{2.0f, true}}) {
+    load(f);
+    ASSERT_EQ(own->shadingCount, 32769u);
     for (int frameNo = 0; frameNo < 3; frameNo++) {
       bool changed = false;
-      ASSERT_TRUE(trigger.trigger(frame("common", 10, 10, r.zoom), &lut, &shading, changed));
-      EXPECT_EQ(changed, frameNo == 0 || r.changedAgain) << r.zoom << " frame " << frameNo;
+      ASSERT_TRUE(run(frame("common", 10, 10, zoom), changed));
+      EXPECT_EQ(changed, frameNo == 0 || changedAgain) << zoom << " frame " << frameNo;
     }
-    EXPECT_EQ(trigger.m_shadingIndex[0], r.changedAgain ? -32768 : 32767);
+    EXPECT_EQ(trigger.m_shadingIndex[0], changedAgain ? -32768 : 32767);
   }
 }
 
-TEST_F(TriggerStore, BlocksPastThePoolAreNeverRead) {
+TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   calib::CalibrationFile f;
   // Indices 0, 5, then 3 last: four LUTs, and block 5 is not among them.
   f.scenes.push_back({"s", {luxBand(0, 100, {{0, 100, 0}, {200, 300, 5}})}, std::nullopt});
@@ -460,52 +400,41 @@ TEST_F(TriggerStore, BlocksPastThePoolAreNeverRead) {
   f.zooms.push_back({4.0f, {luxBand(0, 100, {{0, 100, 0}})}, std::nullopt});
   for (unsigned i = 0; i < 4; i++) f.luts.push_back(lumotest::patternLut(i));
   f.shadings.resize(1);
-  const auto store = load(f);
-  ASSERT_EQ(store->lutCount, 4u);
-  ASSERT_EQ(store->shadingCount, 1u);
-  ParamTrigger trigger;
-  trigger.initialize(param_trigger_init_info{false, kName}, *store);
+  load(f);
+  ASSERT_EQ(own->lutCount, 4u);
+  ASSERT_EQ(own->shadingCount, 1u);
   std::memset(lut.data, 0x33, LUT_BYTES);
 
   hostsim::LogCapture capture;
   bool changed = false;
-  EXPECT_FALSE(trigger.trigger(frame("s", 50, 250, 4.0f), &lut, &shading, changed));
+  EXPECT_FALSE(run(frame("s", 50, 250, 4.0f), changed));
   EXPECT_FALSE(changed);
   EXPECT_EQ(lut.data[0], 0x33);
   EXPECT_EQ(trigger.m_lutIndex[0], -1);
   EXPECT_EQ(lumotest::errorMessages(capture),
-            std::vector<std::string>{kHead + "lut index 5, 5, 5, 5 beyond the 4 LUT blocks of "
-                                             "the store, no parameters for this frame"});
+            Lines{kHead + "lut index 5, 5, 5, 5 beyond the 4 LUT blocks of the store, no "
+                          "parameters for this frame"});
 
   // A good LUT cell with a shading cell past the pool also leaves the frame
   // without parameters (the LUT is written; the caller passes the frame through).
   capture.clear();
   changed = false;
-  EXPECT_FALSE(trigger.trigger(frame("t", 50, 250, 1.0f), &lut, &shading, changed));
+  EXPECT_FALSE(run(frame("t", 50, 250, 1.0f), changed));
   EXPECT_EQ(lut.data[1], lumotest::patternByte(3, 1));
   EXPECT_EQ(trigger.m_shadingIndex[0], -1);
   EXPECT_EQ(lumotest::errorMessages(capture),
-            std::vector<std::string>{kHead + "shading index 2, 2, 2, 2 beyond the 1 shading "
-                                             "blocks of the store, no parameters for this frame"});
-}
+            Lines{kHead + "shading index 2, 2, 2, 2 beyond the 1 shading blocks of the store, "
+                          "no parameters for this frame"});
 
-TEST_F(TriggerStore, NoZoomRatiosMeansNoShadingParameters) {
-  calib::CalibrationFile f;
-  f.scenes.push_back({"common", {luxBand(0, 65535, {{0, 65535, 0}})}, std::nullopt});
-  f.luts.push_back(lumotest::patternLut(0));
-  const auto store = load(f);
-  ParamTrigger trigger;
-  trigger.initialize(param_trigger_init_info{false, kName}, *store);
-  hostsim::LogCapture capture;
-  bool changed = false;
-  EXPECT_FALSE(trigger.trigger(frame("common", 10, 10, 1.0f), &lut, &shading, changed));
+  // Without zoom ratios there are no shading parameters at all.
+  f.zooms.clear();
+  load(f);
+  capture.clear();
+  EXPECT_FALSE(run(frame("t", 10, 10, 1.0f), changed));
   EXPECT_EQ(lumotest::errorMessages(capture),
-            (std::vector<std::string>{
-                "[LumoFilter] not found lux or cct!!!!!!!!!!!",
-                "[LumoFilter] not found lux or cct!!!!!!!!!!!",
-                "[LumoFilter] not found lux or cct!!!!!!!!!!!",
-                kHead + "shading index 0, 0, 0, 0 beyond the 0 shading blocks of the store, no "
-                        "parameters for this frame"}));
+            (Lines{kNotFound, kNotFound, kNotFound,
+                   kHead + "shading index 0, 0, 0, 0 beyond the 0 shading blocks of the store, "
+                           "no parameters for this frame"}));
 }
 
 }  // namespace
