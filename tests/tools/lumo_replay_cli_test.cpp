@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "image.h"
 #include "image_files.h"
@@ -184,7 +185,15 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
                       "lux=12.500000 scene=9 faces=4 zoom=3.000000 name=X"),
             std::string::npos)
       << readText(dir / "log.txt");
-  ASSERT_EQ(lumo("run food.png --scene protrait -o p.png --logcat log2.txt " + kProbe).status, 0);
+  const Outcome portrait =
+      lumo("run food.png --scene protrait -o p.png --json --logcat log2.txt " + kProbe);
+  ASSERT_EQ(portrait.status, 0);
+  const auto report = nlohmann::json::parse(portrait.out);
+  ASSERT_EQ(report["frames"].size(), 1u);
+  EXPECT_EQ(report["frames"][0]["instance"], "snapshot");
+  EXPECT_EQ(report["frames"][0]["enabled"], true);
+  EXPECT_EQ(report["frames"][0]["width"], 64);
+  EXPECT_EQ(report["frames"][0]["output"], "p.png");
   EXPECT_NE(readText(dir / "log2.txt").find("scene=0 faces=4 zoom=-1.000000 name=-"),
             std::string::npos);
   const lumo::Image out = lumo::readImage((dir / "res/food_out.png").string());
