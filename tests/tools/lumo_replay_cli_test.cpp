@@ -127,7 +127,8 @@ TEST_F(ReplayCli, RawFramesKeepTheirGeometryAndThePluginOutputIsWritten) {
 
 TEST_F(ReplayCli, MissingCalibrationIsSaidOnceAndIsNotAnError) {
   write("s.jsonl", "{\"instance\": \"preview\"}\n{\"instance\": \"preview\"}\n");
-  const Outcome o = lumo("replay s.jsonl " + kProbe + " --out out --device-root dev");
+  const Outcome o = lumo("replay --prop vendor.x=1 --prop vendor.y=2 s.jsonl " + kProbe +
+                         " --out out --device-root dev");
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
   EXPECT_NE(o.err.find("dev/odm/etc/camera/lumo_filter_param.bin"), std::string::npos);
