@@ -67,6 +67,13 @@ HWY_INLINE void GatherPairs(const uint64_t* HWY_RESTRICT table, VI index, VU& lo
   const uint64_t v = table[hn::GetLane(index)];
   low = hn::Set(du, uint32_t(v));
   high = hn::Set(du, uint32_t(v >> 32));
+#elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  // 64-bit gathers that take 32-bit indices: no widening of the indices.
+  const uint8_t* base = reinterpret_cast<const uint8_t*>(table);
+  const VU first{_mm512_i32gather_epi64(_mm512_castsi512_si256(index.raw), base, 8)};
+  const VU second{_mm512_i32gather_epi64(_mm512_extracti64x4_epi64(index.raw, 1), base, 8)};
+  low = hn::ConcatEven(du, second, first);
+  high = hn::ConcatOdd(du, second, first);
 #else
   const DI di;
   const hn::Half<DI> dh;
@@ -180,20 +187,22 @@ HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& l
   if (!p.hasStyle) return c;
   const VF zero = hn::Zero(df), one = hn::Set(df, 1.0f);
   const VF dx = hn::MulAdd(hn::Set(df, p.ax), x, hn::Set(df, p.bx));
-  const VF s = hn::Mul(hn::Sqrt(hn::MulAdd(dx, dx, dy2)), hn::Set(df, p.coordScale));
+  const VF d = hn::Sqrt(hn::MulAdd(dx, dx, dy2));
   VF f;
   if (p.hardStep) {
-    f = hn::IfThenElseZero(hn::Ge(s, hn::Set(df, p.smoothStart)), one);
+    f = hn::IfThenElseZero(
+        hn::Ge(hn::Mul(d, hn::Set(df, p.coordScale)), hn::Set(df, p.smoothStart)), one);
   } else {
-    const VF t = Clamp(
-        hn::Mul(hn::Sub(s, hn::Set(df, p.smoothStart)), hn::Set(df, p.smoothInvRange)), zero, one);
+    const VF t =
+        Clamp(hn::MulAdd(d, hn::Set(df, p.stepScale), hn::Set(df, p.stepOffset)), zero, one);
     f = hn::Mul(hn::Mul(t, t), hn::NegMulAdd(hn::Set(df, 2.0f), t, hn::Set(df, 3.0f)));
   }
-  const VF y = hn::Mul(luma, hn::Set(df, 1.0f / 255.0f));
-  VF protect = Clamp(hn::MulAdd(hn::Set(df, p.preserveK), y, hn::Set(df, p.preserveB)), zero, one);
+  // Protection and knee read the luma in 0..255 directly (their factors carry the 1/255).
+  VF protect =
+      Clamp(hn::MulAdd(hn::Set(df, p.protectScale), luma, hn::Set(df, p.preserveB)), zero, one);
   if (p.knee) {
-    const VF h = Clamp(hn::Mul(hn::Sub(hn::Set(df, p.preserveT), y), hn::Set(df, p.preserveInvV)),
-                       zero, one);
+    const VF h =
+        Clamp(hn::MulAdd(hn::Set(df, p.kneeScale), luma, hn::Set(df, p.kneeOffset)), zero, one);
     protect = hn::Mul(protect, h);
   }
   const VF gain = hn::MulAdd(hn::Mul(hn::Set(df, p.valueScale), f), protect, one);
@@ -395,13 +404,21 @@ FusedParams makeFusedParams(const ChainPlan& plan, const FusedTables& tables) {
     p.coordScale = float(s.coordScale);
     p.smoothStart = float(s.smoothStart);
     p.hardStep = s.smoothStart == s.smoothEnd;
-    p.smoothInvRange = p.hardStep ? 0.0f : float(1.0 / (s.smoothEnd - s.smoothStart));
+    if (!p.hardStep) {
+      // t = (d * scale - start) / (end - start) as one multiply-add.
+      const double inv = 1.0 / (s.smoothEnd - s.smoothStart);
+      p.stepScale = float(s.coordScale * inv);
+      p.stepOffset = float(-s.smoothStart * inv);
+    }
     p.valueScale = float(s.valueScale);
-    p.preserveK = float(s.preserveK);
+    p.protectScale = float(s.preserveK / 255.0);
     p.preserveB = float(s.preserveB);
-    p.preserveT = float(s.preserveT);
     p.knee = s.preserveV != 0;
-    p.preserveInvV = p.knee ? float(1.0 / s.preserveV) : 0.0f;
+    if (p.knee) {
+      // h = (T - luma / 255) / V as one multiply-add on luma.
+      p.kneeScale = float(-1.0 / (255.0 * s.preserveV));
+      p.kneeOffset = float(s.preserveT / s.preserveV);
+    }
   }
   return p;
 }

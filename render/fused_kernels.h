@@ -37,10 +37,13 @@ struct FusedParams {
   const uint64_t* edges = nullptr;
   bool hasStyle = false;
   float ax = 0, bx = 0, ay = 0, by = 0;
-  float coordScale = 0, smoothStart = 0, smoothInvRange = 0;
-  bool hardStep = false;  // smoothStart == smoothEnd
-  float valueScale = 0, preserveK = 0, preserveB = 0, preserveT = 0, preserveInvV = 0;
-  bool knee = false;  // preserveV != 0
+  float coordScale = 0, smoothStart = 0;
+  float stepScale = 0, stepOffset = 0;  // smoothstep argument from the distance
+  bool hardStep = false;                // smoothStart == smoothEnd
+  float valueScale = 0;
+  float protectScale = 0, preserveB = 0;  // protection from luma in 0..255
+  float kneeScale = 0, kneeOffset = 0;    // knee from luma in 0..255
+  bool knee = false;                      // preserveV != 0
 };
 
 // One row pair of a 4:2:0 frame as the vector kernel sees it.

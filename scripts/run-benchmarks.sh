@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Runs every benchmark binary of a build (build/<preset>/bin/*_bench, one run
-# each, JSON kept beside the console output), then times ffmpeg's lut3d on the
-# renderer benchmark's own 4000x3000 NV21 frame and LUT, and prints the ratios
-# side by side.
+# each, JSON kept beside the console output), then times ffmpeg's lut3d on
+# the renderer benchmark's own 4000x3000 NV21 frame and LUT (written by
+# render_fixture), and prints the ratios side by side.
 #
 #   scripts/run-benchmarks.sh [build-dir] [out-dir]
 #
@@ -13,6 +13,7 @@ build=${1:-build/dev}
 out=${2:-$build/bench-results}
 frames=${FFMPEG_FRAMES:-5}
 mkdir -p "$out"
+status=0
 
 shopt -s nullglob
 benches=("$build"/bin/*_bench)
@@ -24,18 +25,22 @@ fi
 for bench in "${benches[@]}"; do
   name=$(basename "$bench")
   echo "== $name" >&2
-  "$bench" --benchmark_repetitions=1 --benchmark_out="$out/$name.json" --benchmark_out_format=json
+  if ! "$bench" --benchmark_repetitions=1 --benchmark_out="$out/$name.json" \
+    --benchmark_out_format=json; then
+    echo "$name failed" >&2
+    status=1
+  fi
 done
 
-render_bench="$build/bin/render_bench"
-if [ ! -x "$render_bench" ] || ! command -v ffmpeg >/dev/null; then
-  echo "render_bench or ffmpeg missing: no ffmpeg comparison" >&2
-  exit 0
+render_fixture="$build/bin/render_fixture"
+if [ ! -x "$render_fixture" ] || [ ! -f "$out/render_bench.json" ] || ! command -v ffmpeg >/dev/null; then
+  echo "render_fixture, render_bench results or ffmpeg missing: no ffmpeg comparison" >&2
+  exit $status
 fi
 
 fixture=$(mktemp -d)
 trap 'rm -rf "$fixture"' EXIT
-"$render_bench" --write-fixture "$fixture"
+"$render_fixture" "$fixture"
 
 # Wall and CPU (user + system, all threads) milliseconds per frame for one
 # ffmpeg route, from -benchmark over `frames` renders of the same frame.
@@ -105,3 +110,4 @@ for threads in (1, 2):
             print(f"  {threads} thread(s): ffmpeg {route:12s} {fw:7.1f} | {fc:7.1f} ms;"
                   f" renderer {chain:9s} {w:6.2f} | {c:6.2f} ms: {fw / w:5.1f} x | {fc / c:5.1f} x faster")
 PY
+exit $status

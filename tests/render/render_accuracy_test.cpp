@@ -114,24 +114,6 @@ void expectAgreement(const RenderOptions& options, const std::string& label) {
   }
 }
 
-TEST(RenderAccuracy, ReferencePathMatchesReferenceExactlyOnAnyThreadCount) {
-  for (size_t threads : {1, 3}) {
-    std::mt19937 rng(99);
-    const Geometry g{FrameLayout::NV21, 91, 77, 5};
-    EffectChain chain = testing::lutChain(testing::randomLattice(rng));
-    testing::addStyle(chain, randomStyle(rng));
-    TestImage in(g.layout, g.width, g.height, g.padding),
-        want(g.layout, g.width, g.height, g.padding);
-    TestImage got(g.layout, g.width, g.height, g.padding);
-    in.fill(rng);
-    renderReferenceRows(ChainPlan(chain, g.width, g.height), in.view(), want.view(), 0, g.height);
-    FrameRenderer renderer({RenderPath::Reference, threads});
-    renderer.setChain(chain);
-    ASSERT_EQ(renderer.render(in.view(), got.view()), "");
-    EXPECT_EQ(compare(got, want, got).maxError, 0) << threads << " threads";
-  }
-}
-
 TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
   for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
     hwy::SetSupportedTargetsForTest(target);

@@ -224,12 +224,8 @@ TEST_P(RenderEffects, InPlaceEqualsOutOfPlaceAndNv12MirrorsNv21) {
     }
 }
 
-TEST_P(RenderEffects, RefusesMismatchedFramesAndCopiesWithoutEffects) {
-  TestImage a(FrameLayout::NV21, 8, 8), b(FrameLayout::NV21, 8, 6), c(FrameLayout::RGBA, 8, 8);
-  TestImage d(FrameLayout::NV21, 8, 8);
-  const EffectChain chain = testing::lutChain(testing::identityLattice());
-  EXPECT_EQ(render(chain, a, b), "input and output sizes differ");
-  EXPECT_EQ(render(chain, a, c), "input and output colour families differ");
+TEST_P(RenderEffects, CopiesWithoutEffectsAndRefusesBrokenViews) {
+  TestImage a(FrameLayout::NV21, 8, 8), d(FrameLayout::NV21, 8, 8);
   FrameView broken = a.view();
   broken.lumaStride = 4;
   FrameRenderer renderer(GetParam());
