@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "image.h"
 #include "image_files.h"
@@ -126,7 +127,8 @@ TEST_F(ReplayCli, RawFramesKeepTheirGeometryAndThePluginOutputIsWritten) {
 
 TEST_F(ReplayCli, MissingCalibrationIsSaidOnceAndIsNotAnError) {
   write("s.jsonl", "{\"instance\": \"preview\"}\n{\"instance\": \"preview\"}\n");
-  const Outcome o = lumo("replay s.jsonl " + kProbe + " --out out --device-root dev");
+  const Outcome o = lumo("replay --prop vendor.x=1 --prop vendor.y=2 s.jsonl " + kProbe +
+                         " --out out --device-root dev");
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
   EXPECT_NE(o.err.find("dev/odm/etc/camera/lumo_filter_param.bin"), std::string::npos);
@@ -184,7 +186,15 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
                       "lux=12.500000 scene=9 faces=4 zoom=3.000000 name=X"),
             std::string::npos)
       << readText(dir / "log.txt");
-  ASSERT_EQ(lumo("run food.png --scene protrait -o p.png --logcat log2.txt " + kProbe).status, 0);
+  const Outcome portrait =
+      lumo("run food.png --scene protrait -o p.png --json --logcat log2.txt " + kProbe);
+  ASSERT_EQ(portrait.status, 0);
+  const auto report = nlohmann::json::parse(portrait.out);
+  ASSERT_EQ(report["frames"].size(), 1u);
+  EXPECT_EQ(report["frames"][0]["instance"], "snapshot");
+  EXPECT_EQ(report["frames"][0]["enabled"], true);
+  EXPECT_EQ(report["frames"][0]["width"], 64);
+  EXPECT_EQ(report["frames"][0]["output"], "p.png");
   EXPECT_NE(readText(dir / "log2.txt").find("scene=0 faces=4 zoom=-1.000000 name=-"),
             std::string::npos);
   const lumo::Image out = lumo::readImage((dir / "res/food_out.png").string());

@@ -18,9 +18,10 @@ void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
   c.add_option("--device-root", o.setup.deviceRoot,
                "Folder standing for the device's root: /odm/etc/camera/lumo_filter_param.bin and "
                "/data/vendor/camera/ dumps live under it (default: $LUMO_DEVICE_ROOT)");
+  // One value per --prop, so a following positional is never taken for a property.
   c.add_option("--prop", o.setup.props,
-               "System property KEY=VALUE, set before the plugin loads "
-               "(repeatable)");
+               "System property KEY=VALUE, set before the plugin loads (repeatable)")
+      ->allow_extra_args(false);
   c.add_option("--props", o.setup.propsFile,
                "File of KEY=VALUE property lines (getprop's "
                "[key]: [value] works too)")
