@@ -7,35 +7,35 @@
 // Thresholds: debug 3, info 5, error 7.
 #pragma once
 
-#include <string>
-
 #include <android/log.h>
 #include <vyalgo2/VyLog.h>
+
+#include <string>
 
 #define LUMO_LOG_GROUP 2
 #define LUMO_LOG_TAG "VyAlgoEngine"
 
-#define LUMO_LOG_STATEMENT(threshold, priority, letter, offlineLevel, needsMask, fmt, ...)     \
-  do {                                                                                         \
-    const bool lumoToAndroid_ =                                                                \
-        gVyCamLogLevel < (threshold) && (gVyCamLogGroup & LUMO_LOG_GROUP) != 0;                \
-    const bool lumoToOffline_ = gVyCamOfflineLogLevel < (threshold) &&                         \
-                                (gVyCamOfflineLogGroup & LUMO_LOG_GROUP) != 0 &&               \
-                                (!(needsMask) || gVyCamDebugMask != 0);                        \
-    if (lumoToAndroid_ || lumoToOffline_) {                                                    \
-      const std::string lumoFile_ = vydebug::Log::getFileName(__FILE__);                       \
-      if (lumoToAndroid_ &&                                                                    \
-          vydebug::Log::catchLogEncryptLog(LUMO_LOG_GROUP, lumoFile_.c_str(), __LINE__,        \
-                                           __func__, letter, fmt, ##__VA_ARGS__) == 0) {       \
-        __android_log_print(priority, LUMO_LOG_TAG, "%s %s:%d %s()" fmt,                       \
-                            vydebug::Log::vyaGroupToString(LUMO_LOG_GROUP), lumoFile_.c_str(), \
-                            __LINE__, __func__, ##__VA_ARGS__);                                \
-      }                                                                                        \
-      if (lumoToOffline_) {                                                                    \
-        vydebug::Log::logSystem(LUMO_LOG_GROUP, offlineLevel, lumoFile_.c_str(), __func__,     \
-                                __LINE__, fmt, ##__VA_ARGS__);                                 \
-      }                                                                                        \
-    }                                                                                          \
+#define LUMO_LOG_STATEMENT(threshold, priority, letter, offlineLevel, needsMask, fmt, ...)        \
+  do {                                                                                            \
+    const bool lumoToAndroid_ =                                                                   \
+        gVyCamLogLevel < (threshold) && (gVyCamLogGroup & LUMO_LOG_GROUP) != 0;                   \
+    const bool lumoToOffline_ = gVyCamOfflineLogLevel < (threshold) &&                            \
+                                (gVyCamOfflineLogGroup & LUMO_LOG_GROUP) != 0 &&                  \
+                                (!(needsMask) || gVyCamDebugMask != 0);                           \
+    if (lumoToAndroid_ || lumoToOffline_) {                                                       \
+      const std::string lumoFile_ = vydebug::Log::getFileName(__FILE__);                          \
+      if (lumoToAndroid_ &&                                                                       \
+          vydebug::Log::catchLogEncryptLog(LUMO_LOG_GROUP, lumoFile_.c_str(), __LINE__, __func__, \
+                                           letter, fmt, ##__VA_ARGS__) == 0) {                    \
+        __android_log_print(priority, LUMO_LOG_TAG, "%s %s:%d %s()" fmt,                          \
+                            vydebug::Log::vyaGroupToString(LUMO_LOG_GROUP), lumoFile_.c_str(),    \
+                            __LINE__, __func__, ##__VA_ARGS__);                                   \
+      }                                                                                           \
+      if (lumoToOffline_) {                                                                       \
+        vydebug::Log::logSystem(LUMO_LOG_GROUP, offlineLevel, lumoFile_.c_str(), __func__,        \
+                                __LINE__, fmt, ##__VA_ARGS__);                                    \
+      }                                                                                           \
+    }                                                                                             \
   } while (0)
 
 #define LUMO_LOGD(fmt, ...) \

@@ -1,12 +1,12 @@
 // android::GraphicBuffer: wraps a gralloc buffer handle for the GPU.
 #pragma once
 
-#include <cstdint>
-
 #include <android/hardware_buffer.h>
 #include <cutils/native_handle.h>
 #include <utils/RefBase.h>
 #include <utils/StrongPointer.h>
+
+#include <cstdint>
 
 namespace android {
 

@@ -1,16 +1,16 @@
 // The filter SDK's description of one frame handed to processFrame.
 #pragma once
 
+#include <EGL/egl.h>
+
 #include <cstddef>
 #include <cstdint>
-
-#include <EGL/egl.h>
 
 namespace videoprocess {
 
 enum VideoFormat : int {
-  VIDEO_FORMAT_SNAPSHOT = 9,   // offline snapshot pipelines
-  VIDEO_FORMAT_PREVIEW = 10,   // real-time preview pipelines
+  VIDEO_FORMAT_SNAPSHOT = 9,  // offline snapshot pipelines
+  VIDEO_FORMAT_PREVIEW = 10,  // real-time preview pipelines
 };
 
 struct FilterFrameParam {

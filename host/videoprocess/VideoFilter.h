@@ -2,10 +2,10 @@
 // a 3D LUT uploaded separately, and a render call.
 #pragma once
 
+#include <videoprocess/FilterFrameParam.h>
+
 #include <cstdint>
 #include <string>
-
-#include <videoprocess/FilterFrameParam.h>
 
 namespace videoprocess {
 

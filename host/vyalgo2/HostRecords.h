@@ -3,13 +3,13 @@
 // belong to the framework and are passed through untouched.
 #pragma once
 
+#include <vyalgo2/ImageParams.h>
+#include <vyalgo2/VyMetadata.h>
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
-
-#include <vyalgo2/ImageParams.h>
-#include <vyalgo2/VyMetadata.h>
 
 namespace vyalgo2 {
 

@@ -3,11 +3,11 @@
 // sits at the same byte offset as on the phone (checked below for 64-bit).
 #pragma once
 
+#include <cutils/native_handle.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-
-#include <cutils/native_handle.h>
 
 class VyMetadata;
 

@@ -2,13 +2,13 @@
 // contract with the framework: their order must never change.
 #pragma once
 
-#include <map>
-#include <memory>
-#include <vector>
-
 #include <vyalgo2/HostRecords.h>
 #include <vyalgo2/ImageParams.h>
 #include <vyalgo2/VyImageBuffer.h>
+
+#include <map>
+#include <memory>
+#include <vector>
 
 namespace vyalgo2 {
 

@@ -3,11 +3,11 @@
 // plugin objects.
 #pragma once
 
+#include <vyalgo2/PluginWraper.h>
+
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <vyalgo2/PluginWraper.h>
 
 namespace vyalgo2 {
 

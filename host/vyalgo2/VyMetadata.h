@@ -2,13 +2,13 @@
 // tag name or by tag number.
 #pragma once
 
+#include <system/camera_metadata.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <system/camera_metadata.h>
 
 class VyMetadata {
 public:
