@@ -33,8 +33,11 @@ FrameRenderer::FrameRenderer(RenderOptions options)
 void FrameRenderer::setChain(EffectChain chain) {
   m_chain = std::move(chain);
   m_tables = {};
-  if (!m_chain.luts.empty() && m_chain.luts[0].hasLattice)
+  m_fixedTables = {};
+  if (!m_chain.luts.empty() && m_chain.luts[0].hasLattice) {
     m_tables = buildFusedTables(m_chain.luts[0].lattice);
+    m_fixedTables = buildFixedPointTables(m_chain.luts[0].lattice);
+  }
 }
 
 void FrameRenderer::setLattice(size_t lutIndex, const uint8_t* bytes) {
@@ -42,7 +45,10 @@ void FrameRenderer::setLattice(size_t lutIndex, const uint8_t* bytes) {
   LutEffect& lut = m_chain.luts[lutIndex];
   std::memcpy(lut.lattice.data(), bytes, kLutBytes);
   lut.hasLattice = true;
-  if (lutIndex == 0) m_tables = buildFusedTables(lut.lattice);
+  if (lutIndex == 0) {
+    m_tables = buildFusedTables(lut.lattice);
+    m_fixedTables = buildFixedPointTables(lut.lattice);
+  }
 }
 
 void copyFrame(const FrameView& in, const FrameView& out) {
@@ -83,6 +89,9 @@ std::string FrameRenderer::render(const FrameView& in, const FrameView& out) {
   const bool fused = m_options.path == RenderPath::Fused && fusedKernelsSupport(m_chain);
   m_lastPath = fused ? RenderPath::Fused : RenderPath::Reference;
   const FusedParams params = fused ? makeFusedParams(plan, m_tables) : FusedParams{};
+  const FixedPointParams fixed = fused && m_options.fixedPoint
+                                     ? makeFixedPointParams(params, m_chain, m_fixedTables)
+                                     : FixedPointParams{};
 
   // Bands of whole row pairs, a few per thread so a slow thread does not
   // hold the others up; small frames stay on fewer threads.
@@ -97,7 +106,7 @@ std::string FrameRenderer::render(const FrameView& in, const FrameView& out) {
     const uint32_t end = std::min(in.height, begin + pairsPerBand * 2);
     if (begin >= end) return;
     if (fused) {
-      renderFusedRows(params, plan, in, out, begin, end);
+      renderFusedRows(params, fixed, plan, in, out, begin, end);
     } else {
       renderReferenceRows(plan, in, out, begin, end);
     }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "effect_chain.h"
+#include "fixed_point_kernels.h"
 #include "frame_view.h"
 #include "fused_kernels.h"
 #include "thread_pool.h"
@@ -19,6 +20,9 @@ enum class RenderPath { Reference, Fused };
 struct RenderOptions {
   RenderPath path = RenderPath::Fused;
   size_t threads = 1;
+  // The 16-bit kernel for 4:2:0 frames where the chain's parameters fit it;
+  // off, the float kernels render every column.
+  bool fixedPoint = true;
 };
 
 // LUMO_RENDER_REFERENCE=1 forces the reference; LUMO_RENDER_THREADS=N sets
@@ -46,7 +50,8 @@ public:
 private:
   RenderOptions m_options;
   EffectChain m_chain;
-  FusedTables m_tables;  // the first LUT effect's lattice, regrouped
+  FusedTables m_tables;            // the first LUT effect's lattice, regrouped
+  FixedPointTables m_fixedTables;  // the same, for the fixed-point kernel
   std::unique_ptr<ThreadPool> m_pool;
   RenderPath m_lastPath = RenderPath::Fused;
 };

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fixed_point_kernels.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "fused_kernels.cpp"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
@@ -249,14 +251,14 @@ HWY_INLINE void RenderRow(const FusedParams& p, const uint8_t* in, uint8_t* out,
 }
 
 template <bool kPaired>
-size_t FusedYuvRows(const FusedParams& p, const YuvRowPair& r, size_t pairs) {
+size_t FusedYuvRows(const FusedParams& p, const YuvRowPair& r, size_t start, size_t pairs) {
   const DF df;
   const size_t n = hn::Lanes(df);
   const VF mid = hn::Set(df, 128.0f);
   const VF lanes2 = hn::Mul(hn::Iota(df, 0.0f), hn::Set(df, 2.0f));
   const VF invCount = hn::Set(df, kPaired ? 0.25f : 0.5f);
   const VF dy2First = hn::Set(df, r.dy2[0]), dy2Second = hn::Set(df, r.dy2[1]);
-  size_t x = 0;
+  size_t x = start;
   for (; x + n <= pairs; x += n) {
     VF first, second;
     LoadBytePairs(r.chroma + 2 * x, first, second);
@@ -290,13 +292,15 @@ size_t FusedYuvRows(const FusedParams& p, const YuvRowPair& r, size_t pairs) {
   return x;
 }
 
-// Renders the first whole vectors of column pairs; returns how many pairs it did.
-size_t FusedYuvRowPair(const FusedParams& params, const YuvRowPair& rows, size_t pairs) {
+// Renders whole vectors of column pairs from `start`; returns where it stopped.
+size_t FusedYuvRowPair(const FusedParams& params, const YuvRowPair& rows, size_t start,
+                       size_t pairs) {
   // Local copies: the output stores cannot alias them, so the compiler keeps
   // the constants in registers.
   const FusedParams p = params;
   const YuvRowPair r = rows;
-  return r.y[1] != nullptr ? FusedYuvRows<true>(p, r, pairs) : FusedYuvRows<false>(p, r, pairs);
+  return r.y[1] != nullptr ? FusedYuvRows<true>(p, r, start, pairs)
+                           : FusedYuvRows<false>(p, r, start, pairs);
 }
 
 // Renders the first whole vectors of an RGBA row; returns how many pixels it did.
@@ -428,8 +432,9 @@ static float verticalOffsetSquared(const FusedParams& p, uint32_t y) {
   return dy * dy;
 }
 
-void renderFusedRows(const FusedParams& params, const ChainPlan& plan, const FrameView& in,
-                     const FrameView& out, uint32_t rowBegin, uint32_t rowEnd) {
+void renderFusedRows(const FusedParams& params, const FixedPointParams& fixed,
+                     const ChainPlan& plan, const FrameView& in, const FrameView& out,
+                     uint32_t rowBegin, uint32_t rowEnd) {
   if (isYuv(in.layout)) {
     const size_t pairs = in.width / 2, blocksX = (in.width + 1) / 2;
     for (uint32_t y = rowBegin; y < rowEnd; y += 2) {
@@ -445,7 +450,8 @@ void renderFusedRows(const FusedParams& params, const ChainPlan& plan, const Fra
       r.outCrFirst = out.layout == FrameLayout::NV21;
       r.dy2[0] = verticalOffsetSquared(params, y);
       r.dy2[1] = verticalOffsetSquared(params, y + 1);
-      const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, pairs);
+      const size_t fixedDone = renderFixedPointRowPair(fixed, params, r, pairs);
+      const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, fixedDone, pairs);
       for (size_t bx = done; bx < blocksX; ++bx)
         renderYuvBlock<float>(plan, in, out, uint32_t(bx), y / 2);
     }

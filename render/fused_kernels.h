@@ -59,9 +59,14 @@ struct YuvRowPair {
 // `tables` must outlive the parameters; the plan must satisfy fusedKernelsSupport.
 FusedParams makeFusedParams(const ChainPlan& plan, const FusedTables& tables);
 
-// Renders rows [rowBegin, rowEnd) (even rowBegin for 4:2:0) of `in` into `out`.
-void renderFusedRows(const FusedParams& params, const ChainPlan& plan, const FrameView& in,
-                     const FrameView& out, uint32_t rowBegin, uint32_t rowEnd);
+struct FixedPointParams;
+
+// Renders rows [rowBegin, rowEnd) (even rowBegin for 4:2:0) of `in` into `out`:
+// the fixed-point kernel where `fixed` is usable, the float kernels for the
+// columns it leaves, the per-block code for the last few.
+void renderFusedRows(const FusedParams& params, const FixedPointParams& fixed,
+                     const ChainPlan& plan, const FrameView& in, const FrameView& out,
+                     uint32_t rowBegin, uint32_t rowEnd);
 
 // Name of the instruction set the dispatcher picks now.
 const char* fusedKernelTarget();

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "chain_plan.h"
+#include "fixed_point_kernels.h"
 #include "frame_renderer.h"
 #include "reference_renderer.h"
 #include "render_test_support.h"
@@ -123,6 +124,157 @@ TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
     }
   }
   hwy::SetSupportedTargetsForTest(0);
+}
+
+bool cpuHasFixedPointKernel() { return (hwy::SupportedTargets() & (HWY_AVX3 | HWY_AVX3_DL)) != 0; }
+
+// Style parameters inside the fixed-point kernel's ranges, hard steps and
+// knees included.
+StyleEffect fixedPointStyle(std::mt19937& rng) {
+  std::uniform_real_distribution<double> u(0, 1);
+  StyleEffect s = randomStyle(rng);
+  s.valueScale = -0.95 + 1.9 * u(rng);
+  s.preserveK = -3 + 6 * u(rng);
+  s.preserveB = -1 + 2.5 * u(rng);
+  s.preserveV = u(rng) < 0.3 ? 0 : (u(rng) < 0.5 ? -1 : 1) * (0.15 + 0.85 * u(rng));
+  s.preserveT = 1.2 * u(rng);
+  if (u(rng) < 0.2) s.smoothEnd = s.smoothStart;
+  return s;
+}
+
+FusedParams fusedParamsFor(const EffectChain& chain, const FusedTables& tables, uint32_t width,
+                           uint32_t height) {
+  return makeFusedParams(ChainPlan(chain, width, height), tables);
+}
+
+TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
+  const Geometry geometries[] = {{FrameLayout::NV21, 256, 64, 0},
+                                 {FrameLayout::NV12, 200, 31, 24},
+                                 {FrameLayout::NV21, 450, 9, 3}};
+  const LutLattice smooth = testing::makeLattice([](double r, double g, double b) {
+    return std::array<double, 3>{0.8 * r + 0.2 * g + 20, g * g / 255, 255 - 0.9 * b};
+  });
+  std::mt19937 rng(99);
+  ErrorStats all;
+  for (const Geometry& g : geometries) {
+    for (int lattice = 0; lattice < 3; ++lattice) {
+      for (double strength : {1.0, 0.5, 0.0}) {
+        for (int style = 0; style < 3; ++style) {
+          SCOPED_TRACE(std::to_string(g.width) + "x" + std::to_string(g.height) + " lattice " +
+                       std::to_string(lattice) + " strength " + std::to_string(strength) +
+                       " style " + std::to_string(style));
+          const LutLattice l = lattice == 0   ? testing::randomLattice(rng)
+                               : lattice == 1 ? smooth
+                                              : testing::identityLattice();
+          EffectChain chain = testing::lutChain(l, strength);
+          TestImage in(g.layout, g.width, g.height, g.padding);
+          in.fill(rng);
+          if (style == 1) testing::addStyle(chain, fixedPointStyle(rng));
+          if (style == 2) {
+            // Nearly doubles bright pixels: luma and chroma leave the byte range
+            // before the output clamps them.
+            StyleEffect bright;
+            bright.smoothEnd = 0.2;
+            bright.coordScale = 1;
+            bright.valueScale = 0.98;
+            bright.preserveB = 1;
+            testing::addStyle(chain, bright);
+            for (testing::GuardedBuffer* b : in.buffers())
+              for (size_t i = 0; i < b->size(); ++i) b->data()[i] |= 0xC0;
+          }
+          const FusedTables tables = buildFusedTables(l);
+          const FixedPointTables fixedTables = buildFixedPointTables(l);
+          ASSERT_TRUE(makeFixedPointParams(fusedParamsFor(chain, tables, g.width, g.height), chain,
+                                           fixedTables)
+                          .usable);
+          TestImage want(g.layout, g.width, g.height, g.padding),
+              got(g.layout, g.width, g.height, g.padding);
+          want.copyFrom(in);
+          got.copyFrom(in);
+          renderReferenceRows(ChainPlan(chain, g.width, g.height), in.view(), want.view(), 0,
+                              g.height);
+          FrameRenderer renderer({RenderPath::Fused, 2, true});
+          renderer.setChain(chain);
+          ASSERT_EQ(renderer.render(got.view(), got.view()), "");  // in place
+          const ErrorStats stats = compare(got, want, in);
+          EXPECT_LE(stats.maxError, 1);
+          EXPECT_LE(stats.mean(), 0.05);
+          EXPECT_EQ(stats.paddingChanged, 0u);
+          all.maxError = std::max(all.maxError, stats.maxError);
+          all.sum += stats.sum;
+          all.samples += stats.samples;
+        }
+      }
+    }
+  }
+  RecordProperty("mean_error", std::to_string(all.mean()));
+  EXPECT_LE(all.mean(), 0.03);
+}
+
+TEST(RenderAccuracy, FixedPointKernelCoversWholeVectorsOfTheRowOnly) {
+  if (!cpuHasFixedPointKernel()) GTEST_SKIP() << "no AVX-512 on this CPU";
+  std::mt19937 rng(5);
+  const LutLattice l = testing::randomLattice(rng);
+  const EffectChain chain = testing::lutChain(l);
+  const FusedTables tables = buildFusedTables(l);
+  const FixedPointTables fixedTables = buildFixedPointTables(l);
+  const FusedParams fused = fusedParamsFor(chain, tables, 190, 2);
+  const FixedPointParams fixed = makeFixedPointParams(fused, chain, fixedTables);
+  ASSERT_TRUE(fixed.usable);
+  TestImage in(FrameLayout::NV21, 190, 2), out(FrameLayout::NV21, 190, 2);
+  in.fill(rng);
+  out.fillConstant(7);
+  const FrameView& v = in.view();
+  const YuvRowPair rows{{v.luma, v.luma + v.lumaStride},
+                        v.chroma,
+                        {out.view().luma, out.view().luma + out.view().lumaStride},
+                        out.view().chroma,
+                        true,
+                        true,
+                        {0, 0}};
+  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 95), 64u);
+  // Columns past the last whole vector are left for the float kernels.
+  EXPECT_EQ(*out.lumaAt(128, 0), 7);
+  EXPECT_EQ(*out.chromaAt(64, 0), 7);
+  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 31), 0u);
+}
+
+TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
+  const LutLattice l = testing::identityLattice();
+  const FusedTables tables = buildFusedTables(l);
+  const FixedPointTables fixedTables = buildFixedPointTables(l);
+  const auto usable = [&](const EffectChain& chain) {
+    return makeFixedPointParams(fusedParamsFor(chain, tables, 64, 64), chain, fixedTables).usable;
+  };
+  EXPECT_TRUE(usable(testing::lutChain(l)));
+  EXPECT_TRUE(usable(testing::lutChain(l, 0)));
+  EXPECT_FALSE(usable(testing::lutChain(l, 1.5)));
+  EXPECT_FALSE(usable(testing::lutChain(l, -0.1)));
+  EXPECT_FALSE(makeFixedPointParams(fusedParamsFor(testing::lutChain(l), tables, 64, 64),
+                                    testing::lutChain(l), FixedPointTables{})
+                   .usable);
+  StyleEffect base;
+  base.smoothEnd = 1;
+  base.coordScale = 1;
+  base.valueScale = -0.5;
+  base.preserveK = 1;
+  base.preserveV = 0.5;
+  base.preserveT = 0.9;
+  const auto withStyle = [&](auto change) {
+    EffectChain chain = testing::lutChain(l);
+    StyleEffect s = base;
+    change(s);
+    testing::addStyle(chain, s);
+    return usable(chain);
+  };
+  EXPECT_TRUE(withStyle([](StyleEffect&) {}));
+  EXPECT_FALSE(withStyle([](StyleEffect& s) { s.valueScale = 1.0; }));   // gain reaches 2
+  EXPECT_FALSE(withStyle([](StyleEffect& s) { s.valueScale = -1.2; }));  // gain below 0
+  EXPECT_FALSE(withStyle([](StyleEffect& s) { s.preserveK = 9; }));      // slope past Q12
+  EXPECT_FALSE(withStyle([](StyleEffect& s) { s.preserveB = -8.5; }));
+  EXPECT_FALSE(withStyle([](StyleEffect& s) { s.preserveV = 0.1; }));  // knee slope 10
+  EXPECT_FALSE(withStyle([](StyleEffect& s) { s.preserveT = 5; }));    // knee offset 10
+  EXPECT_TRUE(withStyle([](StyleEffect& s) { s.preserveV = 0; }));     // no knee
 }
 
 TEST(RenderAccuracy, EnvironmentSwitchesChooseThePathAndThreads) {

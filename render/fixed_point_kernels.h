@@ -1,0 +1,51 @@
+// The 4:2:0 LUT + style chain in 16-bit fixed point, 32 chroma columns per
+// vector: twice the lanes of the float kernels and integer dot products for
+// the tetrahedral weights. It covers the parameter ranges where its formats
+// cannot overflow (makeFixedPointParams says when); everything else, and
+// every CPU without the kernel, goes through the float kernels.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "effect_chain.h"
+#include "fused_kernels.h"
+
+namespace lumo::render {
+
+// The lattice regrouped per cell (r | g << 4 | b << 8, 16 cells per axis)
+// and tetrahedron (0..5, as the fused kernels number them), entry
+// cell * 8 + tetrahedron: `rg` holds the four corners' red then green bytes
+// (c0 c1 c2 c3 c0 c1 c2 c3), `b` their blue bytes, so one 64-bit fetch per
+// table brings everything a pixel needs in the order its weights use.
+struct FixedPointTables {
+  std::vector<uint64_t> rg;
+  std::vector<uint64_t> b;
+};
+FixedPointTables buildFixedPointTables(const LutLattice& lattice);
+
+// Frame-wide constants in the kernel's formats. Colours are Q7 code values
+// (0..32640), lattice positions Q12 lattice units, gains Q15 halves.
+struct FixedPointParams {
+  bool usable = false;  // the chain fits the formats and the tables exist
+  const uint64_t* rg = nullptr;
+  const uint64_t* b = nullptr;
+  bool blend = false;  // strength below 1
+  int16_t strength = 0;
+  bool hasStyle = false;
+  int16_t protectA = 0, protectB = 0;  // protection, Q12, from Q7 luma
+  bool knee = false;
+  int16_t kneeA = 0, kneeB = 0;
+};
+
+// `tables` must outlive the result.
+FixedPointParams makeFixedPointParams(const FusedParams& fused, const EffectChain& chain,
+                                      const FixedPointTables& tables);
+
+// Renders the first multiple of 32 column pairs of a row pair; returns how
+// many it did (0 where the CPU has no such kernel).
+size_t renderFixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused,
+                               const YuvRowPair& rows, size_t pairs);
+
+}  // namespace lumo::render
