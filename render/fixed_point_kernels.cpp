@@ -24,21 +24,37 @@ using V = __m512i;
 
 // Q15 constants: mulhrs(x, k) is x * k / 32768 rounded half up.
 constexpr int16_t q15(double v) { return int16_t(v * 32768.0 + (v < 0 ? -0.5 : 0.5)); }
-constexpr int16_t kQ7Max = 255 * 128;
 
 HWY_INLINE V Set(int16_t v) { return _mm512_set1_epi16(v); }
 HWY_INLINE V MulQ15(V a, V b) { return _mm512_mulhrs_epi16(a, b); }
-HWY_INLINE V ClampQ7(V v) {
-  return _mm512_min_epi16(_mm512_max_epi16(v, _mm512_setzero_si512()), Set(kQ7Max));
+
+// Lattice positions are Q12 lattice units, code value x 16/255 x 4096, in
+// unsigned 16 bits: 255 saturates to the top of cell 15, one 4096th short of
+// the last lattice point.
+
+// A luma byte moved to the high byte (Y << 8) to its lattice position:
+// Y * 256 * 256/255, with 256/255 = 1 + 257/65536 to well within a unit.
+HWY_INLINE V LumaPosition(V y8) { return _mm512_add_epi16(y8, _mm512_mulhi_epu16(y8, Set(257))); }
+
+// A chroma offset as the two saturating steps that add it to a position and
+// clamp the sum to the lattice, which is the clamp of the colour to 0..255.
+struct Offset {
+  V up, down;
+};
+
+// From the offset at half scale (signed, so that it fits 16 bits).
+HWY_INLINE Offset SplitOffset(V half) {
+  const V zero = _mm512_setzero_si512();
+  return {_mm512_slli_epi16(_mm512_max_epi16(half, zero), 1),
+          _mm512_slli_epi16(_mm512_max_epi16(_mm512_sub_epi16(zero, half), zero), 1)};
 }
 
-// Q7 colour to Q12 lattice units (x 16/255): r * 256 * 256/255, with
-// 256/255 = 1 + 257/65536 to well within a unit; 255 saturates to the top of
-// cell 15, one 4096th short of the last lattice point.
-HWY_INLINE V LatticePosition(V q7) {
-  const V q8 = _mm512_slli_epi16(q7, 1);
-  return _mm512_adds_epu16(q8, _mm512_mulhi_epu16(q8, Set(257)));
+HWY_INLINE V Position(V luma, const Offset& o) {
+  return _mm512_subs_epu16(_mm512_adds_epu16(luma, o.up), o.down);
 }
+
+// A lattice position back to a Q7 colour: x 255/(16 * 4096) x 128.
+HWY_INLINE V PositionToQ7(V x) { return _mm512_mulhi_epu16(x, Set(int16_t(32640))); }
 
 struct Rgb16 {
   V r, g, b;
@@ -83,26 +99,20 @@ HWY_INLINE V FinishDot(V group0, V group1) {
                            5);
 }
 
-// Tetrahedral look-up of 32 colours in Q7; returns the lattice colours in Q7.
-HWY_INLINE Rgb16 Lookup(const Tables& t, const Rgb16& c) {
-  const V xr = LatticePosition(c.r), xg = LatticePosition(c.g), xb = LatticePosition(c.b);
+// Tetrahedral look-up of 32 lattice positions; returns the colours in Q7.
+HWY_INLINE Rgb16 Lookup(const Tables& t, V xr, V xg, V xb) {
   const V fracMask = Set(0x0FFF);
   const V fr = _mm512_and_si512(xr, fracMask), fg = _mm512_and_si512(xg, fracMask),
           fb = _mm512_and_si512(xb, fracMask);
-  const V cell =
-      _mm512_or_si512(_mm512_srli_epi16(xr, 12),
-                      _mm512_or_si512(_mm512_and_si512(_mm512_srli_epi16(xg, 8), Set(0x00F0)),
-                                      _mm512_and_si512(_mm512_srli_epi16(xb, 4), Set(0x0F00))));
-  const __mmask32 rg = _mm512_cmpge_epi16_mask(fr, fg);
-  const __mmask32 gb = _mm512_cmpge_epi16_mask(fg, fb);
-  const __mmask32 rb = _mm512_cmpge_epi16_mask(fr, fb);
-  // Tetrahedron numbers as the tables lay them out (see kTetSteps).
-  const V redFirst = _mm512_mask_blend_epi16(gb, _mm512_mask_blend_epi16(rb, Set(2), Set(1)),
-                                             _mm512_setzero_si512());
-  const V greenFirst =
-      _mm512_mask_blend_epi16(gb, Set(5), _mm512_mask_blend_epi16(rb, Set(4), Set(3)));
-  const V tet = _mm512_mask_blend_epi16(rg, greenFirst, redFirst);
-  const V index = _mm512_or_si512(_mm512_slli_epi16(cell, 3), tet);
+  // Entry cell * 8 + code, where the code's bits say r >= g, g >= b and
+  // r >= b: six of the eight codes occur, one per tetrahedron.
+  const V cell8 =
+      _mm512_or_si512(_mm512_and_si512(_mm512_srli_epi16(xr, 9), Set(0x0078)),
+                      _mm512_or_si512(_mm512_and_si512(_mm512_srli_epi16(xg, 5), Set(0x0780)),
+                                      _mm512_and_si512(_mm512_srli_epi16(xb, 1), Set(0x7800))));
+  V index = _mm512_mask_add_epi16(cell8, _mm512_cmpge_epi16_mask(fr, fg), cell8, Set(1));
+  index = _mm512_mask_add_epi16(index, _mm512_cmpge_epi16_mask(fg, fb), index, Set(2));
+  index = _mm512_mask_add_epi16(index, _mm512_cmpge_epi16_mask(fr, fb), index, Set(4));
 
   const V fmax = _mm512_max_epi16(fr, _mm512_max_epi16(fg, fb));
   const V fmin = _mm512_min_epi16(fr, _mm512_min_epi16(fg, fb));
@@ -131,18 +141,25 @@ HWY_INLINE Rgb16 Lookup(const Tables& t, const Rgb16& c) {
           _mm512_packs_epi32(FinishDot(g0.b, g1.b), FinishDot(g2.b, g3.b))};
 }
 
+struct Offsets {
+  Offset r, g, b;
+};
+
 struct Output {
   V luma;     // Q6, gain applied
   Rgb16 rgb;  // Q6, gain applied
 };
 
 // One vector of pixels: Q7 luma plus the chroma offsets, through the chain.
-HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y, const Rgb16& offsets,
+template <bool kBlend, bool kStyle, bool kKnee>
+HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const Offsets& offsets,
                          V radial) {
-  const Rgb16 in{ClampQ7(_mm512_adds_epi16(y, offsets.r)), ClampQ7(_mm512_adds_epi16(y, offsets.g)),
-                 ClampQ7(_mm512_adds_epi16(y, offsets.b))};
-  Rgb16 c = Lookup(t, in);
-  if (p.blend) {
+  const V luma8 = LumaPosition(y8);
+  const V xr = Position(luma8, offsets.r), xg = Position(luma8, offsets.g),
+          xb = Position(luma8, offsets.b);
+  Rgb16 c = Lookup(t, xr, xg, xb);
+  if (kBlend) {
+    const Rgb16 in{PositionToQ7(xr), PositionToQ7(xg), PositionToQ7(xb)};
     const V s = Set(p.strength);
     c.r = _mm512_add_epi16(in.r, MulQ15(_mm512_sub_epi16(c.r, in.r), s));
     c.g = _mm512_add_epi16(in.g, MulQ15(_mm512_sub_epi16(c.g, in.g), s));
@@ -153,13 +170,13 @@ HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y, const 
       _mm512_add_epi16(MulQ15(c.g, Set(q15(kGToY))), MulQ15(c.b, Set(q15(kBToY)))));
   // Half the gain in Q15, so that a Q7 colour times it is the output in Q6.
   V halfGain = Set(16384);
-  if (p.hasStyle) {
+  if (kStyle) {
     const V top = Set(4095), zero = _mm512_setzero_si512();
     const V protect = _mm512_min_epi16(
         _mm512_max_epi16(_mm512_adds_epi16(MulQ15(luma, Set(p.protectA)), Set(p.protectB)), zero),
         top);
     V weight = _mm512_slli_epi16(protect, 2);  // Q14
-    if (p.knee) {
+    if (kKnee) {
       const V knee = _mm512_min_epi16(
           _mm512_max_epi16(_mm512_adds_epi16(MulQ15(luma, Set(p.kneeA)), Set(p.kneeB)), zero), top);
       weight = MulQ15(_mm512_slli_epi16(protect, 3), _mm512_slli_epi16(knee, 2));
@@ -181,19 +198,19 @@ HWY_INLINE Rgb16 Average(const Rgb16& a, const Rgb16& b) {
 
 // Renders one luma row of 32 column pairs; returns the mean output colour
 // of its two pixels per column (Q6).
+template <bool kBlend, bool kStyle, bool kKnee>
 HWY_INLINE Rgb16 Row(const FixedPointParams& p, const Tables& t, const uint8_t* in, uint8_t* out,
-                     const Rgb16& offsets, const int16_t* radialEven, const int16_t* radialOdd) {
+                     const Offsets& offsets, const int16_t* radialEven, const int16_t* radialOdd) {
   const V pixels = _mm512_loadu_si512(in);
-  const V mask = Set(0x7F80);
-  const V even = _mm512_and_si512(_mm512_slli_epi16(pixels, 7), mask);
-  const V odd = _mm512_and_si512(_mm512_srli_epi16(pixels, 1), mask);
+  const V even = _mm512_slli_epi16(pixels, 8);
+  const V odd = _mm512_and_si512(pixels, Set(int16_t(0xFF00)));
   V radialE = _mm512_setzero_si512(), radialO = _mm512_setzero_si512();
-  if (p.hasStyle) {
+  if (kStyle) {
     radialE = _mm512_loadu_si512(radialEven);
     radialO = _mm512_loadu_si512(radialOdd);
   }
-  const Output e = Pixels(p, t, even, offsets, radialE);
-  const Output o = Pixels(p, t, odd, offsets, radialO);
+  const Output e = Pixels<kBlend, kStyle, kKnee>(p, t, even, offsets, radialE);
+  const Output o = Pixels<kBlend, kStyle, kKnee>(p, t, odd, offsets, radialO);
   _mm512_storeu_si512(out, JoinBytes(ToByte(e.luma), ToByte(o.luma)));
   return Average(e.rgb, o.rgb);
 }
@@ -208,39 +225,66 @@ HWY_INLINE V Chroma(const Rgb16& m, double kr, double kg, double kb) {
 }
 
 // The style's radial factor (value scale times the smoothstep of the
-// distance) in Q15 for the even and odd pixels of `columns` column pairs.
-void RadialRow(const FusedParams& p, float dy2, size_t columns, int16_t* even, int16_t* odd) {
+// distance) in Q15 at pixels x0, x0 + 2, ... for `count` pixels (a multiple of 16).
+void RadialSamples(const FusedParams& p, float dy2, size_t x0, size_t count, int16_t* out) {
   const __m512 lanes2 = _mm512_mul_ps(
       _mm512_setr_ps(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15), _mm512_set1_ps(2.0f));
   const __m512 zero = _mm512_setzero_ps(), one = _mm512_set1_ps(1.0f);
+  const __m512 half = _mm512_set1_ps(0.5f), three = _mm512_set1_ps(3.0f);
   const __m512 scale = _mm512_set1_ps(p.valueScale * 32768.0f);
-  for (size_t c = 0; c < columns; c += 16) {
-    for (int parity = 0; parity < 2; ++parity) {
-      const __m512 x = _mm512_add_ps(lanes2, _mm512_set1_ps(float(2 * c + parity)));
-      const __m512 dx = _mm512_fmadd_ps(_mm512_set1_ps(p.ax), x, _mm512_set1_ps(p.bx));
-      const __m512 d = _mm512_sqrt_ps(_mm512_fmadd_ps(dx, dx, _mm512_set1_ps(dy2)));
-      __m512 f;
-      if (p.hardStep) {
-        const __mmask16 past = _mm512_cmp_ps_mask(_mm512_mul_ps(d, _mm512_set1_ps(p.coordScale)),
-                                                  _mm512_set1_ps(p.smoothStart), _CMP_GE_OQ);
-        f = _mm512_maskz_mov_ps(past, one);
-      } else {
-        const __m512 s = _mm512_min_ps(_mm512_max_ps(_mm512_fmadd_ps(d, _mm512_set1_ps(p.stepScale),
-                                                                     _mm512_set1_ps(p.stepOffset)),
-                                                     zero),
-                                       one);
-        f = _mm512_mul_ps(_mm512_mul_ps(s, s),
-                          _mm512_fnmadd_ps(_mm512_set1_ps(2.0f), s, _mm512_set1_ps(3.0f)));
-      }
-      const __m512i q = _mm512_cvtps_epi32(_mm512_mul_ps(f, scale));
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>((parity == 0 ? even : odd) + c),
-                          _mm512_cvtsepi32_epi16(q));
+  for (size_t i = 0; i < count; i += 16) {
+    const __m512 x = _mm512_add_ps(lanes2, _mm512_set1_ps(float(x0 + 2 * i)));
+    const __m512 dx = _mm512_fmadd_ps(_mm512_set1_ps(p.ax), x, _mm512_set1_ps(p.bx));
+    const __m512 d2 = _mm512_fmadd_ps(dx, dx, _mm512_set1_ps(dy2));
+    // sqrt as d2 * rsqrt(d2) with one Newton step: well inside the Q15
+    // result's resolution and several times the throughput of a divide-unit
+    // square root. d2 = 0 (the exact centre) gives 0 * inf: masked to 0.
+    const __m512 y0 = _mm512_rsqrt14_ps(d2);
+    const __m512 y1 =
+        _mm512_mul_ps(_mm512_mul_ps(half, y0), _mm512_fnmadd_ps(_mm512_mul_ps(d2, y0), y0, three));
+    const __m512 d = _mm512_maskz_mul_ps(_mm512_cmp_ps_mask(d2, zero, _CMP_GT_OQ), d2, y1);
+    __m512 f;
+    if (p.hardStep) {
+      const __mmask16 past = _mm512_cmp_ps_mask(_mm512_mul_ps(d, _mm512_set1_ps(p.coordScale)),
+                                                _mm512_set1_ps(p.smoothStart), _CMP_GE_OQ);
+      f = _mm512_maskz_mov_ps(past, one);
+    } else {
+      const __m512 s = _mm512_min_ps(
+          _mm512_max_ps(
+              _mm512_fmadd_ps(d, _mm512_set1_ps(p.stepScale), _mm512_set1_ps(p.stepOffset)), zero),
+          one);
+      f = _mm512_mul_ps(_mm512_mul_ps(s, s), _mm512_fnmadd_ps(_mm512_set1_ps(2.0f), s, three));
     }
+    const __m512i q = _mm512_cvtps_epi32(_mm512_mul_ps(f, scale));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm512_cvtsepi32_epi16(q));
   }
 }
 
-size_t FixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused,
-                         const YuvRowPair& rows, size_t pairs) {
+// Radial factors of the even and odd pixels of the first `columns` column
+// pairs of a row of `pairs` pairs. On an even width the row is its own
+// mirror image (pixel x and width - 1 - x lie equally far from the centre):
+// the odd pixels are the even ones read backwards, half the work.
+void RadialRow(const FusedParams& p, float dy2, size_t pairs, size_t columns, bool evenWidth,
+               int16_t* even, int16_t* odd) {
+  const size_t padded = (pairs + 15) / 16 * 16;
+  if (!evenWidth) {
+    RadialSamples(p, dy2, 0, padded, even);
+    RadialSamples(p, dy2, 1, padded, odd);
+    return;
+  }
+  RadialSamples(p, dy2, 0, padded, even);
+  const V reverse = _mm512_set_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17,
+                                     18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
+  // odd[k] = even[pairs - 1 - k]
+  for (size_t k = 0; k < columns; k += 32) {
+    const V source = _mm512_loadu_si512(even + (pairs - 32 - k));
+    _mm512_storeu_si512(odd + k, _mm512_permutexvar_epi16(reverse, source));
+  }
+}
+
+template <bool kBlend, bool kStyle, bool kKnee>
+size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
+                      const YuvRowPair& rows, size_t pairs) {
   constexpr size_t kLanes = 32;
   const size_t columns = pairs / kLanes * kLanes;
   if (columns == 0) return 0;
@@ -252,12 +296,13 @@ size_t FixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused
   thread_local std::vector<int16_t> radial;
   const int16_t* radialRows[2][2] = {};
   if (p.hasStyle) {
-    radial.resize(4 * columns);
+    const size_t stride = (pairs + 15) / 16 * 16;
+    radial.resize(4 * stride);
     for (int row = 0; row < (paired ? 2 : 1); ++row) {
-      int16_t* even = radial.data() + 2 * row * columns;
-      RadialRow(fused, r.dy2[row], columns, even, even + columns);
+      int16_t* even = radial.data() + 2 * row * stride;
+      RadialRow(fused, r.dy2[row], pairs, columns, r.width == 2 * pairs, even, even + stride);
       radialRows[row][0] = even;
-      radialRows[row][1] = even + columns;
+      radialRows[row][1] = even + stride;
     }
   }
   const V centre = Set(int16_t(0x8000)), highByte = Set(int16_t(0xFF00));
@@ -267,19 +312,21 @@ size_t FixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused
     const V first = _mm512_xor_si512(_mm512_slli_epi16(pairsIn, 8), centre);
     const V second = _mm512_xor_si512(_mm512_and_si512(pairsIn, highByte), centre);
     const V u = r.inCrFirst ? second : first, v = r.inCrFirst ? first : second;
-    // Offsets in Q7; each Q15 factor is half the coefficient (x 256 / 128).
-    const Rgb16 offsets{
-        MulQ15(v, Set(q15(kCrToR / 2))),
-        _mm512_add_epi16(MulQ15(u, Set(q15(kCbToG / 2))), MulQ15(v, Set(q15(kCrToG / 2)))),
-        MulQ15(u, Set(q15(kCbToB / 2)))};
+    // Offsets in lattice units at half scale: (byte - 128) * 256 times the
+    // coefficient times 128/255.
+    constexpr double kHalf = 128.0 / 255.0;
+    const Offsets offsets{SplitOffset(MulQ15(v, Set(q15(kCrToR * kHalf)))),
+                          SplitOffset(_mm512_add_epi16(MulQ15(u, Set(q15(kCbToG * kHalf))),
+                                                       MulQ15(v, Set(q15(kCrToG * kHalf))))),
+                          SplitOffset(MulQ15(u, Set(q15(kCbToB * kHalf))))};
     const auto radialAt = [&](int row, int parity) {
-      return p.hasStyle ? radialRows[row][parity] + x : nullptr;
+      return kStyle ? radialRows[row][parity] + x : nullptr;
     };
-    Rgb16 mean =
-        Row(p, t, r.y[0] + 2 * x, r.outY[0] + 2 * x, offsets, radialAt(0, 0), radialAt(0, 1));
+    Rgb16 mean = Row<kBlend, kStyle, kKnee>(p, t, r.y[0] + 2 * x, r.outY[0] + 2 * x, offsets,
+                                            radialAt(0, 0), radialAt(0, 1));
     if (paired) {
-      const Rgb16 second =
-          Row(p, t, r.y[1] + 2 * x, r.outY[1] + 2 * x, offsets, radialAt(1, 0), radialAt(1, 1));
+      const Rgb16 second = Row<kBlend, kStyle, kKnee>(p, t, r.y[1] + 2 * x, r.outY[1] + 2 * x,
+                                                      offsets, radialAt(1, 0), radialAt(1, 1));
       mean = Average(mean, second);
     }
     const V cb = Chroma(mean, kRToCb, kGToCb, kBToCb);
@@ -287,6 +334,19 @@ size_t FixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused
     _mm512_storeu_si512(r.outChroma + 2 * x, r.outCrFirst ? JoinBytes(cr, cb) : JoinBytes(cb, cr));
   }
   return columns;
+}
+
+size_t FixedPointRowPair(const FixedPointParams& p, const FusedParams& fused,
+                         const YuvRowPair& rows, size_t pairs) {
+  // One instantiation per switch so that the pixel loop has no branches.
+  if (!p.hasStyle)
+    return p.blend ? FixedPointRows<true, false, false>(p, fused, rows, pairs)
+                   : FixedPointRows<false, false, false>(p, fused, rows, pairs);
+  if (p.knee)
+    return p.blend ? FixedPointRows<true, true, true>(p, fused, rows, pairs)
+                   : FixedPointRows<false, true, true>(p, fused, rows, pairs);
+  return p.blend ? FixedPointRows<true, true, false>(p, fused, rows, pairs)
+                 : FixedPointRows<false, true, false>(p, fused, rows, pairs);
 }
 
 #else
@@ -310,8 +370,7 @@ namespace {
 
 constexpr int kStepG = kLutSize, kStepB = kLutSize * kLutSize;
 // Tetrahedron t walks from the low corner through these two corners (as
-// steps along r, g, b) to the high corner; the same numbering as the fused
-// kernels' tables and masks.
+// steps along r, g, b) to the high corner.
 constexpr int kTetSteps[6][2][3] = {
     {{1, 0, 0}, {1, 1, 0}},  // r >= g >= b
     {{1, 0, 0}, {1, 0, 1}},  // r >= b > g
@@ -320,6 +379,9 @@ constexpr int kTetSteps[6][2][3] = {
     {{0, 1, 0}, {0, 1, 1}},  // g >= b > r
     {{0, 0, 1}, {0, 1, 1}},  // b > g > r
 };
+// The kernel's code (1: r >= g, 2: g >= b, 4: r >= b) to the tetrahedron;
+// codes 3 and 4 cannot occur and repeat tetrahedron 0.
+constexpr int kCodeTet[8] = {5, 2, 4, 0, 0, 1, 3, 0};
 
 bool fits(double v, double limit) { return std::isfinite(v) && std::fabs(v) < limit; }
 
@@ -336,7 +398,8 @@ FixedPointTables buildFixedPointTables(const LutLattice& lattice) {
     for (int g = 0; g < kCells; ++g)
       for (int r = 0; r < kCells; ++r) {
         const size_t cell = size_t(r | g << 4 | b << 8);
-        for (int tet = 0; tet < 6; ++tet) {
+        for (int code = 0; code < 8; ++code) {
+          const int tet = kCodeTet[code];
           const int* s1 = kTetSteps[tet][0];
           const int* s2 = kTetSteps[tet][1];
           const int corners[4] = {r + kStepG * g + kStepB * b,
@@ -349,8 +412,8 @@ FixedPointTables buildFixedPointTables(const LutLattice& lattice) {
             rg |= uint64_t(point[0]) << (8 * k) | uint64_t(point[1]) << (8 * (k + 4));
             blue |= uint64_t(point[2]) << (8 * k);
           }
-          t.rg[cell * 8 + tet] = rg;
-          t.b[cell * 8 + tet] = blue;
+          t.rg[cell * 8 + code] = rg;
+          t.b[cell * 8 + code] = blue;
         }
       }
   return t;

@@ -15,8 +15,8 @@
 namespace lumo::render {
 
 // The lattice regrouped per cell (r | g << 4 | b << 8, 16 cells per axis)
-// and tetrahedron (0..5, as the fused kernels number them), entry
-// cell * 8 + tetrahedron: `rg` holds the four corners' red then green bytes
+// and tetrahedron, entry cell * 8 + code, where the code's bits say which
+// of r >= g, g >= b and r >= b hold: `rg` holds the four corners' red then green bytes
 // (c0 c1 c2 c3 c0 c1 c2 c3), `b` their blue bytes, so one 64-bit fetch per
 // table brings everything a pixel needs in the order its weights use.
 struct FixedPointTables {

@@ -450,6 +450,7 @@ void renderFusedRows(const FusedParams& params, const FixedPointParams& fixed,
       r.outCrFirst = out.layout == FrameLayout::NV21;
       r.dy2[0] = verticalOffsetSquared(params, y);
       r.dy2[1] = verticalOffsetSquared(params, y + 1);
+      r.width = in.width;
       const size_t fixedDone = renderFixedPointRowPair(fixed, params, r, pairs);
       const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, fixedDone, pairs);
       for (size_t bx = done; bx < blocksX; ++bx)

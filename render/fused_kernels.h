@@ -54,6 +54,7 @@ struct YuvRowPair {
   uint8_t* outChroma;
   bool inCrFirst, outCrFirst;
   float dy2[2];
+  uint32_t width = 0;  // pixels in a row
 };
 
 // `tables` must outlive the parameters; the plan must satisfy fusedKernelsSupport.
