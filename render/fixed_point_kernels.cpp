@@ -90,13 +90,19 @@ HWY_INLINE GroupSums GroupDot(const Tables& t, V index, V weights) {
 
 // Adds the two halves of the dot products of groups 0 and 1 (32-bit lanes
 // back in the order of the 16-bit lanes they came from) and scales Q12 x
-// code to Q7.
+// code to Q8.
 HWY_INLINE V FinishDot(V group0, V group1) {
   const __m512 a = _mm512_castsi512_ps(group0), b = _mm512_castsi512_ps(group1);
   const V first = _mm512_castps_si512(_mm512_shuffle_ps(a, b, 0x88));
   const V second = _mm512_castps_si512(_mm512_shuffle_ps(a, b, 0xDD));
-  return _mm512_srai_epi32(_mm512_add_epi32(_mm512_add_epi32(first, second), _mm512_set1_epi32(16)),
-                           5);
+  return _mm512_srli_epi32(_mm512_add_epi32(first, second), 4);
+}
+
+// Packs two halves of Q8 results (unsigned, up to 65280) back into the
+// 16-bit lane order they were unpacked from (packus undoes the unpacking)
+// and rounds them to Q7: avg(x, 0) is (x + 1) / 2.
+HWY_INLINE V PackQ7(V low, V high) {
+  return _mm512_avg_epu16(_mm512_packus_epi32(low, high), _mm512_setzero_si512());
 }
 
 // Tetrahedral look-up of 32 lattice positions; returns the colours in Q7.
@@ -135,10 +141,9 @@ HWY_INLINE Rgb16 Lookup(const Tables& t, V xr, V xg, V xb) {
       GroupDot(t, _mm512_unpacklo_epi32(indexHigh, zero), _mm512_unpacklo_epi32(w01High, w23High));
   const GroupSums g3 =
       GroupDot(t, _mm512_unpackhi_epi32(indexHigh, zero), _mm512_unpackhi_epi32(w01High, w23High));
-  // packs undoes the 16-to-32-bit unpacking: the lanes come back in order.
-  return {_mm512_packs_epi32(FinishDot(g0.r, g1.r), FinishDot(g2.r, g3.r)),
-          _mm512_packs_epi32(FinishDot(g0.g, g1.g), FinishDot(g2.g, g3.g)),
-          _mm512_packs_epi32(FinishDot(g0.b, g1.b), FinishDot(g2.b, g3.b))};
+  return {PackQ7(FinishDot(g0.r, g1.r), FinishDot(g2.r, g3.r)),
+          PackQ7(FinishDot(g0.g, g1.g), FinishDot(g2.g, g3.g)),
+          PackQ7(FinishDot(g0.b, g1.b), FinishDot(g2.b, g3.b))};
 }
 
 struct Offsets {
