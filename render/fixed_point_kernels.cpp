@@ -289,7 +289,7 @@ void RadialRow(const FusedParams& p, float dy2, size_t pairs, size_t columns, bo
 
 template <bool kBlend, bool kStyle, bool kKnee>
 size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
-                      const YuvRowPair& rows, size_t pairs) {
+                      const YuvRowPair& rows, size_t pairs, RadialRows& radial) {
   constexpr size_t kLanes = 32;
   const size_t columns = pairs / kLanes * kLanes;
   if (columns == 0) return 0;
@@ -297,15 +297,21 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
   const YuvRowPair r = rows;
   const Tables t{p.rg, p.b};
   const bool paired = r.y[1] != nullptr;
-  // Radial factors of both rows, padded to whole 16-column steps.
-  thread_local std::vector<int16_t> radial;
+  // Radial factors of both rows, padded to whole 16-column steps; kept
+  // for the mirror-image row pair when the caller says so.
   const int16_t* radialRows[2][2] = {};
-  if (p.hasStyle) {
+  if (kStyle) {
     const size_t stride = (pairs + 15) / 16 * 16;
-    radial.resize(4 * stride);
-    for (int row = 0; row < (paired ? 2 : 1); ++row) {
-      int16_t* even = radial.data() + 2 * row * stride;
-      RadialRow(fused, r.dy2[row], pairs, columns, r.width == 2 * pairs, even, even + stride);
+    if (!radial.filled) {
+      radial.values.resize(4 * stride);
+      for (int row = 0; row < (paired ? 2 : 1); ++row) {
+        int16_t* even = radial.values.data() + 2 * row * stride;
+        RadialRow(fused, r.dy2[row], pairs, columns, r.width == 2 * pairs, even, even + stride);
+      }
+      radial.filled = true;
+    }
+    for (int row = 0; row < 2; ++row) {
+      const int16_t* even = radial.values.data() + 2 * (radial.swapRows ? 1 - row : row) * stride;
       radialRows[row][0] = even;
       radialRows[row][1] = even + stride;
     }
@@ -342,21 +348,22 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
 }
 
 size_t FixedPointRowPair(const FixedPointParams& p, const FusedParams& fused,
-                         const YuvRowPair& rows, size_t pairs) {
+                         const YuvRowPair& rows, size_t pairs, RadialRows& radial) {
   // One instantiation per switch so that the pixel loop has no branches.
   if (!p.hasStyle)
-    return p.blend ? FixedPointRows<true, false, false>(p, fused, rows, pairs)
-                   : FixedPointRows<false, false, false>(p, fused, rows, pairs);
+    return p.blend ? FixedPointRows<true, false, false>(p, fused, rows, pairs, radial)
+                   : FixedPointRows<false, false, false>(p, fused, rows, pairs, radial);
   if (p.knee)
-    return p.blend ? FixedPointRows<true, true, true>(p, fused, rows, pairs)
-                   : FixedPointRows<false, true, true>(p, fused, rows, pairs);
-  return p.blend ? FixedPointRows<true, true, false>(p, fused, rows, pairs)
-                 : FixedPointRows<false, true, false>(p, fused, rows, pairs);
+    return p.blend ? FixedPointRows<true, true, true>(p, fused, rows, pairs, radial)
+                   : FixedPointRows<false, true, true>(p, fused, rows, pairs, radial);
+  return p.blend ? FixedPointRows<true, true, false>(p, fused, rows, pairs, radial)
+                 : FixedPointRows<false, true, false>(p, fused, rows, pairs, radial);
 }
 
 #else
 
-size_t FixedPointRowPair(const FixedPointParams&, const FusedParams&, const YuvRowPair&, size_t) {
+size_t FixedPointRowPair(const FixedPointParams&, const FusedParams&, const YuvRowPair&, size_t,
+                         RadialRows&) {
   return 0;
 }
 
@@ -457,9 +464,9 @@ FixedPointParams makeFixedPointParams(const FusedParams& fused, const EffectChai
 }
 
 size_t renderFixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused,
-                               const YuvRowPair& rows, size_t pairs) {
+                               const YuvRowPair& rows, size_t pairs, RadialRows& radial) {
   if (!fixed.usable) return 0;
-  return HWY_DYNAMIC_DISPATCH(FixedPointRowPair)(fixed, fused, rows, pairs);
+  return HWY_DYNAMIC_DISPATCH(FixedPointRowPair)(fixed, fused, rows, pairs, radial);
 }
 
 }  // namespace lumo::render

@@ -43,9 +43,18 @@ struct FixedPointParams {
 FixedPointParams makeFixedPointParams(const FusedParams& fused, const EffectChain& chain,
                                       const FixedPointTables& tables);
 
+// The style's radial factors of one row pair. Rows y and height - 1 - y lie
+// equally far from the centre, so a row pair's factors serve its mirror
+// image with the rows swapped.
+struct RadialRows {
+  std::vector<int16_t> values;
+  bool filled = false;    // the kernel computes them when false
+  bool swapRows = false;  // first row uses the second's factors and back
+};
+
 // Renders the first multiple of 32 column pairs of a row pair; returns how
 // many it did (0 where the CPU has no such kernel).
 size_t renderFixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused,
-                               const YuvRowPair& rows, size_t pairs);
+                               const YuvRowPair& rows, size_t pairs, RadialRows& radial);
 
 }  // namespace lumo::render

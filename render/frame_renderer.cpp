@@ -96,17 +96,21 @@ std::string FrameRenderer::render(const FrameView& in, const FrameView& out) {
   // Bands of whole row pairs, a few per thread so a slow thread does not
   // hold the others up; small frames stay on fewer threads.
   constexpr uint32_t kMinBandRows = 16;
-  const uint32_t rowPairs = (in.height + 1) / 2;
+  // Mirrored: bands over the top half's row pairs, each also rendering the
+  // mirror images of its pairs.
+  const bool mirrored = fused && mirroredRowsPay(fixed, in);
+  const uint32_t rowPairs = mirrored ? (in.height / 2 + 1) / 2 : (in.height + 1) / 2;
+  const uint32_t bandHeight = mirrored ? 2 * rowPairs : in.height;
   const size_t wanted = m_pool->threads() == 1 ? 1 : 4 * m_pool->threads();
   const uint32_t bands =
       uint32_t(std::clamp<size_t>(rowPairs * 2 / kMinBandRows, 1, std::max<size_t>(1, wanted)));
   const uint32_t pairsPerBand = (rowPairs + bands - 1) / bands;
   m_pool->run(bands, [&](size_t band) {
-    const uint32_t begin = std::min(in.height, uint32_t(band) * pairsPerBand * 2);
-    const uint32_t end = std::min(in.height, begin + pairsPerBand * 2);
+    const uint32_t begin = std::min(bandHeight, uint32_t(band) * pairsPerBand * 2);
+    const uint32_t end = std::min(bandHeight, begin + pairsPerBand * 2);
     if (begin >= end) return;
     if (fused) {
-      renderFusedRows(params, fixed, plan, in, out, begin, end);
+      renderFusedRows(params, fixed, plan, in, out, begin, end, mirrored);
     } else {
       renderReferenceRows(plan, in, out, begin, end);
     }

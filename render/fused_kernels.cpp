@@ -432,29 +432,48 @@ static float verticalOffsetSquared(const FusedParams& p, uint32_t y) {
   return dy * dy;
 }
 
+static YuvRowPair rowPairAt(const FusedParams& params, const FrameView& in, const FrameView& out,
+                            uint32_t y) {
+  const bool paired = y + 1 < in.height;
+  YuvRowPair r;
+  r.y[0] = in.luma + y * in.lumaStride;
+  r.y[1] = paired ? r.y[0] + in.lumaStride : nullptr;
+  r.chroma = in.chroma + (y / 2) * in.chromaStride;
+  r.outY[0] = out.luma + y * out.lumaStride;
+  r.outY[1] = paired ? r.outY[0] + out.lumaStride : nullptr;
+  r.outChroma = out.chroma + (y / 2) * out.chromaStride;
+  r.inCrFirst = in.layout == FrameLayout::NV21;
+  r.outCrFirst = out.layout == FrameLayout::NV21;
+  r.dy2[0] = verticalOffsetSquared(params, y);
+  r.dy2[1] = verticalOffsetSquared(params, y + 1);
+  r.width = in.width;
+  return r;
+}
+
+static void renderYuvRowPair(const FusedParams& params, const FixedPointParams& fixed,
+                             const ChainPlan& plan, const FrameView& in, const FrameView& out,
+                             uint32_t y, RadialRows& radial) {
+  const size_t pairs = in.width / 2, blocksX = (in.width + 1) / 2;
+  const YuvRowPair r = rowPairAt(params, in, out, y);
+  const size_t fixedDone = renderFixedPointRowPair(fixed, params, r, pairs, radial);
+  const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, fixedDone, pairs);
+  for (size_t bx = done; bx < blocksX; ++bx)
+    renderYuvBlock<float>(plan, in, out, uint32_t(bx), y / 2);
+}
+
 void renderFusedRows(const FusedParams& params, const FixedPointParams& fixed,
                      const ChainPlan& plan, const FrameView& in, const FrameView& out,
-                     uint32_t rowBegin, uint32_t rowEnd) {
+                     uint32_t rowBegin, uint32_t rowEnd, bool mirrored) {
   if (isYuv(in.layout)) {
-    const size_t pairs = in.width / 2, blocksX = (in.width + 1) / 2;
+    RadialRows radial;
     for (uint32_t y = rowBegin; y < rowEnd; y += 2) {
-      const bool paired = y + 1 < in.height;
-      YuvRowPair r;
-      r.y[0] = in.luma + y * in.lumaStride;
-      r.y[1] = paired ? r.y[0] + in.lumaStride : nullptr;
-      r.chroma = in.chroma + (y / 2) * in.chromaStride;
-      r.outY[0] = out.luma + y * out.lumaStride;
-      r.outY[1] = paired ? r.outY[0] + out.lumaStride : nullptr;
-      r.outChroma = out.chroma + (y / 2) * out.chromaStride;
-      r.inCrFirst = in.layout == FrameLayout::NV21;
-      r.outCrFirst = out.layout == FrameLayout::NV21;
-      r.dy2[0] = verticalOffsetSquared(params, y);
-      r.dy2[1] = verticalOffsetSquared(params, y + 1);
-      r.width = in.width;
-      const size_t fixedDone = renderFixedPointRowPair(fixed, params, r, pairs);
-      const size_t done = HWY_DYNAMIC_DISPATCH(FusedYuvRowPair)(params, r, fixedDone, pairs);
-      for (size_t bx = done; bx < blocksX; ++bx)
-        renderYuvBlock<float>(plan, in, out, uint32_t(bx), y / 2);
+      radial.filled = false;
+      radial.swapRows = false;
+      renderYuvRowPair(params, fixed, plan, in, out, y, radial);
+      const uint32_t mirror = in.height - 2 - y;
+      if (!mirrored || mirror == y) continue;
+      radial.swapRows = true;
+      renderYuvRowPair(params, fixed, plan, in, out, mirror, radial);
     }
   } else {
     for (uint32_t y = rowBegin; y < rowEnd; ++y) {
@@ -466,6 +485,10 @@ void renderFusedRows(const FusedParams& params, const FixedPointParams& fixed,
         renderRgbaPixel<float>(plan, in, out, uint32_t(x), y);
     }
   }
+}
+
+bool mirroredRowsPay(const FixedPointParams& fixed, const FrameView& in) {
+  return fixed.usable && fixed.hasStyle && isYuv(in.layout) && in.height % 2 == 0;
 }
 
 const char* fusedKernelTarget() {

@@ -64,10 +64,16 @@ struct FixedPointParams;
 
 // Renders rows [rowBegin, rowEnd) (even rowBegin for 4:2:0) of `in` into `out`:
 // the fixed-point kernel where `fixed` is usable, the float kernels for the
-// columns it leaves, the per-block code for the last few.
+// columns it leaves, the per-block code for the last few. `mirrored` (a
+// 4:2:0 frame of even height) renders each row pair's mirror image right
+// after it, so that the pair's radial factors are computed once for both;
+// the rows given are then those of the top half.
 void renderFusedRows(const FusedParams& params, const FixedPointParams& fixed,
                      const ChainPlan& plan, const FrameView& in, const FrameView& out,
-                     uint32_t rowBegin, uint32_t rowEnd);
+                     uint32_t rowBegin, uint32_t rowEnd, bool mirrored = false);
+
+// True when rendering in mirrored row pairs saves work for this frame.
+bool mirroredRowsPay(const FixedPointParams& fixed, const FrameView& in);
 
 // Name of the instruction set the dispatcher picks now.
 const char* fusedKernelTarget();

@@ -232,11 +232,12 @@ TEST(RenderAccuracy, FixedPointKernelCoversWholeVectorsOfTheRowOnly) {
                         true,
                         true,
                         {0, 0}};
-  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 95), 64u);
+  RadialRows radial;
+  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 95, radial), 64u);
   // Columns past the last whole vector are left for the float kernels.
   EXPECT_EQ(*out.lumaAt(128, 0), 7);
   EXPECT_EQ(*out.chromaAt(64, 0), 7);
-  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 31), 0u);
+  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 31, radial), 0u);
 }
 
 TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
