@@ -150,9 +150,14 @@ struct Offsets {
   Offset r, g, b;
 };
 
+// Output colours are Q6 with a style effect (its gain may double them) and
+// Q7 without one.
+template <bool kStyle>
+constexpr int kOutputShift = kStyle ? 6 : 7;
+
 struct Output {
-  V luma;     // Q6, gain applied
-  Rgb16 rgb;  // Q6, gain applied
+  V luma;     // gain applied
+  Rgb16 rgb;  // gain applied
 };
 
 // One vector of pixels: Q7 luma plus the chroma offsets, through the chain.
@@ -173,9 +178,10 @@ HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const
   const V luma = _mm512_add_epi16(
       MulQ15(c.r, Set(q15(kRToY))),
       _mm512_add_epi16(MulQ15(c.g, Set(q15(kGToY))), MulQ15(c.b, Set(q15(kBToY)))));
+  if (!kStyle) return {luma, c};
   // Half the gain in Q15, so that a Q7 colour times it is the output in Q6.
   V halfGain = Set(16384);
-  if (kStyle) {
+  {
     const V top = Set(4095), zero = _mm512_setzero_si512();
     const V protect = _mm512_min_epi16(
         _mm512_max_epi16(_mm512_adds_epi16(MulQ15(luma, Set(p.protectA)), Set(p.protectB)), zero),
@@ -192,8 +198,11 @@ HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const
           {MulQ15(c.r, halfGain), MulQ15(c.g, halfGain), MulQ15(c.b, halfGain)}};
 }
 
-// Q6 to a byte, rounded half up; inputs are never negative.
-HWY_INLINE V ToByte(V q6) { return _mm512_min_epi16(MulQ15(q6, Set(512)), Set(255)); }
+// An output value to a byte, rounded half up; inputs are never negative.
+template <bool kStyle>
+HWY_INLINE V ToByte(V v) {
+  return _mm512_min_epi16(MulQ15(v, Set(int16_t(1 << (15 - kOutputShift<kStyle>)))), Set(255));
+}
 
 HWY_INLINE V JoinBytes(V low, V high) { return _mm512_or_si512(low, _mm512_slli_epi16(high, 8)); }
 
@@ -202,7 +211,7 @@ HWY_INLINE Rgb16 Average(const Rgb16& a, const Rgb16& b) {
 }
 
 // Renders one luma row of 32 column pairs; returns the mean output colour
-// of its two pixels per column (Q6).
+// of its two pixels per column.
 template <bool kBlend, bool kStyle, bool kKnee>
 HWY_INLINE Rgb16 Row(const FixedPointParams& p, const Tables& t, const uint8_t* in, uint8_t* out,
                      const Offsets& offsets, const int16_t* radialEven, const int16_t* radialOdd) {
@@ -216,17 +225,18 @@ HWY_INLINE Rgb16 Row(const FixedPointParams& p, const Tables& t, const uint8_t* 
   }
   const Output e = Pixels<kBlend, kStyle, kKnee>(p, t, even, offsets, radialE);
   const Output o = Pixels<kBlend, kStyle, kKnee>(p, t, odd, offsets, radialO);
-  _mm512_storeu_si512(out, JoinBytes(ToByte(e.luma), ToByte(o.luma)));
+  _mm512_storeu_si512(out, JoinBytes(ToByte<kStyle>(e.luma), ToByte<kStyle>(o.luma)));
   return Average(e.rgb, o.rgb);
 }
 
-// Chroma (0..255) of a mean Q6 colour.
+// Chroma (0..255) of a mean output colour.
+template <bool kStyle>
 HWY_INLINE V Chroma(const Rgb16& m, double kr, double kg, double kb) {
-  const V q6 = _mm512_add_epi16(
-      Set(128 * 64),
+  const V v = _mm512_add_epi16(
+      Set(int16_t(128 << kOutputShift<kStyle>)),
       _mm512_add_epi16(MulQ15(m.r, Set(q15(kr))),
                        _mm512_add_epi16(MulQ15(m.g, Set(q15(kg))), MulQ15(m.b, Set(q15(kb))))));
-  return _mm512_max_epi16(ToByte(q6), _mm512_setzero_si512());
+  return _mm512_max_epi16(ToByte<kStyle>(v), _mm512_setzero_si512());
 }
 
 // The style's radial factor (value scale times the smoothstep of the
@@ -340,8 +350,8 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
                                                       offsets, radialAt(1, 0), radialAt(1, 1));
       mean = Average(mean, second);
     }
-    const V cb = Chroma(mean, kRToCb, kGToCb, kBToCb);
-    const V cr = Chroma(mean, kRToCr, kGToCr, kBToCr);
+    const V cb = Chroma<kStyle>(mean, kRToCb, kGToCb, kBToCb);
+    const V cr = Chroma<kStyle>(mean, kRToCr, kGToCr, kBToCr);
     _mm512_storeu_si512(r.outChroma + 2 * x, r.outCrFirst ? JoinBytes(cr, cb) : JoinBytes(cb, cr));
   }
   return columns;
