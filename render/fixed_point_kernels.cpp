@@ -357,6 +357,8 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
   return columns;
 }
 
+bool FixedPointKernelPresent() { return true; }
+
 size_t FixedPointRowPair(const FixedPointParams& p, const FusedParams& fused,
                          const YuvRowPair& rows, size_t pairs, RadialRows& radial) {
   // One instantiation per switch so that the pixel loop has no branches.
@@ -372,6 +374,8 @@ size_t FixedPointRowPair(const FixedPointParams& p, const FusedParams& fused,
 
 #else
 
+bool FixedPointKernelPresent() { return false; }
+
 size_t FixedPointRowPair(const FixedPointParams&, const FusedParams&, const YuvRowPair&, size_t,
                          RadialRows&) {
   return 0;
@@ -386,7 +390,10 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace lumo::render {
 
+HWY_EXPORT(FixedPointKernelPresent);
 HWY_EXPORT(FixedPointRowPair);
+
+bool fixedPointKernelPresent() { return HWY_DYNAMIC_DISPATCH(FixedPointKernelPresent)(); }
 
 namespace {
 

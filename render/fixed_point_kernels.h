@@ -52,6 +52,9 @@ struct RadialRows {
   bool swapRows = false;  // first row uses the second's factors and back
 };
 
+// True when the instruction set chosen now has the kernel.
+bool fixedPointKernelPresent();
+
 // Renders the first multiple of 32 column pairs of a row pair; returns how
 // many it did (0 where the CPU has no such kernel).
 size_t renderFixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused,

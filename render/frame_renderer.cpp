@@ -19,6 +19,8 @@ RenderOptions renderOptionsFromEnvironment() {
     options.path = RenderPath::Reference;
   const unsigned hardware = std::max(1u, std::thread::hardware_concurrency());
   options.threads = std::min(8u, hardware);
+  const char* fixedPoint = std::getenv("LUMO_RENDER_FIXED_POINT");
+  if (fixedPoint != nullptr && std::strcmp(fixedPoint, "0") == 0) options.fixedPoint = false;
   if (const char* threads = std::getenv("LUMO_RENDER_THREADS")) {
     const long n = std::strtol(threads, nullptr, 10);
     if (n >= 1 && n <= 64) options.threads = size_t(n);
@@ -92,6 +94,8 @@ std::string FrameRenderer::render(const FrameView& in, const FrameView& out) {
   const FixedPointParams fixed = fused && m_options.fixedPoint
                                      ? makeFixedPointParams(params, m_chain, m_fixedTables)
                                      : FixedPointParams{};
+
+  m_lastFixedPoint = fixed.usable && isYuv(in.layout) && fixedPointKernelPresent();
 
   // Bands of whole row pairs, a few per thread so a slow thread does not
   // hold the others up; small frames stay on fewer threads.

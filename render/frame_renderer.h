@@ -25,8 +25,9 @@ struct RenderOptions {
   bool fixedPoint = true;
 };
 
-// LUMO_RENDER_REFERENCE=1 forces the reference; LUMO_RENDER_THREADS=N sets
-// the thread count (default: the hardware's, at most 8).
+// LUMO_RENDER_REFERENCE=1 forces the reference; LUMO_RENDER_FIXED_POINT=0
+// leaves every column to the float kernels; LUMO_RENDER_THREADS=N sets the
+// thread count (default: the hardware's, at most 8).
 RenderOptions renderOptionsFromEnvironment();
 
 class FrameRenderer {
@@ -46,6 +47,8 @@ public:
   // The path the last render took (the reference when the chain has a shape
   // the fused kernels do not implement).
   RenderPath lastPath() const { return m_lastPath; }
+  // True when the last render used the fixed-point kernel (for most columns).
+  bool lastUsedFixedPoint() const { return m_lastFixedPoint; }
 
 private:
   RenderOptions m_options;
@@ -54,6 +57,7 @@ private:
   FixedPointTables m_fixedTables;  // the same, for the fixed-point kernel
   std::unique_ptr<ThreadPool> m_pool;
   RenderPath m_lastPath = RenderPath::Fused;
+  bool m_lastFixedPoint = false;
 };
 
 // Copies the pixels of `in` into `out` (same geometry and family).

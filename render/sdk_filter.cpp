@@ -128,7 +128,9 @@ int SdkFilter::render(const videoprocess::FilterFrameParam& in,
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     SDK_LOG(ANDROID_LOG_INFO, "processFrame: %ux%u, %zu effects, %s path, %zu threads: %.3f ms",
             src.width, src.height, m_renderer.chain().size(),
-            m_renderer.lastPath() == RenderPath::Fused ? "fused" : "reference",
+            m_renderer.lastPath() == RenderPath::Reference ? "reference"
+            : m_renderer.lastUsedFixedPoint()              ? "fixed-point"
+                                                           : "fused",
             m_renderer.options().threads, ms);
   }
   return 0;

@@ -119,8 +119,11 @@ TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
   for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
     hwy::SetSupportedTargetsForTest(target);
     for (size_t threads : {1, 2, 5}) {
-      expectAgreement({RenderPath::Fused, threads}, std::string(hwy::TargetName(target)) + " " +
-                                                        std::to_string(threads) + " threads");
+      for (bool fixedPoint : {true, false}) {
+        expectAgreement({RenderPath::Fused, threads, fixedPoint},
+                        std::string(hwy::TargetName(target)) + " " + std::to_string(threads) +
+                            " threads" + (fixedPoint ? "" : ", float kernels only"));
+      }
     }
   }
   hwy::SetSupportedTargetsForTest(0);
@@ -196,6 +199,7 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
           FrameRenderer renderer({RenderPath::Fused, 2, true});
           renderer.setChain(chain);
           ASSERT_EQ(renderer.render(got.view(), got.view()), "");  // in place
+          EXPECT_EQ(renderer.lastUsedFixedPoint(), cpuHasFixedPointKernel());
           const ErrorStats stats = compare(got, want, in);
           EXPECT_LE(stats.maxError, 1);
           EXPECT_LE(stats.mean(), 0.05);
@@ -281,16 +285,21 @@ TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
 TEST(RenderAccuracy, EnvironmentSwitchesChooseThePathAndThreads) {
   setenv("LUMO_RENDER_REFERENCE", "1", 1);
   setenv("LUMO_RENDER_THREADS", "3", 1);
+  setenv("LUMO_RENDER_FIXED_POINT", "0", 1);
   RenderOptions forced = renderOptionsFromEnvironment();
   EXPECT_EQ(forced.path, RenderPath::Reference);
   EXPECT_EQ(forced.threads, 3u);
+  EXPECT_FALSE(forced.fixedPoint);
   setenv("LUMO_RENDER_REFERENCE", "0", 1);
   setenv("LUMO_RENDER_THREADS", "zero", 1);
+  setenv("LUMO_RENDER_FIXED_POINT", "1", 1);
   RenderOptions normal = renderOptionsFromEnvironment();
   EXPECT_EQ(normal.path, RenderPath::Fused);
   EXPECT_GE(normal.threads, 1u);
+  EXPECT_TRUE(normal.fixedPoint);
   unsetenv("LUMO_RENDER_REFERENCE");
   unsetenv("LUMO_RENDER_THREADS");
+  unsetenv("LUMO_RENDER_FIXED_POINT");
 }
 
 }  // namespace
