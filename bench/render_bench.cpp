@@ -35,13 +35,13 @@ void setProcessCpu(benchmark::State& state, double startMs) {
 }
 
 void BM_Render(benchmark::State& state, FrameLayout layout, uint32_t width, uint32_t height,
-               bool withStyle) {
+               bool withStyle, bool fixedPoint = true) {
   const size_t threads = size_t(state.range(0));
   Frame in(layout, width, height), out(layout, width, height);
   fillFrame(in);
   EffectChain chain = testing::lutChain(lookLattice());
   if (withStyle) testing::addStyle(chain, lookStyle());
-  FrameRenderer renderer({RenderPath::Fused, threads});
+  FrameRenderer renderer({RenderPath::Fused, threads, fixedPoint});
   renderer.setChain(chain);
   const double cpuStart = processCpuMs();
   for (auto _ : state) {
@@ -52,7 +52,8 @@ void BM_Render(benchmark::State& state, FrameLayout layout, uint32_t width, uint
   }
   setProcessCpu(state, cpuStart);
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(2 * in.bytes.size()));
-  state.SetLabel(fusedKernelTarget());
+  state.SetLabel(std::string(fusedKernelTarget()) +
+                 (renderer.lastUsedFixedPoint() ? " fixed-point" : " float"));
 }
 
 void BM_Memcpy(benchmark::State& state, uint32_t width, uint32_t height) {
@@ -84,6 +85,16 @@ BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut, FrameLayout::NV21, 4000, 3000, 
 BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut_style, FrameLayout::NV21, 4000, 3000, true)
     ->Arg(1)
     ->Arg(2)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+// The float kernels alone, for the fixed-point kernel's gain.
+BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut_float, FrameLayout::NV21, 4000, 3000, false, false)
+    ->Arg(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut_style_float, FrameLayout::NV21, 4000, 3000, true,
+                  false)
+    ->Arg(1)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Memcpy, nv12_1920x1080, 1920, 1080)->UseRealTime();

@@ -127,6 +127,14 @@ for size, fmt in (("4000x3000", "nv21"), ("1920x1080", "nv12")):
             print(f"  {fmt} {size} {chain:9s} {threads} thread(s): {w:7.2f} ms = {w / fw:5.2f} x memcpy"
                   f" | {c:7.2f} ms = {c / fc:5.2f} x memcpy")
 print()
+print("Fixed-point kernel against the float kernels alone (nv21 4000x3000, 1 thread, CPU):")
+for chain in ("lut", "lut_style"):
+    name = f"BM_Render/nv21_4000x3000_{chain}_float/1/real_time"
+    if name in runs:
+        c = times(f"BM_Render/nv21_4000x3000_{chain}/1/real_time")[1]
+        f = times(name)[1]
+        print(f"  {chain:9s}: float {f:7.2f} ms, fixed-point {c:7.2f} ms: {f / c:4.2f} x")
+print()
 print("Renderer against ffmpeg lut3d (tetrahedral) on the same 4000x3000 NV21 frame and LUT"
       " (wall | all-thread CPU):")
 for threads in (1, 2):
