@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "frame_renderer.h"
 #include "render_test_support.h"
@@ -122,6 +123,22 @@ TEST_P(RenderEffects, StyleGainAndProtectionOnGrayRgba) {
       }
     EXPECT_EQ(out.rgbaAt(w / 2, h / 2)[1] != c.level, c.centreChanges);
     EXPECT_EQ(out.rgbaAt(0, 0)[1] != c.level, c.cornerChanges);
+
+    // The same on a gray NV21 frame wide enough for the 16-bit kernel: the
+    // gain scales luma, and gray stays gray.
+    const uint32_t yw = 128, yh = 64;
+    TestImage yuv(FrameLayout::NV21, yw, yh), yuvOut(FrameLayout::NV21, yw, yh);
+    std::memset(yuv.view().luma, c.level, size_t(yw) * yh);
+    std::memset(yuv.view().chroma, 128, size_t(yw) * yh / 2);
+    EffectChain withLut = testing::lutChain(testing::identityLattice());
+    testing::addStyle(withLut, c.style);
+    ASSERT_EQ(render(withLut, yuv, yuvOut), "");
+    for (uint32_t y = 0; y < yh; ++y)
+      for (uint32_t x = 0; x < yw; ++x) {
+        const double gain = expectedGain(c.style, x, y, yw, yh, c.level / 255.0);
+        ASSERT_NEAR(*yuvOut.lumaAt(x, y), roundHalfUp(c.level * gain), 1) << x << "," << y;
+      }
+    for (uint32_t i = 0; i < yw * yh / 2; ++i) ASSERT_NEAR(yuvOut.view().chroma[i], 128, 1);
   }
 }
 
