@@ -3,6 +3,8 @@
 // input and output bytes (the floor). render_fixture writes the same frame
 // and LUT to files for the ffmpeg comparison in scripts/run-benchmarks.sh.
 #include <benchmark/benchmark.h>
+#include <hwy/highway.h>
+#include <hwy/targets.h>
 #include <sys/resource.h>
 
 #include <cstring>
@@ -35,7 +37,16 @@ void setProcessCpu(benchmark::State& state, double startMs) {
 }
 
 void BM_Render(benchmark::State& state, FrameLayout layout, uint32_t width, uint32_t height,
-               bool withStyle, bool fixedPoint = true) {
+               bool withStyle, bool fixedPoint = true, int64_t target = 0) {
+  // A lesser instruction set than the machine's best, to show what CPUs
+  // without AVX-512 get; 0 keeps the best.
+  if (target != 0) {
+    if ((hwy::SupportedTargets() & target) == 0) {
+      state.SkipWithError("instruction set not supported here");
+      return;
+    }
+    hwy::SetSupportedTargetsForTest(target);
+  }
   const size_t threads = size_t(state.range(0));
   Frame in(layout, width, height), out(layout, width, height);
   fillFrame(in);
@@ -54,6 +65,7 @@ void BM_Render(benchmark::State& state, FrameLayout layout, uint32_t width, uint
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(2 * in.bytes.size()));
   state.SetLabel(std::string(fusedKernelTarget()) +
                  (renderer.lastUsedFixedPoint() ? " fixed-point" : " float"));
+  if (target != 0) hwy::SetSupportedTargetsForTest(0);
 }
 
 void BM_Memcpy(benchmark::State& state, uint32_t width, uint32_t height) {
@@ -94,6 +106,17 @@ BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut_float, FrameLayout::NV21, 4000, 
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut_style_float, FrameLayout::NV21, 4000, 3000, true,
                   false)
+    ->Arg(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+// The same on AVX2, as a CPU without AVX-512 runs it.
+BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut_style_avx2, FrameLayout::NV21, 4000, 3000, true,
+                  true, HWY_AVX2)
+    ->Arg(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Render, nv21_4000x3000_lut_style_avx2_float, FrameLayout::NV21, 4000, 3000,
+                  true, false, HWY_AVX2)
     ->Arg(1)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);

@@ -1,7 +1,7 @@
 // 16-bit fixed-point kernel for 4:2:0 frames. Each 16-bit lane is one chroma
 // column; its even and odd pixels on both rows share the chroma offsets.
-// Written for AVX-512 (byte shuffles, 64-bit gathers, 16-bit multiplies on
-// 32 lanes); other instruction sets report no columns done.
+// Written for AVX-512 (32 lanes) and AVX2 (16 lanes) in the operations of
+// fixed_point_ops-inl.h; other instruction sets report no columns done.
 #include "fixed_point_kernels.h"
 
 #include <algorithm>
@@ -14,19 +14,23 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include "fixed_point_ops-inl.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace lumo::render {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX2
 
-using V = __m512i;
+using fx::kLanes;
+using fx::V;
+using fx::VF;
 
 // Q15 constants: mulhrs(x, k) is x * k / 32768 rounded half up.
 constexpr int16_t q15(double v) { return int16_t(v * 32768.0 + (v < 0 ? -0.5 : 0.5)); }
 
-HWY_INLINE V Set(int16_t v) { return _mm512_set1_epi16(v); }
-HWY_INLINE V MulQ15(V a, V b) { return _mm512_mulhrs_epi16(a, b); }
+using fx::MulQ15;
+using fx::Set;
 
 // Lattice positions are Q12 lattice units, code value x 16/255 x 4096, in
 // unsigned 16 bits: 255 saturates to the top of cell 15, one 4096th short of
@@ -34,7 +38,7 @@ HWY_INLINE V MulQ15(V a, V b) { return _mm512_mulhrs_epi16(a, b); }
 
 // A luma byte moved to the high byte (Y << 8) to its lattice position:
 // Y * 256 * 256/255, with 256/255 = 1 + 257/65536 to well within a unit.
-HWY_INLINE V LumaPosition(V y8) { return _mm512_add_epi16(y8, _mm512_mulhi_epu16(y8, Set(257))); }
+HWY_INLINE V LumaPosition(V y8) { return fx::Add16(y8, fx::MulHighU16(y8, Set(257))); }
 
 // A chroma offset as the two saturating steps that add it to a position and
 // clamp the sum to the lattice, which is the clamp of the colour to 0..255.
@@ -44,17 +48,17 @@ struct Offset {
 
 // From the offset at half scale (signed, so that it fits 16 bits).
 HWY_INLINE Offset SplitOffset(V half) {
-  const V zero = _mm512_setzero_si512();
-  return {_mm512_slli_epi16(_mm512_max_epi16(half, zero), 1),
-          _mm512_slli_epi16(_mm512_max_epi16(_mm512_sub_epi16(zero, half), zero), 1)};
+  const V zero = fx::Zero();
+  return {fx::Shl16<1>(fx::Max16(half, zero)),
+          fx::Shl16<1>(fx::Max16(fx::Sub16(zero, half), zero))};
 }
 
 HWY_INLINE V Position(V luma, const Offset& o) {
-  return _mm512_subs_epu16(_mm512_adds_epu16(luma, o.up), o.down);
+  return fx::SubSatU16(fx::AddSatU16(luma, o.up), o.down);
 }
 
 // A lattice position back to a Q7 colour: x 255/(16 * 4096) x 128.
-HWY_INLINE V PositionToQ7(V x) { return _mm512_mulhi_epu16(x, Set(int16_t(32640))); }
+HWY_INLINE V PositionToQ7(V x) { return fx::MulHighU16(x, Set(int16_t(32640))); }
 
 struct Rgb16 {
   V r, g, b;
@@ -75,72 +79,58 @@ struct GroupSums {
 HWY_INLINE GroupSums GroupDot(const Tables& t, V index, V weights) {
   // Bytes 0-3 (red, or blue in the second table) and 4-7 (green) of each
   // 64-bit lane, zero-extended to 16 bits.
-  const V low = _mm512_set_epi64(0x800b800a80098008, 0x8003800280018000, 0x800b800a80098008,
-                                 0x8003800280018000, 0x800b800a80098008, 0x8003800280018000,
-                                 0x800b800a80098008, 0x8003800280018000);
-  const V high = _mm512_set_epi64(0x800f800e800d800c, 0x8007800680058004, 0x800f800e800d800c,
-                                  0x8007800680058004, 0x800f800e800d800c, 0x8007800680058004,
-                                  0x800f800e800d800c, 0x8007800680058004);
-  const V rg = _mm512_i64gather_epi64(index, t.rg, 8);
-  const V b = _mm512_i64gather_epi64(index, t.b, 8);
-  return {_mm512_madd_epi16(_mm512_shuffle_epi8(rg, low), weights),
-          _mm512_madd_epi16(_mm512_shuffle_epi8(rg, high), weights),
-          _mm512_madd_epi16(_mm512_shuffle_epi8(b, low), weights)};
+  const V low = fx::SetBlocks(0x800b800a80098008, 0x8003800280018000);
+  const V high = fx::SetBlocks(0x800f800e800d800c, 0x8007800680058004);
+  const V rg = fx::Gather64(t.rg, index);
+  const V b = fx::Gather64(t.b, index);
+  return {fx::MulAddPairs(fx::ShuffleBytes(rg, low), weights),
+          fx::MulAddPairs(fx::ShuffleBytes(rg, high), weights),
+          fx::MulAddPairs(fx::ShuffleBytes(b, low), weights)};
 }
 
 // Adds the two halves of the dot products of groups 0 and 1 (32-bit lanes
 // back in the order of the 16-bit lanes they came from) and scales Q12 x
 // code to Q8.
 HWY_INLINE V FinishDot(V group0, V group1) {
-  const __m512 a = _mm512_castsi512_ps(group0), b = _mm512_castsi512_ps(group1);
-  const V first = _mm512_castps_si512(_mm512_shuffle_ps(a, b, 0x88));
-  const V second = _mm512_castps_si512(_mm512_shuffle_ps(a, b, 0xDD));
-  return _mm512_srli_epi32(_mm512_add_epi32(first, second), 4);
+  const V first = fx::ShuffleDwords<0x88>(group0, group1);
+  const V second = fx::ShuffleDwords<0xDD>(group0, group1);
+  return fx::Shr32<4>(fx::Add32(first, second));
 }
 
 // Packs two halves of Q8 results (unsigned, up to 65280) back into the
 // 16-bit lane order they were unpacked from (packus undoes the unpacking)
 // and rounds them to Q7: avg(x, 0) is (x + 1) / 2.
-HWY_INLINE V PackQ7(V low, V high) {
-  return _mm512_avg_epu16(_mm512_packus_epi32(low, high), _mm512_setzero_si512());
-}
+HWY_INLINE V PackQ7(V low, V high) { return fx::AvgU16(fx::PackUs32(low, high), fx::Zero()); }
 
-// Tetrahedral look-up of 32 lattice positions; returns the colours in Q7.
+// Tetrahedral look-up of a vector of lattice positions; returns the colours in Q7.
 HWY_INLINE Rgb16 Lookup(const Tables& t, V xr, V xg, V xb) {
   const V fracMask = Set(0x0FFF);
-  const V fr = _mm512_and_si512(xr, fracMask), fg = _mm512_and_si512(xg, fracMask),
-          fb = _mm512_and_si512(xb, fracMask);
+  const V fr = fx::And(xr, fracMask), fg = fx::And(xg, fracMask), fb = fx::And(xb, fracMask);
   // Entry cell * 8 + code, where the code's bits say r >= g, g >= b and
   // r >= b: six of the eight codes occur, one per tetrahedron.
-  const V cell8 =
-      _mm512_or_si512(_mm512_and_si512(_mm512_srli_epi16(xr, 9), Set(0x0078)),
-                      _mm512_or_si512(_mm512_and_si512(_mm512_srli_epi16(xg, 5), Set(0x0780)),
-                                      _mm512_and_si512(_mm512_srli_epi16(xb, 1), Set(0x7800))));
-  V index = _mm512_mask_add_epi16(cell8, _mm512_cmpge_epi16_mask(fr, fg), cell8, Set(1));
-  index = _mm512_mask_add_epi16(index, _mm512_cmpge_epi16_mask(fg, fb), index, Set(2));
-  index = _mm512_mask_add_epi16(index, _mm512_cmpge_epi16_mask(fr, fb), index, Set(4));
+  const V cell8 = fx::Or(
+      fx::And(fx::Shr16<9>(xr), Set(0x0078)),
+      fx::Or(fx::And(fx::Shr16<5>(xg), Set(0x0780)), fx::And(fx::Shr16<1>(xb), Set(0x7800))));
+  V index = fx::AddWhereGe(cell8, fr, fg, 1);
+  index = fx::AddWhereGe(index, fg, fb, 2);
+  index = fx::AddWhereGe(index, fr, fb, 4);
 
-  const V fmax = _mm512_max_epi16(fr, _mm512_max_epi16(fg, fb));
-  const V fmin = _mm512_min_epi16(fr, _mm512_min_epi16(fg, fb));
-  const V fmid =
-      _mm512_max_epi16(_mm512_min_epi16(fr, fg), _mm512_min_epi16(_mm512_max_epi16(fr, fg), fb));
-  const V w0 = _mm512_sub_epi16(Set(4096), fmax), w1 = _mm512_sub_epi16(fmax, fmid),
-          w2 = _mm512_sub_epi16(fmid, fmin);
-  const V w01Low = _mm512_unpacklo_epi16(w0, w1), w01High = _mm512_unpackhi_epi16(w0, w1);
-  const V w23Low = _mm512_unpacklo_epi16(w2, fmin), w23High = _mm512_unpackhi_epi16(w2, fmin);
-  const V zero = _mm512_setzero_si512();
-  const V indexLow = _mm512_unpacklo_epi16(index, zero),
-          indexHigh = _mm512_unpackhi_epi16(index, zero);
+  const V fmax = fx::Max16(fr, fx::Max16(fg, fb));
+  const V fmin = fx::Min16(fr, fx::Min16(fg, fb));
+  const V fmid = fx::Max16(fx::Min16(fr, fg), fx::Min16(fx::Max16(fr, fg), fb));
+  const V w0 = fx::Sub16(Set(4096), fmax), w1 = fx::Sub16(fmax, fmid), w2 = fx::Sub16(fmid, fmin);
+  const V w01Low = fx::UnpackLo16(w0, w1), w01High = fx::UnpackHi16(w0, w1);
+  const V w23Low = fx::UnpackLo16(w2, fmin), w23High = fx::UnpackHi16(w2, fmin);
+  const V zero = fx::Zero();
+  const V indexLow = fx::UnpackLo16(index, zero), indexHigh = fx::UnpackHi16(index, zero);
 
   // Groups: 16-bit lanes 8j+0,1 / 8j+2,3 / 8j+4,5 / 8j+6,7 of each block j.
-  const GroupSums g0 =
-      GroupDot(t, _mm512_unpacklo_epi32(indexLow, zero), _mm512_unpacklo_epi32(w01Low, w23Low));
-  const GroupSums g1 =
-      GroupDot(t, _mm512_unpackhi_epi32(indexLow, zero), _mm512_unpackhi_epi32(w01Low, w23Low));
+  const GroupSums g0 = GroupDot(t, fx::UnpackLo32(indexLow, zero), fx::UnpackLo32(w01Low, w23Low));
+  const GroupSums g1 = GroupDot(t, fx::UnpackHi32(indexLow, zero), fx::UnpackHi32(w01Low, w23Low));
   const GroupSums g2 =
-      GroupDot(t, _mm512_unpacklo_epi32(indexHigh, zero), _mm512_unpacklo_epi32(w01High, w23High));
+      GroupDot(t, fx::UnpackLo32(indexHigh, zero), fx::UnpackLo32(w01High, w23High));
   const GroupSums g3 =
-      GroupDot(t, _mm512_unpackhi_epi32(indexHigh, zero), _mm512_unpackhi_epi32(w01High, w23High));
+      GroupDot(t, fx::UnpackHi32(indexHigh, zero), fx::UnpackHi32(w01High, w23High));
   return {PackQ7(FinishDot(g0.r, g1.r), FinishDot(g2.r, g3.r)),
           PackQ7(FinishDot(g0.g, g1.g), FinishDot(g2.g, g3.g)),
           PackQ7(FinishDot(g0.b, g1.b), FinishDot(g2.b, g3.b))};
@@ -171,28 +161,26 @@ HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const
   if (kBlend) {
     const Rgb16 in{PositionToQ7(xr), PositionToQ7(xg), PositionToQ7(xb)};
     const V s = Set(p.strength);
-    c.r = _mm512_add_epi16(in.r, MulQ15(_mm512_sub_epi16(c.r, in.r), s));
-    c.g = _mm512_add_epi16(in.g, MulQ15(_mm512_sub_epi16(c.g, in.g), s));
-    c.b = _mm512_add_epi16(in.b, MulQ15(_mm512_sub_epi16(c.b, in.b), s));
+    c.r = fx::Add16(in.r, MulQ15(fx::Sub16(c.r, in.r), s));
+    c.g = fx::Add16(in.g, MulQ15(fx::Sub16(c.g, in.g), s));
+    c.b = fx::Add16(in.b, MulQ15(fx::Sub16(c.b, in.b), s));
   }
-  const V luma = _mm512_add_epi16(
-      MulQ15(c.r, Set(q15(kRToY))),
-      _mm512_add_epi16(MulQ15(c.g, Set(q15(kGToY))), MulQ15(c.b, Set(q15(kBToY)))));
+  const V luma = fx::Add16(MulQ15(c.r, Set(q15(kRToY))),
+                           fx::Add16(MulQ15(c.g, Set(q15(kGToY))), MulQ15(c.b, Set(q15(kBToY)))));
   if (!kStyle) return {luma, c};
   // Half the gain in Q15, so that a Q7 colour times it is the output in Q6.
   V halfGain = Set(16384);
   {
-    const V top = Set(4095), zero = _mm512_setzero_si512();
-    const V protect = _mm512_min_epi16(
-        _mm512_max_epi16(_mm512_adds_epi16(MulQ15(luma, Set(p.protectA)), Set(p.protectB)), zero),
-        top);
-    V weight = _mm512_slli_epi16(protect, 2);  // Q14
+    const V top = Set(4095), zero = fx::Zero();
+    const V protect = fx::Min16(
+        fx::Max16(fx::AddSat16(MulQ15(luma, Set(p.protectA)), Set(p.protectB)), zero), top);
+    V weight = fx::Shl16<2>(protect);  // Q14
     if (kKnee) {
-      const V knee = _mm512_min_epi16(
-          _mm512_max_epi16(_mm512_adds_epi16(MulQ15(luma, Set(p.kneeA)), Set(p.kneeB)), zero), top);
-      weight = MulQ15(_mm512_slli_epi16(protect, 3), _mm512_slli_epi16(knee, 2));
+      const V knee =
+          fx::Min16(fx::Max16(fx::AddSat16(MulQ15(luma, Set(p.kneeA)), Set(p.kneeB)), zero), top);
+      weight = MulQ15(fx::Shl16<3>(protect), fx::Shl16<2>(knee));
     }
-    halfGain = _mm512_add_epi16(halfGain, MulQ15(radial, weight));
+    halfGain = fx::Add16(halfGain, MulQ15(radial, weight));
   }
   return {MulQ15(luma, halfGain),
           {MulQ15(c.r, halfGain), MulQ15(c.g, halfGain), MulQ15(c.b, halfGain)}};
@@ -201,77 +189,69 @@ HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const
 // An output value to a byte, rounded half up; inputs are never negative.
 template <bool kStyle>
 HWY_INLINE V ToByte(V v) {
-  return _mm512_min_epi16(MulQ15(v, Set(int16_t(1 << (15 - kOutputShift<kStyle>)))), Set(255));
+  return fx::Min16(MulQ15(v, Set(int16_t(1 << (15 - kOutputShift<kStyle>)))), Set(255));
 }
 
-HWY_INLINE V JoinBytes(V low, V high) { return _mm512_or_si512(low, _mm512_slli_epi16(high, 8)); }
+HWY_INLINE V JoinBytes(V low, V high) { return fx::Or(low, fx::Shl16<8>(high)); }
 
 HWY_INLINE Rgb16 Average(const Rgb16& a, const Rgb16& b) {
-  return {_mm512_avg_epu16(a.r, b.r), _mm512_avg_epu16(a.g, b.g), _mm512_avg_epu16(a.b, b.b)};
+  return {fx::AvgU16(a.r, b.r), fx::AvgU16(a.g, b.g), fx::AvgU16(a.b, b.b)};
 }
 
-// Renders one luma row of 32 column pairs; returns the mean output colour
+// Renders one luma row of kLanes column pairs; returns the mean output colour
 // of its two pixels per column.
 template <bool kBlend, bool kStyle, bool kKnee>
 HWY_INLINE Rgb16 Row(const FixedPointParams& p, const Tables& t, const uint8_t* in, uint8_t* out,
                      const Offsets& offsets, const int16_t* radialEven, const int16_t* radialOdd) {
-  const V pixels = _mm512_loadu_si512(in);
-  const V even = _mm512_slli_epi16(pixels, 8);
-  const V odd = _mm512_and_si512(pixels, Set(int16_t(0xFF00)));
-  V radialE = _mm512_setzero_si512(), radialO = _mm512_setzero_si512();
+  const V pixels = fx::Load(in);
+  const V even = fx::Shl16<8>(pixels);
+  const V odd = fx::And(pixels, Set(int16_t(0xFF00)));
+  V radialE = fx::Zero(), radialO = fx::Zero();
   if (kStyle) {
-    radialE = _mm512_loadu_si512(radialEven);
-    radialO = _mm512_loadu_si512(radialOdd);
+    radialE = fx::Load(radialEven);
+    radialO = fx::Load(radialOdd);
   }
   const Output e = Pixels<kBlend, kStyle, kKnee>(p, t, even, offsets, radialE);
   const Output o = Pixels<kBlend, kStyle, kKnee>(p, t, odd, offsets, radialO);
-  _mm512_storeu_si512(out, JoinBytes(ToByte<kStyle>(e.luma), ToByte<kStyle>(o.luma)));
+  fx::Store(JoinBytes(ToByte<kStyle>(e.luma), ToByte<kStyle>(o.luma)), out);
   return Average(e.rgb, o.rgb);
 }
 
 // Chroma (0..255) of a mean output colour.
 template <bool kStyle>
 HWY_INLINE V Chroma(const Rgb16& m, double kr, double kg, double kb) {
-  const V v = _mm512_add_epi16(
-      Set(int16_t(128 << kOutputShift<kStyle>)),
-      _mm512_add_epi16(MulQ15(m.r, Set(q15(kr))),
-                       _mm512_add_epi16(MulQ15(m.g, Set(q15(kg))), MulQ15(m.b, Set(q15(kb))))));
-  return _mm512_max_epi16(ToByte<kStyle>(v), _mm512_setzero_si512());
+  const V v = fx::Add16(Set(int16_t(128 << kOutputShift<kStyle>)),
+                        fx::Add16(MulQ15(m.r, Set(q15(kr))),
+                                  fx::Add16(MulQ15(m.g, Set(q15(kg))), MulQ15(m.b, Set(q15(kb))))));
+  return fx::Max16(ToByte<kStyle>(v), fx::Zero());
 }
 
 // The style's radial factor (value scale times the smoothstep of the
 // distance) in Q15 at pixels x0, x0 + 2, ... for `count` pixels (a multiple of 16).
 void RadialSamples(const FusedParams& p, float dy2, size_t x0, size_t count, int16_t* out) {
-  const __m512 lanes2 = _mm512_mul_ps(
-      _mm512_setr_ps(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15), _mm512_set1_ps(2.0f));
-  const __m512 zero = _mm512_setzero_ps(), one = _mm512_set1_ps(1.0f);
-  const __m512 half = _mm512_set1_ps(0.5f), three = _mm512_set1_ps(3.0f);
-  const __m512 scale = _mm512_set1_ps(p.valueScale * 32768.0f);
-  for (size_t i = 0; i < count; i += 16) {
-    const __m512 x = _mm512_add_ps(lanes2, _mm512_set1_ps(float(x0 + 2 * i)));
-    const __m512 dx = _mm512_fmadd_ps(_mm512_set1_ps(p.ax), x, _mm512_set1_ps(p.bx));
-    const __m512 d2 = _mm512_fmadd_ps(dx, dx, _mm512_set1_ps(dy2));
+  const VF lanes2 = fx::MulF(fx::IotaF(), fx::SetF(2.0f));
+  const VF zero = fx::SetF(0.0f), one = fx::SetF(1.0f);
+  const VF half = fx::SetF(0.5f), three = fx::SetF(3.0f);
+  const VF scale = fx::SetF(p.valueScale * 32768.0f);
+  for (size_t i = 0; i < count; i += fx::kFloats) {
+    const VF x = fx::AddF(lanes2, fx::SetF(float(x0 + 2 * i)));
+    const VF dx = fx::MulAddF(fx::SetF(p.ax), x, fx::SetF(p.bx));
+    const VF d2 = fx::MulAddF(dx, dx, fx::SetF(dy2));
     // sqrt as d2 * rsqrt(d2) with one Newton step: well inside the Q15
     // result's resolution and several times the throughput of a divide-unit
     // square root. d2 = 0 (the exact centre) gives 0 * inf: masked to 0.
-    const __m512 y0 = _mm512_rsqrt14_ps(d2);
-    const __m512 y1 =
-        _mm512_mul_ps(_mm512_mul_ps(half, y0), _mm512_fnmadd_ps(_mm512_mul_ps(d2, y0), y0, three));
-    const __m512 d = _mm512_maskz_mul_ps(_mm512_cmp_ps_mask(d2, zero, _CMP_GT_OQ), d2, y1);
-    __m512 f;
+    const VF y0 = fx::ApproxRsqrtF(d2);
+    const VF y1 = fx::MulF(fx::MulF(half, y0), fx::NegMulAddF(fx::MulF(d2, y0), y0, three));
+    const VF d = fx::IfPositiveF(d2, fx::MulF(d2, y1));
+    VF f;
     if (p.hardStep) {
-      const __mmask16 past = _mm512_cmp_ps_mask(_mm512_mul_ps(d, _mm512_set1_ps(p.coordScale)),
-                                                _mm512_set1_ps(p.smoothStart), _CMP_GE_OQ);
-      f = _mm512_maskz_mov_ps(past, one);
+      f = fx::StepF(fx::MulF(d, fx::SetF(p.coordScale)), fx::SetF(p.smoothStart));
     } else {
-      const __m512 s = _mm512_min_ps(
-          _mm512_max_ps(
-              _mm512_fmadd_ps(d, _mm512_set1_ps(p.stepScale), _mm512_set1_ps(p.stepOffset)), zero),
-          one);
-      f = _mm512_mul_ps(_mm512_mul_ps(s, s), _mm512_fnmadd_ps(_mm512_set1_ps(2.0f), s, three));
+      const VF s = fx::MinF(
+          fx::MaxF(fx::MulAddF(d, fx::SetF(p.stepScale), fx::SetF(p.stepOffset)), zero), one);
+      f = fx::MulF(fx::MulF(s, s), fx::NegMulAddF(fx::SetF(2.0f), s, three));
     }
-    const __m512i q = _mm512_cvtps_epi32(_mm512_mul_ps(f, scale));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm512_cvtsepi32_epi16(q));
+    fx::StoreRoundedI16(fx::MulF(f, scale), out + i);
   }
 }
 
@@ -288,19 +268,14 @@ void RadialRow(const FusedParams& p, float dy2, size_t pairs, size_t columns, bo
     return;
   }
   RadialSamples(p, dy2, 0, padded, even);
-  const V reverse = _mm512_set_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17,
-                                     18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
   // odd[k] = even[pairs - 1 - k]
-  for (size_t k = 0; k < columns; k += 32) {
-    const V source = _mm512_loadu_si512(even + (pairs - 32 - k));
-    _mm512_storeu_si512(odd + k, _mm512_permutexvar_epi16(reverse, source));
-  }
+  for (size_t k = 0; k < columns; k += kLanes)
+    fx::Store(fx::Reverse16(fx::Load(even + (pairs - kLanes - k))), odd + k);
 }
 
 template <bool kBlend, bool kStyle, bool kKnee>
 size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
                       const YuvRowPair& rows, size_t pairs, RadialRows& radial) {
-  constexpr size_t kLanes = 32;
   const size_t columns = pairs / kLanes * kLanes;
   if (columns == 0) return 0;
   const FixedPointParams p = fixed;
@@ -329,16 +304,16 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
   const V centre = Set(int16_t(0x8000)), highByte = Set(int16_t(0xFF00));
   for (size_t x = 0; x < columns; x += kLanes) {
     // Chroma centred and scaled by 256: (byte - 128) << 8.
-    const V pairsIn = _mm512_loadu_si512(r.chroma + 2 * x);
-    const V first = _mm512_xor_si512(_mm512_slli_epi16(pairsIn, 8), centre);
-    const V second = _mm512_xor_si512(_mm512_and_si512(pairsIn, highByte), centre);
+    const V pairsIn = fx::Load(r.chroma + 2 * x);
+    const V first = fx::Xor(fx::Shl16<8>(pairsIn), centre);
+    const V second = fx::Xor(fx::And(pairsIn, highByte), centre);
     const V u = r.inCrFirst ? second : first, v = r.inCrFirst ? first : second;
     // Offsets in lattice units at half scale: (byte - 128) * 256 times the
     // coefficient times 128/255.
     constexpr double kHalf = 128.0 / 255.0;
     const Offsets offsets{SplitOffset(MulQ15(v, Set(q15(kCrToR * kHalf)))),
-                          SplitOffset(_mm512_add_epi16(MulQ15(u, Set(q15(kCbToG * kHalf))),
-                                                       MulQ15(v, Set(q15(kCrToG * kHalf))))),
+                          SplitOffset(fx::Add16(MulQ15(u, Set(q15(kCbToG * kHalf))),
+                                                MulQ15(v, Set(q15(kCrToG * kHalf))))),
                           SplitOffset(MulQ15(u, Set(q15(kCbToB * kHalf))))};
     const auto radialAt = [&](int row, int parity) {
       return kStyle ? radialRows[row][parity] + x : nullptr;
@@ -352,7 +327,7 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
     }
     const V cb = Chroma<kStyle>(mean, kRToCb, kGToCb, kBToCb);
     const V cr = Chroma<kStyle>(mean, kRToCr, kGToCr, kBToCr);
-    _mm512_storeu_si512(r.outChroma + 2 * x, r.outCrFirst ? JoinBytes(cr, cb) : JoinBytes(cb, cr));
+    fx::Store(r.outCrFirst ? JoinBytes(cr, cb) : JoinBytes(cb, cr), r.outChroma + 2 * x);
   }
   return columns;
 }

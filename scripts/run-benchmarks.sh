@@ -134,6 +134,11 @@ for chain in ("lut", "lut_style"):
         c = times(f"BM_Render/nv21_4000x3000_{chain}/1/real_time")[1]
         f = times(name)[1]
         print(f"  {chain:9s}: float {f:7.2f} ms, fixed-point {c:7.2f} ms: {f / c:4.2f} x")
+avx2 = "BM_Render/nv21_4000x3000_lut_style_avx2/1/real_time"
+if avx2 in runs and "error_occurred" not in runs[avx2]:
+    c = times(avx2)[1]
+    f = times("BM_Render/nv21_4000x3000_lut_style_avx2_float/1/real_time")[1]
+    print(f"  lut_style on AVX2: float {f:7.2f} ms, fixed-point {c:7.2f} ms: {f / c:4.2f} x")
 print()
 print("Renderer against ffmpeg lut3d (tetrahedral) on the same 4000x3000 NV21 frame and LUT"
       " (wall | all-thread CPU):")

@@ -7,6 +7,8 @@
 
 #include <cstdlib>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "chain_plan.h"
 #include "fixed_point_kernels.h"
@@ -129,7 +131,16 @@ TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
   hwy::SetSupportedTargetsForTest(0);
 }
 
-bool cpuHasFixedPointKernel() { return (hwy::SupportedTargets() & (HWY_AVX3 | HWY_AVX3_DL)) != 0; }
+// Instruction sets of this machine that have the fixed-point kernel, with
+// the chroma columns it renders per vector.
+std::vector<std::pair<int64_t, size_t>> fixedPointTargets() {
+  std::vector<std::pair<int64_t, size_t>> targets;
+  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    if (target == HWY_AVX3 || target == HWY_AVX3_DL) targets.emplace_back(target, 32);
+    if (target == HWY_AVX2) targets.emplace_back(target, 16);
+  }
+  return targets;
+}
 
 // Style parameters inside the fixed-point kernel's ranges, hard steps and
 // knees included.
@@ -150,7 +161,9 @@ FusedParams fusedParamsFor(const EffectChain& chain, const FusedTables& tables, 
   return makeFusedParams(ChainPlan(chain, width, height), tables);
 }
 
-TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
+// Renders random frames through the fixed-point kernel of the instruction
+// set chosen now and compares them with the reference; adds up the errors.
+void fixedPointAgainstReference(ErrorStats& all) {
   const Geometry geometries[] = {{FrameLayout::NV21, 256, 64, 0},
                                  {FrameLayout::NV12, 200, 31, 24},
                                  {FrameLayout::NV21, 450, 9, 3}};
@@ -158,7 +171,6 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
     return std::array<double, 3>{0.8 * r + 0.2 * g + 20, g * g / 255, 255 - 0.9 * b};
   });
   std::mt19937 rng(99);
-  ErrorStats all;
   for (const Geometry& g : geometries) {
     for (int lattice = 0; lattice < 3; ++lattice) {
       for (double strength : {1.0, 0.5, 0.0}) {
@@ -199,7 +211,7 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
           FrameRenderer renderer({RenderPath::Fused, 2, true});
           renderer.setChain(chain);
           ASSERT_EQ(renderer.render(got.view(), got.view()), "");  // in place
-          EXPECT_EQ(renderer.lastUsedFixedPoint(), cpuHasFixedPointKernel());
+          EXPECT_TRUE(renderer.lastUsedFixedPoint());
           const ErrorStats stats = compare(got, want, in);
           EXPECT_LE(stats.maxError, 1);
           EXPECT_LE(stats.mean(), 0.05);
@@ -211,12 +223,26 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
       }
     }
   }
-  RecordProperty("mean_error", std::to_string(all.mean()));
-  EXPECT_LE(all.mean(), 0.03);
+}
+
+TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
+  const auto targets = fixedPointTargets();
+  if (targets.empty()) GTEST_SKIP() << "no AVX2 or AVX-512 on this CPU";
+  for (const auto& [target, lanes] : targets) {
+    SCOPED_TRACE(hwy::TargetName(target));
+    hwy::SetSupportedTargetsForTest(target);
+    ErrorStats all;
+    fixedPointAgainstReference(all);
+    RecordProperty(std::string("mean_error_") + hwy::TargetName(target),
+                   std::to_string(all.mean()));
+    EXPECT_LE(all.mean(), 0.03);
+  }
+  hwy::SetSupportedTargetsForTest(0);
 }
 
 TEST(RenderAccuracy, FixedPointKernelCoversWholeVectorsOfTheRowOnly) {
-  if (!cpuHasFixedPointKernel()) GTEST_SKIP() << "no AVX-512 on this CPU";
+  const auto targets = fixedPointTargets();
+  if (targets.empty()) GTEST_SKIP() << "no AVX2 or AVX-512 on this CPU";
   std::mt19937 rng(5);
   const LutLattice l = testing::randomLattice(rng);
   const EffectChain chain = testing::lutChain(l);
@@ -227,7 +253,6 @@ TEST(RenderAccuracy, FixedPointKernelCoversWholeVectorsOfTheRowOnly) {
   ASSERT_TRUE(fixed.usable);
   TestImage in(FrameLayout::NV21, 190, 2), out(FrameLayout::NV21, 190, 2);
   in.fill(rng);
-  out.fillConstant(7);
   const FrameView& v = in.view();
   const YuvRowPair rows{{v.luma, v.luma + v.lumaStride},
                         v.chroma,
@@ -236,12 +261,20 @@ TEST(RenderAccuracy, FixedPointKernelCoversWholeVectorsOfTheRowOnly) {
                         true,
                         true,
                         {0, 0}};
-  RadialRows radial;
-  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 95, radial), 64u);
-  // Columns past the last whole vector are left for the float kernels.
-  EXPECT_EQ(*out.lumaAt(128, 0), 7);
-  EXPECT_EQ(*out.chromaAt(64, 0), 7);
-  EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 31, radial), 0u);
+  for (const auto& [target, lanes] : targets) {
+    SCOPED_TRACE(hwy::TargetName(target));
+    hwy::SetSupportedTargetsForTest(target);
+    out.fillConstant(7);
+    RadialRows radial;
+    const size_t done = 95 / lanes * lanes;  // 64 or 80
+    EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, 95, radial), done);
+    EXPECT_NE(*out.lumaAt(uint32_t(2 * done - 1), 1), 7);  // (a 1-in-256 chance to be 7)
+    // Columns past the last whole vector are left for the float kernels.
+    EXPECT_EQ(*out.lumaAt(uint32_t(2 * done), 0), 7);
+    EXPECT_EQ(*out.chromaAt(uint32_t(done), 0), 7);
+    EXPECT_EQ(renderFixedPointRowPair(fixed, fused, rows, lanes - 1, radial), 0u);
+  }
+  hwy::SetSupportedTargetsForTest(0);
 }
 
 TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
