@@ -66,7 +66,7 @@ struct Rgb16 {
 
 struct Tables {
   const uint64_t* rg;
-  const uint64_t* b;
+  const uint32_t* b;
 };
 
 // Dot products of one group of 8 pixels (64-bit lanes): corners per channel
@@ -81,8 +81,9 @@ HWY_INLINE GroupSums GroupDot(const Tables& t, V index, V weights) {
   // 64-bit lane, zero-extended to 16 bits.
   const V low = fx::SetBlocks(0x800b800a80098008, 0x8003800280018000);
   const V high = fx::SetBlocks(0x800f800e800d800c, 0x8007800680058004);
-  const V rg = fx::Gather64(t.rg, index);
-  const V b = fx::Gather64(t.b, index);
+  const V rg = fx::Gather64<8>(t.rg, index);
+  // 8 bytes from a 4-byte entry: the upper half (the next entry) is unused.
+  const V b = fx::Gather64<4>(t.b, index);
   return {fx::MulAddPairs(fx::ShuffleBytes(rg, low), weights),
           fx::MulAddPairs(fx::ShuffleBytes(rg, high), weights),
           fx::MulAddPairs(fx::ShuffleBytes(b, low), weights)};
@@ -397,7 +398,7 @@ FixedPointTables buildFixedPointTables(const LutLattice& lattice) {
   constexpr int kCells = 16;
   FixedPointTables t;
   t.rg.resize(size_t(kCells) * kCells * kCells * 8);
-  t.b.resize(t.rg.size());
+  t.b.resize(t.rg.size() + 1);  // the last entry's 8-byte fetch stays inside
   for (int b = 0; b < kCells; ++b)
     for (int g = 0; g < kCells; ++g)
       for (int r = 0; r < kCells; ++r) {
@@ -410,11 +411,12 @@ FixedPointTables buildFixedPointTables(const LutLattice& lattice) {
                                   (r + s1[0]) + kStepG * (g + s1[1]) + kStepB * (b + s1[2]),
                                   (r + s2[0]) + kStepG * (g + s2[1]) + kStepB * (b + s2[2]),
                                   (r + 1) + kStepG * (g + 1) + kStepB * (b + 1)};
-          uint64_t rg = 0, blue = 0;
+          uint64_t rg = 0;
+          uint32_t blue = 0;
           for (int k = 0; k < 4; ++k) {
             const uint8_t* point = &lattice[3 * size_t(corners[k])];
             rg |= uint64_t(point[0]) << (8 * k) | uint64_t(point[1]) << (8 * (k + 4));
-            blue |= uint64_t(point[2]) << (8 * k);
+            blue |= uint32_t(point[2]) << (8 * k);
           }
           t.rg[cell * 8 + code] = rg;
           t.b[cell * 8 + code] = blue;

@@ -16,12 +16,14 @@ namespace lumo::render {
 
 // The lattice regrouped per cell (r | g << 4 | b << 8, 16 cells per axis)
 // and tetrahedron, entry cell * 8 + code, where the code's bits say which
-// of r >= g, g >= b and r >= b hold: `rg` holds the four corners' red then green bytes
-// (c0 c1 c2 c3 c0 c1 c2 c3), `b` their blue bytes, so one 64-bit fetch per
-// table brings everything a pixel needs in the order its weights use.
+// of r >= g, g >= b and r >= b hold: `rg` holds the four corners' red then
+// green bytes (c0 c1 c2 c3 c0 c1 c2 c3), `b` their blue bytes (c0 c1 c2 c3),
+// so one fetch per table brings everything a pixel needs in the order its
+// weights use. `b` has one spare entry at the end: the kernel fetches 8
+// bytes from each 4-byte entry.
 struct FixedPointTables {
   std::vector<uint64_t> rg;
-  std::vector<uint64_t> b;
+  std::vector<uint32_t> b;
 };
 FixedPointTables buildFixedPointTables(const LutLattice& lattice);
 
@@ -30,7 +32,7 @@ FixedPointTables buildFixedPointTables(const LutLattice& lattice);
 struct FixedPointParams {
   bool usable = false;  // the chain fits the formats and the tables exist
   const uint64_t* rg = nullptr;
-  const uint64_t* b = nullptr;
+  const uint32_t* b = nullptr;
   bool blend = false;  // strength below 1
   int16_t strength = 0;
   bool hasStyle = false;

@@ -88,9 +88,10 @@ HWY_INLINE V ShuffleDwords(V a, V b) {
 HWY_INLINE V AddWhereGe(V acc, V a, V b, int16_t k) {
   return _mm512_mask_add_epi16(acc, _mm512_cmpge_epi16_mask(a, b), acc, Set(k));
 }
-// One 64-bit entry per 64-bit lane of `index`.
-HWY_INLINE V Gather64(const uint64_t* table, V index) {
-  return _mm512_i64gather_epi64(index, table, 8);
+// The 8 bytes at table + index * kScale, per 64-bit lane of `index`.
+template <int kScale>
+HWY_INLINE V Gather64(const void* table, V index) {
+  return _mm512_i64gather_epi64(index, table, kScale);
 }
 // The 16-bit lanes in reverse order.
 HWY_INLINE V Reverse16(V v) {
@@ -139,8 +140,9 @@ HWY_INLINE V AddWhereGe(V acc, V a, V b, int16_t k) {
   // a >= b is not (b > a).
   return _mm256_add_epi16(acc, _mm256_andnot_si256(_mm256_cmpgt_epi16(b, a), Set(k)));
 }
-HWY_INLINE V Gather64(const uint64_t* table, V index) {
-  return _mm256_i64gather_epi64(reinterpret_cast<const long long*>(table), index, 8);
+template <int kScale>
+HWY_INLINE V Gather64(const void* table, V index) {
+  return _mm256_i64gather_epi64(static_cast<const long long*>(table), index, kScale);
 }
 HWY_INLINE V Reverse16(V v) {
   // Words reversed within each 128-bit block, then the blocks swapped.
