@@ -69,9 +69,10 @@ struct Tables {
   const uint32_t* b;
 };
 
-// Dot products of one group of 8 pixels (64-bit lanes): corners per channel
-// widened to 16 bits against the four weights, leaving c0 w0 + c1 w1 and
-// c2 w2 + c3 w3 in the two halves of each lane.
+// Dot products of one group of pixels, one per 64-bit lane (8 on AVX-512,
+// 4 on AVX2): corners per channel widened to 16 bits against the four
+// weights, leaving c0 w0 + c1 w1 and c2 w2 + c3 w3 in the two halves of
+// each lane.
 struct GroupSums {
   V r, g, b;
 };
@@ -151,7 +152,8 @@ struct Output {
   Rgb16 rgb;  // gain applied
 };
 
-// One vector of pixels: Q7 luma plus the chroma offsets, through the chain.
+// One vector of pixels (luma bytes in the high byte of each lane) with their
+// chroma offsets, through the chain.
 template <bool kBlend, bool kStyle, bool kKnee>
 HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const Offsets& offsets,
                          V radial) {
