@@ -147,6 +147,10 @@ struct Offsets {
 template <bool kStyle>
 constexpr int kOutputShift = kStyle ? 6 : 7;
 
+// Luma weights summing to exactly 1 in Q15, so that gray stays gray.
+constexpr int16_t kLumaR = q15(kRToY), kLumaG = q15(kGToY);
+constexpr int16_t kLumaB = int16_t(32768 - kLumaR - kLumaG);
+
 struct Output {
   V luma;     // gain applied
   Rgb16 rgb;  // gain applied
@@ -168,8 +172,8 @@ HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const
     c.g = fx::Add16(in.g, MulQ15(fx::Sub16(c.g, in.g), s));
     c.b = fx::Add16(in.b, MulQ15(fx::Sub16(c.b, in.b), s));
   }
-  const V luma = fx::Add16(MulQ15(c.r, Set(q15(kRToY))),
-                           fx::Add16(MulQ15(c.g, Set(q15(kGToY))), MulQ15(c.b, Set(q15(kBToY)))));
+  const V luma = fx::Add16(MulQ15(c.r, Set(kLumaR)),
+                           fx::Add16(MulQ15(c.g, Set(kLumaG)), MulQ15(c.b, Set(kLumaB))));
   if (!kStyle) return {luma, c};
   // Half the gain in Q15, so that a Q7 colour times it is the output in Q6.
   V halfGain = Set(16384);
@@ -190,6 +194,10 @@ HWY_INLINE Output Pixels(const FixedPointParams& p, const Tables& t, V y8, const
 }
 
 // An output value to a byte, rounded half up; inputs are never negative.
+// The values are already quantised, so a tie (exactly half way) happens
+// once in 64 or 128 samples, not never as in the continuous model: callers
+// lower every other sample by one step first, so that half the ties round
+// down and the output carries no bias.
 template <bool kStyle>
 HWY_INLINE V ToByte(V v) {
   return fx::Min16(MulQ15(v, Set(int16_t(1 << (15 - kOutputShift<kStyle>)))), Set(255));
@@ -216,7 +224,7 @@ HWY_INLINE Rgb16 Row(const FixedPointParams& p, const Tables& t, const uint8_t* 
   }
   const Output e = Pixels<kBlend, kStyle, kKnee>(p, t, even, offsets, radialE);
   const Output o = Pixels<kBlend, kStyle, kKnee>(p, t, odd, offsets, radialO);
-  fx::Store(JoinBytes(ToByte<kStyle>(e.luma), ToByte<kStyle>(o.luma)), out);
+  fx::Store(JoinBytes(ToByte<kStyle>(e.luma), ToByte<kStyle>(fx::Sub16(o.luma, Set(1)))), out);
   return Average(e.rgb, o.rgb);
 }
 
@@ -226,7 +234,9 @@ HWY_INLINE V Chroma(const Rgb16& m, double kr, double kg, double kb) {
   const V v = fx::Add16(Set(int16_t(128 << kOutputShift<kStyle>)),
                         fx::Add16(MulQ15(m.r, Set(q15(kr))),
                                   fx::Add16(MulQ15(m.g, Set(q15(kg))), MulQ15(m.b, Set(q15(kb))))));
-  return fx::Max16(ToByte<kStyle>(v), fx::Zero());
+  // Every other column lowered by one step (see ToByte).
+  const V alternate = fx::SetBlocks(0x0001000000010000, 0x0001000000010000);
+  return fx::Max16(ToByte<kStyle>(fx::Sub16(v, alternate)), fx::Zero());
 }
 
 // The style's radial factor (value scale times the smoothstep of the
@@ -326,7 +336,11 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
     if (paired) {
       const Rgb16 second = Row<kBlend, kStyle, kKnee>(p, t, r.y[1] + 2 * x, r.outY[1] + 2 * x,
                                                       offsets, radialAt(1, 0), radialAt(1, 1));
-      mean = Average(mean, second);
+      // avg rounds up, and each row's mean already did: lowering one side
+      // by a step makes this one round down, so the block mean is unbiased.
+      const V one = Set(1);
+      mean = Average(mean, {fx::SubSatU16(second.r, one), fx::SubSatU16(second.g, one),
+                            fx::SubSatU16(second.b, one)});
     }
     const V cb = Chroma<kStyle>(mean, kRToCb, kGToCb, kBToCb);
     const V cr = Chroma<kStyle>(mean, kRToCr, kGToCr, kBToCr);
