@@ -36,10 +36,12 @@ void FrameRenderer::setChain(EffectChain chain) {
   m_chain = std::move(chain);
   m_tables = {};
   m_fixedTables = {};
-  if (!m_chain.luts.empty() && m_chain.luts[0].hasLattice) {
-    m_tables = buildFusedTables(m_chain.luts[0].lattice);
-    m_fixedTables = buildFixedPointTables(m_chain.luts[0].lattice);
-  }
+  if (!m_chain.luts.empty() && m_chain.luts[0].hasLattice) rebuildTables(m_chain.luts[0].lattice);
+}
+
+void FrameRenderer::rebuildTables(const LutLattice& lattice) {
+  m_tables = buildFusedTables(lattice);
+  m_fixedTables = buildFixedPointTables(lattice);
 }
 
 void FrameRenderer::setLattice(size_t lutIndex, const uint8_t* bytes) {
@@ -47,10 +49,7 @@ void FrameRenderer::setLattice(size_t lutIndex, const uint8_t* bytes) {
   LutEffect& lut = m_chain.luts[lutIndex];
   std::memcpy(lut.lattice.data(), bytes, kLutBytes);
   lut.hasLattice = true;
-  if (lutIndex == 0) {
-    m_tables = buildFusedTables(lut.lattice);
-    m_fixedTables = buildFixedPointTables(lut.lattice);
-  }
+  if (lutIndex == 0) rebuildTables(lut.lattice);
 }
 
 void copyFrame(const FrameView& in, const FrameView& out) {
@@ -102,7 +101,7 @@ std::string FrameRenderer::render(const FrameView& in, const FrameView& out) {
   constexpr uint32_t kMinBandRows = 16;
   // Mirrored: bands over the top half's row pairs, each also rendering the
   // mirror images of its pairs.
-  const bool mirrored = fused && mirroredRowsPay(fixed, in);
+  const bool mirrored = mirroredRowsPay(fixed, in);
   const uint32_t rowPairs = mirrored ? (in.height / 2 + 1) / 2 : (in.height + 1) / 2;
   const uint32_t bandHeight = mirrored ? 2 * rowPairs : in.height;
   const size_t wanted = m_pool->threads() == 1 ? 1 : 4 * m_pool->threads();

@@ -51,6 +51,9 @@ public:
   bool lastUsedFixedPoint() const { return m_lastFixedPoint; }
 
 private:
+  // Both kernels' tables for the first LUT effect's lattice.
+  void rebuildTables(const LutLattice& lattice);
+
   RenderOptions m_options;
   EffectChain m_chain;
   FusedTables m_tables;            // the first LUT effect's lattice, regrouped
