@@ -142,26 +142,6 @@ TEST_P(RenderEffects, StyleGainAndProtectionOnGrayRgba) {
   }
 }
 
-TEST_P(RenderEffects, YuvWithoutEffectiveEffectsKeepsGrayAndConvertsChromaBlocks) {
-  // Identity lattice on gray YUV (chroma 128): RGB = Y, so Y and chroma survive.
-  for (FrameLayout layout : {FrameLayout::NV21, FrameLayout::NV12}) {
-    TestImage in(layout, 9, 7, 3), out(layout, 9, 7, 3);
-    for (uint32_t y = 0; y < 7; ++y)
-      for (uint32_t x = 0; x < 9; ++x) *in.lumaAt(x, y) = uint8_t(20 * x + y);
-    for (uint32_t by = 0; by < 4; ++by)
-      for (uint32_t bx = 0; bx < 5; ++bx) in.chromaAt(bx, by)[0] = in.chromaAt(bx, by)[1] = 128;
-    ASSERT_EQ(render(testing::lutChain(testing::identityLattice()), in, out), "");
-    for (uint32_t y = 0; y < 7; ++y)
-      for (uint32_t x = 0; x < 9; ++x)
-        ASSERT_EQ(*out.lumaAt(x, y), *in.lumaAt(x, y)) << x << "," << y;
-    for (uint32_t by = 0; by < 4; ++by)
-      for (uint32_t bx = 0; bx < 5; ++bx) {
-        ASSERT_NEAR(out.chromaAt(bx, by)[0], 128, 1);
-        ASSERT_NEAR(out.chromaAt(bx, by)[1], 128, 1);
-      }
-  }
-}
-
 TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
   // A lattice that outputs (255 - r, g, b) on every point: the red channel is
   // inverted, so with Cr = 255 (R clamped) the result is worked out by hand.
@@ -178,17 +158,14 @@ TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
   }
   ASSERT_EQ(render(testing::lutChain(invertRed), in, out), "");
   const double u = 90 - 128.0, v = 255 - 128.0;
-  auto lattice = [](double c) {  // 1-D interpolation of the rounded lattice values of 255 - c
+  // 1-D interpolation between the rounded lattice values of c (or of 255 - c).
+  auto along = [](double c, bool inverted) {
     const double x = c * 16 / 255;
     const int i = std::min(int(x), 15);
-    const double a = std::round(255 - i * 255 / 16.0), b = std::round(255 - (i + 1) * 255 / 16.0);
-    return a + (b - a) * (x - i);
-  };
-  auto latticeSame = [](double c) {
-    const double x = c * 16 / 255;
-    const int i = std::min(int(x), 15);
-    const double a = std::round(i * 255 / 16.0), b = std::round((i + 1) * 255 / 16.0);
-    return a + (b - a) * (x - i);
+    const auto level = [&](int n) {
+      return std::round(inverted ? 255 - n * 255 / 16.0 : n * 255 / 16.0);
+    };
+    return level(i) + (level(i + 1) - level(i)) * (x - i);
   };
   double sumCb[2][2] = {}, sumCr[2][2] = {};
   int count[2][2] = {};
@@ -198,7 +175,7 @@ TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
       const double r = std::clamp(yy + 1.402 * v, 0.0, 255.0);
       const double g = std::clamp(yy - 0.344136 * u - 0.714136 * v, 0.0, 255.0);
       const double b = std::clamp(yy + 1.772 * u, 0.0, 255.0);
-      const double R = lattice(r), G = latticeSame(g), B = latticeSame(b);
+      const double R = along(r, true), G = along(g, false), B = along(b, false);
       ASSERT_NEAR(*out.lumaAt(x, y), roundHalfUp(0.299 * R + 0.587 * G + 0.114 * B), 1)
           << x << "," << y;
       sumCb[y / 2][x / 2] += 128 - 0.168736 * R - 0.331264 * G + 0.5 * B;
@@ -209,35 +186,6 @@ TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
     for (uint32_t bx = 0; bx < 2; ++bx) {
       EXPECT_NEAR(out.chromaAt(bx, by)[0], roundHalfUp(sumCr[by][bx] / count[by][bx]), 1);
       EXPECT_NEAR(out.chromaAt(bx, by)[1], roundHalfUp(sumCb[by][bx] / count[by][bx]), 1);
-    }
-}
-
-TEST_P(RenderEffects, InPlaceEqualsOutOfPlaceAndNv12MirrorsNv21) {
-  std::mt19937 rng(5);
-  EffectChain chain = testing::lutChain(testing::randomLattice(rng), 0.8);
-  testing::addStyle(chain, {0, 0, 0.2, 0.9, 1.1, 0.4, 1, 0.2, 0.3, 0.9});
-  TestImage in(FrameLayout::NV21, 71, 19, 9), out(FrameLayout::NV21, 71, 19, 9);
-  TestImage inPlace(FrameLayout::NV21, 71, 19, 9), mirrored(FrameLayout::NV12, 71, 19, 9);
-  TestImage mirroredOut(FrameLayout::NV12, 71, 19, 9);
-  in.fill(rng);
-  inPlace.copyFrom(in);
-  mirrored.copyFrom(in);
-  for (uint32_t by = 0; by < 10; ++by)
-    for (uint32_t bx = 0; bx < 36; ++bx)
-      std::swap(mirrored.chromaAt(bx, by)[0], mirrored.chromaAt(bx, by)[1]);
-  ASSERT_EQ(render(chain, in, out), "");
-  ASSERT_EQ(render(chain, inPlace, inPlace), "");
-  ASSERT_EQ(render(chain, mirrored, mirroredOut), "");
-  for (uint32_t y = 0; y < 19; ++y)
-    for (uint32_t x = 0; x < 71; ++x) {
-      ASSERT_EQ(*inPlace.lumaAt(x, y), *out.lumaAt(x, y));
-      ASSERT_EQ(*mirroredOut.lumaAt(x, y), *out.lumaAt(x, y));
-    }
-  for (uint32_t by = 0; by < 10; ++by)
-    for (uint32_t bx = 0; bx < 36; ++bx) {
-      ASSERT_EQ(inPlace.chromaAt(bx, by)[0], out.chromaAt(bx, by)[0]);
-      ASSERT_EQ(mirroredOut.chromaAt(bx, by)[0], out.chromaAt(bx, by)[1]);
-      ASSERT_EQ(mirroredOut.chromaAt(bx, by)[1], out.chromaAt(bx, by)[0]);
     }
 }
 

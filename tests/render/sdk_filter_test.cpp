@@ -16,6 +16,7 @@
 #include <random>
 
 #include "effect_chain.h"
+#include "render_test_support.h"
 
 namespace lumo::render {
 namespace {
@@ -53,18 +54,10 @@ struct WrappedImage {
   }
 };
 
-std::array<uint8_t, kLutBytes> lattice(bool swapRedGreen) {
-  std::array<uint8_t, kLutBytes> bytes{};
-  for (int b = 0; b < kLutSize; ++b)
-    for (int g = 0; g < kLutSize; ++g)
-      for (int r = 0; r < kLutSize; ++r) {
-        uint8_t* p = &bytes[3 * size_t(r + kLutSize * (g + kLutSize * b))];
-        const auto level = [](int i) { return uint8_t(std::lround(i * 255.0 / (kLutSize - 1))); };
-        p[0] = level(swapRedGreen ? g : r);
-        p[1] = level(swapRedGreen ? r : g);
-        p[2] = level(b);
-      }
-  return bytes;
+LutLattice lattice(bool swapRedGreen) {
+  return testing::makeLattice([&](double r, double g, double b) {
+    return swapRedGreen ? std::array<double, 3>{g, r, b} : std::array<double, 3>{r, g, b};
+  });
 }
 
 const char* kScript =
@@ -120,12 +113,9 @@ TEST(SdkFilter, YuvInPlaceAndOutOfPlaceWithPaddedPlanes) {
     filter->setFilterScript(kScript);
     WrappedImage in(layout, 37, 11, 64, 16);
     // In place, a constant look turns every pixel one colour.
-    std::array<uint8_t, kLutBytes> constant{};
-    for (int i = 0; i < kLutPoints; ++i) {
-      constant[3 * i] = 200;
-      constant[3 * i + 1] = 100;
-      constant[3 * i + 2] = 50;
-    }
+    const LutLattice constant = testing::makeLattice([](double, double, double) {
+      return std::array<double, 3>{200, 100, 50};
+    });
     ASSERT_TRUE(filter->addLutEffectData(constant.data(), 17, 0, 3, 512));
     const int y = int(std::floor(0.299 * 200 + 0.587 * 100 + 0.114 * 50 + 0.5));
     const int cb = int(std::floor(128 - 0.168736 * 200 - 0.331264 * 100 + 0.5 * 50 + 0.5));
