@@ -77,9 +77,8 @@ TEST_F(LogFiles, OfflineLogGoesUnderTheDeviceRoot) {
       << lines[0];
   const auto records = capture.records();
   ASSERT_EQ(records.size(), 1u);
-  EXPECT_TRUE(records[0].offline);
-  EXPECT_EQ(records[0].level, "V");
-  EXPECT_EQ(records[0].message, "[LumoFilter] n=3");
+  EXPECT_EQ(std::tie(records[0].offline, records[0].level, records[0].message),
+            std::make_tuple(true, "V", "[LumoFilter] n=3"));
 }
 
 TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
@@ -91,11 +90,9 @@ TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
   std::string error;
   ASSERT_TRUE(loadPropertyText(text, "log.prop", &error)) << error;
   EXPECT_EQ(applyLogProperties(), "");
-  EXPECT_EQ(gVyCamLogLevel, 4);
-  EXPECT_EQ(gVyCamLogGroup, 0xFFFFFFFDu);
-  EXPECT_EQ(gVyCamOfflineLogLevel, -1);
-  EXPECT_EQ(gVyCamOfflineLogGroup, 2u);
-  EXPECT_EQ(gVyCamDebugMask, 0x10u);
+  EXPECT_EQ(std::tie(gVyCamLogLevel, gVyCamLogGroup, gVyCamOfflineLogLevel, gVyCamOfflineLogGroup,
+                     gVyCamDebugMask),
+            std::make_tuple(4, 0xFFFFFFFDu, -1, 2u, 0x10u));
   __android_log_print(ANDROID_LOG_INFO, "t", "to file");
   vydebug::Log::logSystem(2, "I", "f", "g", 1, "offline");
   setAndroidLogFile("");
@@ -106,27 +103,22 @@ TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
   // Bad values are reported and leave the gates alone.
   clearProperties();
   gVyCamLogLevel = 2, gVyCamDebugMask = 0, gVyCamLogGroup = 0xFFFFFFFFu;
-  ASSERT_TRUE(setProperty(kPropLogLevel, "high"));
-  ASSERT_TRUE(setProperty(kPropDebugMask, "0x100000000"));
-  ASSERT_TRUE(setProperty(kPropLogGroup, "-1"));
+  ASSERT_TRUE(setProperty(kPropLogLevel, "high") && setProperty(kPropDebugMask, "0x100000000") &&
+              setProperty(kPropLogGroup, "-1"));
   const std::string problems = applyLogProperties();
   for (const std::string& part : {std::string(kPropLogLevel) + ": \"high\"",
                                   std::string(kPropDebugMask), std::string(kPropLogGroup)})
     EXPECT_NE(problems.find(part), std::string::npos) << problems;
-  EXPECT_EQ(gVyCamLogLevel, 2);
-  EXPECT_EQ(gVyCamDebugMask, 0u);
-  EXPECT_EQ(gVyCamLogGroup, 0xFFFFFFFFu);
+  EXPECT_EQ(std::tie(gVyCamLogLevel, gVyCamDebugMask, gVyCamLogGroup),
+            std::make_tuple(2, 0u, 0xFFFFFFFFu));
 }
 
 TEST(LogNames, SourcePathsBecomeFolderAndStem) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"/src/lumo/lumo_filter/paramUtil.cpp", "lumo_filter/paramUtil"},
-      {"lumo_filter/VyLumoFilterPlugin.cpp", "lumo_filter/VyLumoFilterPlugin"},
-      {"paramTrigger.cpp", "paramTrigger"},
-      {"/a/b.d/file", "b.d/file"},
-      {"", ""}};
-  for (const auto& [path, name] : cases) EXPECT_EQ(vydebug::Log::getFileName(path), name) << path;
-  EXPECT_EQ(vydebug::Log::getFileName(nullptr), "");
+  const char* paths[] = {"/src/lumo/lumo_filter/paramUtil.cpp", "paramTrigger.cpp", "/a/b.d/file",
+                         "", nullptr};
+  const char* names[] = {"lumo_filter/paramUtil", "paramTrigger", "b.d/file", "", ""};
+  for (size_t i = 0; i < std::size(paths); ++i)
+    EXPECT_EQ(vydebug::Log::getFileName(paths[i]), names[i]) << i;
   EXPECT_STREQ(vydebug::Log::vyaGroupToString(2), "VyaPlugin");
 }
 

@@ -30,47 +30,46 @@ TEST(VyMetadata, AbsentTagsAndVendorTagNumbers) {
   // The same entry is reached by its number, in this object only.
   const int32_t v = 7;
   ASSERT_EQ(m1.update("org.example.a", TYPE_INT32, &v, 1), 0);
-  EXPECT_EQ(m1.find(a).count, 1u);
-  EXPECT_EQ(m1.find(a).data.i32[0], 7);
+  EXPECT_EQ(std::make_tuple(m1.find(a).count, m1.find(a).data.i32[0]), std::make_tuple(1u, 7));
   EXPECT_EQ(m2.find("org.example.a").count, 0u);
 }
 
 TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
-  VyMetadata m;
-  const int32_t faces[8] = {10, 20, 110, 220, 30, 40, 130, 240};
   const char name[] = "IMG_0001";
+  const int32_t faces[8] = {10, 20, 110, 220, 30, 40, 130, 240};
   const int64_t wide[2] = {-1, int64_t{1} << 40};
   const double precise = 0.1;
   const camera_metadata_rational_t ratio{3, 4};
-  ASSERT_EQ(m.update(uint32_t{ANDROID_STATISTICS_FACE_RECTANGLES}, TYPE_INT32, faces, 8), 0);
-  ASSERT_EQ(m.update("org.example.name", TYPE_BYTE, name, sizeof(name)), 0);
-  ASSERT_EQ(m.update("org.example.wide", TYPE_INT64, wide, 2), 0);
-  ASSERT_EQ(m.update("org.example.double", TYPE_DOUBLE, &precise, 1), 0);
-  ASSERT_EQ(m.update("org.example.ratio", TYPE_RATIONAL, &ratio, 1), 0);
+  struct Case {
+    const char* key;
+    uint8_t type;
+    const void* values;
+    size_t count, valueSize;
+  } cases[] = {{"org.example.name", TYPE_BYTE, name, 9, 1},
+               {"org.example.faces", TYPE_INT32, faces, 8, 4},
+               {"org.example.wide", TYPE_INT64, wide, 2, 8},
+               {"org.example.double", TYPE_DOUBLE, &precise, 1, 8},
+               {"org.example.ratio", TYPE_RATIONAL, &ratio, 1, 8}};
+  VyMetadata m;
+  for (const Case& c : cases) {
+    ASSERT_EQ(m.update(c.key, c.type, c.values, c.count), 0);
+    const auto e = m.find(c.key);
+    EXPECT_EQ(std::make_tuple(e.type, e.count), std::make_tuple(c.type, c.count)) << c.key;
+    EXPECT_EQ(std::memcmp(e.data.u8, c.values, c.count * c.valueSize), 0) << c.key;
+  }
   EXPECT_EQ(m.entryCount(), 5u);
-  auto f = m.find(uint32_t{ANDROID_STATISTICS_FACE_RECTANGLES});
-  EXPECT_EQ(std::make_tuple(f.count, f.type, f.tag, f.data.i32[6]),
-            std::make_tuple(size_t{8}, uint8_t{TYPE_INT32}, 0x110006u, 130));
-  EXPECT_EQ(m.find("org.example.name").count, 9u);
-  EXPECT_STREQ(reinterpret_cast<const char*>(m.find("org.example.name").data.u8), "IMG_0001");
-  EXPECT_EQ(m.find("org.example.wide").data.i64[1], int64_t{1} << 40);
-  EXPECT_DOUBLE_EQ(m.find("org.example.double").data.d[0], 0.1);
-  EXPECT_EQ(m.find("org.example.ratio").data.r[0].denominator, 4);
-
-  const uint8_t one = 1, two[2] = {5, 6};
-  ASSERT_EQ(m.update("org.example.style", TYPE_BYTE, &one, 1), 0);
+  // An update replaces the entry; a copy keeps its own.
   VyMetadata copy(m);
-  ASSERT_EQ(m.update("org.example.style", TYPE_BYTE, two, 2), 0);
-  EXPECT_EQ(m.find("org.example.style").count, 2u);
-  EXPECT_EQ(m.find("org.example.style").data.u8[1], 6);
-  EXPECT_EQ(copy.find("org.example.style").count, 1u);
-  EXPECT_EQ(copy.find("org.example.style").data.u8[0], 1);
-  EXPECT_EQ(m.erase("org.example.style"), 0);
-  EXPECT_EQ(m.find("org.example.style").count, 0u);
-  EXPECT_EQ(m.erase("org.example.style"), -1);
-  EXPECT_EQ(m.erase(uint32_t{0x1002F}), -1);
+  const uint8_t two[2] = {5, 6};
+  ASSERT_EQ(m.update("org.example.name", TYPE_BYTE, two, 2), 0);
+  const auto replaced = m.find("org.example.name");
+  EXPECT_EQ(std::string(replaced.data.u8, replaced.data.u8 + replaced.count), "\x05\x06");
+  EXPECT_STREQ(reinterpret_cast<const char*>(copy.find("org.example.name").data.u8), name);
+  EXPECT_EQ(m.erase("org.example.name"), 0);
+  EXPECT_EQ(m.find("org.example.name").count, 0u);
+  EXPECT_EQ(m.erase("org.example.name") + m.erase(uint32_t{0x1002F}), -2);
   copy = m;
-  EXPECT_EQ(copy.entryCount(), 5u);
+  EXPECT_EQ(copy.entryCount(), 4u);
 }
 
 TEST(VyMetadata, RejectsUnknownTypesAndMissingData) {
@@ -122,6 +121,7 @@ TEST(FrameMetadata, FieldsLandWhereConsumersReadThem) {
   ASSERT_EQ(scene.count, 1u);
   EXPECT_EQ(at<uint32_t>(scene, 0), 0xFFFFFFFFu);
   auto faces = m->find(uint32_t{ANDROID_STATISTICS_FACE_RECTANGLES});
+  EXPECT_EQ(faces.tag, 0x110006u);
   EXPECT_EQ(std::vector<int32_t>(faces.data.i32, faces.data.i32 + faces.count),
             (std::vector<int32_t>{1, 2, 3, 4, 5, 6, 7, 8}));
   EXPECT_EQ(m->find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}).data.f[0], 1.5f);

@@ -23,33 +23,23 @@ TEST(PluginInterface, EveryOperationSitsInItsSlot) {
   using P = PluginWraper;
   using V1 = int (P::*)(ProcessRequestInfo*);
   using V2 = int (P::*)(ProcessRequestInfoV2*);
-  // Declaration order; 16 and 17 are the destructor pair. The provider's
-  // operations follow its own destructor pair.
-  const std::vector<long> slots = {slotOf(&P::initialize),
-                                   slotOf(&P::preProcess),
-                                   slotOf(&P::needPreProcess),
-                                   slotOf(&P::getBufferAccessTypeByPlugin),
-                                   slotOf(&P::getBufferAccessTypeByPluginExt),
-                                   slotOf(static_cast<V1>(&P::processRequest)),
-                                   slotOf(static_cast<V2>(&P::processRequest)),
-                                   slotOf(&P::customizeOutBufferFormats),
-                                   slotOf(&P::getCustomFrameOrder),
-                                   slotOf(&P::postProcess),
-                                   slotOf(&P::flushRequest),
-                                   slotOf(&P::destroy),
-                                   slotOf(&P::isEnabled),
-                                   slotOf(&P::reset),
-                                   slotOf(&P::onPrepareRequest),
-                                   slotOf(&P::onPrepareRequestExt),
-                                   slotOf(&P::convertImageParams),
-                                   slotOf(&P::isPreProcessSkipped),
-                                   slotOf(&P::isPreProcessSupported),
-                                   slotOf(&Provider::getVersion),
-                                   slotOf(&Provider::plumaGetType),
-                                   slotOf(&PluginWraperProvider::create),
-                                   slotOf(&PluginWraperProvider::getName)};
-  EXPECT_EQ(slots, (std::vector<long>{0,  1,  2,  3,  4,  5,  6,  7, 8, 9, 10, 11,
-                                      12, 13, 14, 15, 18, 19, 20, 2, 3, 4, 5}));
+#define SLOT(f) slotOf(&P::f)
+  // Declaration order; 16 and 17 are the destructor pair.
+  EXPECT_EQ((std::vector<long>{
+                SLOT(initialize), SLOT(preProcess), SLOT(needPreProcess),
+                SLOT(getBufferAccessTypeByPlugin), SLOT(getBufferAccessTypeByPluginExt),
+                slotOf(static_cast<V1>(&P::processRequest)),
+                slotOf(static_cast<V2>(&P::processRequest)), SLOT(customizeOutBufferFormats),
+                SLOT(getCustomFrameOrder), SLOT(postProcess), SLOT(flushRequest), SLOT(destroy),
+                SLOT(isEnabled), SLOT(reset), SLOT(onPrepareRequest), SLOT(onPrepareRequestExt),
+                SLOT(convertImageParams), SLOT(isPreProcessSkipped), SLOT(isPreProcessSupported)}),
+            (std::vector<long>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 18, 19, 20}));
+#undef SLOT
+  // The provider's operations follow its own destructor pair.
+  EXPECT_EQ((std::vector<long>{slotOf(&Provider::getVersion), slotOf(&Provider::plumaGetType),
+                               slotOf(&PluginWraperProvider::create),
+                               slotOf(&PluginWraperProvider::getName)}),
+            (std::vector<long>{2, 3, 4, 5}));
 }
 
 TEST(PluginInterface, LoadedPluginAnswersWithTheDefaults) {
@@ -78,12 +68,11 @@ TEST(PluginInterface, LoadedPluginAnswersWithTheDefaults) {
   EXPECT_EQ(plugin->processRequest(&request), 1);
 
   EXPECT_EQ(plugin->postProcess(), 0);
-  EXPECT_FALSE(plugin->isPreProcessSkipped());
-  EXPECT_FALSE(plugin->isPreProcessSupported());
+  EXPECT_FALSE(plugin->isPreProcessSkipped() || plugin->isPreProcessSupported());
   ProcessPluginPrivMessage message;
-  EXPECT_EQ(plugin->onPrepareRequest(&message), -1);
-  EXPECT_EQ(plugin->onPrepareRequest(nullptr), -1);
-  EXPECT_EQ(plugin->onPrepareRequestExt(&message), -1);
+  EXPECT_EQ(std::make_tuple(plugin->onPrepareRequest(&message), plugin->onPrepareRequest(nullptr),
+                            plugin->onPrepareRequestExt(&message)),
+            std::make_tuple(-1, -1, -1));
   const VyaFrameOrder order = plugin->getCustomFrameOrder(std::make_shared<VyMetadata>());
   EXPECT_EQ(order.count, 0u);
   for (uint32_t v : order.order) EXPECT_EQ(v, 0u);
@@ -119,14 +108,12 @@ TEST(PluginInterface, LoadedPluginAnswersWithTheDefaults) {
     EXPECT_EQ(std::vector<uint32_t>({g.b.format, g.b.width, g.b.height, g.b.stride, g.b.scanline,
                                      g.b.planeCount, g.b.planeType}),
               std::vector<uint32_t>({0x11, 4000, 3000, 4032, 3008, planes, 77}));
-    for (uint32_t i = 0; i < 3; ++i) {
-      const bool copied = i < planes;
-      EXPECT_EQ(g.b.planeFd[i], copied ? 40 + static_cast<int32_t>(i) : 0) << planes << " " << i;
-      EXPECT_EQ(g.b.planeAddress[i], copied ? 0x1000000000ull * (i + 1) + 0x123 : 0u);
-      EXPECT_EQ(g.b.planeOffset[i], copied ? 0x10000ull * (i + 5) : 0u);
-    }
-    EXPECT_EQ(g.after[0], 0xAAu);
-    EXPECT_EQ(g.after[1], 0xDDu);
+    for (uint32_t i = 0; i < 3; ++i)
+      EXPECT_EQ(std::make_tuple(g.b.planeFd[i], g.b.planeAddress[i], g.b.planeOffset[i]),
+                i < planes ? std::make_tuple(p.planeFd[i], p.planeAddress[i], p.planeOffset[i])
+                           : std::make_tuple(int32_t{0}, uint64_t{0}, uint64_t{0}))
+          << planes << " " << i;
+    EXPECT_TRUE(g.after[0] == 0xAA && g.after[1] == 0xDD);
   }
   plugin->destroy();
 }
@@ -157,11 +144,10 @@ TEST(PluginInterface, NeedPreProcessDefersToIsEnabledOnlyWhenSupportedAndNotSkip
   struct Case {
     bool supported, skipped, enabled, expected;
     int enabledCalls;
-  } cases[] = {{false, false, true, false, 0},
-               {false, true, true, false, 0},
-               {true, true, true, false, 0},
-               {true, false, true, true, 1},
-               {true, false, false, false, 1}};
+  } cases[] = {
+      {false, false, true, false, 0}, {false, true, true, false, 0},  {true, true, true, false, 0},
+      {true, false, true, true, 1},   {true, false, false, false, 1},
+  };
   for (const Case& c : cases) {
     PreProcessingPlugin p;
     p.supported = c.supported, p.skipped = c.skipped, p.enabled = c.enabled;
@@ -185,8 +171,7 @@ TEST(PluginInterface, RegistryErrorsNameTheLibraryAndWhatFailed) {
     hostsim::PluginRegistry registry;
     std::string error;
     EXPECT_FALSE(registry.load(path, &error));
-    EXPECT_NE(error.find(path), std::string::npos) << error;
-    EXPECT_NE(error.find(expected), std::string::npos) << error;
+    EXPECT_TRUE(error.find(path) != error.npos && error.find(expected) != error.npos) << error;
   }
   struct Foreign : Provider {
     unsigned int getVersion() const override {

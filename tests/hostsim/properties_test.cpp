@@ -5,11 +5,12 @@
 #include <hostsim/properties.h>
 
 #include <cstring>
-#include <fstream>
 
 #include "support.h"
 
 namespace {
+
+using Props = std::map<std::string, std::string>;
 
 class Properties : public ::testing::Test {
 protected:
@@ -24,34 +25,23 @@ protected:
 };
 
 TEST_F(Properties, TypedReadsParseOrFallBack) {
-  const std::pair<const char*, int32_t> ints[] = {// stored (null: unset), read
-                                                  {nullptr, -7},
-                                                  {"", -7},
-                                                  {"42", 42},
-                                                  {"-3", -3},
-                                                  {"0x1F", 31},
-                                                  {"010", 8},
-                                                  {" 5", 5},
-                                                  {"5 ", -7},
-                                                  {"12abc", -7},
-                                                  {"abc", -7},
-                                                  {"2147483647", INT32_MAX},
-                                                  {"2147483648", -7},
-                                                  {"-2147483648", INT32_MIN},
-                                                  {"-2147483649", -7},
-                                                  {"99999999999999999999", -7}};
-  for (const auto& [stored, expected] : ints) {
+  // What is stored (null: unset), and what a read with the default -7 gives.
+  const char* stored[] = {
+      nullptr,      "",           "42",          "-3",          "0x1F",
+      "010",        " 5",         "5 ",          "12abc",       "abc",
+      "2147483647", "2147483648", "-2147483648", "-2147483649", "99999999999999999999"};
+  const int32_t read[] = {-7, -7, 42, -3, 31, 8, 5, -7, -7, -7, INT32_MAX, -7, INT32_MIN, -7, -7};
+  static_assert(std::size(stored) == std::size(read));
+  for (size_t i = 0; i < std::size(read); ++i) {
     hostsim::clearProperties();
-    ASSERT_EQ(stored ? property_set("vendor.test.int", stored) : 0, 0);
-    EXPECT_EQ(property_get_int32("vendor.test.int", -7), expected) << (stored ? stored : "unset");
+    ASSERT_EQ(stored[i] ? property_set("vendor.test.int", stored[i]) : 0, 0);
+    EXPECT_EQ(property_get_int32("vendor.test.int", -7), read[i]) << (stored[i] ? stored[i] : "-");
   }
-  EXPECT_EQ(get("vendor.test.s"), "dflt");
-  EXPECT_EQ(get("vendor.test.s", nullptr), "");
+  EXPECT_EQ(get("vendor.test.s") + get("vendor.test.s", nullptr) + get(nullptr), "dfltdflt");
   ASSERT_EQ(property_set("vendor.test.s", ""), 0);
   EXPECT_EQ(get("vendor.test.s"), "dflt");  // empty counts as unset
   ASSERT_EQ(property_set("vendor.test.s", "night"), 0);
   EXPECT_EQ(get("vendor.test.s"), "night");
-  EXPECT_EQ(get(nullptr), "dflt");
 }
 
 TEST_F(Properties, LongValuesFollowTheAndroidRules) {
@@ -75,33 +65,28 @@ TEST_F(Properties, LongValuesFollowTheAndroidRules) {
 }
 
 TEST_F(Properties, ArgumentsAndTextInBothLineForms) {
-  const std::pair<const char*, const char*> arguments[] = {// argument, error ("" when accepted)
-                                                           {"vendor.a=1", ""},
-                                                           {"vendor.b=x=y", ""},
-                                                           {"vendor.c=", ""},
-                                                           {"vendor.d", "expected name=value"},
-                                                           {"=1", "invalid property name"},
-                                                           {"vendor x=1", "invalid property name"}};
-  for (const auto& [argument, expected] : arguments) {
+  // Each argument with its error ("" when accepted).
+  const char* arguments[] = {
+      "vendor.a=1", "vendor.b=x=y", "vendor.c=", "vendor.d", "=1", "vendor x=1"};
+  const char* errors[] = {
+      "", "", "", "expected name=value", "invalid property name", "invalid property name"};
+  for (size_t i = 0; i < std::size(arguments); ++i) {
     std::string error;
-    EXPECT_EQ(hostsim::setPropertyArgument(argument, &error), !*expected) << argument;
-    EXPECT_NE(error.find(expected), std::string::npos) << argument << ": " << error;
+    EXPECT_EQ(hostsim::setPropertyArgument(arguments[i], &error), !*errors[i]) << arguments[i];
+    EXPECT_NE(error.find(errors[i]), std::string::npos) << arguments[i] << ": " << error;
   }
   EXPECT_EQ(hostsim::formatProperties(), "[vendor.a]: [1]\n[vendor.b]: [x=y]\n[vendor.c]: []\n");
-
   hostsim::clearProperties();
   std::string error;
   ASSERT_TRUE(
-      hostsim::loadPropertyText("# switches\n\npersist.vendor.x.debug=1\n"
-                                "  vendor.spaced  =  night  \r\n"
-                                "[persist.vendor.x.lux]: [300]\n[vendor.empty]: []\n",
+      hostsim::loadPropertyText("# switches\n\npersist.x.debug=1\n  vendor.spaced  =  night "
+                                " \r\n[persist.x.lux]: [300]\n[vendor.empty]: []\n",
                                 "props", &error))
       << error;
-  EXPECT_EQ(hostsim::allProperties(),
-            (std::map<std::string, std::string>{{"persist.vendor.x.debug", "1"},
-                                                {"vendor.spaced", "night"},
-                                                {"persist.vendor.x.lux", "300"},
-                                                {"vendor.empty", ""}}));
+  EXPECT_EQ(hostsim::allProperties(), (Props{{"persist.x.debug", "1"},
+                                             {"vendor.spaced", "night"},
+                                             {"persist.x.lux", "300"},
+                                             {"vendor.empty", ""}}));
 }
 
 TEST_F(Properties, BadLinesNameFileAndLineAndSetNothing) {
@@ -131,11 +116,10 @@ TEST_F(Properties, FilesAndTheEnvironmentSeedTheStore) {
   EXPECT_EQ(hostsim::reseedPropertiesFromEnvironment(),
             "LUMO_PROPS \"broken\": expected name=value");
   unsetenv("LUMO_PROPS");
-  EXPECT_EQ(hostsim::allProperties(), (std::map<std::string, std::string>{{"vendor.both", "env"},
-                                                                          {"vendor.file.only", "1"},
-                                                                          {"vendor.env.only", "2"},
-                                                                          {"vendor.x", "3"}}));
-
+  EXPECT_EQ(hostsim::allProperties(), (Props{{"vendor.both", "env"},
+                                             {"vendor.file.only", "1"},
+                                             {"vendor.env.only", "2"},
+                                             {"vendor.x", "3"}}));
   std::filesystem::remove_all(path.parent_path());
   EXPECT_FALSE(hostsim::loadPropertyFile(path.string(), &error));
   EXPECT_NE(error.find(path.string() + ": cannot be opened"), std::string::npos) << error;
