@@ -61,11 +61,7 @@ TEST(Looks, ControlsMoveColoursTheWayTheirNamesSay) {
 }
 
 TEST(Cube, WrittenCubeReadsBackToTheSameBytes) {
-  LookParams look;
-  look.temperature = 0.3;
-  look.contrast = 0.4;
-  look.shadows = {-0.05, 0.02, 0.08};
-  const LutBlock lut = generateLook(look);
+  const LutBlock lut = lookWith(&LookParams::contrast, 0.4);
   const std::string text = cubeText(lut, "teal");
   EXPECT_EQ(text.rfind("TITLE \"teal\"\nLUT_3D_SIZE 17\n", 0), 0u);
   EXPECT_EQ(text.find('\r'), std::string::npos);

@@ -1,8 +1,6 @@
-// A plugin library that implements only what the framework's interface
-// leaves abstract, so every other operation answers with the host's default.
-// Built like a real plugin: no RTTI, hidden symbols, one C entry.
-// ENTRY_RESULT (default true) is what the entry returns; NO_ENTRY leaves the
-// entry out; REGISTER_NOTHING makes the entry register no provider.
+// A plugin built like a real one (no RTTI, hidden symbols, one C entry) that
+// implements only what the interface leaves abstract. ENTRY_RESULT is what the
+// entry returns; NO_ENTRY misspells it; REGISTER_NOTHING registers no provider.
 #include <vyalgo2/PluginWraper.h>
 #include <vyalgo2/Provider.h>
 
