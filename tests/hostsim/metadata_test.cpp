@@ -39,6 +39,7 @@ TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
   const int32_t faces[8] = {10, 20, 110, 220, 30, 40, 130, 240};
   const int64_t wide[2] = {-1, int64_t{1} << 40};
   const double precise = 0.1;
+  const float zoom = 2.5f;
   const camera_metadata_rational_t ratio{3, 4};
   struct Case {
     const char* key;
@@ -49,6 +50,7 @@ TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
                {"org.example.faces", TYPE_INT32, faces, 8, 4},
                {"org.example.wide", TYPE_INT64, wide, 2, 8},
                {"org.example.double", TYPE_DOUBLE, &precise, 1, 8},
+               {"org.example.zoom", TYPE_FLOAT, &zoom, 1, 4},
                {"org.example.ratio", TYPE_RATIONAL, &ratio, 1, 8}};
   VyMetadata m;
   for (const Case& c : cases) {
@@ -57,7 +59,7 @@ TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
     EXPECT_EQ(std::make_tuple(e.type, e.count), std::make_tuple(c.type, c.count)) << c.key;
     EXPECT_EQ(std::memcmp(e.data.u8, c.values, c.count * c.valueSize), 0) << c.key;
   }
-  EXPECT_EQ(m.entryCount(), 5u);
+  EXPECT_EQ(m.entryCount(), 6u);
   // An update replaces the entry; a copy keeps its own.
   VyMetadata copy(m);
   const uint8_t two[2] = {5, 6};
@@ -69,7 +71,7 @@ TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
   EXPECT_EQ(m.find("org.example.name").count, 0u);
   EXPECT_EQ(m.erase("org.example.name") + m.erase(uint32_t{0x1002F}), -2);
   copy = m;
-  EXPECT_EQ(copy.entryCount(), 4u);
+  EXPECT_EQ(copy.entryCount(), 5u);
 }
 
 TEST(VyMetadata, RejectsUnknownTypesAndMissingData) {

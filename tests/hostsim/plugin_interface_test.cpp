@@ -51,6 +51,7 @@ TEST(PluginInterface, LoadedPluginAnswersWithTheDefaults) {
   EXPECT_EQ(provider->getVersion(), PluginWraperProvider::PLUMA_INTERFACE_VERSION);
   EXPECT_EQ(provider->plumaGetType(), PluginWraperProvider::PLUMA_PROVIDER_TYPE);
   EXPECT_EQ(registry.providers().size(), 1u);
+  EXPECT_EQ(registry.findProvider("org.example.other"), nullptr);
   EXPECT_EQ(registry.create("org.example.other"), nullptr);
   hostsim::PluginPtr plugin = registry.create("org.example.minimal");
   ASSERT_NE(plugin, nullptr);
