@@ -1,6 +1,5 @@
 // Writer and strict reader together: what the writer makes reads back as
-// described with no issues; export followed by build gives the same bytes,
-// odd shapes included; the bundled demo description is a clean file.
+// described; export followed by build gives the same bytes, odd shapes included.
 #include <calib/calibration_reader.h>
 #include <calib/description_json.h>
 #include <calib/looks.h>
@@ -38,46 +37,30 @@ CalibrationFile oddFile() {
 
 }  // namespace
 
-TEST(CalibRoundTrip, WrittenFileReadsBackAsDescribed) {
+TEST(CalibRoundTrip, WrittenFileReadsBackAndExportThenBuildGivesTheSameBytes) {
   const CalibrationFile f = oddFile();
-  const ReadResult r = readCalibration(serialize(f));
+  const std::vector<uint8_t> original = serialize(f);
+  const ReadResult r = readCalibration(original);
   // Only the expected warnings: lut3d_size, the empty lux band, NaN and infinite
   // shading values, the trailing bytes.
   for (const Issue& i : r.issues) EXPECT_EQ(i.severity, Issue::Severity::Warning) << i.message;
   EXPECT_EQ(r.issues.size(), 5u);
-  ASSERT_EQ(r.file.scenes.size(), 2u);
-  EXPECT_EQ(r.file.scenes[0].declaredSize, 120);
-  EXPECT_EQ(r.file.scenes[1].luxBands[1].ccts[0].index, 1);
-  EXPECT_EQ(r.file.zooms[1].ratio, 2.5f);
-  EXPECT_EQ(r.file.zooms[1].declaredSize, 40);
+  ASSERT_TRUE(r.file.scenes.size() == 2 && r.file.zooms.size() == 2);
+  EXPECT_EQ(
+      std::make_tuple(r.file.scenes[0].declaredSize, r.file.scenes[1].luxBands[1].ccts[0].index,
+                      r.file.zooms[1].ratio, r.file.zooms[1].declaredSize, r.file.paramDataOffset),
+      std::make_tuple(std::optional<uint16_t>(120), 1, 2.5f, std::optional<uint16_t>(40),
+                      std::optional<uint16_t>(800)));
   EXPECT_EQ(r.file.luts, f.luts);
   EXPECT_TRUE(std::isnan(r.file.shadings[1][0]));
-  EXPECT_EQ(r.file.paramDataOffset, 800);
   EXPECT_EQ(r.file.trailingBytes, f.trailingBytes);
-}
 
-TEST(CalibRoundTrip, ExportThenBuildGivesTheSameBytes) {
   const fs::path dir = fs::temp_directory_path() / "lumo_calib_round_trip";
   fs::remove_all(dir);
   fs::create_directories(dir);
-  const std::vector<uint8_t> original = serialize(oddFile());
-  const ReadResult r = readCalibration(original);
-  const nlohmann::json j = exportDescription(r.file, dir.string(), (dir / "cubes").string());
-  std::ofstream(dir / "d.json") << j.dump(2);
+  std::ofstream(dir / "d.json")
+      << exportDescription(r.file, dir.string(), (dir / "cubes").string()).dump(2);
   EXPECT_TRUE(fs::exists(dir / "cubes" / "lut_001.cube"));
   EXPECT_EQ(serialize(readDescription((dir / "d.json").string())), original);
   fs::remove_all(dir);
-}
-
-TEST(CalibRoundTrip, BundledDemoDescriptionIsCleanAndCoversEveryScene) {
-  const CalibrationFile f = readDescription(LUMO_EXAMPLES_DIR "/demo_looks.json");
-  const ReadResult r = readCalibration(serialize(f));
-  EXPECT_TRUE(r.issues.empty()) << (r.issues.empty() ? "" : r.issues[0].message);
-  std::vector<std::string> names;
-  for (const SceneBlock& s : r.file.scenes) names.push_back(s.name);
-  EXPECT_EQ(names, knownSceneNames());
-  EXPECT_GE(r.file.zooms.size(), 2u);
-  // Every look differs from every other one.
-  for (size_t a = 0; a < f.luts.size(); ++a)
-    for (size_t b = a + 1; b < f.luts.size(); ++b) EXPECT_NE(f.luts[a], f.luts[b]) << a << "," << b;
 }

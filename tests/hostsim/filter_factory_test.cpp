@@ -4,35 +4,30 @@
 #include <hostsim/filter_factory.h>
 #include <hostsim/recording_filter.h>
 
-#include <memory>
-
 namespace {
 
 using videoprocess::ProcessorCreator;
 using videoprocess::VideoFilter;
+using videoprocess::VideoFormat;
+using Filter = std::unique_ptr<VideoFilter>;
 
 class FilterFactory : public ::testing::Test {
 protected:
   void SetUp() override {
     hostsim::setFilterFaults({});
     hostsim::resetCreateFilterCalls();
-    journal = std::make_shared<hostsim::FilterJournal>();
   }
   void TearDown() override { hostsim::setFilterFaults({}); }
-  hostsim::FilterFactory recorder() {
-    auto j = journal;
-    return [j](videoprocess::VideoFormat format, bool) -> VideoFilter* {
-      return new hostsim::RecordingFilter(format, j);
-    };
-  }
-  std::shared_ptr<hostsim::FilterJournal> journal;
+  std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
+  hostsim::FilterFactory recorder = [j = journal](VideoFormat f, bool) -> VideoFilter* {
+    return new hostsim::RecordingFilter(f, j);
+  };
 };
 
 TEST_F(FilterFactory, FallsBackToARecordingFilterOnTheDefaultJournal) {
   if (hostsim::hasSdkFilterFactory()) GTEST_SKIP() << "an SDK is registered in this process";
   hostsim::defaultFilterJournal()->clear();
-  std::unique_ptr<VideoFilter> f(
-      ProcessorCreator::createFilter(videoprocess::VideoFormat(9), false));
+  Filter f(ProcessorCreator::createFilter(VideoFormat(9), false));
   ASSERT_NE(f, nullptr);
   f->clearEffects();
   f.reset();
@@ -43,17 +38,16 @@ TEST_F(FilterFactory, FallsBackToARecordingFilterOnTheDefaultJournal) {
 TEST_F(FilterFactory, OverrideWinsWhileItLivesAndCallsAreCounted) {
   int made = 0;
   {
-    hostsim::FilterFactoryOverride outer([&](videoprocess::VideoFormat f, bool b) -> VideoFilter* {
+    hostsim::FilterFactoryOverride outer([&](VideoFormat f, bool b) -> VideoFilter* {
       ++made;
-      return recorder()(f, b);
+      return recorder(f, b);
     });
     {
       hostsim::FilterFactoryOverride inner(
-          [](videoprocess::VideoFormat, bool) -> VideoFilter* { return nullptr; });
-      EXPECT_EQ(ProcessorCreator::createFilter(videoprocess::VideoFormat(10), false), nullptr);
+          [](VideoFormat, bool) -> VideoFilter* { return nullptr; });
+      EXPECT_EQ(ProcessorCreator::createFilter(VideoFormat(10), false), nullptr);
     }
-    std::unique_ptr<VideoFilter> f(
-        ProcessorCreator::createFilter(videoprocess::VideoFormat(10), false));
+    Filter f(ProcessorCreator::createFilter(VideoFormat(10), false));
     ASSERT_NE(f, nullptr);
     f->setFilterScript("CubeLutEffect;cube_strength=1.0;@CvStyleEffect;Width=4;");
     EXPECT_EQ(f->getEffectCount(), 2);
@@ -65,13 +59,11 @@ TEST_F(FilterFactory, OverrideWinsWhileItLivesAndCallsAreCounted) {
 }
 
 TEST_F(FilterFactory, FaultsCountDownOrLastForeverAndFailedCallsAreJournaled) {
-  hostsim::FilterFactoryOverride override(recorder());
+  hostsim::FilterFactoryOverride override(recorder);
   hostsim::setFilterFaults({1, 2, 1});
-  EXPECT_EQ(ProcessorCreator::createFilter(videoprocess::VideoFormat(9), false), nullptr);
-  std::unique_ptr<VideoFilter> f(
-      ProcessorCreator::createFilter(videoprocess::VideoFormat(9), false));
+  EXPECT_EQ(ProcessorCreator::createFilter(VideoFormat(9), false), nullptr);
+  Filter f(ProcessorCreator::createFilter(VideoFormat(9), false));
   ASSERT_NE(f, nullptr);
-
   const uint8_t lut[2 * 2 * 2 * 3] = {1, 2, 3};
   videoprocess::FilterFrameParam in{}, out{};
   in.width = 640;
@@ -82,7 +74,6 @@ TEST_F(FilterFactory, FaultsCountDownOrLastForeverAndFailedCallsAreJournaled) {
   EXPECT_EQ(f->processFrame(&in, &out), 0);
   const hostsim::FilterFaults left = hostsim::filterFaults();
   EXPECT_EQ(left.failCreateCount + left.refuseLutCount + left.failRenderCount, 0);
-
   const auto calls = journal->calls();
   ASSERT_EQ(calls.size(), 5u);
   const bool failed[] = {true, true, false, true, false};

@@ -1,145 +1,102 @@
-// Image buffers: allocation per format and padding, rejected geometry, and
-// the way from a native handle through GraphicBuffer, AHardwareBuffer and
-// the EGL client buffer back to the same pixels.
+// Image buffers: allocation per format and padding, rejected geometry, the
+// way from a native handle back to the same pixels, padded copies and dumps.
 #include <EGL/eglext.h>
 #include <gtest/gtest.h>
 #include <hostsim/image_buffer.h>
+#include <hostsim/log_sink.h>
 #include <platform/client_buffer.h>
 #include <ui/GraphicBuffer.h>
-#include <unistd.h>
+#include <vyalgo2/PluginUtils.h>
+#include <vyalgo2/PluginWraper.h>
 
 #include <cerrno>
+#include <iterator>
+
+#include "support.h"
 
 namespace {
 
 using hostsim::ImageBuffer;
 using hostsim::ImageGeometry;
 using hostsim::PixelLayout;
+using vyalgo2::PluginUtils;
 
-TEST(ImageBuffer, AllocatesEachFormatWithItsPadding) {
+android::sp<android::GraphicBuffer> wrap(const native_handle_t* handle, uint32_t width,
+                                         uint32_t height, int32_t format, uint32_t stride) {
+  return new android::GraphicBuffer(handle, android::GraphicBuffer::WRAP_HANDLE, width, height,
+                                    format, 1, 0x333, stride);
+}
+
+android::sp<android::GraphicBuffer> wrap(const ImageBuffer& b, uint32_t width, uint32_t stride) {
+  const vyalgo2::ImageParams p = b.imageParams();
+  return wrap(p.phHandle, width, p.height, static_cast<int32_t>(p.format), stride);
+}
+
+TEST(ImageBuffer, AllocatesEachFormatAndLeadsBackToTheSamePixels) {
   struct Case {
     ImageGeometry g;
     uint32_t format, planes;
     size_t size, chromaOffset, rowBytes;
     uint32_t chromaRows;
-  };
-  const Case cases[] = {
-      // Y 64x16 bytes, then 8 rows of interleaved chroma.
-      {{PixelLayout::NV21, 6, 4, 64, 16}, 0x11, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
-      {{PixelLayout::NV12, 6, 4, 64, 16}, 0x109, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
-      // Unpadded, odd height: the last chroma row covers one luma row.
-      {{PixelLayout::NV21, 4, 3, 0, 0}, 0x11, 2, 4 * 3 + 4 * 2, 12, 4, 2},
-      // Odd width: the stride grows to hold the last chroma pair.
-      {{PixelLayout::NV12, 5, 2, 0, 0}, 0x109, 2, 6 * 2 + 6 * 1, 12, 6, 1},
-      {{PixelLayout::RGBA8888, 3, 2, 16, 4}, 0x1, 1, 16 * 4 * 4, 0, 64, 0},
-  };
+  } cases[] = {// Y 64x16 bytes, then 8 rows of interleaved chroma.
+               {{PixelLayout::NV21, 6, 4, 64, 16}, 0x11, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
+               {{PixelLayout::NV12, 6, 4, 64, 16}, 0x109, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
+               // Unpadded, odd height: the last chroma row covers one luma row.
+               {{PixelLayout::NV21, 4, 3, 0, 0}, 0x11, 2, 4 * 3 + 4 * 2, 12, 4, 2},
+               // Odd width: the stride grows to hold the last chroma pair.
+               {{PixelLayout::NV12, 5, 2, 0, 0}, 0x109, 2, 6 * 2 + 6 * 1, 12, 6, 1},
+               {{PixelLayout::RGBA8888, 3, 2, 16, 4}, 0x1, 1, 16 * 4 * 4, 0, 64, 0}};
   for (const Case& c : cases) {
     std::string error;
     auto b = ImageBuffer::allocate(c.g, &error);
     ASSERT_NE(b, nullptr) << error;
-    EXPECT_EQ(hostsim::halFormatOf(b->geometry().layout), c.format);
-    EXPECT_EQ(b->planeCount(), c.planes);
-    EXPECT_EQ(b->size(), c.size);
-    EXPECT_EQ(b->rowBytes(0), c.rowBytes);
-    EXPECT_EQ(b->planeRows(0), c.g.height);
-    EXPECT_EQ(b->planeRows(1), c.chromaRows);
-    EXPECT_EQ(b->plane(2), nullptr);
-    if (c.planes == 2) {
-      EXPECT_EQ(b->plane(1) - b->plane(0), static_cast<ptrdiff_t>(c.chromaOffset));
-    }
+    EXPECT_EQ(std::make_tuple(hostsim::halFormatOf(c.g.layout), b->planeCount(), b->size(),
+                              b->rowBytes(0), b->planeRows(0), b->planeRows(1), b->plane(2),
+                              c.planes == 2 ? b->plane(1) - b->plane(0) : 0),
+              std::make_tuple(c.format, c.planes, c.size, c.rowBytes, c.g.height, c.chromaRows,
+                              nullptr, ptrdiff_t(c.chromaOffset)));
     // Zero-filled and writable to the last byte.
     EXPECT_EQ(b->data()[b->size() - 1], 0);
     b->data()[b->size() - 1] = 0x5A;
-
     const vyalgo2::ImageParams p = b->imageParams();
-    EXPECT_EQ(p.format, c.format);
-    EXPECT_EQ(p.stride, b->geometry().stride);
-    EXPECT_EQ(p.scanline, b->geometry().scanline);
-    EXPECT_EQ(p.numberOfPlanes, c.planes);
-    EXPECT_EQ(p.planeAddress[0], reinterpret_cast<uint64_t>(b->data()));
-    EXPECT_EQ(p.planeFd[0], b->fd());
-    EXPECT_EQ(p.phHandle, b->handle());
     const vyalgo2::VyImageBuffer r = b->imageBuffer();
-    EXPECT_EQ(r.planeCount, c.planes);
-    EXPECT_EQ(r.stride, b->geometry().stride);
-    EXPECT_EQ(r.planeAddress[c.planes - 1], reinterpret_cast<uint64_t>(b->plane(c.planes - 1)));
-    ASSERT_EQ(b->handle()->numFds, 1);
-    EXPECT_EQ(b->handle()->data[0], b->fd());
-  }
-}
-
-TEST(ImageBuffer, ImpossibleGeometryIsRejectedWithTheReason) {
-  struct Case {
-    ImageGeometry g;
-    const char* reason;
-  };
-  const Case cases[] = {
-      {{PixelLayout::NV21, 0, 4, 0, 0}, "non-zero"},
-      {{PixelLayout::RGBA8888, 4, 0, 0, 0}, "non-zero"},
-      {{PixelLayout::NV12, 64, 4, 32, 0}, "stride is below the width"},
-      {{PixelLayout::NV21, 5, 4, 5, 0}, "last chroma pair"},
-      {{PixelLayout::RGBA8888, 8, 8, 8, 7}, "scanline is below the height"},
-      {{PixelLayout::RGBA8888, 0x40000000, 0x40000000, 0, 0}, "too large"},
-  };
-  for (const Case& c : cases) {
-    std::string error;
-    EXPECT_EQ(ImageBuffer::allocate(c.g, &error), nullptr) << c.reason;
-    EXPECT_NE(error.find(c.reason), std::string::npos) << error;
-    EXPECT_EQ(hostsim::validateGeometry(c.g), error);
-  }
-}
-
-android::sp<android::GraphicBuffer> wrap(const ImageBuffer& b, uint32_t width, uint32_t stride) {
-  const vyalgo2::ImageParams p = b.imageParams();
-  return new android::GraphicBuffer(p.phHandle, android::GraphicBuffer::WRAP_HANDLE, width,
-                                    p.height, static_cast<android::PixelFormat>(p.format), 1, 0x333,
-                                    stride);
-}
-
-TEST(GraphicBuffer, LeadsBackToTheSamePixels) {
-  struct Case {
-    ImageGeometry g;
-    uint32_t planeCount;
-    ptrdiff_t offset[3];  // of Y, Cb, Cr (or the pixels) from the buffer's start
-    uint32_t pixelStride[3], rowStride;
-  };
-  // Chroma follows the padded luma plane: 64 * 16 = 1024.
-  const Case cases[] = {
-      {{PixelLayout::NV21, 6, 4, 64, 16}, 3, {0, 1025, 1024}, {1, 2, 2}, 64},
-      {{PixelLayout::NV12, 6, 4, 64, 16}, 3, {0, 1024, 1025}, {1, 2, 2}, 64},
-      {{PixelLayout::RGBA8888, 3, 2, 16, 4}, 1, {0}, {4}, 64},
-  };
-  for (const Case& c : cases) {
-    auto b = ImageBuffer::allocate(c.g);
-    ASSERT_NE(b, nullptr);
-    android::sp<android::GraphicBuffer> gb = wrap(*b, c.g.width, c.g.stride);
+    const uint64_t last = reinterpret_cast<uint64_t>(b->plane(c.planes - 1));
+    EXPECT_EQ(
+        std::make_tuple(p.format, p.stride, p.scanline, p.numberOfPlanes, p.planeAddress[0],
+                        p.planeFd[0], p.phHandle, r.planeCount, r.stride,
+                        r.planeAddress[c.planes - 1], b->handle()->numFds, b->handle()->data[0]),
+        std::make_tuple(c.format, b->geometry().stride, b->geometry().scanline, c.planes,
+                        reinterpret_cast<uint64_t>(b->data()), b->fd(), b->handle(), c.planes,
+                        b->geometry().stride, last, 1, b->fd()));
+    // Through GraphicBuffer, AHardwareBuffer and the EGL client buffer back to the same pixels.
+    const uint32_t stride = b->geometry().stride;
+    android::sp<android::GraphicBuffer> gb = wrap(*b, c.g.width, stride);
     ASSERT_EQ(gb->initCheck(), 0);
-    EXPECT_EQ(gb->getStrongCount(), 1);
-
-    EGLClientBuffer client = eglGetNativeClientBufferANDROID(gb->toAHardwareBuffer());
-    AHardwareBuffer* hw = vyplatform::hardwareBufferFromClientBuffer(client);
-    AHardwareBuffer_Desc desc;
-    AHardwareBuffer_describe(hw, &desc);
-    EXPECT_EQ(desc.width, c.g.width);
-    EXPECT_EQ(desc.height, c.g.height);
-    EXPECT_EQ(desc.stride, c.g.stride);
-    EXPECT_EQ(desc.format, hostsim::halFormatOf(c.g.layout));
-    EXPECT_EQ(desc.usage, 0x333u);
-
+    AHardwareBuffer* hw = vyplatform::hardwareBufferFromClientBuffer(
+        eglGetNativeClientBufferANDROID(gb->toAHardwareBuffer()));
+    AHardwareBuffer_Desc d;
+    AHardwareBuffer_describe(hw, &d);
+    EXPECT_EQ(std::tie(d.width, d.height, d.stride, d.format, d.usage),
+              std::make_tuple(c.g.width, c.g.height, stride, c.format, uint64_t{0x333}));
     AHardwareBuffer_Planes planes;
     ASSERT_EQ(AHardwareBuffer_lockPlanes(hw, 3, -1, nullptr, &planes), 0);
-    ASSERT_EQ(planes.planeCount, c.planeCount);
-    for (uint32_t i = 0; i < c.planeCount; ++i) {
-      EXPECT_EQ(planes.planes[i].data, b->data() + c.offset[i]) << i;
-      EXPECT_EQ(planes.planes[i].pixelStride, c.pixelStride[i]) << i;
-      EXPECT_EQ(planes.planes[i].rowStride, c.rowStride) << i;
-    }
+    ASSERT_EQ(planes.planeCount, c.planes == 1 ? 1u : 3u);
+    // Y, Cb, Cr: NV21 stores V first.
+    const bool vu = c.g.layout == PixelLayout::NV21;
+    const size_t offset[] = {0, c.chromaOffset + vu, c.chromaOffset + !vu};
+    const uint32_t pixelStride[] = {c.planes == 1 ? 4u : 1u, 2, 2};
+    for (uint32_t i = 0; i < planes.planeCount; ++i)
+      EXPECT_EQ(
+          std::tie(planes.planes[i].data, planes.planes[i].pixelStride, planes.planes[i].rowStride),
+          std::make_tuple(static_cast<void*>(b->data() + offset[i]), pixelStride[i],
+                          uint32_t(c.rowBytes)))
+          << i;
     EXPECT_EQ(AHardwareBuffer_unlock(hw, nullptr), 0);
     void* address = nullptr;
     ASSERT_EQ(AHardwareBuffer_lock(hw, 3, -1, nullptr, &address), 0);
     EXPECT_EQ(address, b->data());
     EXPECT_EQ(AHardwareBuffer_unlock(hw, nullptr), 0);
-
+    EXPECT_EQ(gb->getStrongCount(), 1);
     AHardwareBuffer_acquire(hw);
     EXPECT_EQ(gb->getStrongCount(), 2);
     AHardwareBuffer_release(hw);
@@ -147,12 +104,27 @@ TEST(GraphicBuffer, LeadsBackToTheSamePixels) {
   }
 }
 
+TEST(ImageBuffer, ImpossibleGeometryIsRejectedWithTheReason) {
+  const std::pair<ImageGeometry, const char*> cases[] = {
+      {{PixelLayout::NV21, 0, 4, 0, 0}, "non-zero"},
+      {{PixelLayout::RGBA8888, 4, 0, 0, 0}, "non-zero"},
+      {{PixelLayout::NV12, 64, 4, 32, 0}, "stride is below the width"},
+      {{PixelLayout::NV21, 5, 4, 5, 0}, "last chroma pair"},
+      {{PixelLayout::RGBA8888, 8, 8, 8, 7}, "scanline is below the height"},
+      {{PixelLayout::RGBA8888, 0x40000000, 0x40000000, 0, 0}, "too large"}};
+  for (const auto& [g, reason] : cases) {
+    std::string error;
+    EXPECT_EQ(ImageBuffer::allocate(g, &error), nullptr) << reason;
+    EXPECT_NE(error.find(reason), std::string::npos) << error;
+    EXPECT_EQ(hostsim::validateGeometry(g), error);
+  }
+}
+
 TEST(GraphicBuffer, UnknownHandlesAndWrongGeometryFailInitCheck) {
   auto b = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 16, 8});
   ASSERT_NE(b, nullptr);
   native_handle_t* stranger = native_handle_create(0, 2);
-  android::sp<android::GraphicBuffer> unknown = new android::GraphicBuffer(
-      stranger, android::GraphicBuffer::WRAP_HANDLE, 8, 4, 0x11, 1, 0x333, 16);
+  android::sp<android::GraphicBuffer> unknown = wrap(stranger, 8, 4, 0x11, 16);
   EXPECT_EQ(unknown->initCheck(), -EINVAL);
   AHardwareBuffer_Planes planes;
   EXPECT_EQ(AHardwareBuffer_lockPlanes(unknown->toAHardwareBuffer(), 3, -1, nullptr, &planes),
@@ -160,13 +132,10 @@ TEST(GraphicBuffer, UnknownHandlesAndWrongGeometryFailInitCheck) {
   EXPECT_EQ(planes.planeCount, 0u);
   unknown.clear();
   native_handle_delete(stranger);
-
   EXPECT_EQ(wrap(*b, 9, 16)->initCheck(), -EINVAL);  // wider than allocated
   EXPECT_EQ(wrap(*b, 8, 32)->initCheck(), -EINVAL);  // another stride
   EXPECT_EQ(wrap(*b, 8, 16)->initCheck(), 0);
-  android::sp<android::GraphicBuffer> nullHandle = new android::GraphicBuffer(
-      nullptr, android::GraphicBuffer::WRAP_HANDLE, 8, 4, 0x11, 1, 0x333, 16);
-  EXPECT_EQ(nullHandle->initCheck(), -EINVAL);
+  EXPECT_EQ(wrap(nullptr, 8, 4, 0x11, 16)->initCheck(), -EINVAL);
 }
 
 TEST(GraphicBuffer, AClonedHandleFindsTheSameMemory) {
@@ -181,12 +150,110 @@ TEST(GraphicBuffer, AClonedHandleFindsTheSameMemory) {
   clone->data[1] ^= 1;
   EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
   clone->data[1] ^= 1;
-  // Once the buffer is gone its memory is no longer an image, even though
-  // the clone's descriptor keeps the memory alive.
+  // Once the buffer is gone its memory is no longer an image, though the clone keeps it alive.
   b.reset();
   EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
   EXPECT_EQ(native_handle_close(clone), 0);
   EXPECT_EQ(native_handle_delete(clone), 0);
+}
+
+// Every byte gets a value that depends on where it is, so a misplaced sample shows.
+void fillPattern(const ImageBuffer& b, uint8_t seed) {
+  for (size_t i = 0; i < b.size(); ++i) b.data()[i] = static_cast<uint8_t>(i * 7 + seed);
+}
+
+// Where each plane lies in a buffer, from the geometry alone.
+struct PlaneSpan {
+  size_t offset, pitch, rows, pictureBytes;
+};
+std::vector<PlaneSpan> planeSpans(const ImageGeometry& g) {
+  if (g.layout == PixelLayout::RGBA8888) return {{0, size_t{g.stride} * 4, g.height, g.width * 4u}};
+  // Interleaved chroma: half the rows, and whole pairs of samples.
+  return {{0, g.stride, g.height, g.width},
+          {size_t{g.stride} * g.scanline, g.stride, (g.height + 1) / 2u, (g.width + 1) / 2 * 2u}};
+}
+
+TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddings) {
+  const std::pair<ImageGeometry, ImageGeometry> cases[] = {
+      {{PixelLayout::NV21, 10, 6, 16, 8}, {PixelLayout::NV21, 10, 6, 64, 12}},
+      {{PixelLayout::NV12, 10, 6, 64, 12}, {PixelLayout::NV12, 10, 6, 0, 0}},
+      {{PixelLayout::NV12, 7, 5, 8, 6}, {PixelLayout::NV12, 7, 5, 32, 10}},
+      {{PixelLayout::RGBA8888, 5, 3, 8, 4}, {PixelLayout::RGBA8888, 5, 3, 5, 3}},
+      // Without a second address the chroma is found behind the scanline.
+      {{PixelLayout::NV21, 4, 4, 8, 8}, {PixelLayout::NV21, 4, 4, 4, 4}}};
+  for (const auto& [srcGeometry, dstGeometry] : cases) {
+    auto src = ImageBuffer::allocate(srcGeometry), dst = ImageBuffer::allocate(dstGeometry);
+    ASSERT_TRUE(src && dst);
+    fillPattern(*src, 1);
+    fillPattern(*dst, 99);
+    // Picture bytes are copied row by row; padding keeps its old contents.
+    std::vector<uint8_t> want(dst->data(), dst->data() + dst->size());
+    const auto from = planeSpans(src->geometry()), to = planeSpans(dst->geometry());
+    for (size_t plane = 0; plane < from.size(); ++plane)
+      for (size_t y = 0; y < from[plane].rows; ++y)
+        std::copy_n(src->data() + from[plane].offset + y * from[plane].pitch,
+                    from[plane].pictureBytes,
+                    want.begin() + to[plane].offset + y * to[plane].pitch);
+    vyalgo2::VyImageBuffer s = src->imageBuffer(), d = dst->imageBuffer();
+    if (srcGeometry.width == 4) s.planeCount = 1, s.planeAddress[1] = 0;
+    ASSERT_EQ(PluginUtils::vyCopyBuffer(&d, &s), 0);
+    EXPECT_TRUE(std::equal(want.begin(), want.end(), dst->data())) << srcGeometry.width;
+  }
+}
+
+TEST(VyCopyBuffer, RefusesMismatchesAndMissingPlanes) {
+  auto a = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 0, 0});
+  auto b = ImageBuffer::allocate({PixelLayout::NV12, 8, 4, 0, 0});
+  auto c = ImageBuffer::allocate({PixelLayout::NV21, 8, 6, 0, 0});
+  vyalgo2::VyImageBuffer ra = a->imageBuffer(), rb = b->imageBuffer(), rc = c->imageBuffer();
+  vyalgo2::VyImageBuffer empty = ra, odd = ra;
+  empty.planeAddress[0] = 0;
+  odd.format = 0x23;
+  vyalgo2::VyImageBuffer odd2 = odd;
+  hostsim::LogCapture capture;
+  const std::pair<vyalgo2::VyImageBuffer*, vyalgo2::VyImageBuffer*> refused[] = {
+      {&ra, &rb}, {&ra, &rc}, {&ra, nullptr}, {&ra, &empty}, {&odd2, &odd}};
+  for (auto [dst, src] : refused) EXPECT_EQ(PluginUtils::vyCopyBuffer(dst, src), -1);
+  EXPECT_EQ(capture.androidMessages().size(), 4u);
+}
+
+class DumpToFile : public hostsim_test::DeviceRootTest {};
+
+TEST_F(DumpToFile, WritesEachPlaneAtItsStrideWithoutRowPaddingBelow) {
+  std::filesystem::create_directories(dir / "data/vendor/camera");
+  const std::pair<ImageGeometry, const char*> cases[] = {
+      {{PixelLayout::NV21, 6, 3, 8, 6}, ".nv21"},
+      {{PixelLayout::NV12, 6, 4, 8, 4}, ".nv12"},
+      {{PixelLayout::RGBA8888, 2, 3, 3, 5}, ".rgba"}};
+  for (const auto& [g, extension] : cases) {
+    auto b = ImageBuffer::allocate(g);
+    fillPattern(*b, 5);
+    vyalgo2::VyImageBuffer r = b->imageBuffer();
+    ASSERT_EQ(PluginUtils::dumpToFile(&r, "IMG_[x]_input_6x3_8"), 0);
+    std::ifstream in(dir / "data/vendor/camera" / (std::string("IMG_[x]_input_6x3_8") + extension),
+                     std::ios::binary);
+    const std::string got(std::istreambuf_iterator<char>(in), {});
+    // `height` rows of the luma (or RGBA) plane, then the chroma rows, each a full stride long.
+    std::string want;
+    for (const PlaneSpan& plane : planeSpans(b->geometry()))
+      want.append(reinterpret_cast<const char*>(b->data() + plane.offset),
+                  plane.pitch * plane.rows);
+    EXPECT_EQ(got.size(), want.size()) << extension;
+    EXPECT_TRUE(got == want) << extension;
+  }
+}
+
+TEST_F(DumpToFile, MissingFolderIsAnErrorOnTheLog) {
+  auto b = ImageBuffer::allocate({PixelLayout::NV21, 4, 4, 0, 0});
+  vyalgo2::VyImageBuffer r = b->imageBuffer();
+  hostsim::LogCapture capture;
+  EXPECT_EQ(PluginUtils::dumpToFile(&r, "frame"), -1);
+  const auto records = capture.records();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].priority, 6);
+  EXPECT_EQ(records[0].message, "dumpToFile frame: dump folder " + dir.string() +
+                                    "/data/vendor/camera/ does not exist");
+  EXPECT_EQ(PluginUtils::dumpToFile(nullptr, "frame"), -1);
 }
 
 }  // namespace

@@ -1,58 +1,32 @@
 // The two log outputs: logcat threadtime lines, the offline log file under
 // the device root, captures, destinations and the property-driven gates.
 #include <android/log.h>
-#include <cutils/properties.h>
 #include <gtest/gtest.h>
-#include <hostsim/device_root.h>
 #include <hostsim/log_sink.h>
 #include <hostsim/properties.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 #include <vyalgo2/VyLog.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 
-#include "temp_folder.h"
+#include "support.h"
 
 namespace {
 
-std::vector<std::string> linesOf(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::vector<std::string> out;
-  for (std::string line; std::getline(in, line);) out.push_back(line);
-  return out;
-}
+using hostsim_test::linesOf;
 
-std::string padded(long id) {
-  char buf[32];
-  std::snprintf(buf, sizeof(buf), "%5ld", id);
-  return buf;
-}
-
-class LogFiles : public ::testing::Test {
+class LogFiles : public hostsim_test::DeviceRootTest {
 protected:
-  void SetUp() override {
-    dir = hostsim_test::freshTestFolder("hostsim_log_");
-    savedRoot = hostsim::deviceRoot();
-  }
   void TearDown() override {
     hostsim::setAndroidLogFile("");
     hostsim::setOfflineLogFile("");
     hostsim::setAndroidLogMinPriority(ANDROID_LOG_VERBOSE);
-    hostsim::setDeviceRoot(savedRoot);
     hostsim::clearProperties();
-    gVyCamLogLevel = 0;
+    gVyCamLogLevel = gVyCamOfflineLogLevel = 0;
     gVyCamLogGroup = gVyCamOfflineLogGroup = 0xFFFFFFFFu;
-    gVyCamOfflineLogLevel = 0;
     gVyCamDebugMask = 0;
-    std::filesystem::remove_all(dir);
+    DeviceRootTest::TearDown();
   }
-  std::filesystem::path dir;
-  std::string savedRoot;
 };
 
 TEST_F(LogFiles, AndroidLinesHaveTheThreadtimeShape) {
@@ -61,26 +35,17 @@ TEST_F(LogFiles, AndroidLinesHaveTheThreadtimeShape) {
   __android_log_print(ANDROID_LOG_ERROR, "VyAlgoEngine", "two\nlines\n\n");
   __android_log_print(ANDROID_LOG_DEBUG, "TagOfEight", "%s", "x");
   hostsim::setAndroidLogFile("");
+  // MM-DD HH:MM:SS.mmm, " %5d %5d " process and thread ids, letter, tag padded to 8, message.
+  const std::regex stamp(R"((0\d|1[0-2])-[0-3]\d ([01]\d|2[0-3]):[0-5]\d:[0-5]\d\.\d{3})");
+  char ids[32];
+  std::snprintf(ids, sizeof ids, " %5d %5d ", ::getpid(), static_cast<int>(syscall(SYS_gettid)));
+  const std::vector<std::string> tails = {"I ab      : hello 5", "E VyAlgoEngine: two",
+                                          "E VyAlgoEngine: lines", "D TagOfEight: x"};
   const auto lines = linesOf(dir / "logcat.txt");
-  ASSERT_EQ(lines.size(), 4u);
-  // Letter, tag padded to 8, message.
-  const std::string tails[] = {"I ab      : hello 5", "E VyAlgoEngine: two",
-                               "E VyAlgoEngine: lines", "D TagOfEight: x"};
-  // MM-DD HH:MM:SS.mmm, then " %5d %5d " ids and the tail.
-  const std::regex shape(R"((\d\d)-\d\d (\d\d):\d\d:\d\d\.\d{3} +(\d+) +(\d+) (.*))");
+  ASSERT_EQ(lines.size(), tails.size());
   for (size_t i = 0; i < lines.size(); ++i) {
-    std::smatch m;
-    ASSERT_TRUE(std::regex_match(lines[i], m, shape)) << lines[i];
-    EXPECT_LE(std::stoi(m[1]), 12);
-    EXPECT_LE(std::stoi(m[2]), 23);
-    const long pid = std::stol(m[3]), tid = std::stol(m[4]);
-    EXPECT_EQ(pid, ::getpid());
-    EXPECT_EQ(tid, static_cast<long>(syscall(SYS_gettid)));
-    EXPECT_EQ(m[5], tails[i]);
-    // The ids end at fixed columns when they have five digits or fewer.
-    if (pid < 100000 && tid < 100000) {
-      EXPECT_EQ(lines[i].substr(18, 13), " " + padded(pid) + " " + padded(tid) + " ");
-    }
+    EXPECT_TRUE(std::regex_match(lines[i].substr(0, 18), stamp)) << lines[i];
+    EXPECT_EQ(lines[i].substr(18), ids + tails[i]);
   }
 }
 
@@ -100,7 +65,6 @@ TEST_F(LogFiles, DestinationsAndMinimumPriorityDoNotHideLinesFromCaptures) {
 }
 
 TEST_F(LogFiles, OfflineLogGoesUnderTheDeviceRoot) {
-  hostsim::setDeviceRoot(dir.string());
   const std::string path = hostsim::openOfflineLogUnderDeviceRoot();
   EXPECT_EQ(path, (dir / "data/vendor/camera/offlinelog/vyalgo_offline.log").string());
   hostsim::LogCapture capture;
@@ -113,59 +77,48 @@ TEST_F(LogFiles, OfflineLogGoesUnderTheDeviceRoot) {
       << lines[0];
   const auto records = capture.records();
   ASSERT_EQ(records.size(), 1u);
-  EXPECT_TRUE(records[0].offline);
-  EXPECT_EQ(records[0].level, "V");
-  EXPECT_EQ(records[0].message, "[LumoFilter] n=3");
+  EXPECT_EQ(std::tie(records[0].offline, records[0].level, records[0].message),
+            std::make_tuple(true, "V", "[LumoFilter] n=3"));
 }
 
 TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
-  hostsim::setDeviceRoot(dir.string());
-  const std::string text = std::string(hostsim::kPropLogLevel) + "=4\n" + hostsim::kPropLogGroup +
-                           "=0xFFFFFFFD\n" + hostsim::kPropOfflineLogLevel + "=-1\n" +
-                           hostsim::kPropOfflineLogGroup + "=2\n" + hostsim::kPropDebugMask +
-                           "=0x10\n" + hostsim::kPropOfflineLogFile + "=1\n" +
-                           hostsim::kPropLogcatFile + "=" + (dir / "cat.txt").string() + "\n";
+  using namespace hostsim;
+  const std::string text = std::string(kPropLogLevel) + "=4\n" + kPropLogGroup + "=0xFFFFFFFD\n" +
+                           kPropOfflineLogLevel + "=-1\n" + kPropOfflineLogGroup + "=2\n" +
+                           kPropDebugMask + "=0x10\n" + kPropOfflineLogFile + "=1\n" +
+                           kPropLogcatFile + "=" + (dir / "cat.txt").string() + "\n";
   std::string error;
-  ASSERT_TRUE(hostsim::loadPropertyText(text, "log.prop", &error)) << error;
-  EXPECT_EQ(hostsim::applyLogProperties(), "");
-  EXPECT_EQ(gVyCamLogLevel, 4);
-  EXPECT_EQ(gVyCamLogGroup, 0xFFFFFFFDu);
-  EXPECT_EQ(gVyCamOfflineLogLevel, -1);
-  EXPECT_EQ(gVyCamOfflineLogGroup, 2u);
-  EXPECT_EQ(gVyCamDebugMask, 0x10u);
+  ASSERT_TRUE(loadPropertyText(text, "log.prop", &error)) << error;
+  EXPECT_EQ(applyLogProperties(), "");
+  EXPECT_EQ(std::tie(gVyCamLogLevel, gVyCamLogGroup, gVyCamOfflineLogLevel, gVyCamOfflineLogGroup,
+                     gVyCamDebugMask),
+            std::make_tuple(4, 0xFFFFFFFDu, -1, 2u, 0x10u));
   __android_log_print(ANDROID_LOG_INFO, "t", "to file");
   vydebug::Log::logSystem(2, "I", "f", "g", 1, "offline");
-  hostsim::setAndroidLogFile("");
-  hostsim::setOfflineLogFile("");
+  setAndroidLogFile("");
+  setOfflineLogFile("");
   EXPECT_EQ(linesOf(dir / "cat.txt").size(), 1u);
   EXPECT_EQ(linesOf(dir / "data/vendor/camera/offlinelog/vyalgo_offline.log").size(), 1u);
-}
 
-TEST_F(LogFiles, BadLogPropertiesAreReportedAndLeaveTheGatesAlone) {
-  ASSERT_TRUE(hostsim::setProperty(hostsim::kPropLogLevel, "high"));
-  ASSERT_TRUE(hostsim::setProperty(hostsim::kPropDebugMask, "0x100000000"));
-  ASSERT_TRUE(hostsim::setProperty(hostsim::kPropLogGroup, "-1"));
-  gVyCamLogLevel = 2;
-  const std::string problems = hostsim::applyLogProperties();
-  EXPECT_NE(problems.find(std::string(hostsim::kPropLogLevel) + ": \"high\""), std::string::npos)
-      << problems;
-  EXPECT_NE(problems.find(hostsim::kPropDebugMask), std::string::npos);
-  EXPECT_NE(problems.find(hostsim::kPropLogGroup), std::string::npos);
-  EXPECT_EQ(gVyCamLogLevel, 2);
-  EXPECT_EQ(gVyCamDebugMask, 0u);
-  EXPECT_EQ(gVyCamLogGroup, 0xFFFFFFFFu);
+  // Bad values are reported and leave the gates alone.
+  clearProperties();
+  gVyCamLogLevel = 2, gVyCamDebugMask = 0, gVyCamLogGroup = 0xFFFFFFFFu;
+  ASSERT_TRUE(setProperty(kPropLogLevel, "high") && setProperty(kPropDebugMask, "0x100000000") &&
+              setProperty(kPropLogGroup, "-1"));
+  const std::string problems = applyLogProperties();
+  for (const std::string& part : {std::string(kPropLogLevel) + ": \"high\"",
+                                  std::string(kPropDebugMask), std::string(kPropLogGroup)})
+    EXPECT_NE(problems.find(part), std::string::npos) << problems;
+  EXPECT_EQ(std::tie(gVyCamLogLevel, gVyCamDebugMask, gVyCamLogGroup),
+            std::make_tuple(2, 0u, 0xFFFFFFFFu));
 }
 
 TEST(LogNames, SourcePathsBecomeFolderAndStem) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"/src/lumo/lumo_filter/paramUtil.cpp", "lumo_filter/paramUtil"},
-      {"lumo_filter/VyLumoFilterPlugin.cpp", "lumo_filter/VyLumoFilterPlugin"},
-      {"paramTrigger.cpp", "paramTrigger"},
-      {"/a/b.d/file", "b.d/file"},
-      {"", ""},
-  };
-  for (const auto& [path, name] : cases) EXPECT_EQ(vydebug::Log::getFileName(path), name) << path;
-  EXPECT_EQ(vydebug::Log::getFileName(nullptr), "");
+  const char* paths[] = {"/src/lumo/lumo_filter/paramUtil.cpp", "paramTrigger.cpp", "/a/b.d/file",
+                         "", nullptr};
+  const char* names[] = {"lumo_filter/paramUtil", "paramTrigger", "b.d/file", "", ""};
+  for (size_t i = 0; i < std::size(paths); ++i)
+    EXPECT_EQ(vydebug::Log::getFileName(paths[i]), names[i]) << i;
   EXPECT_STREQ(vydebug::Log::vyaGroupToString(2), "VyaPlugin");
 }
 

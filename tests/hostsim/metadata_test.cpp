@@ -1,96 +1,77 @@
 // Camera metadata: entries by vendor tag name and by number, absent tags,
-// counts, updates and erasure.
+// counts, updates and erasure; frame conditions at the consumers' offsets.
 #include <gtest/gtest.h>
+#include <hostsim/frame_metadata.h>
 #include <system/camera_metadata_tags.h>
 #include <vyalgo2/VyMetadata.h>
 
 #include <cstring>
+#include <tuple>
 
 namespace {
 
-TEST(VyMetadata, AbsentTagsHaveNoCountAndNoData) {
-  VyMetadata m;
-  const camera_metadata_ro_entry_t byName = m.find("org.example.never.registered.anywhere");
-  const camera_metadata_ro_entry_t byNumber = m.find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO});
-  const camera_metadata_ro_entry_t nullName = m.find(static_cast<const char*>(nullptr));
-  for (const auto& e : {byName, byNumber, nullName}) {
+TEST(VyMetadata, AbsentTagsAndVendorTagNumbers) {
+  VyMetadata m1, m2;
+  for (const auto& e : {m1.find("org.example.never.registered.anywhere"),
+                        m1.find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}),
+                        m1.find(static_cast<const char*>(nullptr))}) {
     EXPECT_EQ(e.count, 0u);
     EXPECT_EQ(e.data.u8, nullptr);
   }
-  EXPECT_EQ(m.entryCount(), 0u);
-  // Looking a name up does not give it a number: the next two names
-  // registered get consecutive ones.
-  const uint32_t before = VyMetadata::vendorTagId("org.example.probe.before");
-  m.find("org.example.probe.between");
-  EXPECT_EQ(VyMetadata::vendorTagId("org.example.probe.after"), before + 1);
-}
-
-TEST(VyMetadata, VendorTagsShareProcessWideNumbersAboveTheStandardRange) {
+  // Looking a name up does not give it a number: the next two names get consecutive ones.
   const uint32_t a = VyMetadata::vendorTagId("org.example.a");
+  m1.find("org.example.probe.between");
   const uint32_t b = VyMetadata::vendorTagId("org.example.b");
-  EXPECT_GE(a, 0x80000000u);
-  EXPECT_GE(b, 0x80000000u);
-  EXPECT_NE(a, b);
+  EXPECT_GE(a, 0x80000000u);  // above the standard range
+  EXPECT_EQ(b, a + 1);
   EXPECT_EQ(VyMetadata::vendorTagId("org.example.a"), a);
   EXPECT_EQ(VyMetadata::vendorTagName(b), "org.example.b");
   EXPECT_EQ(VyMetadata::vendorTagName(0x1002F), "");
-
-  VyMetadata m1, m2;
+  // The same entry is reached by its number, in this object only.
   const int32_t v = 7;
   ASSERT_EQ(m1.update("org.example.a", TYPE_INT32, &v, 1), 0);
-  // The same entry is reached by its number, in this object only.
-  EXPECT_EQ(m1.find(a).count, 1u);
-  EXPECT_EQ(m1.find(a).data.i32[0], 7);
+  EXPECT_EQ(std::make_tuple(m1.find(a).count, m1.find(a).data.i32[0]), std::make_tuple(1u, 7));
   EXPECT_EQ(m2.find("org.example.a").count, 0u);
 }
 
-TEST(VyMetadata, TypedEntriesKeepTheirValuesAndCounts) {
-  VyMetadata m;
-  const int32_t faces[8] = {10, 20, 110, 220, 30, 40, 130, 240};
-  const float zoom = 2.5f;
+TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
   const char name[] = "IMG_0001";
+  const int32_t faces[8] = {10, 20, 110, 220, 30, 40, 130, 240};
   const int64_t wide[2] = {-1, int64_t{1} << 40};
   const double precise = 0.1;
+  const float zoom = 2.5f;
   const camera_metadata_rational_t ratio{3, 4};
-  ASSERT_EQ(m.update(uint32_t{ANDROID_STATISTICS_FACE_RECTANGLES}, TYPE_INT32, faces, 8), 0);
-  ASSERT_EQ(m.update(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}, TYPE_FLOAT, &zoom, 1), 0);
-  ASSERT_EQ(m.update("org.example.name", TYPE_BYTE, name, sizeof(name)), 0);
-  ASSERT_EQ(m.update("org.example.wide", TYPE_INT64, wide, 2), 0);
-  ASSERT_EQ(m.update("org.example.double", TYPE_DOUBLE, &precise, 1), 0);
-  ASSERT_EQ(m.update("org.example.ratio", TYPE_RATIONAL, &ratio, 1), 0);
-  EXPECT_EQ(m.entryCount(), 6u);
-
-  auto f = m.find(uint32_t{ANDROID_STATISTICS_FACE_RECTANGLES});
-  EXPECT_EQ(f.count, 8u);
-  EXPECT_EQ(f.type, TYPE_INT32);
-  EXPECT_EQ(f.tag, 0x110006u);
-  EXPECT_EQ(f.data.i32[6], 130);
-  EXPECT_FLOAT_EQ(m.find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}).data.f[0], 2.5f);
-  auto n = m.find("org.example.name");
-  EXPECT_EQ(n.count, 9u);
-  EXPECT_STREQ(reinterpret_cast<const char*>(n.data.u8), "IMG_0001");
-  EXPECT_EQ(m.find("org.example.wide").data.i64[1], int64_t{1} << 40);
-  EXPECT_DOUBLE_EQ(m.find("org.example.double").data.d[0], 0.1);
-  EXPECT_EQ(m.find("org.example.ratio").data.r[0].denominator, 4);
-}
-
-TEST(VyMetadata, UpdateReplacesEraseRemovesCopiesAreIndependent) {
+  struct Case {
+    const char* key;
+    uint8_t type;
+    const void* values;
+    size_t count, valueSize;
+  } cases[] = {{"org.example.name", TYPE_BYTE, name, 9, 1},
+               {"org.example.faces", TYPE_INT32, faces, 8, 4},
+               {"org.example.wide", TYPE_INT64, wide, 2, 8},
+               {"org.example.double", TYPE_DOUBLE, &precise, 1, 8},
+               {"org.example.zoom", TYPE_FLOAT, &zoom, 1, 4},
+               {"org.example.ratio", TYPE_RATIONAL, &ratio, 1, 8}};
   VyMetadata m;
-  const uint8_t one = 1, two[2] = {5, 6};
-  ASSERT_EQ(m.update("org.example.style", TYPE_BYTE, &one, 1), 0);
+  for (const Case& c : cases) {
+    ASSERT_EQ(m.update(c.key, c.type, c.values, c.count), 0);
+    const auto e = m.find(c.key);
+    EXPECT_EQ(std::make_tuple(e.type, e.count), std::make_tuple(c.type, c.count)) << c.key;
+    EXPECT_EQ(std::memcmp(e.data.u8, c.values, c.count * c.valueSize), 0) << c.key;
+  }
+  EXPECT_EQ(m.entryCount(), 6u);
+  // An update replaces the entry; a copy keeps its own.
   VyMetadata copy(m);
-  ASSERT_EQ(m.update("org.example.style", TYPE_BYTE, two, 2), 0);
-  EXPECT_EQ(m.find("org.example.style").count, 2u);
-  EXPECT_EQ(m.find("org.example.style").data.u8[1], 6);
-  EXPECT_EQ(copy.find("org.example.style").count, 1u);
-  EXPECT_EQ(copy.find("org.example.style").data.u8[0], 1);
-
-  EXPECT_EQ(m.erase("org.example.style"), 0);
-  EXPECT_EQ(m.find("org.example.style").count, 0u);
-  EXPECT_EQ(m.erase("org.example.style"), -1);
-  EXPECT_EQ(m.erase(uint32_t{0x1002F}), -1);
+  const uint8_t two[2] = {5, 6};
+  ASSERT_EQ(m.update("org.example.name", TYPE_BYTE, two, 2), 0);
+  const auto replaced = m.find("org.example.name");
+  EXPECT_EQ(std::string(replaced.data.u8, replaced.data.u8 + replaced.count), "\x05\x06");
+  EXPECT_STREQ(reinterpret_cast<const char*>(copy.find("org.example.name").data.u8), name);
+  EXPECT_EQ(m.erase("org.example.name"), 0);
+  EXPECT_EQ(m.find("org.example.name").count, 0u);
+  EXPECT_EQ(m.erase("org.example.name") + m.erase(uint32_t{0x1002F}), -2);
   copy = m;
-  EXPECT_EQ(copy.entryCount(), 0u);
+  EXPECT_EQ(copy.entryCount(), 5u);
 }
 
 TEST(VyMetadata, RejectsUnknownTypesAndMissingData) {
@@ -105,6 +86,63 @@ TEST(VyMetadata, RejectsUnknownTypesAndMissingData) {
   EXPECT_EQ(m.update(uint32_t{5}, TYPE_INT32, nullptr, 0), 0);
   EXPECT_EQ(m.entryCount(), 1u);
   EXPECT_EQ(m.find(uint32_t{5}).count, 0u);
+}
+
+auto fields(const hostsim::FrameConditions& c) {
+  return std::tie(c.cct, c.luxIndex, c.aiScene, c.faceValues, c.zoomRatio, c.imageName,
+                  c.stylizationType);
+}
+
+template <typename T>
+T at(const camera_metadata_ro_entry_t& e, size_t offset) {
+  T v;
+  std::memcpy(&v, e.data.u8 + offset, sizeof v);
+  return v;
+}
+
+TEST(FrameMetadata, FieldsLandWhereConsumersReadThem) {
+  hostsim::FrameConditions c;
+  c.cct = 70000;
+  c.luxIndex = 412.9f;
+  c.aiScene = 0xFFFFFFFFu;
+  c.faceValues = hostsim::faceRectangles({{1, 2, 3, 4}, {5, 6, 7, 8}});
+  c.zoomRatio = 1.5f;
+  c.imageName = "IMG_0001";
+  c.stylizationType = 3;
+  auto m = hostsim::makeFrameMetadata(c);
+  EXPECT_EQ(m->entryCount(), 7u);
+  auto awb = m->find("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl");
+  ASSERT_GE(awb.count, 16u);
+  // 70000 = 0x00011170, little-endian from byte 12.
+  EXPECT_EQ(std::vector<uint8_t>(awb.data.u8 + 11, awb.data.u8 + 16),
+            (std::vector<uint8_t>{0, 0x70, 0x11, 0x01, 0x00}));
+  auto aec = m->find("com.qti.stats.internal.perFrame.frameControl.AECFrameControl");
+  ASSERT_GE(aec.count, 100u);
+  EXPECT_EQ(at<float>(aec, 96), 412.9f);
+  auto scene = m->find("zentor.ai.asd.algoSceneDetectedAIResult");
+  ASSERT_EQ(scene.count, 1u);
+  EXPECT_EQ(at<uint32_t>(scene, 0), 0xFFFFFFFFu);
+  auto faces = m->find(uint32_t{ANDROID_STATISTICS_FACE_RECTANGLES});
+  EXPECT_EQ(faces.tag, 0x110006u);
+  EXPECT_EQ(std::vector<int32_t>(faces.data.i32, faces.data.i32 + faces.count),
+            (std::vector<int32_t>{1, 2, 3, 4, 5, 6, 7, 8}));
+  EXPECT_EQ(m->find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}).data.f[0], 1.5f);
+  EXPECT_STREQ(reinterpret_cast<const char*>(m->find("zentor.snapshot.imageName").data.u8),
+               "IMG_0001");
+  EXPECT_EQ(m->find("com.zentor.sessionparams.stylizationType").data.u8[0], 3);
+  EXPECT_TRUE(fields(hostsim::readFrameConditions(*m)) == fields(c));
+
+  // Absent fields stay absent; an incomplete face rectangle is still written.
+  hostsim::FrameConditions partial;
+  partial.faceValues = std::vector<int32_t>{9, 9, 9};
+  m = hostsim::makeFrameMetadata(partial);
+  EXPECT_EQ(m->entryCount(), 1u);
+  EXPECT_TRUE(fields(hostsim::readFrameConditions(*m)) == fields(partial));
+  // A record too short for the word is not read.
+  const uint8_t shortRecord[8] = {};
+  m->update("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl", TYPE_BYTE, shortRecord,
+            8);
+  EXPECT_FALSE(hostsim::readFrameConditions(*m).cct);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
-// A plugin library that implements only what the framework's interface
-// leaves abstract, so every other operation answers with the host's
-// default. Built like a real plugin: no RTTI, hidden symbols, one C entry.
-// ENTRY_RESULT (default true) is what the entry returns; NO_ENTRY leaves
-// the entry out; REGISTER_NOTHING makes the entry register no provider.
+// A plugin built like a real one (no RTTI, hidden symbols, one C entry) that
+// implements only what the interface leaves abstract. ENTRY_RESULT is what the
+// entry returns; NO_ENTRY misspells it; REGISTER_NOTHING registers no provider.
 #include <vyalgo2/PluginWraper.h>
 #include <vyalgo2/Provider.h>
 
@@ -16,20 +14,16 @@ using namespace vyalgo2;
 
 class MinimalPlugin : public PluginWraper {
 public:
-  int initialize(CreateInfo* createInfo, VyaNodeInterface) override {
-    return createInfo ? static_cast<int>(createInfo->processMode) : -1;
+  int initialize(CreateInfo* info, VyaNodeInterface) override {
+    return info ? static_cast<int>(info->processMode) : -1;
   }
   int preProcess(PreProcessInfo) override { return 0; }
-  // Tells the host how often isEnabled ran, so it can see whether a default
-  // consulted it.
+  // Tells the host how often isEnabled ran, so it can see whether a default consulted it.
   int processRequest(ProcessRequestInfo*) override { return m_enabledCalls; }
   int processRequest(ProcessRequestInfoV2*) override { return 0; }
   int flushRequest(FlushRequestInfo*) override { return 0; }
   void destroy() override {}
-  bool isEnabled(VyaParams) override {
-    ++m_enabledCalls;
-    return true;
-  }
+  bool isEnabled(VyaParams) override { return ++m_enabledCalls > 0; }
   void reset() override {}
 
 private:
@@ -46,17 +40,13 @@ public:
 
 }  // namespace
 
-#ifndef NO_ENTRY
+#ifdef NO_ENTRY
+#define tavuconnect tavuconnect_misspelt
+#endif
 extern "C" __attribute__((visibility("default"))) bool tavuconnect(ProviderManager* registry) {
 #ifndef REGISTER_NOTHING
   registry->add(new MinimalProvider);
-#else
-  (void)registry;
 #endif
+  (void)registry;
   return ENTRY_RESULT;
 }
-#else
-extern "C" __attribute__((visibility("default"))) bool tavuconnect_misspelt(ProviderManager*) {
-  return true;
-}
-#endif
