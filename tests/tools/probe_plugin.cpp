@@ -1,7 +1,5 @@
-// A stand-in plugin for the tool's black-box tests. It registers under the
-// real provider name, logs every host call with what it received (process
-// mode, frame number, the metadata entries it finds) and inverts the first
-// plane of each enabled frame, so tests can see exactly what the host did.
+// A stand-in plugin under the real provider name: it logs every host call with
+// what it received and inverts the first plane, so tests see what the host did.
 #include <android/log.h>
 #include <system/camera_metadata_tags.h>
 #include <system/graphics.h>
@@ -62,12 +60,6 @@ public:
     for (uint32_t y = 0; y < in.height; ++y)
       for (size_t x = 0; x < in.width * bpp; ++x)
         dst[y * out.stride * bpp + x] = uint8_t(255 - src[y * in.stride * bpp + x]);
-    if (bpp == 1) {
-      const auto* sc = reinterpret_cast<const uint8_t*>(in.planeAddress[1]);
-      auto* dc = reinterpret_cast<uint8_t*>(out.planeAddress[1]);
-      for (uint32_t y = 0; y < (in.height + 1) / 2; ++y)
-        std::memcpy(dc + y * out.stride, sc + y * in.stride, in.width);
-    }
     return 0;
   }
   int processRequest(ProcessRequestInfoV2*) override { return 0; }
