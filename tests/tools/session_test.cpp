@@ -1,5 +1,6 @@
-// Session lines: the fields of a full line, float spellings, scene names and
-// payloads of raw tags. The messages for bad lines are checked through the tool.
+// Text the tool reads: session lines (float spellings, scene names, payloads
+// of raw tags; bad lines are checked through the tool) and the plugin's
+// parameter dumps (nine-line preview blocks, eight-line snapshot blocks).
 #include "session.h"
 
 #include <gtest/gtest.h>
@@ -8,58 +9,35 @@
 #include <bit>
 #include <cmath>
 
+#include "exif_dump.h"
+#include "tool_runner.h"
+
 using namespace lumo;
 
 namespace {
 
-SessionFrame parse(const std::string& line) { return parseFrameLine(line, "s.jsonl", 4); }
 SessionFrame withMeta(const std::string& meta) {
-  return parse(R"({"instance": "preview", "meta": {)" + meta + "}}");
+  return parseFrameLine(R"({"instance": "preview", "meta": {)" + meta + "}}", "s.jsonl", 4);
 }
 
 }  // namespace
 
-TEST(Session, FullLineIsReadFieldByField) {
-  const SessionFrame f = parse(
-      R"({"instance": "snapshot", "frame": 12, "width": 1920, "height": 1080, "stride": 1984,
-          "scanline": 1088, "format": "nv12", "input": "photo.jpg", "output": "out.png"})");
-  EXPECT_EQ(f.instance, InstanceKind::Snapshot);
-  EXPECT_EQ(f.frame, 12u);
-  EXPECT_EQ(f.width, 1920u);
-  EXPECT_EQ(f.height, 1080u);
-  EXPECT_EQ(f.stride, 1984u);
-  EXPECT_EQ(f.scanline, 1088u);
-  EXPECT_EQ(f.format, PixelFormat::Nv12);
-  EXPECT_EQ(f.input, "photo.jpg");
-  EXPECT_EQ(f.output, "out.png");
-}
-
-TEST(Session, FloatSpellingsGiveExactBits) {
-  struct Case {
-    const char* json;
-    uint32_t bits;
-  } cases[] = {
+TEST(Session, FloatSpellingsAndSceneNames) {
+  const std::pair<const char*, uint32_t> floats[] = {
       {"1.5", 0x3fc00000u},       {R"("0x3f800000")", 0x3f800000u}, {R"("inf")", 0x7f800000u},
-      {R"("-inf")", 0xff800000u}, {R"("0x00000001")", 0x1u},        {"-0.0", 0x80000000u},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(std::bit_cast<uint32_t>(*withMeta(std::string(R"("lux": )") + c.json).meta.lux),
-              c.bits)
-        << c.json;
+      {R"("-inf")", 0xff800000u}, {R"("0x00000001")", 0x1u},        {"-0.0", 0x80000000u}};
+  for (const auto& [json, bits] : floats)
+    EXPECT_EQ(std::bit_cast<uint32_t>(*withMeta(std::string(R"("lux": )") + json).meta.lux), bits)
+        << json;
   EXPECT_TRUE(std::isnan(*withMeta(R"("zoom": "nan")").meta.zoom));
-}
-
-TEST(Session, SceneNamesMapToDetectorIds) {
-  struct Case {
-    const char* name;
-    uint32_t id;
-    std::optional<uint32_t> faces;
-  } cases[] = {{"common", 0, {}},          {"food", 2, {}},    {"plants", 3, {}}, {"night", 9, {}},
-               {"sunrise_sunset", 13, {}}, {"protrait", 0, 1u}};
-  for (const auto& c : cases) {
-    const SessionFrame f = withMeta(std::string(R"("scene": ")") + c.name + "\"");
-    EXPECT_EQ(f.meta.scene, c.id) << c.name;
-    EXPECT_EQ(f.meta.faces, c.faces) << c.name;
+  // The portrait class has no detector id: it is sent as one face over scene 0.
+  const std::pair<std::string, uint32_t> scenes[] = {{"common", 0},          {"food", 2},
+                                                     {"plants", 3},          {"night", 9},
+                                                     {"sunrise_sunset", 13}, {"protrait", 0}};
+  for (const auto& [name, id] : scenes) {
+    const FrameMeta m = withMeta(R"("scene": ")" + name + "\"").meta;
+    EXPECT_EQ(m.scene, id) << name;
+    EXPECT_EQ(m.faces, name == "protrait" ? std::optional(1u) : std::nullopt) << name;
   }
 }
 
@@ -103,4 +81,38 @@ TEST(Session, RawTagsCarryExactPayloads) {
     EXPECT_EQ(t.count, cases[i].count);
     EXPECT_EQ(t.payload, cases[i].payload);
   }
+}
+
+class ExifDump : public lumo_test::ScratchTest {};
+
+TEST_F(ExifDump, BlocksSplitAtFrameNumbersOrAtWidth) {
+  const std::string lut = "lut_algo_input=[ 250 251 252 253 254 255 0 1 2 3]\n";
+  write("preview.txt",
+        "frameNum=3\nwidth=64\nheight=48\naiscene=night\nlux=10\ncct=4200\n"
+        "zoom_ratio=1.000000\nshading=[ 0 0 0 0 0 0 0 0]\n" +
+            lut +
+            "frameNum=4\nwidth=64\nheight=48\naiscene=food\nlux=412\ncct=4464\n"
+            "zoom_ratio=2.000000\nshading=[ 0.3 1 1 -0.55 -0.5 1.2 0.2 1]\n"
+            "lut_algo_input=[ 0 1 2]\n");
+  write("snapshot.txt",
+        "width=8\nheight=6\naiscene=protrait\nlux=0\ncct=0\nzoom_ratio=0.000000\n"
+        "shading=[ 0 0 0 0 0 0 0 0]\n" +
+            lut + "width=9\nheight=7\naiscene=common\n");
+  const auto preview = readExifDump(path("preview.txt"));
+  ASSERT_EQ(preview.size(), 2u);
+  EXPECT_EQ(preview[0].frameNum, 3u);
+  EXPECT_EQ(preview[0].aiscene, "night");
+  EXPECT_EQ(preview[0].lut, (std::vector<uint8_t>{250, 251, 252, 253, 254, 255, 0, 1, 2, 3}));
+  EXPECT_EQ(preview[1].frameNum, 4u);
+  EXPECT_EQ(preview[1].cct, "4464");
+  EXPECT_EQ(preview[1].zoomRatio, "2.000000");
+  EXPECT_EQ(preview[1].shading, "[ 0.3 1 1 -0.55 -0.5 1.2 0.2 1]");
+  const auto snapshot = readExifDump(path("snapshot.txt"));
+  ASSERT_EQ(snapshot.size(), 2u);
+  EXPECT_FALSE(snapshot[0].frameNum.has_value());
+  EXPECT_EQ(snapshot[0].width, "8");
+  EXPECT_EQ(snapshot[0].lut.size(), 10u);
+  EXPECT_EQ(snapshot[1].width, "9");
+  EXPECT_TRUE(snapshot[1].lut.empty());
+  EXPECT_TRUE(readExifDump(path("missing_exif.txt")).empty());
 }

@@ -1,6 +1,6 @@
-// Black-box tests of `lumo replay` and `lumo run` against the probe plugin:
-// the host's call sequence, what reaches the plugin, the copy path, output
-// images, and the one-line errors for bad input with no files left behind.
+// Black-box tests of the built `lumo`: replay and run against the probe plugin
+// (the host's call sequence, what reaches the plugin, the copy path, outputs,
+// one-line errors for bad input with no files left behind), calib and generate.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -50,31 +50,32 @@ TEST_F(ReplayCli, HostCallsAndMetadataFollowTheCamera) {
       R"("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl": {"type": "u8", "values": [1, 2, 3]},)"
       R"("0x1002F": {"type": "f32", "values": ["inf"]}}}})"
       "\n\n"
-      R"({"instance": "snapshot", "frame": 7, "meta": {"stylization": 2, "cct": 70000, "lux": "0x43ce7333",)"
+      R"({"instance": "snapshot", "frame": 7, "width": 64, "height": 48, "stride": 80, "scanline": 50,)"
+      R"( "format": "nv12", "meta": {"stylization": 2, "cct": 70000, "lux": "0x43ce7333",)"
       R"( "scene": "sunrise_sunset", "faces": 2, "zoom": 2, "image_name": "IMG_1"}})"
       "\r\n"
-      R"({"instance": "preview", "meta": {"stylization": 0}})"
+      R"({"instance": "preview", "output": "copied.png", "meta": {"stylization": 0}})"
       "\n",
       kProbe + " --device-root dev");
   ASSERT_EQ(o.status, 0) << o.err;
-  // A short record stays short; 0x43ce7333 is 412.9f; faces are four values each.
-  const std::string geometry = " 640x480 stride=640 scanline=480 format=17 awbbytes=";
+  // A short record stays short; 0x43ce7333 is 412.9f; faces are four values each;
+  // NV12 is the vendor code 0x109.
+  const std::string chart = " 640x480 stride=640 scanline=480 format=17 awbbytes=";
   EXPECT_EQ(logLines(dir / "log.txt", "Probe"),
             (std::vector<std::string>{
                 "initialize processMode=1", "isEnabled processMode=1 stylization=1",
-                "processRequest processMode=1 frame=0" + geometry +
+                "processRequest processMode=1 frame=0" + chart +
                     "3 cct=0 lux=0.000000 scene=-1 faces=0 zoom=inf name=-",
                 "initialize processMode=0", "isEnabled processMode=0 stylization=2",
-                "processRequest processMode=0 frame=7" + geometry +
-                    "64 cct=70000 lux=412.899994 scene=13 faces=8 zoom=2.000000 name=IMG_1",
+                "processRequest processMode=0 frame=7 64x48 stride=80 scanline=50 format=265 "
+                "awbbytes=64 cct=70000 lux=412.899994 scene=13 faces=8 zoom=2.000000 name=IMG_1",
                 "isEnabled processMode=1 stylization=0", "destroy processMode=1",
                 "destroy processMode=0"}));
   EXPECT_EQ(
       logLines(dir / "log.txt", "LumoHost"),
       std::vector<std::string>{"frame 8: preview plugin not enabled, input copied to output"});
-  EXPECT_EQ(files("out"),
-            (std::vector<std::string>{"frame_000000_preview.png", "frame_000007_snapshot.png",
-                                      "frame_000008_preview.png"}));
+  EXPECT_EQ(files("out"), (std::vector<std::string>{"copied.png", "frame_000000_preview.png",
+                                                    "frame_000007_snapshot.png"}));
   EXPECT_NE(o.out.find("no (copied)"), std::string::npos) << o.out;
   EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
   EXPECT_NE(o.err.find("dev/odm/etc/camera/lumo_filter_param.bin"), std::string::npos);
@@ -194,4 +195,54 @@ TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
     EXPECT_EQ(o.status, 0) << cmd;
     EXPECT_NE(o.out.find("Usage:"), std::string::npos) << cmd;
   }
+}
+
+class CalibCli : public ToolTest {
+protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out,
+              "a.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n");
+  }
+};
+
+// The validator's and the description reader's messages are checked in tests/calib;
+// here: one report per file, exit 1 when one fails, and no output left behind.
+TEST_F(CalibCli, CheckDumpExportRebuildAndFailures) {
+  Outcome o = lumo("calib dump a.bin");
+  for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
+    EXPECT_NE(o.out.find(std::string("scene \"") + scene + "\""), std::string::npos) << scene;
+  EXPECT_NE(o.out.find("LUT pool: 13 blocks"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find(": identity\n"), std::string::npos);  // the "neutral" look
+  ASSERT_EQ(lumo("calib export a.bin --json ex/d.json --cube-dir ex/cubes").status, 0);
+  EXPECT_EQ(files("ex").size(), 14u);
+  ASSERT_EQ(lumo("calib build ex/d.json -o b.bin").status, 0);
+  EXPECT_EQ(readText(dir / "a.bin"), readText(dir / "b.bin"));
+  write("short.bin", readText(dir / "a.bin").substr(0, 100));
+  o = lumo("calib check a.bin short.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(o.out.rfind("a.bin: ok\nshort.bin: offset 0 (header): error: file ends at byte 100", 0),
+            0u)
+      << o.out;
+  EXPECT_NE(o.out.find("short.bin: FAILED"), std::string::npos) << o.out;
+  EXPECT_EQ(lumo("calib check a.bin").status, 0);
+  o = lumo("calib check --json short.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_NE(o.out.find("\"severity\": \"error\""), std::string::npos) << o.out;
+  EXPECT_EQ(lumo("calib export short.bin --json x.json").status, 1);
+  write("d.json", R"({"looks": {"a": {"generate": {"warmth": 1}}}, "scenes": [{"name": "common",
+      "lux": [{"start": 0, "end": 1, "cct": [{"start": 0, "end": 1, "lut": "a"}]}]}]})");
+  o = lumo("calib build d.json -o out.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(o.err.rfind("lumo: d.json: field \"looks.a.generate.warmth\": unknown look control", 0),
+            0u)
+      << o.err;
+  EXPECT_FALSE(fs::exists(dir / "x.json") || fs::exists(dir / "out.bin"));
+}
+
+// The pictures themselves are seen through the demo and `run`.
+TEST_F(ToolTest, GenerateWritesPngAndRawAndRejectsUnknownPictures) {
+  ASSERT_EQ(lumo("generate chart -o c_40x30_40.nv12 --width 40 --height 30").status, 0);
+  EXPECT_EQ(fs::file_size(dir / "c_40x30_40.nv12"), 40u * 30 * 3 / 2);
+  EXPECT_EQ(lumo("generate moon -o m.png").status, 2);
 }
