@@ -44,7 +44,8 @@ protected:
 
 // Also: blank and CRLF lines are skipped, frame numbers count on from an explicit
 // one, and the missing calibration file is mentioned once for both instances.
-TEST_F(ReplayCli, HostCallsAndMetadataFollowTheCamera) {
+TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
+  const std::string input = writeRawInput(dir);
   const Outcome o = replay(
       R"({"instance": "preview", "meta": {"stylization": 1, "tags": {)"
       R"("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl": {"type": "u8", "values": [1, 2, 3]},)"
@@ -54,46 +55,38 @@ TEST_F(ReplayCli, HostCallsAndMetadataFollowTheCamera) {
       R"( "format": "nv12", "meta": {"stylization": 2, "cct": 70000, "lux": "0x43ce7333",)"
       R"( "scene": "sunrise_sunset", "faces": 2, "zoom": 2, "image_name": "IMG_1"}})"
       "\r\n"
-      R"({"instance": "preview", "output": "copied.png", "meta": {"stylization": 0}})"
+      R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "o_4x2_6_4.nv21", "meta": {"stylization": 1}})"
+      "\n"
+      R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "copy_4x2_6_4.nv21", "meta": {"stylization": 0}})"
       "\n",
       kProbe + " --device-root dev");
   ASSERT_EQ(o.status, 0) << o.err;
   // A short record stays short; 0x43ce7333 is 412.9f; faces are four values each;
-  // NV12 is the vendor code 0x109.
-  const std::string chart = " 640x480 stride=640 scanline=480 format=17 awbbytes=";
+  // NV12 is the vendor code 0x109; a raw input keeps the geometry in its name.
+  const std::string none = " cct=0 lux=0.000000 scene=-1 faces=0 zoom=";
   EXPECT_EQ(logLines(dir / "log.txt", "Probe"),
             (std::vector<std::string>{
-                "initialize processMode=1", "isEnabled processMode=1 stylization=1",
-                "processRequest processMode=1 frame=0" + chart +
-                    "3 cct=0 lux=0.000000 scene=-1 faces=0 zoom=inf name=-",
-                "initialize processMode=0", "isEnabled processMode=0 stylization=2",
-                "processRequest processMode=0 frame=7 64x48 stride=80 scanline=50 format=265 "
-                "awbbytes=64 cct=70000 lux=412.899994 scene=13 faces=8 zoom=2.000000 name=IMG_1",
-                "isEnabled processMode=1 stylization=0", "destroy processMode=1",
-                "destroy processMode=0"}));
+                "initialize 1", "isEnabled 1 stylization=1",
+                "process 1 frame=0 640x480/640/480 fmt=17 awb=3" + none + "inf name=-",
+                "initialize 0", "isEnabled 0 stylization=2",
+                "process 0 frame=7 64x48/80/50 fmt=265 awb=64 cct=70000 lux=412.899994 scene=13 "
+                "faces=8 zoom=2.000000 name=IMG_1",
+                "isEnabled 1 stylization=1",
+                "process 1 frame=8 4x2/6/4 fmt=17 awb=0" + none + "-1.000000 name=-",
+                "isEnabled 1 stylization=0", "destroy 1", "destroy 0"}));
   EXPECT_EQ(
       logLines(dir / "log.txt", "LumoHost"),
-      std::vector<std::string>{"frame 8: preview plugin not enabled, input copied to output"});
-  EXPECT_EQ(files("out"), (std::vector<std::string>{"copied.png", "frame_000000_preview.png",
-                                                    "frame_000007_snapshot.png"}));
+      std::vector<std::string>{"frame 9: preview plugin not enabled, input copied to output"});
+  EXPECT_EQ(files("out"),
+            (std::vector<std::string>{"copy_4x2_6_4.nv21", "frame_000000_preview.png",
+                                      "frame_000007_snapshot.png", "o_4x2_6_4.nv21"}));
   EXPECT_NE(o.out.find("no (copied)"), std::string::npos) << o.out;
   EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
   EXPECT_NE(o.err.find("dev/odm/etc/camera/lumo_filter_param.bin"), std::string::npos);
   EXPECT_TRUE(fs::is_directory(dir / "dev/data/vendor/camera"));
-}
-
-TEST_F(ReplayCli, RawFramesKeepTheirGeometryAndThePluginOutputIsWritten) {
-  const std::string input = writeRawInput(dir);
-  ASSERT_EQ(
-      replay(
-          R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "o_4x2_6_4.nv21", "meta": {"stylization": 1}})"
-          "\n"
-          R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "copy_4x2_6_4.nv21"})")
-          .status,
-      0);
-  EXPECT_NE(readText(dir / "log.txt").find("4x2 stride=6 scanline=4 format=17"), std::string::npos);
+  // The plugin's inverted luma is written; the host's copy carries every pixel byte over.
   const std::string inverted = readText(dir / "out/o_4x2_6_4.nv21");
-  const std::string copy = readText(dir / "out/copy_4x2_6_4.nv21");  // not enabled: host copy
+  const std::string copy = readText(dir / "out/copy_4x2_6_4.nv21");
   ASSERT_EQ(inverted.size(), input.size());
   ASSERT_EQ(copy.size(), input.size());
   for (size_t y = 0; y < 2; ++y)
@@ -165,9 +158,8 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
                 .status,
             0);
   EXPECT_NE(readText(dir / "log.txt")
-                .find("processRequest processMode=1 frame=0 64x48 stride=64 scanline=48 "
-                      "format=17 awbbytes=64 cct=4100 lux=12.500000 scene=9 faces=4 "
-                      "zoom=3.000000 name=X"),
+                .find("process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 "
+                      "scene=9 faces=4 zoom=3.000000 name=X"),
             std::string::npos)
       << readText(dir / "log.txt");
   EXPECT_EQ(lumo::readImage(path("res/food_out.png")).geometry.height, 48u);
@@ -177,8 +169,7 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
   ASSERT_EQ(o.status, 0);
   EXPECT_EQ(nlohmann::json::parse(o.out)["frames"][0]["output"], "p.png");
   EXPECT_NE(readText(dir / "log2.txt")
-                .find("processMode=0 frame=0 64x48 stride=64 scanline=48 "
-                      "format=17 awbbytes=0 cct=0 lux=0.000000 scene=0 "
+                .find("process 0 frame=0 64x48/64/48 fmt=17 awb=0 cct=0 lux=0.000000 scene=0 "
                       "faces=4 zoom=-1.000000 name=-"),
             std::string::npos)
       << readText(dir / "log2.txt");

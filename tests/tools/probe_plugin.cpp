@@ -1,5 +1,6 @@
 // A stand-in plugin under the real provider name: it logs every host call with
-// what it received and inverts the first plane, so tests see what the host did.
+// its process mode and what it received (geometry as WxH/stride/scanline, then
+// the tags it reads) and inverts the first plane, so tests see what the host did.
 #include <android/log.h>
 #include <system/camera_metadata_tags.h>
 #include <system/graphics.h>
@@ -18,7 +19,7 @@ class ProbePlugin : public PluginWraper {
 public:
   int initialize(CreateInfo* info, VyaNodeInterface) override {
     m_mode = info->processMode;
-    __android_log_print(ANDROID_LOG_INFO, kTag, "initialize processMode=%u", m_mode);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "initialize %u", m_mode);
     return 0;
   }
   int preProcess(PreProcessInfo) override { return 0; }
@@ -28,8 +29,7 @@ public:
       const auto e = params.pSessionMetadata->find("com.zentor.sessionparams.stylizationType");
       if (e.count != 0) type = e.data.u8[0];
     }
-    __android_log_print(ANDROID_LOG_INFO, kTag, "isEnabled processMode=%u stylization=%d", m_mode,
-                        type);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "isEnabled %u stylization=%d", m_mode, type);
     return type > 0;
   }
   int processRequest(ProcessRequestInfo* request) override {
@@ -48,8 +48,8 @@ public:
     if (aec.count >= 100) std::memcpy(&lux, aec.data.u8 + 96, 4);
     __android_log_print(
         ANDROID_LOG_INFO, kTag,
-        "processRequest processMode=%u frame=%u %ux%u stride=%u scanline=%u format=%u "
-        "awbbytes=%zu cct=%u lux=%f scene=%d faces=%zu zoom=%f name=%s",
+        "process %u frame=%u %ux%u/%u/%u fmt=%u awb=%zu cct=%u lux=%f scene=%d faces=%zu "
+        "zoom=%f name=%s",
         m_mode, request->frameNum, in.width, in.height, in.stride, in.scanline, in.format,
         awb.count, cct, double(lux), scene.count ? scene.data.i32[0] : -1, faces.count,
         zoom.count ? double(zoom.data.f[0]) : -1.0,
@@ -64,9 +64,7 @@ public:
   }
   int processRequest(ProcessRequestInfoV2*) override { return 0; }
   int flushRequest(FlushRequestInfo*) override { return 0; }
-  void destroy() override {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "destroy processMode=%u", m_mode);
-  }
+  void destroy() override { __android_log_print(ANDROID_LOG_INFO, kTag, "destroy %u", m_mode); }
   void reset() override {}
 
 private:
