@@ -1,9 +1,8 @@
 // A stand-in plugin under the real provider name: it logs every host call with
 // its process mode and what it received (geometry as WxH/stride/scanline, then
-// the tags it reads) and inverts the first plane, so tests see what the host did.
+// the tags it reads) and inverts the luma of YUV frames, so tests see what the host did.
 #include <android/log.h>
 #include <system/camera_metadata_tags.h>
-#include <system/graphics.h>
 #include <vyalgo2/PluginWraper.h>
 #include <vyalgo2/Provider.h>
 
@@ -54,12 +53,11 @@ public:
         awb.count, cct, double(lux), scene.count ? scene.data.i32[0] : -1, faces.count,
         zoom.count ? double(zoom.data.f[0]) : -1.0,
         name.count ? reinterpret_cast<const char*>(name.data.u8) : "-");
-    const size_t bpp = in.format == HAL_PIXEL_FORMAT_RGBA_8888 ? 4 : 1;
     const auto* src = reinterpret_cast<const uint8_t*>(in.planeAddress[0]);
     auto* dst = reinterpret_cast<uint8_t*>(out.planeAddress[0]);
     for (uint32_t y = 0; y < in.height; ++y)
-      for (size_t x = 0; x < in.width * bpp; ++x)
-        dst[y * out.stride * bpp + x] = uint8_t(255 - src[y * in.stride * bpp + x]);
+      for (size_t x = 0; x < in.width; ++x)
+        dst[y * out.stride + x] = uint8_t(255 - src[y * in.stride + x]);
     return 0;
   }
   int processRequest(ProcessRequestInfoV2*) override { return 0; }

@@ -25,11 +25,6 @@ add_dependencies(lumo_cli_tests lumo lumo_probe_plugin)
 
 # With the real plugin built, the demo and the plugin's dumps are checked too.
 if(EXISTS ${PROJECT_SOURCE_DIR}/lumo_filter/VyLumoFilterPlugin.cpp)
-  lumo_add_gtest(lumo_real_plugin_cli_tests
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/lumo_demo_cli_test.cpp
-    LIBS lumo_tool_core)
-  target_compile_definitions(lumo_real_plugin_cli_tests PRIVATE
-    LUMO_TOOL="$<TARGET_FILE:lumo>"
-    LUMO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
-  add_dependencies(lumo_real_plugin_cli_tests lumo lumo_filter lumo_demo_calibration)
+  target_compile_definitions(lumo_cli_tests PRIVATE LUMO_REAL_PLUGIN=1)
+  add_dependencies(lumo_cli_tests lumo_filter lumo_demo_calibration)
 endif()
