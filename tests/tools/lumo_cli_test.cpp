@@ -44,7 +44,7 @@ protected:
   }
 };
 
-// Also: blank and CRLF lines are skipped, frame numbers count on from an explicit
+// Also: blank lines (CRLF too) are skipped, frame numbers count on from an explicit
 // one, and the missing calibration file is mentioned once for both instances.
 TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
   const std::string input = writeRawInput(dir);
@@ -52,7 +52,7 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
       R"({"instance": "preview", "meta": {"stylization": 1, "tags": {)"
       R"("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl": {"type": "u8", "values": [1, 2, 3]},)"
       R"("0x1002F": {"type": "f32", "values": ["inf"]}}}})"
-      "\n\n"
+      "\n\r\n"
       R"({"instance": "snapshot", "frame": 7, "width": 64, "height": 48, "stride": 80, "scanline": 50,)"
       R"( "format": "nv12", "meta": {"stylization": 2, "cct": 70000, "lux": "0x43ce7333",)"
       R"( "scene": "sunrise_sunset", "faces": 2, "zoom": 2, "image_name": "IMG_1"}})"
@@ -169,7 +169,10 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
   const Outcome o =
       lumo("run food.png --scene protrait -o p.png --json --logcat log2.txt" + kProbe);
   ASSERT_EQ(o.status, 0);
-  EXPECT_EQ(nlohmann::json::parse(o.out)["frames"][0]["output"], "p.png");
+  const auto report = nlohmann::json::parse(o.out)["frames"].at(0);
+  EXPECT_EQ(report["output"], "p.png");
+  EXPECT_EQ(report["enabled"], true);
+  EXPECT_EQ(report["width"], 64);
   EXPECT_NE(readText(dir / "log2.txt")
                 .find("process 0 frame=0 64x48/64/48 fmt=17 awb=0 cct=0 lux=0.000000 scene=0 "
                       "faces=4 zoom=-1.000000 name=-"),
