@@ -244,7 +244,7 @@ TEST_F(ToolTest, GenerateWritesPngAndRawAndRejectsUnknownPictures) {
 }
 
 #ifdef LUMO_REAL_PLUGIN
-class RealPluginCli : public ToolTest {};
+class RealPluginCli : public ReplayCli {};
 
 TEST_F(RealPluginCli, DemoWritesPairsDumpsAndTheTable) {
   const Outcome o = lumo("demo --out demo --size 160 120");
@@ -275,14 +275,10 @@ TEST_F(RealPluginCli, ReplayDumpsParametersAndImagesUnderTheDeviceRoot) {
                  "/demo_looks.json' -o dev/odm/etc/camera/lumo_filter_param.bin")
                 .status,
             0);
-  write(
-      "s.jsonl",
+  const Outcome o = replay(
       R"({"instance": "snapshot", "frame": 4, "width": 64, "height": 48, "stride": 128, "input": "generated:food",)"
-      R"( "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})"
-      "\n");
-  const Outcome o = lumo(
-      "replay s.jsonl --device-root dev --out out "
-      "--prop persist.vendor.camera.lumofilter.dumpMode=3");
+      R"( "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})",
+      " --device-root dev --prop persist.vendor.camera.lumofilter.dumpMode=3");
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_EQ(o.err.find("no calibration file"), std::string::npos) << o.err;
   const fs::path dumps = dir / "dev/data/vendor/camera";
