@@ -1,10 +1,8 @@
-// A stand-in plugin for the tool's black-box tests. It registers under the
-// real provider name, logs every host call with what it received (process
-// mode, frame number, the metadata entries it finds) and inverts the first
-// plane of each enabled frame, so tests can see exactly what the host did.
+// A stand-in plugin under the real provider name: it logs every host call with
+// its process mode and what it received (geometry as WxH/stride/scanline, then
+// the tags it reads) and inverts the luma of YUV frames, so tests see what the host did.
 #include <android/log.h>
 #include <system/camera_metadata_tags.h>
-#include <system/graphics.h>
 #include <vyalgo2/PluginWraper.h>
 #include <vyalgo2/Provider.h>
 
@@ -20,7 +18,7 @@ class ProbePlugin : public PluginWraper {
 public:
   int initialize(CreateInfo* info, VyaNodeInterface) override {
     m_mode = info->processMode;
-    __android_log_print(ANDROID_LOG_INFO, kTag, "initialize processMode=%u", m_mode);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "initialize %u", m_mode);
     return 0;
   }
   int preProcess(PreProcessInfo) override { return 0; }
@@ -30,8 +28,7 @@ public:
       const auto e = params.pSessionMetadata->find("com.zentor.sessionparams.stylizationType");
       if (e.count != 0) type = e.data.u8[0];
     }
-    __android_log_print(ANDROID_LOG_INFO, kTag, "isEnabled processMode=%u stylization=%d", m_mode,
-                        type);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "isEnabled %u stylization=%d", m_mode, type);
     return type > 0;
   }
   int processRequest(ProcessRequestInfo* request) override {
@@ -50,31 +47,22 @@ public:
     if (aec.count >= 100) std::memcpy(&lux, aec.data.u8 + 96, 4);
     __android_log_print(
         ANDROID_LOG_INFO, kTag,
-        "processRequest processMode=%u frame=%u %ux%u stride=%u scanline=%u format=%u "
-        "awbbytes=%zu cct=%u lux=%f scene=%d faces=%zu zoom=%f name=%s",
+        "process %u frame=%u %ux%u/%u/%u fmt=%u awb=%zu cct=%u lux=%f scene=%d faces=%zu "
+        "zoom=%f name=%s",
         m_mode, request->frameNum, in.width, in.height, in.stride, in.scanline, in.format,
         awb.count, cct, double(lux), scene.count ? scene.data.i32[0] : -1, faces.count,
         zoom.count ? double(zoom.data.f[0]) : -1.0,
         name.count ? reinterpret_cast<const char*>(name.data.u8) : "-");
-    const size_t bpp = in.format == HAL_PIXEL_FORMAT_RGBA_8888 ? 4 : 1;
     const auto* src = reinterpret_cast<const uint8_t*>(in.planeAddress[0]);
     auto* dst = reinterpret_cast<uint8_t*>(out.planeAddress[0]);
     for (uint32_t y = 0; y < in.height; ++y)
-      for (size_t x = 0; x < in.width * bpp; ++x)
-        dst[y * out.stride * bpp + x] = uint8_t(255 - src[y * in.stride * bpp + x]);
-    if (bpp == 1) {
-      const auto* sc = reinterpret_cast<const uint8_t*>(in.planeAddress[1]);
-      auto* dc = reinterpret_cast<uint8_t*>(out.planeAddress[1]);
-      for (uint32_t y = 0; y < (in.height + 1) / 2; ++y)
-        std::memcpy(dc + y * out.stride, sc + y * in.stride, in.width);
-    }
+      for (size_t x = 0; x < in.width; ++x)
+        dst[y * out.stride + x] = uint8_t(255 - src[y * in.stride + x]);
     return 0;
   }
   int processRequest(ProcessRequestInfoV2*) override { return 0; }
   int flushRequest(FlushRequestInfo*) override { return 0; }
-  void destroy() override {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "destroy processMode=%u", m_mode);
-  }
+  void destroy() override { __android_log_print(ANDROID_LOG_INFO, kTag, "destroy %u", m_mode); }
   void reset() override {}
 
 private:

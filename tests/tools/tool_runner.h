@@ -1,9 +1,11 @@
-// Runs the built `lumo` in a scratch folder and collects its exit status,
-// stdout and stderr, for the black-box tests.
+// A scratch folder per test, and (for the black-box tests) a runner of the
+// built `lumo` that collects its exit status, stdout and stderr.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -13,15 +15,11 @@
 
 namespace lumo_test {
 
-struct Outcome {
-  int status = -1;
-  std::string out, err;
-};
+namespace fs = std::filesystem;
 
-inline std::string readText(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
+inline std::string readText(const fs::path& p) {
   std::stringstream s;
-  s << in.rdbuf();
+  s << std::ifstream(p, std::ios::binary).rdbuf();
   return s.str();
 }
 
@@ -31,47 +29,56 @@ inline size_t countOf(const std::string& text, const std::string& needle) {
   return n;
 }
 
-class ToolTest : public ::testing::Test {
+// The folder is kept when the test fails, for a look at what was written.
+class ScratchTest : public ::testing::Test {
 protected:
   void SetUp() override {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir = std::filesystem::temp_directory_path() /
-          (std::string("lumo_cli_") + info->test_suite_name() + "_" + info->name());
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
+    dir = fs::temp_directory_path() /
+          ("lumo_" + std::to_string(getpid()) + "_" + info->test_suite_name() + "_" + info->name());
+    fs::remove_all(dir);
+    fs::create_directories(dir);
   }
   void TearDown() override {
-    if (!HasFailure()) std::filesystem::remove_all(dir);
+    if (!HasFailure()) fs::remove_all(dir);
   }
-
-  // `args` is appended to the tool's path as shell words.
-  Outcome lumo(const std::string& args) const {
-    const std::string cmd = "cd '" + dir.string() + "' && LUMO_DEVICE_ROOT= '" LUMO_TOOL "' " +
-                            args + " >stdout.txt 2>stderr.txt";
-    Outcome o;
-    const int raw = std::system(cmd.c_str());
-    o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    o.out = readText(dir / "stdout.txt");
-    o.err = readText(dir / "stderr.txt");
-    std::filesystem::remove(dir / "stdout.txt");
-    std::filesystem::remove(dir / "stderr.txt");
-    return o;
+  std::string path(const std::string& name) const { return (dir / name).string(); }
+  void write(const std::string& name, const std::string& bytes) const {
+    std::ofstream(dir / name, std::ios::binary) << bytes;
   }
-  void write(const std::string& name, const std::string& text) const {
-    std::ofstream(dir / name, std::ios::binary) << text;
-  }
-  // Files of a folder (names), recursively, without the given ones.
+  // Regular files under `sub`, recursively, relative to it and sorted.
   std::vector<std::string> files(const std::string& sub) const {
     std::vector<std::string> out;
-    if (!std::filesystem::exists(dir / sub)) return out;
-    for (const auto& e : std::filesystem::recursive_directory_iterator(dir / sub))
-      if (e.is_regular_file())
-        out.push_back(std::filesystem::relative(e.path(), dir / sub).string());
+    if (fs::exists(dir / sub))
+      for (const auto& e : fs::recursive_directory_iterator(dir / sub))
+        if (e.is_regular_file()) out.push_back(fs::relative(e.path(), dir / sub).string());
     std::sort(out.begin(), out.end());
     return out;
   }
 
-  std::filesystem::path dir;
+  fs::path dir;
 };
+
+#ifdef LUMO_TOOL
+struct Outcome {
+  int status = -1;
+  std::string out, err;
+};
+
+class ToolTest : public ScratchTest {
+protected:
+  // `args` is appended to the tool's path as shell words; runs in `dir`.
+  Outcome lumo(const std::string& args) const {
+    const std::string cmd = "cd '" + dir.string() + "' && LUMO_DEVICE_ROOT= '" LUMO_TOOL "' " +
+                            args + " >stdout.txt 2>stderr.txt";
+    const int raw = std::system(cmd.c_str());
+    Outcome o{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readText(dir / "stdout.txt"),
+              readText(dir / "stderr.txt")};
+    fs::remove(dir / "stdout.txt");
+    fs::remove(dir / "stderr.txt");
+    return o;
+  }
+};
+#endif
 
 }  // namespace lumo_test

@@ -2,9 +2,7 @@
 lumo_add_gtest(lumo_tool_unit_tests
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/image_io_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/dump_name_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/session_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/exif_dump_test.cpp
   LIBS lumo_tool_core)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
@@ -17,8 +15,7 @@ lumo_warnings(lumo_probe_plugin)
 
 lumo_add_gtest(lumo_cli_tests
   SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/lumo_replay_cli_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/lumo_calib_cli_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/lumo_cli_test.cpp
   LIBS lumo_tool_core)
 target_compile_definitions(lumo_cli_tests PRIVATE
   LUMO_TOOL="$<TARGET_FILE:lumo>"
@@ -28,11 +25,6 @@ add_dependencies(lumo_cli_tests lumo lumo_probe_plugin)
 
 # With the real plugin built, the demo and the plugin's dumps are checked too.
 if(EXISTS ${PROJECT_SOURCE_DIR}/lumo_filter/VyLumoFilterPlugin.cpp)
-  lumo_add_gtest(lumo_real_plugin_cli_tests
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/lumo_demo_cli_test.cpp
-    LIBS lumo_tool_core)
-  target_compile_definitions(lumo_real_plugin_cli_tests PRIVATE
-    LUMO_TOOL="$<TARGET_FILE:lumo>"
-    LUMO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
-  add_dependencies(lumo_real_plugin_cli_tests lumo lumo_filter lumo_demo_calibration)
+  target_compile_definitions(lumo_cli_tests PRIVATE LUMO_REAL_PLUGIN=1)
+  add_dependencies(lumo_cli_tests lumo_filter lumo_demo_calibration)
 endif()

@@ -1,0 +1,306 @@
+// Black-box tests of the built `lumo`: replay and run against the probe plugin
+// (the host's call sequence, what reaches the plugin, the copy path, outputs,
+// one-line errors for bad input with no files left behind), calib and generate;
+// with the real plugin built, the bundled demo and the plugin's dumps.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "image_files.h"
+#include "tool_runner.h"
+
+using namespace lumo_test;
+
+namespace {
+
+const std::string kProbe = std::string(" --plugin '") + PROBE_PLUGIN + "'";
+
+// Messages of the log lines with this tag (logcat pads short tags before ": ").
+std::vector<std::string> logLines(const fs::path& log, const std::string& tag) {
+  std::vector<std::string> out;
+  std::istringstream in(readText(log));
+  for (std::string line; std::getline(in, line);)
+    if (const auto at = line.find(" " + tag); at != std::string::npos)
+      out.push_back(line.substr(line.find(": ", at) + 2));
+  return out;
+}
+
+// A 4x2 NV21 dump with stride 6 and scanline 4 whose bytes count up.
+std::string writeRawInput(const fs::path& dir) {
+  std::string bytes(6 * 4 + 6 * 2, '\0');
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = char(i * 3);
+  std::ofstream(dir / "in_4x2_6_4.nv21", std::ios::binary) << bytes;
+  return bytes;
+}
+
+}  // namespace
+
+class ReplayCli : public ToolTest {
+protected:
+  Outcome replay(const std::string& session, const std::string& options = kProbe) const {
+    write("s.jsonl", session);
+    return lumo("replay s.jsonl --out out --logcat log.txt" + options);
+  }
+};
+
+// Also: blank lines (CRLF too) are skipped, frame numbers count on from an explicit
+// one, and the missing calibration file is mentioned once for both instances.
+TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
+  const std::string input = writeRawInput(dir);
+  const Outcome o = replay(
+      R"({"instance": "preview", "meta": {"stylization": 1, "tags": {)"
+      R"("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl": {"type": "u8", "values": [1, 2, 3]},)"
+      R"("0x1002F": {"type": "f32", "values": ["inf"]}}}})"
+      "\n\r\n"
+      R"({"instance": "snapshot", "frame": 7, "width": 64, "height": 48, "stride": 80, "scanline": 50,)"
+      R"( "format": "nv12", "meta": {"stylization": 2, "cct": 70000, "lux": "0x43ce7333",)"
+      R"( "scene": "sunrise_sunset", "faces": 2, "zoom": 2, "image_name": "IMG_1"}})"
+      "\r\n"
+      R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "o_4x2_6_4.nv21", "meta": {"stylization": 1}})"
+      "\n"
+      R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "copy_4x2_6_4.nv21", "meta": {"stylization": 0}})"
+      "\n",
+      kProbe + " --device-root dev");
+  ASSERT_EQ(o.status, 0) << o.err;
+  // A short record stays short; 0x43ce7333 is 412.9f; faces are four values each;
+  // NV12 is the vendor code 0x109; a raw input keeps the geometry in its name.
+  const std::string none = " cct=0 lux=0.000000 scene=-1 faces=0 zoom=";
+  EXPECT_EQ(logLines(dir / "log.txt", "Probe"),
+            (std::vector<std::string>{
+                "initialize 1", "isEnabled 1 stylization=1",
+                "process 1 frame=0 640x480/640/480 fmt=17 awb=3" + none + "inf name=-",
+                "initialize 0", "isEnabled 0 stylization=2",
+                "process 0 frame=7 64x48/80/50 fmt=265 awb=64 cct=70000 lux=412.899994 scene=13 "
+                "faces=8 zoom=2.000000 name=IMG_1",
+                "isEnabled 1 stylization=1",
+                "process 1 frame=8 4x2/6/4 fmt=17 awb=0" + none + "-1.000000 name=-",
+                "isEnabled 1 stylization=0", "destroy 1", "destroy 0"}));
+  EXPECT_EQ(
+      logLines(dir / "log.txt", "LumoHost"),
+      std::vector<std::string>{"frame 9: preview plugin not enabled, input copied to output"});
+  EXPECT_EQ(files("out"),
+            (std::vector<std::string>{"copy_4x2_6_4.nv21", "frame_000000_preview.png",
+                                      "frame_000007_snapshot.png", "o_4x2_6_4.nv21"}));
+  EXPECT_NE(o.out.find("no (copied)"), std::string::npos) << o.out;
+  EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
+  EXPECT_NE(o.err.find("dev/odm/etc/camera/lumo_filter_param.bin"), std::string::npos);
+  EXPECT_TRUE(fs::is_directory(dir / "dev/data/vendor/camera"));
+  // The plugin's inverted luma is written; the host's copy carries every pixel byte over.
+  const std::string inverted = readText(dir / "out/o_4x2_6_4.nv21");
+  const std::string copy = readText(dir / "out/copy_4x2_6_4.nv21");
+  ASSERT_EQ(inverted.size(), input.size());
+  ASSERT_EQ(copy.size(), input.size());
+  for (size_t y = 0; y < 2; ++y)
+    for (size_t x = 0; x < 4; ++x) {
+      EXPECT_EQ(uint8_t(inverted[y * 6 + x]), uint8_t(255 - uint8_t(input[y * 6 + x])));
+      EXPECT_EQ(copy[y * 6 + x], input[y * 6 + x]);
+    }
+  EXPECT_EQ(copy.substr(24, 4), input.substr(24, 4));
+}
+
+// Each bad line, image or plugin gives one error line naming file, line and field.
+TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
+  writeRawInput(dir);
+  const std::string first = "{\"instance\": \"preview\"}\n", p = "{\"instance\": \"preview\", ";
+  struct Case {
+    std::string line, message, plugin = kProbe;
+  } cases[] = {
+      {"\n" + p + "\n", "3: malformed JSON: parse error"},  // the parser's detail follows
+      {p + R"("colour": 1})",
+       "2: field \"colour\": unknown field (known: instance, frame, width, "
+       "height, stride, scanline, format, input, output, meta)"},
+      {p + R"("input": "nope.png"})", "2: field \"input\": nope.png: no such image file"},
+      {p + R"("input": "in_4x2_6_4.nv21", "stride": 8})",
+       "2: field \"input\": in_4x2_6_4.nv21: 36 bytes do not match nv21 4x2 stride 8 scanline 4 "
+       "(expected 40 or 48 bytes)"},
+      {"", "", " --plugin /nonexistent/libx.so"},
+      {R"({"frame": 1})", "2: field \"instance\": missing (\"preview\" or \"snapshot\")"},
+      {R"({"instance": "video"})",
+       "2: field \"instance\": expected \"preview\" or \"snapshot\", got \"video\""},
+      {p + R"("meta": {"lux": "bright"}})",
+       "2: field \"meta.lux\": expected a number, \"nan\", \"inf\", \"-inf\" or a bit pattern "
+       "such as \"0x3f800000\", got \"bright\""},
+      {p + R"("meta": {"cct": -5}})",
+       "2: field \"meta.cct\": expected an integer in 0..4294967295, got -5"},
+      {p + R"("meta": {"hdr": 1}})",
+       "2: field \"meta.hdr\": unknown field (known: cct, lux, "
+       "scene, faces, zoom, image_name, stylization, tags)"},
+      {p + R"("meta": {"tags": {"t": {"type": "u16", "values": []}}}})",
+       "2: field \"meta.tags.t.type\": expected one of u8, i32, u32, f32, i64, f64, string, got "
+       "\"u16\""},
+      {p + R"("meta": {"tags": {"t": {"type": "u8", "values": [1, 256]}}}})",
+       "2: field \"meta.tags.t.values[1]\": expected an integer in 0..255, got 256"},
+      {p + R"("format": "yuv"})",
+       "2: field \"format\": expected \"nv21\", \"nv12\" or \"rgba\", got \"yuv\""},
+      {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..65536, got 0"},
+      {"[1, 2]", "2: expected one JSON object per line, got [1,2]"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.line);
+    const Outcome o = replay(first + c.line + "\n", c.plugin);
+    EXPECT_EQ(o.status, 1);
+    const std::string want = c.message.empty()
+                                 ? "lumo: /nonexistent/libx.so: no plugin library there (--plugin)"
+                                 : "lumo: s.jsonl:" + c.message;
+    std::string error;  // the first line that is not the note about the calibration file
+    std::istringstream lines(o.err);
+    while (std::getline(lines, error) && error.starts_with("lumo: note: ")) continue;
+    EXPECT_EQ(want.ends_with("parse error") ? error.substr(0, want.size()) : error, want);
+    EXPECT_EQ(countOf(o.err, "\n"), 1 + countOf(o.err, "lumo: note: ")) << o.err;
+    EXPECT_TRUE(files("out").empty());
+  }
+}
+
+TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
+  ASSERT_EQ(lumo("generate food -o food.png --width 64 --height 48").status, 0);
+  ASSERT_EQ(lumo("run food.png --scene night --lux 12.5 --cct 4100 --zoom 0x40400000 --faces 1 "
+                 "--instance preview --image-name X -o res/food_out.png --logcat log.txt" +
+                 kProbe)
+                .status,
+            0);
+  EXPECT_NE(readText(dir / "log.txt")
+                .find("process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 "
+                      "scene=9 faces=4 zoom=3.000000 name=X"),
+            std::string::npos)
+      << readText(dir / "log.txt");
+  EXPECT_EQ(lumo::readImage(path("res/food_out.png")).geometry.height, 48u);
+  // Snapshot by default; "protrait" is sent as a face, not as a scene id.
+  const Outcome o =
+      lumo("run food.png --scene protrait -o p.png --json --logcat log2.txt" + kProbe);
+  ASSERT_EQ(o.status, 0);
+  const auto report = nlohmann::json::parse(o.out)["frames"].at(0);
+  EXPECT_EQ(report["output"], "p.png");
+  EXPECT_EQ(report["enabled"], true);
+  EXPECT_EQ(report["width"], 64);
+  EXPECT_NE(readText(dir / "log2.txt")
+                .find("process 0 frame=0 64x48/64/48 fmt=17 awb=0 cct=0 lux=0.000000 scene=0 "
+                      "faces=4 zoom=-1.000000 name=-"),
+            std::string::npos)
+      << readText(dir / "log2.txt");
+}
+
+TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
+  for (const char* args :
+       {"replay", "run x.png -o y.png --lux bright", "frobnicate",
+        "run x.png -o y.png --instance video", "run x.png -o y.png --scene moon"})
+    EXPECT_EQ(lumo(args).status, 2) << args;
+  for (const char* cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
+                          "calib dump", "calib export", "generate"}) {
+    const Outcome o = lumo(std::string(cmd) + " --help");
+    EXPECT_EQ(o.status, 0) << cmd;
+    EXPECT_NE(o.out.find("Usage:"), std::string::npos) << cmd;
+  }
+}
+
+class CalibCli : public ToolTest {
+protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out,
+              "a.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n");
+  }
+};
+
+// The validator's and the description reader's messages are checked in tests/calib;
+// here: one report per file, exit 1 when one fails, and no output left behind.
+TEST_F(CalibCli, CheckDumpExportRebuildAndFailures) {
+  Outcome o = lumo("calib dump a.bin");
+  for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
+    EXPECT_NE(o.out.find(std::string("scene \"") + scene + "\""), std::string::npos) << scene;
+  EXPECT_NE(o.out.find("LUT pool: 13 blocks"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find(": identity\n"), std::string::npos);  // the "neutral" look
+  ASSERT_EQ(lumo("calib export a.bin --json ex/d.json --cube-dir ex/cubes").status, 0);
+  EXPECT_EQ(files("ex").size(), 14u);
+  ASSERT_EQ(lumo("calib build ex/d.json -o b.bin").status, 0);
+  EXPECT_EQ(readText(dir / "a.bin"), readText(dir / "b.bin"));
+  write("short.bin", readText(dir / "a.bin").substr(0, 100));
+  o = lumo("calib check a.bin short.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(o.out.rfind("a.bin: ok\nshort.bin: offset 0 (header): error: file ends at byte 100", 0),
+            0u)
+      << o.out;
+  EXPECT_NE(o.out.find("short.bin: FAILED"), std::string::npos) << o.out;
+  EXPECT_EQ(lumo("calib check a.bin").status, 0);
+  o = lumo("calib check --json short.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_NE(o.out.find("\"severity\": \"error\""), std::string::npos) << o.out;
+  EXPECT_EQ(lumo("calib export short.bin --json x.json").status, 1);
+  write("d.json", R"({"looks": {"a": {"generate": {"warmth": 1}}}, "scenes": [{"name": "common",
+      "lux": [{"start": 0, "end": 1, "cct": [{"start": 0, "end": 1, "lut": "a"}]}]}]})");
+  o = lumo("calib build d.json -o out.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(o.err.rfind("lumo: d.json: field \"looks.a.generate.warmth\": unknown look control", 0),
+            0u)
+      << o.err;
+  EXPECT_FALSE(fs::exists(dir / "x.json") || fs::exists(dir / "out.bin"));
+}
+
+// The pictures themselves are seen through the demo and `run`.
+TEST_F(ToolTest, GenerateWritesPngAndRawAndRejectsUnknownPictures) {
+  ASSERT_EQ(lumo("generate chart -o c_40x30_40.nv12 --width 40 --height 30").status, 0);
+  EXPECT_EQ(fs::file_size(dir / "c_40x30_40.nv12"), 40u * 30 * 3 / 2);
+  EXPECT_EQ(lumo("generate moon -o m.png").status, 2);
+}
+
+#ifdef LUMO_REAL_PLUGIN
+class RealPluginCli : public ReplayCli {};
+
+TEST_F(RealPluginCli, DemoWritesPairsDumpsAndTheTable) {
+  const Outcome o = lumo("demo --out demo --size 160 120");
+  ASSERT_EQ(o.status, 0) << o.err;
+  size_t before = 0, after = 0, dumps = 0;
+  for (const std::string& f : files("demo"))
+    ++(f.ends_with("_before.png") ? before : f.ends_with(".png") ? after : dumps);
+  EXPECT_EQ(before, 11u);
+  EXPECT_EQ(after, 11u);
+  EXPECT_EQ(dumps, 6u + 1u);  // one exif file per snapshot, one for the preview instance
+  for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
+    EXPECT_GE(countOf(o.out, scene), 2u) << scene << "\n" << o.out;
+  EXPECT_NE(o.out.find("blend, mostly"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("golden_hour"), std::string::npos) << o.out;
+  // The looks visibly change the pictures.
+  const lumo::Image a = lumo::readImage(path("demo/05_snapshot_food.png"));
+  const lumo::Image b = lumo::readImage(path("demo/05_snapshot_food_before.png"));
+  ASSERT_EQ(a.bytes.size(), b.bytes.size());
+  double sum = 0;
+  for (size_t i = 0; i < a.bytes.size(); ++i)
+    if (i % 4 != 3) sum += std::abs(a.bytes[i] - b.bytes[i]);
+  EXPECT_GT(sum / (a.bytes.size() * 3 / 4), 3.0);
+}
+
+TEST_F(RealPluginCli, ReplayDumpsParametersAndImagesUnderTheDeviceRoot) {
+  fs::create_directories(dir / "dev/odm/etc/camera");
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR
+                 "/demo_looks.json' -o dev/odm/etc/camera/lumo_filter_param.bin")
+                .status,
+            0);
+  const Outcome o = replay(
+      R"({"instance": "snapshot", "frame": 4, "width": 64, "height": 48, "stride": 128, "input": "generated:food",)"
+      R"( "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})",
+      " --device-root dev --prop persist.vendor.camera.lumofilter.dumpMode=3");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(o.err.find("no calibration file"), std::string::npos) << o.err;
+  const fs::path dumps = dir / "dev/data/vendor/camera";
+  const std::string exif = readText(dumps / "IMG_7_lumo_filter_OfflineSnapshot_exif.txt");
+  EXPECT_EQ(
+      exif.rfind("width=64\nheight=48\naiscene=food\nlux=412\ncct=4464\nzoom_ratio=2.000000\n", 0),
+      0u)
+      << exif.substr(0, 200);
+  // The input dump is named with its geometry and holds, pixel for pixel, the
+  // full-range BT.601 luma of the picture handed to the plugin.
+  const lumo::Image dumped = lumo::readImage(
+      (dumps / "IMG_7_[lumofilter]_OfflineSnapshot_frame[4]_input_64x48_128.nv21").string());
+  EXPECT_EQ(dumped.geometry.stride, 128u);
+  ASSERT_EQ(lumo("generate food -o food.png --width 64 --height 48").status, 0);
+  const lumo::Image food = lumo::readImage(path("food.png"));
+  int worst = 0;
+  for (uint32_t y = 0; y < 48; ++y)
+    for (uint32_t x = 0; x < 64; ++x) {
+      const uint8_t* p = food.row(y) + 4 * x;
+      const int expected = int(std::floor(0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2] + 0.5));
+      worst = std::max(worst, std::abs(expected - int(dumped.row(y)[x])));
+    }
+  EXPECT_EQ(worst, 0);
+}
+#endif
