@@ -7,8 +7,6 @@ if(TARGET lumo_filter_core AND TARGET lumo_calib)
 
   lumo_add_gtest(param_store_test
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/param_store_test.cpp
-            ${CMAKE_CURRENT_LIST_DIR}/param_store_bounds_test.cpp
-            ${CMAKE_CURRENT_LIST_DIR}/param_dump_test.cpp
     LIBS lumo_param_fixtures)
   lumo_add_gtest(param_singleton_test
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/param_singleton_test.cpp

@@ -1,4 +1,4 @@
-# Plugin tests. White-box suites link the plugin core directly; the library
+# Plugin tests. The object suite links the plugin core directly; the library
 # and threads suites load the built liblumo_filter.so the way the camera host does.
 if(NOT TARGET lumo_filter_core OR NOT TARGET lumo_calib)
   return()
@@ -10,13 +10,10 @@ target_link_libraries(lumo_plugin_test_support PUBLIC vyhost lumo_calib GTest::g
 lumo_warnings(lumo_plugin_test_support)
 
 lumo_add_gtest(plugin_core_test
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_metadata_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/plugin_request_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/plugin_lifecycle_test.cpp
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_object_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/plugin_dump_test.cpp
   LIBS lumo_filter_core lumo_plugin_test_support)
 
-# Suites that load the built library as the host does (dlopen, then the entry).
 lumo_add_gtest(plugin_library_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_library_test.cpp
   LIBS lumo_plugin_test_support)

@@ -1,7 +1,6 @@
 // Fixtures of the plugin tests (see plugin_test_support.h).
 #include "plugin_test_support.h"
 
-#include <calib/calibration_file.h>
 #include <gtest/gtest.h>
 #include <hostsim/device_root.h>
 #include <hostsim/frame_metadata.h>
@@ -9,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -19,13 +17,9 @@ namespace fs = std::filesystem;
 
 namespace lumotest {
 
-uint8_t lutByte(size_t block, size_t p) {
-  return static_cast<uint8_t>((p * 7 + block * 37 + p / 289) & 0xFF);
-}
-
 std::vector<uint8_t> lutBlock(size_t block) {
   std::vector<uint8_t> out(calib::kLutBlockBytes);
-  for (size_t p = 0; p < out.size(); ++p) out[p] = lutByte(block, p);
+  for (size_t p = 0; p < out.size(); ++p) out[p] = (p * 7 + block * 37 + p / 289) & 0xFF;
   return out;
 }
 
@@ -36,61 +30,32 @@ size_t lutBlockOf(const std::string& scene) {
   return 0;
 }
 
-namespace {
-
-std::vector<calib::LuxBand> oneCell(uint16_t index) {
-  calib::LuxBand lux;
-  lux.start = 0;
-  lux.end = kCalibratedMax;
-  lux.ccts.push_back({0, kCalibratedMax, index});
-  return {lux};
-}
-
-}  // namespace
-
 calib::CalibrationFile testCalibration() {
+  auto cell = [](uint16_t index) {
+    return std::vector<calib::LuxBand>{{0, 60000, {{0, 60000, index}}}};
+  };
   calib::CalibrationFile file;
   for (const SceneLut& s : kScenes) {
-    calib::SceneBlock scene;
-    scene.name = s.name;
-    scene.luxBands = oneCell(static_cast<uint16_t>(s.lutBlock));
-    file.scenes.push_back(scene);
+    file.scenes.push_back({s.name, cell(static_cast<uint16_t>(s.lutBlock)), std::nullopt});
+    file.luts.push_back(lutBlock(s.lutBlock));
   }
-  for (size_t k = 0; k < kLutBlocks; ++k) file.luts.push_back(lutBlock(k));
-  calib::ZoomBlock zoom1;
-  zoom1.ratio = 1.0f;
-  zoom1.luxBands = oneCell(0);
-  calib::ZoomBlock zoom2;
-  zoom2.ratio = 2.0f;
-  zoom2.luxBands = oneCell(1);
-  file.zooms = {zoom1, zoom2};
+  file.zooms = {{1.0f, cell(0), std::nullopt}, {2.0f, cell(1), std::nullopt}};
   file.shadings = {kShadingZoom1, kShadingZoom2};
   return file;
 }
 
-namespace {
-
-std::string makeRoot() {
-  std::string pattern = (fs::temp_directory_path() / "lumo_plugin_XXXXXX").string();
-  char* made = mkdtemp(pattern.data());
-  if (made == nullptr) std::abort();
-  const fs::path root(made);
-  fs::create_directories(root / "odm/etc/camera");
-  fs::create_directories(root / "data/vendor/camera");
-  hostsim::setDeviceRoot(root.string());
-  installCalibration(testCalibration());
-  return root.string();
-}
-
-}  // namespace
-
 const std::string& prepareDevice() {
   // Never destroyed, so that the clean-up at exit can still read it.
   static const std::string* root = [] {
-    const std::string* made = new std::string(makeRoot());
+    std::string pattern = (fs::temp_directory_path() / "lumo_plugin_XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    fs::create_directories(pattern + "/odm/etc/camera");
+    fs::create_directories(pattern + "/data/vendor/camera");
+    hostsim::setDeviceRoot(pattern);
+    installCalibration(testCalibration());
     // Forked children leave through _exit and never run this.
     std::atexit([] { fs::remove_all(prepareDevice()); });
-    return made;
+    return new std::string(pattern);
   }();
   return *root;
 }
@@ -103,6 +68,17 @@ void installCalibration(const calib::CalibrationFile& file) {
 
 std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
 
+FrameTags sceneTags(uint32_t scene, float lux, uint32_t cct, float zoom,
+                    std::optional<std::string> name) {
+  FrameTags t;
+  t.scene = scene;
+  t.lux = lux;
+  t.cct = cct;
+  t.zoom = zoom;
+  t.imageName = std::move(name);
+  return t;
+}
+
 std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
   hostsim::FrameConditions c;
   c.cct = tags.cct;
@@ -114,14 +90,10 @@ std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
   return hostsim::makeFrameMetadata(c);
 }
 
-Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum,
-                std::shared_ptr<VyMetadata> metadata, uint32_t stride) {
+Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
+                uint32_t stride) {
   Frame f;
-  hostsim::ImageGeometry g;
-  g.layout = hostsim::PixelLayout::NV21;
-  g.width = width;
-  g.height = height;
-  g.stride = stride;
+  const hostsim::ImageGeometry g{hostsim::PixelLayout::NV21, width, height, stride, 0};
   std::string error;
   f.input = hostsim::ImageBuffer::allocate(g, &error);
   f.output = hostsim::ImageBuffer::allocate(g, &error);
@@ -129,8 +101,8 @@ Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum,
     ADD_FAILURE() << "image buffer: " << error;
     std::abort();
   }
-  for (size_t i = 0; i < f.input->size(); ++i)
-    f.input->data()[i] = static_cast<uint8_t>(i * 13 + 1);
+  for (size_t i = 0; i < f.input->size(); ++i) f.input->data()[i] = uint8_t(i * 13 + 1);
+  const std::shared_ptr<VyMetadata> metadata = makeMetadata(tags);
   f.request.inputBuffers[0].push_back(f.input->imageParams(metadata));
   f.request.outputBuffers[0].push_back(f.output->imageParams(metadata));
   f.request.frameNum = frameNum;
@@ -152,25 +124,18 @@ std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
 
 namespace {
 
-struct AndroidLine {
-  std::string file, function, text;
-};
-
-// Splits "<group> <file>:<line> <function>()<message>", as the plugin prints it.
-bool splitAndroidLine(const std::string& message, AndroidLine& out) {
+// Splits "VyaPlugin <file>:<line> <function>()<message>" into file, function, message.
+bool splitLine(const std::string& m, std::string& file, std::string& function, std::string& text) {
   const std::string group = "VyaPlugin ";
-  if (message.compare(0, group.size(), group) != 0) return false;
-  const size_t colon = message.find(':', group.size());
-  const size_t space = message.find(' ', colon == std::string::npos ? 0 : colon);
-  const size_t parens = message.find("()", space == std::string::npos ? 0 : space);
-  if (colon == std::string::npos || space == std::string::npos || parens == std::string::npos)
-    return false;
-  const std::string lineNumber = message.substr(colon + 1, space - colon - 1);
-  if (lineNumber.empty() || lineNumber.find_first_not_of("0123456789") != std::string::npos)
-    return false;
-  out.file = message.substr(group.size(), colon - group.size());
-  out.function = message.substr(space + 1, parens - space - 1);
-  out.text = message.substr(parens + 2);
+  const size_t colon = m.find(':');
+  const size_t space = m.find(' ', colon == std::string::npos ? m.size() : colon);
+  const size_t parens = m.find("()", space == std::string::npos ? m.size() : space);
+  if (m.compare(0, group.size(), group) != 0 || parens == std::string::npos) return false;
+  const std::string number = m.substr(colon + 1, space - colon - 1);
+  if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) return false;
+  file = m.substr(group.size(), colon - group.size());
+  function = m.substr(space + 1, parens - space - 1);
+  text = m.substr(parens + 2);
   return true;
 }
 
@@ -179,11 +144,10 @@ bool splitAndroidLine(const std::string& message, AndroidLine& out) {
 std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
   std::vector<PluginLine> out;
   for (const hostsim::LogRecord& r : capture.records()) {
-    AndroidLine l;
-    if (!r.offline && r.tag == "VyAlgoEngine" && splitAndroidLine(r.message, l) &&
-        l.file == "lumo_filter/VyLumoFilterPlugin") {
-      out.push_back({r.priority, l.function, l.text});
-    }
+    std::string file, function, text;
+    if (!r.offline && r.tag == "VyAlgoEngine" && splitLine(r.message, file, function, text) &&
+        file == "lumo_filter/VyLumoFilterPlugin")
+      out.push_back({r.priority, function, text});
   }
   return out;
 }
@@ -191,8 +155,8 @@ std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
 std::vector<std::string> linesOf(const hostsim::LogCapture& capture, const std::string& file) {
   std::vector<std::string> out;
   for (const hostsim::LogRecord& r : capture.records()) {
-    AndroidLine l;
-    if (!r.offline && splitAndroidLine(r.message, l) && l.file == file) out.push_back(l.text);
+    std::string f, function, text;
+    if (!r.offline && splitLine(r.message, f, function, text) && f == file) out.push_back(text);
   }
   return out;
 }
@@ -214,21 +178,15 @@ std::vector<std::string> filesIn(const std::string& folder) {
 }
 
 std::string exifText(const ExifBlock& b) {
-  std::string s;
-  if (b.frameNum) s += "frameNum=" + std::to_string(*b.frameNum) + "\n";
-  s += "width=" + std::to_string(b.width) + "\n";
-  s += "height=" + std::to_string(b.height) + "\n";
-  s += "aiscene=" + b.scene + "\n";
-  s += "lux=" + std::to_string(b.lux) + "\n";
-  s += "cct=" + std::to_string(b.cct) + "\n";
   char zoom[64];
-  std::snprintf(zoom, sizeof(zoom), "zoom_ratio=%f\n", static_cast<double>(b.zoom));
-  s += zoom;
-  s += "shading=" + b.shading + "\n";
-  s += "lut_algo_input=[";
-  for (uint8_t v : lutBlock(b.lutBlock)) s += " " + std::to_string(v);
-  s += "]\n";
-  return s;
+  std::snprintf(zoom, sizeof(zoom), "%f", static_cast<double>(b.zoom));
+  std::string s = b.frameNum ? "frameNum=" + std::to_string(*b.frameNum) + "\n" : "";
+  s += "width=" + std::to_string(b.width) + "\nheight=" + std::to_string(b.height) +
+       "\naiscene=" + b.scene + "\nlux=" + std::to_string(b.lux) +
+       "\ncct=" + std::to_string(b.cct) + "\nzoom_ratio=" + zoom + "\nshading=" + b.shading +
+       "\nlut_algo_input=[";
+  for (uint8_t v : lutBlock(lutBlockOf(b.scene))) s += " " + std::to_string(v);
+  return s + "]\n";
 }
 
 int runInChild(const std::function<void()>& body) {

@@ -18,32 +18,23 @@
 
 namespace lumotest {
 
-// Calibration written by prepareDevice(): one cell per scene, covering lux
-// and CCT 0..60000. LUT block k of each scene below; "food" is missing on
-// purpose so that its frames find no parameters.
+// One cell per scene over lux and CCT 0..60000, LUT block k each; "food" is
+// left out so that its frames find no parameters.
 struct SceneLut {
   const char* name;
   size_t lutBlock;
 };
 constexpr SceneLut kScenes[] = {
     {"common", 0}, {"plants", 1}, {"night", 2}, {"sunrise_sunset", 3}, {"protrait", 4}};
-constexpr size_t kLutBlocks = 5;
-constexpr uint16_t kCalibratedMax = 60000;
 // Shading of zoom ratio 1 (block 0) and of zoom ratio 2 (block 1).
 constexpr std::array<float, 8> kShadingZoom1 = {0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f};
 constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f};
 
-// Byte p of LUT block k, made up so that blocks differ everywhere.
-uint8_t lutByte(size_t block, size_t p);
 std::vector<uint8_t> lutBlock(size_t block);
 size_t lutBlockOf(const std::string& scene);
-
 calib::CalibrationFile testCalibration();
-// Replaces the device's calibration file (read by the first initialize of a process).
 void installCalibration(const calib::CalibrationFile& file);
-
-// Once per process: a fresh device root with the calibration file and an
-// empty dump folder. Returns the root.
+// Once per process: a device root with the calibration and a dump folder.
 const std::string& prepareDevice();
 std::string dumpFolder();  // <root>/data/vendor/camera
 
@@ -56,37 +47,35 @@ struct FrameTags {
   std::optional<float> zoom;
   std::optional<std::string> imageName;
 };
+FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000, float zoom = 1.0f,
+                    std::optional<std::string> name = std::nullopt);
 std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags);
 
-// One input image (filled with a pattern) and one zeroed output image.
+// A patterned NV21 input and a zeroed output.
 struct Frame {
-  std::unique_ptr<hostsim::ImageBuffer> input;
-  std::unique_ptr<hostsim::ImageBuffer> output;
+  std::unique_ptr<hostsim::ImageBuffer> input, output;
   vyalgo2::ProcessRequestInfo request;
   bool outputEqualsInput() const;
-  bool outputUntouched() const;  // still all zero
+  bool outputUntouched() const;
 };
-Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum,
-                std::shared_ptr<VyMetadata> metadata, uint32_t stride = 0);
+Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
+                uint32_t stride = 0);
 
-// A line the plugin object logged on the Android log.
+// A line of lumo_filter/VyLumoFilterPlugin on the Android log.
 struct PluginLine {
-  int priority;          // 3 debug, 4 info, 6 error
-  std::string function;  // e.g. "processRequest"
-  std::string text;      // the message after the function
+  int priority;  // 3 debug, 4 info, 6 error
+  std::string function, text;
   bool operator==(const PluginLine& o) const {
     return priority == o.priority && function == o.function && text == o.text;
   }
 };
 std::ostream& operator<<(std::ostream& os, const PluginLine& line);
-// Lines of lumo_filter/VyLumoFilterPlugin only (the store and trigger lines are left out).
 std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture);
-// Lines of one source file ("lumo_filter/paramTrigger"), text only.
+// Texts of one source file's lines, e.g. "lumo_filter/paramTrigger".
 std::vector<std::string> linesOf(const hostsim::LogCapture& capture, const std::string& file);
 
 std::string readFile(const std::string& path);
-// Regular files below `folder`, names only, sorted.
-std::vector<std::string> filesIn(const std::string& folder);
+std::vector<std::string> filesIn(const std::string& folder);  // names, sorted, recursive
 
 // The expected text of one parameter dump block.
 struct ExifBlock {
@@ -95,14 +84,12 @@ struct ExifBlock {
   std::string scene;
   int lux, cct;
   float zoom;
-  std::string shading;  // the bracketed shading text, e.g. "[ 0.1 0.9 2 1 0.5 0.25 1 0]"
-  size_t lutBlock;
+  std::string shading;  // e.g. "[ 0.1 0.9 2 1 0.5 0.25 1 0]"
 };
 std::string exifText(const ExifBlock& block);
 
-// Runs `body` in a forked child (for state that only a fresh process has,
-// like switches read when a library loads). Returns the child's exit code:
-// 0 when the body ran without a failed expectation.
+// Runs `body` in a forked child, for switches read only when a library loads.
+// Returns its exit code: 0 when no expectation failed.
 int runInChild(const std::function<void()>& body);
 
 }  // namespace lumotest

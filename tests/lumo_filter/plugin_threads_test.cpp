@@ -28,7 +28,7 @@ int runFrames(vyalgo2::PluginWraper& plugin) {
     tags.zoom = (n / 300) % 2 == 0 ? 1.0f : 2.0f;
     tags.faceValues = (n / 700) % 2 == 0 ? 0 : 4;
     tags.imageName = "IMG_" + std::to_string(n);
-    lumotest::Frame frame = lumotest::makeFrame(32, 16, n, lumotest::makeMetadata(tags));
+    lumotest::Frame frame = lumotest::makeFrame(32, 16, n, tags);
     plugin.processRequest(&frame.request);
     if (frame.outputUntouched()) ++filtered;  // rendered by the recording filter, not copied
   }

@@ -1,0 +1,456 @@
+// The plugin object: lifecycle, the enable decision, reading a frame's
+// metadata, and the per-frame path with bypass, render failures and overrides.
+#include <cutils/properties.h>
+#include <hostsim/metadata_tags.h>
+#include <system/camera_metadata_tags.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "lumoEffectScript.h"
+#include "lumoFrameMetadata.h"
+#include "plugin_fixture.h"
+
+namespace {
+
+using lumotest::FrameTags;
+using lumotest::makeFrame;
+using lumotest::sceneTags;
+using Names = std::vector<std::string>;
+
+const Names kConfigureAndRender = {"clearEffects", "setFilterScript", "addLutEffectData",
+                                   "processFrame"};
+
+std::string printedFloat(float v) {
+  char buf[64];
+  std::snprintf(buf, sizeof(buf), "%f", static_cast<double>(v));
+  return buf;
+}
+
+class PluginObject : public PluginFixture {};
+
+TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
+  const struct {
+    uint32_t mode;
+    const char* name;
+    bool hasFilter;
+  } cases[] = {{0, "OfflineSnapshot", true}, {1, "RealTimePreview", true}, {7, "", false}};
+  for (const auto& c : cases) {
+    hostsim::LogCapture capture;
+    VyLumoFilterPlugin& plugin = makePlugin(c.mode);
+    EXPECT_EQ(plugin.getPluginName(), "com.zentor.plugin.vylumofilter");
+    EXPECT_EQ(Access::hasFilter(plugin), c.hasFilter) << c.mode;
+    EXPECT_TRUE(Access::filterValid(plugin));
+    EXPECT_EQ(plugin.preProcess(vyalgo2::PreProcessInfo{}), 0);
+    vyalgo2::ProcessRequestInfoV2 v2;
+    EXPECT_EQ(plugin.processRequest(&v2), 0);
+    vyalgo2::FlushRequestInfo flush;
+    EXPECT_EQ(plugin.flushRequest(&flush), 0);
+    plugin.reset();
+    plugin.destroy();
+    plugin.destroy();  // twice is safe
+    const std::string tag = std::string("[LumoFilter][") + c.name + "]";
+    EXPECT_EQ(lumotest::pluginLines(capture),
+              (Lines{{4, "initialize", tag + " initialize, processMode=" + std::to_string(c.mode)},
+                     {3, "getInitProperties", tag + " initialize, m_debugMode=0"},
+                     {3, "preProcess", tag + " preProcess"},
+                     {3, "processRequest", tag + ", processRequestV2"},
+                     {3, "flushRequest", tag + ", flushRequest"},
+                     {3, "reset", tag + ", reset"},
+                     {3, "destroy", tag + ", destroy"},
+                     {3, "destroy", tag + ", destroy"}}));
+    EXPECT_FALSE(Access::hasFilter(plugin));
+    EXPECT_FALSE(Access::hasBlocks(plugin));
+  }
+  VyLumoFilterPlugin never;  // destroy without initialize
+  never.destroy();
+}
+
+TEST_F(PluginObject, EnableDecisionUnderEachForceValue) {
+  // forced value, stylisation tag (-1: absent), expected
+  const struct {
+    int32_t force;
+    int type;
+    bool enabled;
+  } cases[] = {{0, -1, false}, {0, 0, false}, {0, 3, true}, {1, -1, true}, {1, 0, true},
+               {1, 3, true},   {2, -1, true}, {2, 0, true}, {2, 3, false}, {2, 255, false},
+               {5, -1, true},  {5, 3, true},  {-1, 0, true}};
+  VyLumoFilterPlugin& plugin = makePlugin(0);
+  for (const auto& c : cases) {
+    VyLumoFilterPlugin::m_algoForceEnable = c.force;
+    vyalgo2::VyaParams params;
+    params.pSessionMetadata = std::make_shared<VyMetadata>();
+    const uint8_t bytes[2] = {static_cast<uint8_t>(c.type), 9};
+    if (c.type >= 0)
+      params.pSessionMetadata->update(hostsim::kTagStylizationType, TYPE_BYTE, bytes, 2);
+    hostsim::LogCapture capture;
+    EXPECT_EQ(plugin.isEnabled(params), c.enabled) << c.force << " " << c.type;
+    EXPECT_EQ(lumotest::pluginLines(capture),
+              (Lines{{4, "isEnabled",
+                      "[LumoFilter][OfflineSnapshot] mIsFeatureEnable=" +
+                          std::to_string(c.type < 0 ? 0 : c.type)}}));
+  }
+}
+
+// Each row on a fresh preview instance: the lines logged and the conditions read.
+TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
+  struct Row {
+    FrameTags tags;
+    std::vector<std::string> lines;  // after "[LumoFilter][RealTimePreview], "
+    uint16_t cct, lux;
+    const char* scene;
+    float zoom;
+  };
+  FrameTags all = sceneTags(13, 412.9f, 5100, 2.0f, "IMG_0001");
+  all.faceValues = 8;
+  std::vector<Row> rows = {
+      {all,
+       {"cct = 5100", "lux idx = 412.899994", "aiscenes = 13, sunrise_sunset", "faceROICount = 2",
+        "zoom ratio = 2.000000"},
+       5100,
+       412,
+       "protrait",
+       2.0f},
+      {{}, {}, 0, 0, "common", 0.0f},  // nothing read yet: zero, common
+  };
+  const std::pair<uint32_t, const char*> scenes[] = {
+      {0, "common"},   {1, "common"},          {2, "food"},   {3, "plants"},
+      {4, "plants"},   {5, "plants"},          {6, "plants"}, {7, "common"},
+      {8, "common"},   {9, "night"},           {10, "night"}, {11, "common"},
+      {12, "common"},  {13, "sunrise_sunset"}, {14, "night"}, {15, "common"},
+      {255, "common"}, {0xFFFFFFFFu, "common"}};
+  for (const auto& [id, scene] : scenes) {
+    FrameTags t;
+    t.scene = id;
+    rows.push_back({t, {"aiscenes = " + std::to_string(int(id)) + ", " + scene}, 0, 0, scene, 0});
+  }
+  // Faces are a quarter of the values, rounded down; any face makes it a portrait.
+  const std::pair<int, int> faceRows[] = {{1, 0}, {3, 0}, {4, 1}, {7, 1}, {40, 10}};
+  for (const auto& [values, faces] : faceRows) {
+    FrameTags t;
+    t.scene = 9;
+    t.faceValues = values;
+    rows.push_back({t,
+                    {"aiscenes = 9, night", "faceROICount = " + std::to_string(faces)},
+                    0,
+                    0,
+                    faces ? "protrait" : "night",
+                    0});
+  }
+  // Lux and CCT go through a truncated int32 and keep its low 16 bits.
+  const std::pair<float, uint16_t> luxRows[] = {{412.9f, 412},     {-1.5f, 65535}, {-0.9f, 0},
+                                                {65535.9f, 65535}, {65536.0f, 0},  {70000.5f, 4464},
+                                                {1e10f, 65535},    {-1e10f, 0}};
+  for (const auto& [lux, expected] : luxRows) {
+    FrameTags t;
+    t.lux = lux;
+    rows.push_back({t, {"lux idx = " + printedFloat(lux)}, 0, expected, "common", 0});
+  }
+  FrameTags awb;
+  awb.cct = 70000;
+  rows.push_back({awb, {"cct = 70000"}, 4464, 0, "common", 0});
+
+  for (size_t i = 0; i < rows.size(); i++) {
+    SCOPED_TRACE("row " + std::to_string(i));
+    const Row& row = rows[i];
+    VyLumoFilterPlugin& plugin = makePlugin(1);
+    hostsim::LogCapture capture;
+    vyalgo2::ImageParams image;
+    image.pMetadata = lumotest::makeMetadata(row.tags);
+    plugin.fillMetaDataInfo(image);
+    Lines expected;
+    for (const std::string& text : row.lines)
+      expected.push_back({4, "fillMetaDataInfo", "[LumoFilter][RealTimePreview], " + text});
+    EXPECT_EQ(lumotest::pluginLines(capture), expected);
+    const param_trigger_t& info = Access::info(plugin);
+    EXPECT_EQ(info.cct, row.cct);
+    EXPECT_EQ(info.lux, row.lux);
+    EXPECT_EQ(info.aiscene, row.scene);
+    EXPECT_EQ(info.zoom_ratio, row.zoom);
+    EXPECT_EQ(Access::imageName(plugin), row.tags.imageName.value_or(""));
+  }
+}
+
+TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) {
+  VyLumoFilterPlugin& plugin = makePlugin(1);
+  auto fill = [&](std::shared_ptr<VyMetadata> meta) {
+    vyalgo2::ImageParams image;
+    image.pMetadata = std::move(meta);
+    hostsim::LogCapture capture;
+    plugin.fillMetaDataInfo(image);
+    return lumotest::pluginLines(capture);
+  };
+  fill(lumotest::makeMetadata(sceneTags(9, 250.5f, 6500, 3.0f, "IMG_0042")));
+  // The metadata above is freed by now; the name must be the plugin's own copy.
+  EXPECT_TRUE(fill(lumotest::makeMetadata(FrameTags{})).empty());
+  auto meta = std::make_shared<VyMetadata>();
+  const std::vector<uint8_t> bytes(100, 0x11);
+  // One byte short of each word read.
+  meta->update(hostsim::kTagAwbFrameControl, TYPE_BYTE, bytes.data(), 15);
+  meta->update(hostsim::kTagAecFrameControl, TYPE_BYTE, bytes.data(), 99);
+  meta->update(hostsim::kTagAiSceneResult, TYPE_BYTE, bytes.data(), 3);
+  meta->update(static_cast<uint32_t>(ANDROID_CONTROL_ZOOM_RATIO), TYPE_BYTE, bytes.data(), 3);
+  EXPECT_TRUE(fill(meta).empty());
+  const param_trigger_t& info = Access::info(plugin);
+  EXPECT_EQ(info.cct, 6500);
+  EXPECT_EQ(info.lux, 250);
+  EXPECT_EQ(info.zoom_ratio, 3.0f);
+  EXPECT_EQ(info.aiscene, "common");
+  EXPECT_EQ(Access::imageName(plugin), "IMG_0042");
+
+  // Payload sizes count values of the entry's type: four int32 hold the AWB
+  // word at byte 12, 25 floats the AEC one at byte 96; a name without its
+  // NUL stops at the payload's end.
+  meta = std::make_shared<VyMetadata>();
+  const uint32_t awb[4] = {1, 2, 3, 7200};
+  meta->update(hostsim::kTagAwbFrameControl, TYPE_INT32, awb, 4);
+  float aec[25] = {};
+  aec[24] = 880.25f;
+  meta->update(hostsim::kTagAecFrameControl, TYPE_FLOAT, aec, 25);
+  meta->update(hostsim::kTagSnapshotImageName, TYPE_BYTE, "IMG_9999XYZ", 8);
+  fill(meta);
+  EXPECT_EQ(info.cct, 7200);
+  EXPECT_EQ(info.lux, 880);
+  EXPECT_EQ(Access::imageName(plugin), "IMG_9999");
+}
+
+TEST(PluginFrameMetadata, ReadPayloadChecksOffsetPlusWidth) {
+  const uint8_t bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  camera_metadata_ro_entry_t entry{};
+  entry.type = TYPE_BYTE;
+  entry.count = 8;
+  entry.data.u8 = bytes;
+  uint32_t v = 0;
+  EXPECT_TRUE(lumo::readU32(entry, 4, v));
+  EXPECT_EQ(v, 0x08070605u);
+  EXPECT_FALSE(lumo::readU32(entry, 5, v));
+  EXPECT_FALSE(lumo::readU32(entry, 9, v));
+  entry.type = 99;  // unknown type: no payload size, nothing read
+  EXPECT_FALSE(lumo::readU32(entry, 0, v));
+  entry.type = TYPE_INT32;
+  entry.count = 0;
+  EXPECT_FALSE(lumo::readU32(entry, 0, v));
+}
+
+TEST_F(PluginObject, ChangedParametersConfigureTheFilterThenRender) {
+  VyLumoFilterPlugin& plugin = makePlugin(0);
+  lumotest::Frame frame = makeFrame(4000, 3000, 7, sceneTags(9), 4096);
+  const Lines lines = process(plugin, frame);
+  const std::vector<hostsim::FilterCall> calls = journal->calls();
+  ASSERT_EQ(journal->names(), kConfigureAndRender);
+  const std::string script =
+      "CubeLutEffect;cube_strength=1.0;lut_type=1.0;@CvStyleEffect;Width=4000;Height=3000;"
+      "SmoothStartValue=0.100000;SmoothEndValue=0.900000;SmoothCoordScale=2.000000;"
+      "SmoothValueScale=1.000000;LightDarkPreserveK=0.500000;LightDarkPreserveB=0.250000;"
+      "LightDarkPreserveV=1.000000;LightDarkPreserveT=0.000000;";
+  EXPECT_EQ(calls[1].script, script);
+  const hostsim::FilterCall& lut = calls[2];
+  EXPECT_EQ(lut.lut, lumotest::lutBlock(lumotest::lutBlockOf("night")));
+  EXPECT_EQ(std::vector<int>({lut.size, lut.index, lut.channels, lut.depth}),
+            std::vector<int>({17, -1, 3, 512}));
+  const videoprocess::FilterFrameParam& in = calls[3].in;
+  const videoprocess::FilterFrameParam& out = calls[3].out;
+  EXPECT_NE(in.clientBuffer, nullptr);
+  EXPECT_NE(out.clientBuffer, nullptr);
+  EXPECT_NE(in.clientBuffer, out.clientBuffer);
+  for (const auto* f : {&in, &out}) {
+    EXPECT_EQ(std::vector<uint64_t>({f->reserved, f->stride, f->stride2, f->width, f->height}),
+              std::vector<uint64_t>({0, 4096, 4096, 4000, 3000}));
+  }
+  EXPECT_TRUE(frame.outputUntouched());  // the recording filter draws nothing, nor is it copied
+  const std::string tag = "[LumoFilter][OfflineSnapshot], ";
+  EXPECT_EQ(lines, (Lines{{4, "fillMetaDataInfo", tag + "cct = 5000"},
+                          {4, "fillMetaDataInfo", tag + "lux idx = 300.000000"},
+                          {4, "fillMetaDataInfo", tag + "aiscenes = 9, night"},
+                          {4, "fillMetaDataInfo", tag + "zoom ratio = 1.000000"},
+                          {3, "nuvoProcess", tag + "triggerChanged = 1"},
+                          {3, "nuvoProcess", tag + "filterScript = " + script}}));
+
+  // Same cell: render only. A new zoom ratio configures again with its shading.
+  lumotest::Frame same = makeFrame(32, 32, 8, sceneTags(9));
+  EXPECT_EQ(process(plugin, same).back(),
+            (PluginLine{3, "nuvoProcess", "[LumoFilter][OfflineSnapshot], triggerChanged = 0"}));
+  EXPECT_EQ(journal->names(), Names{"processFrame"});
+  lumotest::Frame zoomed = makeFrame(32, 32, 9, sceneTags(9, 300.0f, 5000, 2.0f));
+  process(plugin, zoomed);
+  ASSERT_EQ(journal->names(), kConfigureAndRender);
+  EXPECT_NE(journal->calls()[1].script.find("SmoothStartValue=1.500000;"), std::string::npos);
+  EXPECT_NE(journal->calls()[1].script.find("SmoothValueScale=0.750000;"), std::string::npos);
+}
+
+TEST(PluginEffectScript, StyleTextIsCutAt511Characters) {
+  param_shading_float_t huge;
+  for (float& v : huge.data) v = 3.0e38f;
+  const std::string script = lumo::buildEffectScript(4294967295u, 4294967295u, huge);
+  const std::string lutText = "CubeLutEffect;cube_strength=1.0;lut_type=1.0;";
+  ASSERT_EQ(script.size(), lutText.size() + 511);
+  EXPECT_EQ(script.substr(0, lutText.size() + 50),
+            lutText + "@CvStyleEffect;Width=4294967295;Height=4294967295;");
+}
+
+TEST_F(PluginObject, BypassSwitchCopiesOnlyTheChosenInstance) {
+  const struct {
+    int32_t mode;
+    bool previewCopies, snapshotCopies;
+  } cases[] = {{0, false, false}, {1, true, false},  {2, false, true},
+               {3, true, true},   {4, false, false}, {-1, false, false}};
+  for (const auto& c : cases) {
+    VyLumoFilterPlugin::m_algoBypassMode = c.mode;
+    for (uint32_t processMode : {0u, 1u}) {
+      const bool copies = processMode == 1 ? c.previewCopies : c.snapshotCopies;
+      VyLumoFilterPlugin& plugin = makePlugin(processMode);
+      const std::string name = processMode == 1 ? "RealTimePreview" : "OfflineSnapshot";
+      SCOPED_TRACE(std::to_string(c.mode) + " " + name);
+      for (uint32_t n = 0; n < 2; ++n) {
+        lumotest::Frame frame = makeFrame(16, 16, n, FrameTags{});
+        hostsim::LogCapture capture;  // the trigger runs either way
+        const Lines lines = process(plugin, frame);
+        EXPECT_EQ(frame.outputEqualsInput(), copies);
+        ASSERT_FALSE(lines.empty());
+        const PluginLine bypass{4, "processRequest", "[LumoFilter][" + name + "] algo bypass"};
+        EXPECT_EQ(lines.back() == bypass, copies);
+        EXPECT_EQ(journal->names().empty(), copies);
+        EXPECT_FALSE(lumotest::linesOf(capture, "lumo_filter/paramTrigger").empty());
+      }
+    }
+  }
+}
+
+// The refused LUT is the only error line; the filter is made again once and the frame rendered.
+TEST_F(PluginObject, OneRenderFailureRecreatesTheFilterAndRetries) {
+  VyLumoFilterPlugin& plugin = makePlugin(1);
+  hostsim::resetCreateFilterCalls();
+  hostsim::FilterFaults faults;
+  faults.refuseLutCount = 1;
+  hostsim::setFilterFaults(faults);
+  lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(3));
+  const Lines lines = process(plugin, frame);
+  EXPECT_EQ(hostsim::createFilterCalls(), 1);
+  EXPECT_EQ(journal->destroyed(), 1);
+  Names twice = kConfigureAndRender;
+  twice.insert(twice.begin(), kConfigureAndRender.begin(), kConfigureAndRender.end() - 1);
+  EXPECT_EQ(journal->names(), twice);
+  EXPECT_TRUE(frame.outputUntouched());
+  EXPECT_TRUE(Access::filterValid(plugin));
+  EXPECT_FALSE(Access::bypass(plugin));
+  Lines errors;
+  std::copy_if(lines.begin(), lines.end(), std::back_inserter(errors),
+               [](const PluginLine& l) { return l.priority == 6; });
+  EXPECT_EQ(errors,
+            (Lines{{6, "nuvoProcess", "[LumoFilter][RealTimePreview] addLutEffectData failed"}}));
+  EXPECT_TRUE(std::none_of(lines.begin(), lines.end(), [](const PluginLine& l) {
+    return l.text.find("algo bypass") != std::string::npos;
+  }));
+  lumotest::Frame next = makeFrame(32, 16, 2, sceneTags(3));
+  process(plugin, next);
+  EXPECT_EQ(journal->names(), Names{"processFrame"});
+}
+
+TEST_F(PluginObject, MissingFilterIsRecreatedSilently) {
+  hostsim::FilterFaults faults;
+  faults.failCreateCount = 1;  // the filter of initialize
+  hostsim::setFilterFaults(faults);
+  VyLumoFilterPlugin& plugin = makePlugin(0);
+  EXPECT_FALSE(Access::hasFilter(plugin));
+  lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(0));
+  for (const PluginLine& l : process(plugin, frame)) EXPECT_NE(l.priority, 6) << l;
+  EXPECT_EQ(hostsim::createFilterCalls(), 2);
+  EXPECT_EQ(journal->names(), kConfigureAndRender);
+  EXPECT_TRUE(frame.outputUntouched());
+}
+
+TEST_F(PluginObject, TwoRenderFailuresSwitchToCopyingForGood) {
+  VyLumoFilterPlugin& plugin = makePlugin(0);
+  hostsim::resetCreateFilterCalls();
+  hostsim::FilterFaults faults;
+  faults.refuseLutCount = 2;
+  hostsim::setFilterFaults(faults);
+  lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(0));
+  hostsim::LogCapture capture;
+  const Lines lines = process(plugin, frame);
+  EXPECT_EQ(hostsim::createFilterCalls(), 2);
+  EXPECT_TRUE(frame.outputEqualsInput());
+  EXPECT_FALSE(Access::filterValid(plugin));
+  const std::string tag = "[LumoFilter][OfflineSnapshot] ";
+  ASSERT_GE(lines.size(), 3u);
+  EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
+            (Lines{{6, "nuvoProcess", tag + "addLutEffectData failed"},
+                   {6, "processRequest", tag + "nuvoProcess fail twice!!!"},
+                   {6, "processRequest", tag + "algo bypass for nuvoSKD fail"}}));
+  // Error lines reach the offline log without the debug mask.
+  const Names offline = capture.offlineMessages();
+  EXPECT_NE(std::find(offline.begin(), offline.end(), tag + "nuvoProcess fail twice!!!"),
+            offline.end());
+  hostsim::setFilterFaults({});
+  for (uint32_t n = 2; n < 5; ++n) {
+    if (n == 4) plugin.reset();  // does not bring the filter back
+    lumotest::Frame later = makeFrame(32, 16, n, sceneTags(9));
+    EXPECT_EQ(process(plugin, later).back(),
+              (PluginLine{4, "processRequest", tag + "algo bypass"}));
+    EXPECT_TRUE(journal->names().empty());
+    EXPECT_TRUE(later.outputEqualsInput());
+  }
+}
+
+TEST_F(PluginObject, FailedTriggerMakesEveryLaterFrameACopy) {
+  VyLumoFilterPlugin& plugin = makePlugin(1);
+  // Food (scene 2) has no parameters in the calibration.
+  const std::pair<uint32_t, bool> rows[] = {{0, false}, {2, true}, {0, true}};
+  for (const auto& [scene, copied] : rows) {
+    lumotest::Frame frame = makeFrame(16, 16, 1, sceneTags(scene));
+    process(plugin, frame);
+    EXPECT_EQ(frame.outputEqualsInput(), copied) << scene;
+    EXPECT_EQ(journal->names().empty(), copied) << scene;
+  }
+}
+
+TEST_F(PluginObject, UnknownModeAndMissingImages) {
+  VyLumoFilterPlugin& plugin = makePlugin(2);
+  lumotest::Frame frame = makeFrame(16, 16, 1, sceneTags(0));
+  EXPECT_EQ(process(plugin, frame).back(),
+            (PluginLine{6, "processRequest", "[LumoFilter][] algo bypass for nuvoSKD fail"}));
+  EXPECT_TRUE(frame.outputEqualsInput());
+  // A request without images is left alone.
+  VyLumoFilterPlugin& preview = makePlugin(1);
+  vyalgo2::ProcessRequestInfo empty;
+  EXPECT_EQ(preview.processRequest(&empty), 0);
+  frame.request.outputBuffers.begin()->second.clear();
+  process(preview, frame);
+  EXPECT_TRUE(journal->names().empty());
+}
+
+TEST_F(PluginObject, DebugModeReplacesTheWholeTriggerInput) {
+  VyLumoFilterPlugin::m_debugMode = 1;
+  property_set("persist.vendor.camera.lumofilter.aiscene", "night");
+  property_set("persist.vendor.camera.lumofilter.lux", "70000");
+  property_set("persist.vendor.camera.lumofilter.cct", "4100");
+  hostsim::LogCapture capture;
+  VyLumoFilterPlugin& plugin = makePlugin(1);
+  const std::string tag = "[LumoFilter][RealTimePreview] initialize, ";
+  EXPECT_EQ(lumotest::pluginLines(capture),
+            (Lines{{4, "initialize", tag + "processMode=1"},
+                   {3, "getInitProperties", tag + "m_debugMode=1"},
+                   {3, "getInitProperties", tag + "debug aiscene=night"},
+                   {3, "getInitProperties", tag + "debug lux=4464"},
+                   {3, "getInitProperties", tag + "debug cct=4100"}}));
+  // The store is printed at initialize in debug mode.
+  EXPECT_FALSE(lumotest::linesOf(capture, "lumo_filter/paramUtil").empty());
+  lumotest::Frame frame = makeFrame(16, 16, 1, sceneTags(13, 300.0f, 5000, 2.0f));
+  process(plugin, frame);
+  const param_trigger_t& info = Access::info(plugin);
+  EXPECT_EQ(info.aiscene, "night");
+  EXPECT_EQ(info.lux, 4464);
+  EXPECT_EQ(info.cct, 4100);
+  EXPECT_EQ(info.zoom_ratio, 0.0f);
+  ASSERT_EQ(journal->names(), kConfigureAndRender);
+  EXPECT_EQ(journal->calls()[2].lut, lumotest::lutBlock(lumotest::lutBlockOf("night")));
+  // Unset overrides: the common scene and zero.
+  hostsim::clearProperties();
+  VyLumoFilterPlugin& other = makePlugin(0);
+  lumotest::Frame second = makeFrame(16, 16, 1, sceneTags(9));
+  process(other, second);
+  EXPECT_EQ(Access::info(other).aiscene, "common");
+  EXPECT_EQ(Access::info(other).lux, 0);
+}
+
+}  // namespace
