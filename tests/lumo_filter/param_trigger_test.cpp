@@ -54,28 +54,20 @@ calib::CalibrationFile triggerFile() {
   return f;
 }
 
-// The weights of the four corners, as the bilinear formulas define them.
+// The six weights as the trigger logs them (lux, then each CCT bracket, with
+// the deliberate double complement), and the four corners' products.
 struct Weights {
-  float wLuxPrev, wLuxElem, uPrev, uPrevPartner, uElem, uElemPartner;
-  float w[4];
+  float six[6], w[4];
 };
 
 Weights weightsFor(float lux, float luxPrevEnd, float luxElemStart, float cct, float prevLowEnd,
                    float prevHighStart, float elemLowEnd, float elemHighStart) {
-  const float tLux = (lux - luxPrevEnd) / (luxElemStart - luxPrevEnd);
+  const float luxPrev = 1.0f - (lux - luxPrevEnd) / (luxElemStart - luxPrevEnd);
   const float tPrev = (cct - prevLowEnd) / (prevHighStart - prevLowEnd);
-  const float tElem = (cct - elemLowEnd) / (elemHighStart - elemLowEnd);
-  Weights r;
-  r.wLuxPrev = 1.0f - tLux;
-  r.wLuxElem = 1.0f - r.wLuxPrev;
-  r.uPrev = 1.0f - tPrev;
-  r.uPrevPartner = 1.0f - (1.0f - tPrev);
-  r.uElem = 1.0f - tElem;
-  r.uElemPartner = 1.0f - r.uElem;
-  r.w[0] = r.wLuxPrev * r.uPrev;
-  r.w[1] = r.wLuxPrev * r.uPrevPartner;
-  r.w[2] = r.wLuxElem * r.uElem;
-  r.w[3] = r.wLuxElem * r.uElemPartner;
+  const float uElem = 1.0f - (cct - elemLowEnd) / (elemHighStart - elemLowEnd);
+  Weights r{{luxPrev, 1.0f - luxPrev, 1.0f - tPrev, 1.0f - (1.0f - tPrev), uElem, 1.0f - uElem},
+            {}};
+  for (int i = 0; i < 4; i++) r.w[i] = r.six[i / 2] * r.six[2 + i];
   return r;
 }
 
@@ -120,20 +112,14 @@ std::string joined(const float* v, size_t n, bool g, const char* separator) {
 }
 
 param_trigger_t frame(const std::string& scene, uint16_t lux, uint16_t cct, float zoom) {
-  param_trigger_t in;
-  in.lux = lux;
-  in.cct = cct;
-  in.zoom_ratio = zoom;
-  in.aiscene = scene;
-  return in;
+  return {lux, cct, zoom, scene};
 }
 
 // Lines of the trigger itself (those carrying the instance name).
 Lines triggerLines(const hostsim::LogCapture& capture) {
   Lines out;
-  for (const std::string& m : lumotest::messages(capture)) {
+  for (const std::string& m : lumotest::messages(capture))
     if (m.compare(0, kHead.size(), kHead) == 0) out.push_back(m.substr(kHead.size()));
-  }
   return out;
 }
 
@@ -191,11 +177,9 @@ TEST_F(Trigger, FirstFrameBlendsBothOutputsAndLogsTheWeights) {
   const Weights w = weightsFor(201, 200, 400, 3001, 3000, 4000, 3000, 4000);
   EXPECT_EQ(lutMismatches(k, w.w), 0u);
   for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(k, w.w, j)) << j;
-  const float six[] = {w.wLuxPrev, w.wLuxElem, w.uPrev, w.uPrevPartner, w.uElem, w.uElemPartner};
   const std::string four = joined(w.w, 4, false, ", ");
-  EXPECT_EQ(triggerLines(capture), (Lines{"lut index 0, 1, 2, 3", joined(six, 6, false, ", "), four,
-                                          "shading index 0, 1, 2, 3", four}));
-  EXPECT_NEAR(w.w[0] + w.w[1] + w.w[2] + w.w[3], 1.0f, 1e-6f);
+  EXPECT_EQ(triggerLines(capture), (Lines{"lut index 0, 1, 2, 3", joined(w.six, 6, false, ", "),
+                                          four, "shading index 0, 1, 2, 3", four}));
 }
 
 TEST_F(Trigger, UnchangedCellLeavesTheOutputsAlone) {

@@ -4,10 +4,9 @@ if(NOT TARGET lumo_filter_core OR NOT TARGET lumo_calib)
   return()
 endif()
 
-add_library(lumo_plugin_test_support STATIC ${CMAKE_CURRENT_LIST_DIR}/plugin_test_support.cpp)
-target_include_directories(lumo_plugin_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(lumo_plugin_test_support PUBLIC vyhost lumo_calib GTest::gtest)
-lumo_warnings(lumo_plugin_test_support)
+add_library(lumo_plugin_test_support INTERFACE)  # plugin_test_support.h
+target_include_directories(lumo_plugin_test_support INTERFACE ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(lumo_plugin_test_support INTERFACE vyhost lumo_calib GTest::gtest)
 
 lumo_add_gtest(plugin_core_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_object_test.cpp

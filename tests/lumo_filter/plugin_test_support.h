@@ -3,16 +3,26 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <gtest/gtest.h>
+#include <hostsim/device_root.h>
+#include <hostsim/frame_metadata.h>
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vyalgo2/HostRecords.h>
 #include <vyalgo2/VyMetadata.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -30,14 +40,6 @@ constexpr SceneLut kScenes[] = {
 constexpr std::array<float, 8> kShadingZoom1 = {0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f};
 constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f};
 
-std::vector<uint8_t> lutBlock(size_t block);
-size_t lutBlockOf(const std::string& scene);
-calib::CalibrationFile testCalibration();
-void installCalibration(const calib::CalibrationFile& file);
-// Once per process: a device root with the calibration and a dump folder.
-const std::string& prepareDevice();
-std::string dumpFolder();  // <root>/data/vendor/camera
-
 // What a frame's metadata carries; unset members are absent tags.
 struct FrameTags {
   std::optional<uint32_t> cct;
@@ -47,9 +49,6 @@ struct FrameTags {
   std::optional<float> zoom;
   std::optional<std::string> imageName;
 };
-FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000, float zoom = 1.0f,
-                    std::optional<std::string> name = std::nullopt);
-std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags);
 
 // A patterned NV21 input and a zeroed output.
 struct Frame {
@@ -58,8 +57,6 @@ struct Frame {
   bool outputEqualsInput() const;
   bool outputUntouched() const;
 };
-Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
-                uint32_t stride = 0);
 
 // A line of lumo_filter/VyLumoFilterPlugin on the Android log.
 struct PluginLine {
@@ -69,13 +66,6 @@ struct PluginLine {
     return priority == o.priority && function == o.function && text == o.text;
   }
 };
-std::ostream& operator<<(std::ostream& os, const PluginLine& line);
-std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture);
-// Texts of one source file's lines, e.g. "lumo_filter/paramTrigger".
-std::vector<std::string> linesOf(const hostsim::LogCapture& capture, const std::string& file);
-
-std::string readFile(const std::string& path);
-std::vector<std::string> filesIn(const std::string& folder);  // names, sorted, recursive
 
 // The expected text of one parameter dump block.
 struct ExifBlock {
@@ -86,10 +76,194 @@ struct ExifBlock {
   float zoom;
   std::string shading;  // e.g. "[ 0.1 0.9 2 1 0.5 0.25 1 0]"
 };
-std::string exifText(const ExifBlock& block);
+
+inline std::vector<uint8_t> lutBlock(size_t block) {
+  std::vector<uint8_t> out(calib::kLutBlockBytes);
+  for (size_t p = 0; p < out.size(); ++p) out[p] = (p * 7 + block * 37 + p / 289) & 0xFF;
+  return out;
+}
+
+inline size_t lutBlockOf(const std::string& scene) {
+  for (const SceneLut& s : kScenes)
+    if (scene == s.name) return s.lutBlock;
+  ADD_FAILURE() << "no calibrated scene " << scene;
+  return 0;
+}
+
+inline calib::CalibrationFile testCalibration() {
+  auto cell = [](uint16_t index) {
+    return std::vector<calib::LuxBand>{{0, 60000, {{0, 60000, index}}}};
+  };
+  calib::CalibrationFile file;
+  for (const SceneLut& s : kScenes) {
+    file.scenes.push_back({s.name, cell(static_cast<uint16_t>(s.lutBlock)), std::nullopt});
+    file.luts.push_back(lutBlock(s.lutBlock));
+  }
+  file.zooms = {{1.0f, cell(0), std::nullopt}, {2.0f, cell(1), std::nullopt}};
+  file.shadings = {kShadingZoom1, kShadingZoom2};
+  return file;
+}
+
+inline void installCalibration(const calib::CalibrationFile& file) {
+  std::string error;
+  const std::string path = hostsim::deviceRoot() + "/odm/etc/camera/lumo_filter_param.bin";
+  if (!calib::writeFile(file, path, &error)) ADD_FAILURE() << "calibration file: " << error;
+}
+
+// Once per process: a device root with the calibration and an empty dump folder.
+inline const std::string& prepareDevice() {
+  // Never destroyed, so that the clean-up at exit can still read it.
+  static const std::string* root = [] {
+    std::string pattern = (std::filesystem::temp_directory_path() / "lumo_plugin_XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    std::filesystem::create_directories(pattern + "/odm/etc/camera");
+    std::filesystem::create_directories(pattern + "/data/vendor/camera");
+    hostsim::setDeviceRoot(pattern);
+    installCalibration(testCalibration());
+    // Forked children leave through _exit and never run this.
+    std::atexit([] { std::filesystem::remove_all(prepareDevice()); });
+    return new std::string(pattern);
+  }();
+  return *root;
+}
+
+inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
+
+inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
+                           float zoom = 1.0f, std::optional<std::string> name = std::nullopt) {
+  FrameTags t;
+  t.scene = scene;
+  t.lux = lux;
+  t.cct = cct;
+  t.zoom = zoom;
+  t.imageName = std::move(name);
+  return t;
+}
+
+inline std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
+  hostsim::FrameConditions c;
+  c.cct = tags.cct;
+  c.luxIndex = tags.lux;
+  c.aiScene = tags.scene;
+  if (tags.faceValues > 0) c.faceValues = std::vector<int32_t>(tags.faceValues, 10);
+  c.zoomRatio = tags.zoom;
+  c.imageName = tags.imageName;
+  return hostsim::makeFrameMetadata(c);
+}
+
+inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
+                       uint32_t stride = 0) {
+  Frame f;
+  const hostsim::ImageGeometry g{hostsim::PixelLayout::NV21, width, height, stride, 0};
+  std::string error;
+  f.input = hostsim::ImageBuffer::allocate(g, &error);
+  f.output = hostsim::ImageBuffer::allocate(g, &error);
+  if (!f.input || !f.output) {
+    ADD_FAILURE() << "image buffer: " << error;
+    std::abort();
+  }
+  for (size_t i = 0; i < f.input->size(); ++i) f.input->data()[i] = uint8_t(i * 13 + 1);
+  const std::shared_ptr<VyMetadata> metadata = makeMetadata(tags);
+  f.request.inputBuffers[0].push_back(f.input->imageParams(metadata));
+  f.request.outputBuffers[0].push_back(f.output->imageParams(metadata));
+  f.request.frameNum = frameNum;
+  return f;
+}
+
+inline bool Frame::outputEqualsInput() const {
+  return std::memcmp(input->data(), output->data(), input->size()) == 0;
+}
+
+inline bool Frame::outputUntouched() const {
+  return std::all_of(output->data(), output->data() + output->size(),
+                     [](uint8_t b) { return b == 0; });
+}
+
+inline std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
+  return os << "{" << line.priority << ", " << line.function << ", \"" << line.text << "\"}";
+}
+
+// Splits "VyaPlugin <file>:<line> <function>()<message>" into file, function, message.
+inline bool splitLine(const std::string& m, std::string& file, std::string& function,
+                      std::string& text) {
+  const std::string group = "VyaPlugin ";
+  const size_t colon = m.find(':');
+  const size_t space = m.find(' ', colon == std::string::npos ? m.size() : colon);
+  const size_t parens = m.find("()", space == std::string::npos ? m.size() : space);
+  if (m.compare(0, group.size(), group) != 0 || parens == std::string::npos) return false;
+  const std::string number = m.substr(colon + 1, space - colon - 1);
+  if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) return false;
+  file = m.substr(group.size(), colon - group.size());
+  function = m.substr(space + 1, parens - space - 1);
+  text = m.substr(parens + 2);
+  return true;
+}
+
+inline std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
+  std::vector<PluginLine> out;
+  for (const hostsim::LogRecord& r : capture.records()) {
+    std::string file, function, text;
+    if (!r.offline && r.tag == "VyAlgoEngine" && splitLine(r.message, file, function, text) &&
+        file == "lumo_filter/VyLumoFilterPlugin")
+      out.push_back({r.priority, function, text});
+  }
+  return out;
+}
+
+// Texts of one source file's lines, e.g. "lumo_filter/paramTrigger".
+inline std::vector<std::string> linesOf(const hostsim::LogCapture& capture,
+                                        const std::string& file) {
+  std::vector<std::string> out;
+  for (const hostsim::LogRecord& r : capture.records()) {
+    std::string f, function, text;
+    if (!r.offline && splitLine(r.message, f, function, text) && f == file) out.push_back(text);
+  }
+  return out;
+}
+
+inline std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// Names of the files below `folder`, sorted.
+inline std::vector<std::string> filesIn(const std::string& folder) {
+  std::vector<std::string> out;
+  std::error_code ec;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(folder, ec))
+    if (e.is_regular_file()) out.push_back(e.path().filename().string());
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+inline std::string exifText(const ExifBlock& b) {
+  char zoom[64];
+  std::snprintf(zoom, sizeof(zoom), "%f", static_cast<double>(b.zoom));
+  std::string s = b.frameNum ? "frameNum=" + std::to_string(*b.frameNum) + "\n" : "";
+  s += "width=" + std::to_string(b.width) + "\nheight=" + std::to_string(b.height) +
+       "\naiscene=" + b.scene + "\nlux=" + std::to_string(b.lux) +
+       "\ncct=" + std::to_string(b.cct) + "\nzoom_ratio=" + zoom + "\nshading=" + b.shading +
+       "\nlut_algo_input=[";
+  for (uint8_t v : lutBlock(lutBlockOf(b.scene))) s += " " + std::to_string(v);
+  return s + "]\n";
+}
 
 // Runs `body` in a forked child, for switches read only when a library loads.
 // Returns its exit code: 0 when no expectation failed.
-int runInChild(const std::function<void()>& body);
+inline int runInChild(const std::function<void()>& body) {
+  prepareDevice();  // made here, so that this process removes it at exit
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    body();
+    std::fflush(nullptr);
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
 
 }  // namespace lumotest
