@@ -8,7 +8,6 @@
 #include <cstdio>
 
 #include "lumoEffectScript.h"
-#include "lumoFrameMetadata.h"
 #include "plugin_fixture.h"
 
 namespace {
@@ -98,61 +97,51 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
     FrameTags tags;
     std::vector<std::string> lines;  // after "[LumoFilter][RealTimePreview], "
     uint16_t cct, lux;
-    const char* scene;
+    std::string scene;
     float zoom;
   };
   FrameTags all = sceneTags(13, 412.9f, 5100, 2.0f, "IMG_0001");
-  all.faceValues = 8;
-  std::vector<Row> rows = {
-      {all,
-       {"cct = 5100", "lux idx = 412.899994", "aiscenes = 13, sunrise_sunset", "faceROICount = 2",
-        "zoom ratio = 2.000000"},
-       5100,
-       412,
-       "protrait",
-       2.0f},
-      {{}, {}, 0, 0, "common", 0.0f},  // nothing read yet: zero, common
-  };
-  const std::pair<uint32_t, const char*> scenes[] = {
-      {0, "common"},   {1, "common"},          {2, "food"},   {3, "plants"},
-      {4, "plants"},   {5, "plants"},          {6, "plants"}, {7, "common"},
-      {8, "common"},   {9, "night"},           {10, "night"}, {11, "common"},
-      {12, "common"},  {13, "sunrise_sunset"}, {14, "night"}, {15, "common"},
-      {255, "common"}, {0xFFFFFFFFu, "common"}};
-  for (const auto& [id, scene] : scenes) {
-    FrameTags t;
-    t.scene = id;
-    rows.push_back({t, {"aiscenes = " + std::to_string(int(id)) + ", " + scene}, 0, 0, scene, 0});
-  }
-  // Faces are a quarter of the values, rounded down; any face makes it a portrait.
-  const std::pair<int, int> faceRows[] = {{1, 0}, {3, 0}, {4, 1}, {7, 1}, {40, 10}};
-  for (const auto& [values, faces] : faceRows) {
-    FrameTags t;
-    t.scene = 9;
-    t.faceValues = values;
-    rows.push_back({t,
-                    {"aiscenes = 9, night", "faceROICount = " + std::to_string(faces)},
+  all.faceValues = 8;  // two faces make it a portrait
+  std::vector<Row> rows;
+  rows.push_back({all,
+                  {"cct = 5100", "lux idx = 412.899994", "aiscenes = 13, sunrise_sunset",
+                   "faceROICount = 2", "zoom ratio = 2.000000"},
+                  5100,
+                  412,
+                  "protrait",
+                  2});
+  rows.push_back({FrameTags{}, {}, 0, 0, "common", 0});  // nothing read yet: zero, common
+  rows.push_back({{.cct = 70000}, {"cct = 70000"}, 4464, 0, "common", 0});
+  const char* const table[] = {"common", "common",         "food",   "plants", "plants", "plants",
+                               "plants", "common",         "common", "night",  "night",  "common",
+                               "common", "sunrise_sunset", "night",  "common"};
+  for (uint32_t id = 0; id < 18; id++) {
+    const uint32_t value = id < 16 ? id : id == 16 ? 255 : 0xFFFFFFFFu;
+    const std::string scene = id < 16 ? table[id] : "common";
+    rows.push_back({{.scene = value},
+                    {"aiscenes = " + std::to_string(int(value)) + ", " + scene},
                     0,
                     0,
-                    faces ? "protrait" : "night",
+                    scene,
                     0});
   }
-  // Lux and CCT go through a truncated int32 and keep its low 16 bits.
+  // Faces are a quarter of the values, rounded down.
+  for (int values : {1, 3, 4, 7, 40}) {
+    rows.push_back({{.scene = 9u, .faceValues = values},
+                    {"aiscenes = 9, night", "faceROICount = " + std::to_string(values / 4)},
+                    0,
+                    0,
+                    values < 4 ? "night" : "protrait",
+                    0});
+  }
+  // Lux goes through a truncated int32 and keeps its low 16 bits.
   const std::pair<float, uint16_t> luxRows[] = {{412.9f, 412},     {-1.5f, 65535}, {-0.9f, 0},
                                                 {65535.9f, 65535}, {65536.0f, 0},  {70000.5f, 4464},
                                                 {1e10f, 65535},    {-1e10f, 0}};
-  for (const auto& [lux, expected] : luxRows) {
-    FrameTags t;
-    t.lux = lux;
-    rows.push_back({t, {"lux idx = " + printedFloat(lux)}, 0, expected, "common", 0});
-  }
-  FrameTags awb;
-  awb.cct = 70000;
-  rows.push_back({awb, {"cct = 70000"}, 4464, 0, "common", 0});
-
-  for (size_t i = 0; i < rows.size(); i++) {
-    SCOPED_TRACE("row " + std::to_string(i));
-    const Row& row = rows[i];
+  for (const auto& [lux, expected] : luxRows)
+    rows.push_back({{.lux = lux}, {"lux idx = " + printedFloat(lux)}, 0, expected, "common", 0});
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.lines.empty() ? "no tags" : row.lines.back());
     VyLumoFilterPlugin& plugin = makePlugin(1);
     hostsim::LogCapture capture;
     vyalgo2::ImageParams image;
@@ -167,7 +156,7 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
     EXPECT_EQ(info.lux, row.lux);
     EXPECT_EQ(info.aiscene, row.scene);
     EXPECT_EQ(info.zoom_ratio, row.zoom);
-    EXPECT_EQ(Access::imageName(plugin), row.tags.imageName.value_or(""));
+    EXPECT_EQ(Access::imageName(plugin), row.tags.imageName);
   }
 }
 
@@ -212,24 +201,6 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
   EXPECT_EQ(info.cct, 7200);
   EXPECT_EQ(info.lux, 880);
   EXPECT_EQ(Access::imageName(plugin), "IMG_9999");
-}
-
-TEST(PluginFrameMetadata, ReadPayloadChecksOffsetPlusWidth) {
-  const uint8_t bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-  camera_metadata_ro_entry_t entry{};
-  entry.type = TYPE_BYTE;
-  entry.count = 8;
-  entry.data.u8 = bytes;
-  uint32_t v = 0;
-  EXPECT_TRUE(lumo::readU32(entry, 4, v));
-  EXPECT_EQ(v, 0x08070605u);
-  EXPECT_FALSE(lumo::readU32(entry, 5, v));
-  EXPECT_FALSE(lumo::readU32(entry, 9, v));
-  entry.type = 99;  // unknown type: no payload size, nothing read
-  EXPECT_FALSE(lumo::readU32(entry, 0, v));
-  entry.type = TYPE_INT32;
-  entry.count = 0;
-  EXPECT_FALSE(lumo::readU32(entry, 0, v));
 }
 
 TEST_F(PluginObject, ChangedParametersConfigureTheFilterThenRender) {

@@ -42,12 +42,12 @@ constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0
 
 // What a frame's metadata carries; unset members are absent tags.
 struct FrameTags {
-  std::optional<uint32_t> cct;
-  std::optional<float> lux;
-  std::optional<uint32_t> scene;
+  std::optional<uint32_t> cct{};
+  std::optional<float> lux{};
+  std::optional<uint32_t> scene{};
   int faceValues = 0;  // int32 values of the face-rectangle tag (4 per face)
-  std::optional<float> zoom;
-  std::optional<std::string> imageName;
+  std::optional<float> zoom{};
+  std::string imageName{};  // empty: absent
 };
 
 // A patterned NV21 input and a zeroed output.
@@ -130,7 +130,7 @@ inline const std::string& prepareDevice() {
 inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
 
 inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
-                           float zoom = 1.0f, std::optional<std::string> name = std::nullopt) {
+                           float zoom = 1.0f, std::string name = "") {
   FrameTags t;
   t.scene = scene;
   t.lux = lux;
@@ -147,7 +147,7 @@ inline std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
   c.aiScene = tags.scene;
   if (tags.faceValues > 0) c.faceValues = std::vector<int32_t>(tags.faceValues, 10);
   c.zoomRatio = tags.zoom;
-  c.imageName = tags.imageName;
+  if (!tags.imageName.empty()) c.imageName = tags.imageName;
   return hostsim::makeFrameMetadata(c);
 }
 
