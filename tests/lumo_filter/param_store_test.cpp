@@ -7,7 +7,6 @@
 #include <cstring>
 #include <map>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "param_fixtures.h"
@@ -236,33 +235,6 @@ TEST_F(ParamStore, DuplicateKeysKeepTheFirstBlockButStillCount) {
   expectBands(store.zoomRatioParams.at(1.0f), f.zooms[0].luxBands);
   expectBands(store.zoomRatioParams.at(nextUp), f.zooms[2].luxBands);
   // The dropped blocks' arrays are released (the leak checker sees the rest).
-}
-
-TEST_F(ParamStore, GenericBandReaderFollowsItsPoolType) {
-  // uint16 count 2; lux 1..2 with CCT (3, 4, idx 7); lux 5..6 with no CCT.
-  const uint16_t words[] = {2, 1, 2, 1, 3, 4, 7, 5, 6, 0};
-  ParamUtil store(dir.file("none.bin"));
-  const std::tuple<param_type_t, uint32_t, uint32_t> rows[] = {
-      {PARAM_TYPE_LUT, 8, 0}, {PARAM_TYPE_SHADING, 0, 8}, {static_cast<param_type_t>(7), 0, 0}};
-  for (const auto& [type, luts, shadings] : rows) {
-    store.lutCount = store.shadingCount = 0;
-    std::vector<char> buffer(sizeof(words));
-    std::memcpy(buffer.data(), words, sizeof(words));
-    param_t out{};
-    store.readParam(buffer.data(), out, type);
-    EXPECT_EQ(store.lutCount, luts);
-    EXPECT_EQ(store.shadingCount, shadings);
-    ASSERT_EQ(out.param_lux_count, 2);
-    EXPECT_EQ(out.param_lux[0].param_cct[0].param_cct_lut_index, 7);
-    EXPECT_EQ(out.param_lux[1].start, 5);
-    EXPECT_EQ(out.param_lux[1].param_cct_count, 0);
-    // An index past the list's count is ignored and does not advance.
-    unsigned pos = 2;
-    store.readParamLuxAndCct(buffer.data() + 2, out, 2, pos, type);
-    EXPECT_EQ(pos, 2u);
-    for (int i = 0; i < 2; i++) delete[] out.param_lux[i].param_cct;
-    delete[] out.param_lux;
-  }
 }
 
 // One scene (two CCT bands), one zoom ratio, one LUT, one shading block.

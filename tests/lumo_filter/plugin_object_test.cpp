@@ -26,7 +26,16 @@ std::string printedFloat(float v) {
   return buf;
 }
 
-class PluginObject : public PluginFixture {};
+class PluginObject : public PluginFixture {
+protected:
+  // Filter creations are counted from here on; the next `refused` LUT uploads fail.
+  void refuseLuts(int refused) {
+    hostsim::resetCreateFilterCalls();
+    hostsim::FilterFaults faults;
+    faults.refuseLutCount = refused;
+    hostsim::setFilterFaults(faults);
+  }
+};
 
 TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
   const struct {
@@ -290,10 +299,7 @@ TEST_F(PluginObject, BypassSwitchCopiesOnlyTheChosenInstance) {
 // The refused LUT is the only error line; the filter is made again once and the frame rendered.
 TEST_F(PluginObject, OneRenderFailureRecreatesTheFilterAndRetries) {
   VyLumoFilterPlugin& plugin = makePlugin(1);
-  hostsim::resetCreateFilterCalls();
-  hostsim::FilterFaults faults;
-  faults.refuseLutCount = 1;
-  hostsim::setFilterFaults(faults);
+  refuseLuts(1);
   lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(3));
   const Lines lines = process(plugin, frame);
   EXPECT_EQ(hostsim::createFilterCalls(), 1);
@@ -332,10 +338,7 @@ TEST_F(PluginObject, MissingFilterIsRecreatedSilently) {
 
 TEST_F(PluginObject, TwoRenderFailuresSwitchToCopyingForGood) {
   VyLumoFilterPlugin& plugin = makePlugin(0);
-  hostsim::resetCreateFilterCalls();
-  hostsim::FilterFaults faults;
-  faults.refuseLutCount = 2;
-  hostsim::setFilterFaults(faults);
+  refuseLuts(2);
   lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(0));
   hostsim::LogCapture capture;
   const Lines lines = process(plugin, frame);
