@@ -1,5 +1,5 @@
-// The LUT blend: byte conversion, case choice, hand-computed blends, and the
-// vector kernel against the scalar loop on random LUTs and weights.
+// The LUT blend: byte conversion in every kernel, case choice, and the
+// vector kernels against the scalar loop on random LUTs and weights.
 #include <gtest/gtest.h>
 
 #include <cmath>
