@@ -183,42 +183,26 @@ inline std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
   return os << "{" << line.priority << ", " << line.function << ", \"" << line.text << "\"}";
 }
 
-// Splits "VyaPlugin <file>:<line> <function>()<message>" into file, function, message.
-inline bool splitLine(const std::string& m, std::string& file, std::string& function,
-                      std::string& text) {
-  const std::string group = "VyaPlugin ";
-  const size_t colon = m.find(':');
-  const size_t space = m.find(' ', colon == std::string::npos ? m.size() : colon);
-  const size_t parens = m.find("()", space == std::string::npos ? m.size() : space);
-  if (m.compare(0, group.size(), group) != 0 || parens == std::string::npos) return false;
-  const std::string number = m.substr(colon + 1, space - colon - 1);
-  if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) return false;
-  file = m.substr(group.size(), colon - group.size());
-  function = m.substr(space + 1, parens - space - 1);
-  text = m.substr(parens + 2);
-  return true;
-}
-
-inline std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
+// Lines that one source file logged on the Android log under the plugins' tag,
+// cut from "VyaPlugin <file>:<line> <function>()<message>".
+inline std::vector<PluginLine> linesOf(const hostsim::LogCapture& capture,
+                                       const std::string& file = "lumo_filter/VyLumoFilterPlugin") {
   std::vector<PluginLine> out;
+  const std::string head = "VyaPlugin " + file + ":";
   for (const hostsim::LogRecord& r : capture.records()) {
-    std::string file, function, text;
-    if (!r.offline && r.tag == "VyAlgoEngine" && splitLine(r.message, file, function, text) &&
-        file == "lumo_filter/VyLumoFilterPlugin")
-      out.push_back({r.priority, function, text});
+    const std::string& m = r.message;
+    const size_t space = m.find(' ', head.size());
+    const size_t parens = m.find("()", space == std::string::npos ? m.size() : space);
+    if (r.offline || r.tag != "VyAlgoEngine" || m.compare(0, head.size(), head) != 0 ||
+        parens == std::string::npos || m.find_first_not_of("0123456789", head.size()) != space ||
+        space == head.size())
+      continue;
+    out.push_back({r.priority, m.substr(space + 1, parens - space - 1), m.substr(parens + 2)});
   }
   return out;
 }
-
-// Texts of one source file's lines, e.g. "lumo_filter/paramTrigger".
-inline std::vector<std::string> linesOf(const hostsim::LogCapture& capture,
-                                        const std::string& file) {
-  std::vector<std::string> out;
-  for (const hostsim::LogRecord& r : capture.records()) {
-    std::string f, function, text;
-    if (!r.offline && splitLine(r.message, f, function, text) && f == file) out.push_back(text);
-  }
-  return out;
+inline std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
+  return linesOf(capture);
 }
 
 inline std::string readFile(const std::string& path) {
