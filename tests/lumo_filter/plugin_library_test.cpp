@@ -2,19 +2,9 @@
 // exports, what it registers, and the switches it reads when it is loaded.
 // Every case that loads the library runs in a fresh child process, because
 // the switches are read only once per process.
-#include <cutils/properties.h>
-#include <gtest/gtest.h>
-#include <hostsim/filter_factory.h>
-#include <hostsim/log_sink.h>
 #include <hostsim/metadata_tags.h>
-#include <hostsim/plugin_registry.h>
-#include <hostsim/recording_filter.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <set>
-#include <sstream>
 
 #include "plugin_test_support.h"
 
@@ -24,43 +14,11 @@
 
 namespace {
 
+using lumotest::Host;
+using lumotest::kProviderName;
 using lumotest::makeFrame;
 using lumotest::PluginLine;
 using lumotest::sceneTags;
-using Props = std::vector<std::pair<const char*, const char*>>;
-constexpr const char* kProviderName = "com.zentor.plugin.vylumofilter";
-constexpr const char* kProp = "persist.vendor.camera.lumofilter.";
-
-// A host in this process: the library loaded after `properties` were set,
-// a recording SDK, and plugin objects made by the registered provider.
-struct Host {
-  explicit Host(const Props& properties) {
-    lumotest::prepareDevice();
-    hostsim::setAndroidLogFile("-");
-    for (const auto& [key, value] : properties)
-      property_set((kProp + std::string(key)).c_str(), value);
-    std::string error;
-    loaded = registry.load(LUMO_PLUGIN_LIBRARY, &error);
-    EXPECT_TRUE(loaded) << error;
-  }
-  ~Host() {
-    for (auto& p : plugins) p->destroy();
-  }
-  vyalgo2::PluginWraper& make(uint32_t mode) {
-    plugins.push_back(registry.create(kProviderName));
-    vyalgo2::CreateInfo info;
-    info.processMode = mode;
-    plugins.back()->initialize(&info, vyalgo2::VyaNodeInterface{});
-    return *plugins.back();
-  }
-  std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
-  hostsim::FilterFactoryOverride factory{[j = journal](videoprocess::VideoFormat f, bool) {
-    return new hostsim::RecordingFilter(f, j);
-  }};
-  hostsim::PluginRegistry registry;
-  bool loaded = false;
-  std::vector<hostsim::PluginPtr> plugins;
-};
 
 bool enabledFor(vyalgo2::PluginWraper& plugin, int stylizationType) {
   vyalgo2::VyaParams params;
@@ -89,7 +47,7 @@ TEST(PluginLibrary, ExportsOnlyItsEntry) {
 TEST(PluginLibrary, LoadTimeSwitches) {
   struct Row {
     const char* what;
-    Props properties;
+    lumotest::Props properties;
     std::function<void(Host&)> check;
   };
   const Row rows[] = {

@@ -3,11 +3,15 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <hostsim/device_root.h>
+#include <hostsim/filter_factory.h>
 #include <hostsim/frame_metadata.h>
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
+#include <hostsim/plugin_registry.h>
+#include <hostsim/recording_filter.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vyalgo2/HostRecords.h>
@@ -249,5 +253,43 @@ inline int runInChild(const std::function<void()>& body) {
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
+
+#ifdef LUMO_PLUGIN_LIBRARY
+constexpr const char* kProviderName = "com.zentor.plugin.vylumofilter";
+// Switches by their name after "persist.vendor.camera.lumofilter.".
+using Props = std::vector<std::pair<const char*, const char*>>;
+
+// A host in this process: the library loaded after `properties` were set,
+// a recording SDK, and plugin objects made by the registered provider.
+struct Host {
+  explicit Host(const Props& properties) {
+    lumotest::prepareDevice();
+    hostsim::setAndroidLogFile("-");
+    for (const auto& [key, value] : properties)
+      property_set(("persist.vendor.camera.lumofilter." + std::string(key)).c_str(), value);
+    std::string error;
+    loaded = registry.load(LUMO_PLUGIN_LIBRARY, &error);
+    EXPECT_TRUE(loaded) << error;
+  }
+  ~Host() {
+    for (auto& p : plugins) p->destroy();
+  }
+  vyalgo2::PluginWraper& make(uint32_t mode) {
+    plugins.push_back(registry.create(kProviderName));
+    vyalgo2::CreateInfo info;
+    info.processMode = mode;
+    plugins.back()->initialize(&info, vyalgo2::VyaNodeInterface{});
+    return *plugins.back();
+  }
+  std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
+  hostsim::FilterFactoryOverride factory{[j = journal](videoprocess::VideoFormat f, bool) {
+    return new hostsim::RecordingFilter(f, j);
+  }};
+  hostsim::PluginRegistry registry;
+  bool loaded = false;
+  std::vector<hostsim::PluginPtr> plugins;
+};
+
+#endif  // LUMO_PLUGIN_LIBRARY
 
 }  // namespace lumotest
