@@ -11,8 +11,6 @@ if(TARGET lumo_filter_core AND TARGET lumo_calib)
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/param_singleton_test.cpp
     LIBS lumo_param_fixtures)
   lumo_add_gtest(param_trigger_test
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/param_search_test.cpp
-            ${CMAKE_CURRENT_LIST_DIR}/param_trigger_test.cpp
-            ${CMAKE_CURRENT_LIST_DIR}/param_blend_test.cpp
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/param_trigger_test.cpp
     LIBS lumo_param_fixtures)
 endif()

@@ -10,7 +10,6 @@ target_link_libraries(lumo_plugin_test_support INTERFACE vyhost lumo_calib GTest
 
 lumo_add_gtest(plugin_core_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_object_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/plugin_dump_test.cpp
   LIBS lumo_filter_core lumo_plugin_test_support)
 
 lumo_add_gtest(plugin_library_test
