@@ -65,23 +65,15 @@ void runCctTable(std::vector<param_cct_t> list, const std::vector<SearchRow>& ro
 
 TEST(BracketSearch, ExactBoundsGapsClampBelowFailureAbove) {
   lumotest::quietLogs();
-  // 100..200, gap, 250..300, then 300..400 touching it.
+  // 100..200, gap, 250..300, then 300..400 touching it. Below the first record
+  // clamps to it; a gap gives the record before and the one after; at 300 the
+  // first record reaching it wins; above every record the search fails.
+  // clang-format off
   runCctTable({{100, 200, 0}, {250, 300, 0}, {300, 400, 0}},
-              {
-                  {0, 0, 0},       // below the first record: clamps to it
-                  {99, 0, 0},      //
-                  {100, 0, 0},     // lower bound
-                  {150, 0, 0},     // inside
-                  {200, 0, 0},     // upper bound
-                  {201, 0, 1},     // gap: previous record and the next one
-                  {249, 0, 1},     //
-                  {250, 1, 1},     // lower bound of the second
-                  {300, 1, 1},     // touching: the first record reaching 300 wins
-                  {301, 2, 2},     //
-                  {400, 2, 2},     // upper bound of the last
-                  {401, -1, -1},   // above every record: failure
-                  {65535, -1, -1}  //
-              });
+              {{0, 0, 0}, {99, 0, 0}, {100, 0, 0}, {150, 0, 0}, {200, 0, 0}, {201, 0, 1},
+               {249, 0, 1}, {250, 1, 1}, {300, 1, 1}, {301, 2, 2}, {400, 2, 2}, {401, -1, -1},
+               {65535, -1, -1}});
+  // clang-format on
   // Unsorted: the first record reaching the value wins. 150: record 1 reaches
   // it first and 150 < 500, so previous is record 0; record 2 ends at 200.
   runCctTable({{100, 120, 0}, {500, 600, 0}, {100, 200, 0}},

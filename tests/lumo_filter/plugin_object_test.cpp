@@ -107,51 +107,43 @@ TEST_F(PluginObject, EnableDecisionUnderEachForceValue) {
 TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
   struct Row {
     FrameTags tags;
-    std::vector<std::string> lines;  // after "[LumoFilter][RealTimePreview], "
     uint16_t cct, lux;
     std::string scene;
     float zoom;
+    std::vector<std::string> lines;  // after "[LumoFilter][RealTimePreview], "
   };
   FrameTags all = sceneTags(13, 412.9f, 5100, 2.0f, "IMG_0001");
   all.faceValues = 8;  // two faces make it a portrait
   std::vector<Row> rows;
-  rows.push_back({all,
-                  {"cct = 5100", "lux idx = 412.899994", "aiscenes = 13, sunrise_sunset",
-                   "faceROICount = 2", "zoom ratio = 2.000000"},
-                  5100,
-                  412,
-                  "protrait",
-                  2});
-  rows.push_back({FrameTags{}, {}, 0, 0, "common", 0});  // nothing read yet: zero, common
-  rows.push_back({{.cct = 70000}, {"cct = 70000"}, 4464, 0, "common", 0});
+  auto add = [&rows](FrameTags t, uint16_t cct, uint16_t lux, std::string scene, float zoom,
+                     std::vector<std::string> lines) {
+    rows.push_back({t, cct, lux, scene, zoom, lines});
+  };
+  add(all, 5100, 412, "protrait", 2,
+      {"cct = 5100", "lux idx = 412.899994", "aiscenes = 13, sunrise_sunset", "faceROICount = 2",
+       "zoom ratio = 2.000000"});
+  add(FrameTags{}, 0, 0, "common", 0, {});  // nothing read yet: zero, common
+  add({.cct = 70000}, 4464, 0, "common", 0, {"cct = 70000"});
   const char* const table[] = {"common", "common",         "food",   "plants", "plants", "plants",
                                "plants", "common",         "common", "night",  "night",  "common",
                                "common", "sunrise_sunset", "night",  "common"};
   for (uint32_t id = 0; id < 18; id++) {
     const uint32_t value = id < 16 ? id : id == 16 ? 255 : 0xFFFFFFFFu;
     const std::string scene = id < 16 ? table[id] : "common";
-    rows.push_back({{.scene = value},
-                    {"aiscenes = " + std::to_string(int(value)) + ", " + scene},
-                    0,
-                    0,
-                    scene,
-                    0});
+    add({.scene = value}, 0, 0, scene, 0,
+        {"aiscenes = " + std::to_string(int(value)) + ", " + scene});
   }
   // Faces are a quarter of the values, rounded down.
   for (int values : {1, 3, 4, 7, 40}) {
-    rows.push_back({{.scene = 9u, .faceValues = values},
-                    {"aiscenes = 9, night", "faceROICount = " + std::to_string(values / 4)},
-                    0,
-                    0,
-                    values < 4 ? "night" : "protrait",
-                    0});
+    add({.scene = 9u, .faceValues = values}, 0, 0, values < 4 ? "night" : "protrait", 0,
+        {"aiscenes = 9, night", "faceROICount = " + std::to_string(values / 4)});
   }
   // Lux goes through a truncated int32 and keeps its low 16 bits.
   const std::pair<float, uint16_t> luxRows[] = {{412.9f, 412},     {-1.5f, 65535}, {-0.9f, 0},
                                                 {65535.9f, 65535}, {65536.0f, 0},  {70000.5f, 4464},
                                                 {1e10f, 65535},    {-1e10f, 0}};
   for (const auto& [lux, expected] : luxRows)
-    rows.push_back({{.lux = lux}, {"lux idx = " + printedFloat(lux)}, 0, expected, "common", 0});
+    add({.lux = lux}, 0, expected, "common", 0, {"lux idx = " + printedFloat(lux)});
   for (const Row& row : rows) {
     SCOPED_TRACE(row.lines.empty() ? "no tags" : row.lines.back());
     VyLumoFilterPlugin& plugin = makePlugin(1);
