@@ -2,8 +2,6 @@
 // exports, what it registers, and the switches it reads when it is loaded.
 // Every case that loads the library runs in a fresh child process, because
 // the switches are read only once per process.
-#include <hostsim/metadata_tags.h>
-
 #include <set>
 
 #include "plugin_test_support.h"
@@ -14,20 +12,12 @@
 
 namespace {
 
+using lumotest::enabledFor;
 using lumotest::Host;
 using lumotest::kProviderName;
 using lumotest::makeFrame;
 using lumotest::PluginLine;
 using lumotest::sceneTags;
-
-bool enabledFor(vyalgo2::PluginWraper& plugin, int stylizationType) {
-  vyalgo2::VyaParams params;
-  params.pSessionMetadata = std::make_shared<VyMetadata>();
-  const uint8_t type = static_cast<uint8_t>(stylizationType);
-  if (stylizationType >= 0)
-    params.pSessionMetadata->update(hostsim::kTagStylizationType, TYPE_BYTE, &type, 1);
-  return plugin.isEnabled(params);
-}
 
 TEST(PluginLibrary, ExportsOnlyItsEntry) {
   std::set<std::string> names;

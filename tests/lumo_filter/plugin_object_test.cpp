@@ -89,13 +89,8 @@ TEST_F(PluginObject, EnableDecisionUnderEachForceValue) {
   VyLumoFilterPlugin& plugin = makePlugin(0);
   for (const auto& c : cases) {
     VyLumoFilterPlugin::m_algoForceEnable = c.force;
-    vyalgo2::VyaParams params;
-    params.pSessionMetadata = std::make_shared<VyMetadata>();
-    const uint8_t bytes[2] = {static_cast<uint8_t>(c.type), 9};
-    if (c.type >= 0)
-      params.pSessionMetadata->update(hostsim::kTagStylizationType, TYPE_BYTE, bytes, 2);
     hostsim::LogCapture capture;
-    EXPECT_EQ(plugin.isEnabled(params), c.enabled) << c.force << " " << c.type;
+    EXPECT_EQ(lumotest::enabledFor(plugin, c.type), c.enabled) << c.force << " " << c.type;
     EXPECT_EQ(lumotest::pluginLines(capture),
               (Lines{{4, "isEnabled",
                       "[LumoFilter][OfflineSnapshot] mIsFeatureEnable=" +

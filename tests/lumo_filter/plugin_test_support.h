@@ -10,6 +10,7 @@
 #include <hostsim/frame_metadata.h>
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
+#include <hostsim/metadata_tags.h>
 #include <hostsim/plugin_registry.h>
 #include <hostsim/recording_filter.h>
 #include <sys/wait.h>
@@ -207,6 +208,16 @@ inline std::vector<PluginLine> linesOf(const hostsim::LogCapture& capture,
 }
 inline std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
   return linesOf(capture);
+}
+
+// Asks isEnabled with a session stylisation byte (-1: no tag); the byte after it is noise.
+inline bool enabledFor(vyalgo2::PluginWraper& plugin, int stylizationType) {
+  vyalgo2::VyaParams params;
+  params.pSessionMetadata = std::make_shared<VyMetadata>();
+  const uint8_t bytes[2] = {static_cast<uint8_t>(stylizationType), 9};
+  if (stylizationType >= 0)
+    params.pSessionMetadata->update(hostsim::kTagStylizationType, TYPE_BYTE, bytes, 2);
+  return plugin.isEnabled(params);
 }
 
 inline std::string readFile(const std::string& path) {
