@@ -584,10 +584,10 @@ TEST(BlendLut, CasesReadOnlyTheirOwnLuts) {
 }
 
 float randomWeight(std::mt19937& rng) {
-  static const float kSpecial[] = {kNaN,   kInf,   -kInf, 0.0f,          -0.0f,     1e30f,
-                                   -1e30f, 1e-40f, 1.0f,  2147483648.0f, 0.999999f, 1e7f};
+  static const float kOddWeights[] = {kNaN,   kInf,   -kInf, 0.0f,          -0.0f,     1e30f,
+                                      -1e30f, 1e-40f, 1.0f,  2147483648.0f, 0.999999f, 1e7f};
   const unsigned pick = rng() % 16;
-  if (pick < 4) return kSpecial[rng() % (sizeof(kSpecial) / sizeof(kSpecial[0]))];
+  if (pick < 4) return kOddWeights[rng() % (sizeof(kOddWeights) / sizeof(kOddWeights[0]))];
   if (pick < 6) return std::uniform_real_distribution<float>(-300.0f, 300.0f)(rng);
   return std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng);
 }
