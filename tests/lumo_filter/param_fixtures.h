@@ -4,8 +4,11 @@
 
 #include <calib/calibration_file.h>
 #include <hostsim/log_sink.h>
+#include <stdlib.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -16,8 +19,14 @@ namespace lumotest {
 // A temporary folder removed with everything in it.
 class TempDir {
 public:
-  TempDir();
-  ~TempDir();
+  TempDir() {
+    m_path = (std::filesystem::temp_directory_path() / "lumo_param_XXXXXX").string();
+    if (mkdtemp(m_path.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(m_path, ec);
+  }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   const std::string& path() const { return m_path; }
@@ -27,27 +36,64 @@ private:
   std::string m_path;
 };
 
-// A LUT block whose bytes follow from `seed` (byte p = seed * 31 + p * 7, mod 256).
-calib::LutBlock patternLut(unsigned seed);
-uint8_t patternByte(unsigned seed, size_t p);
+// Byte p of the LUT block made from `seed`.
+inline uint8_t patternByte(unsigned seed, size_t p) { return (seed * 31u + p * 7u) & 0xFFu; }
 
-calib::LuxBand luxBand(uint16_t start, uint16_t end, std::vector<calib::CctBand> ccts);
+inline calib::LutBlock patternLut(unsigned seed) {
+  calib::LutBlock lut(calib::kLutBlockBytes);
+  for (size_t p = 0; p < lut.size(); p++) lut[p] = patternByte(seed, p);
+  return lut;
+}
 
-std::string writeBytes(const TempDir& dir, const std::string& name,
-                       const std::vector<uint8_t>& bytes);
-std::string writeCalib(const TempDir& dir, const std::string& name,
-                       const calib::CalibrationFile& file);
+inline calib::LuxBand luxBand(uint16_t start, uint16_t end, std::vector<calib::CctBand> ccts) {
+  return {start, end, std::move(ccts)};
+}
 
-// Message part of the Android log lines ("<group> <file>:<line> <func>()" cut off).
-std::vector<std::string> messages(const hostsim::LogCapture& capture);
-std::vector<std::string> errorMessages(const hostsim::LogCapture& capture);
+inline std::string writeBytes(const TempDir& dir, const std::string& name,
+                              const std::vector<uint8_t>& bytes) {
+  const std::string path = dir.file(name);
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+  return path;
+}
+
+inline std::string writeCalib(const TempDir& dir, const std::string& name,
+                              const calib::CalibrationFile& file) {
+  return writeBytes(dir, name, calib::serialize(file));
+}
+
+// Android log lines cut after "<group> <file>:<line> <func>()", all or errors only.
+inline std::vector<std::string> messages(const hostsim::LogCapture& capture, bool errors = false) {
+  std::vector<std::string> out;
+  for (const hostsim::LogRecord& r : capture.records()) {
+    if (r.offline || (errors && r.priority != 6)) continue;
+    const size_t cut = r.message.find("()");
+    out.push_back(cut == std::string::npos ? r.message : r.message.substr(cut + 2));
+  }
+  return out;
+}
+inline std::vector<std::string> errorMessages(const hostsim::LogCapture& capture) {
+  return messages(capture, true);
+}
+
 // Function names of the Android log lines.
-std::vector<std::string> functions(const hostsim::LogCapture& capture);
+inline std::vector<std::string> functions(const hostsim::LogCapture& capture) {
+  std::vector<std::string> out;
+  for (const std::string& line : capture.androidMessages()) {
+    const size_t end = line.find("()");
+    const size_t begin = line.rfind(' ', end);
+    out.push_back(line.substr(begin + 1, end - begin - 1));
+  }
+  return out;
+}
 
-// The state of a store that loaded nothing.
-bool storeIsEmpty(const ParamUtil& store);
+inline bool storeIsEmpty(const ParamUtil& store) {
+  return store.aiSceneParams.empty() && store.zoomRatioParams.empty() && store.lutCount == 0 &&
+         store.shadingCount == 0 && store.lutData == nullptr && store.shadingData == nullptr &&
+         store.aiScenesCount == 0 && store.shadingZoomRatioCount == 0;
+}
 
 // Keeps the Android log off stderr while tests run; captures still see it.
-void quietLogs();
+inline void quietLogs() { hostsim::setAndroidLogFile("-"); }
 
 }  // namespace lumotest

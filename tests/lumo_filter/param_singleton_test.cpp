@@ -41,11 +41,7 @@ TEST(ParamSingleton, LoadsTheDeviceFileOnceAndTheTriggerBorrowsIt) {
 
   ParamTrigger trigger;
   trigger.initialize(param_trigger_init_info{false, "OfflineSnapshot"});
-  param_trigger_t input;
-  input.lux = 10;
-  input.cct = 10;
-  input.zoom_ratio = 1.0f;
-  input.aiscene = "common";
+  const param_trigger_t input{10, 10, 1.0f, "common"};
   param_lut_t lut{};
   param_shading_float_t shading{};
   bool changed = false;

@@ -1,20 +1,113 @@
-// The trigger: blend cases, shading blend, change detection, failure paths,
-// zoom-ratio choice and debug prints, against values worked out here from
-// the bilinear formulas.
+// The trigger: the bracket search, blend cases, shading blend, change detection,
+// failure paths, zoom-ratio choice and debug prints, against values worked out
+// here from the bilinear formulas; and the LUT blend kernels against the scalar loop.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "lut_blend.h"
 #include "paramTrigger.h"
 #include "param_fixtures.h"
+#include "param_records.h"
 
 namespace {
+
+constexpr uint16_t kUntouched = 999;
+
+struct SearchRow {
+  uint16_t value;
+  int previous;  // expected index into the list, -1 for a failed search
+  int element;
+};
+
+// Runs the CCT instance and returns the list positions of the two outputs
+// (found by their lut index, which equals the position in these lists).
+void runCctTable(std::vector<param_cct_t> list, const std::vector<SearchRow>& rows) {
+  for (uint16_t i = 0; i < list.size(); i++) list[i].param_cct_lut_index = i;
+  for (const SearchRow& row : rows) {
+    hostsim::LogCapture capture;
+    param_cct_t previous{kUntouched, kUntouched, kUntouched};
+    param_cct_t element{kUntouched, kUntouched, kUntouched};
+    ParamTrigger::findElementAndPrevious<param_cct_t>(
+        list.data(), static_cast<unsigned short>(list.size()), row.value, previous, element);
+    SCOPED_TRACE("value " + std::to_string(row.value));
+    const std::vector<std::string> lines = lumotest::messages(capture);
+    if (row.element < 0) {  // both outputs untouched, one error line and nothing else
+      EXPECT_EQ(previous.param_cct_lut_index, kUntouched);
+      EXPECT_EQ(element.param_cct_lut_index, kUntouched);
+      EXPECT_EQ(element.param_start, kUntouched);
+      EXPECT_EQ(lumotest::errorMessages(capture), lines);
+      EXPECT_EQ(lines, std::vector<std::string>{"[LumoFilter] not found lux or cct!!!!!!!!!!!"});
+      continue;
+    }
+    EXPECT_EQ(previous.param_cct_lut_index, row.previous);
+    EXPECT_EQ(element.param_cct_lut_index, row.element);
+    const param_cct_t& p = list[static_cast<size_t>(row.previous)];
+    const param_cct_t& e = list[static_cast<size_t>(row.element)];
+    EXPECT_EQ(previous.param_start, p.param_start);
+    EXPECT_EQ(element.param_end, e.param_end);
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "[LumoFilter] left start=" + std::to_string(p.param_start) +
+                             ", end=" + std::to_string(p.param_end),
+                         "[LumoFilter] right start=" + std::to_string(e.param_start) +
+                             ", end=" + std::to_string(e.param_end)}));
+    EXPECT_TRUE(lumotest::errorMessages(capture).empty());
+  }
+}
+
+TEST(BracketSearch, ExactBoundsGapsClampBelowFailureAbove) {
+  lumotest::quietLogs();
+  // 100..200, gap, 250..300, then 300..400 touching it. Below the first record
+  // clamps to it; a gap gives the record before and the one after; at 300 the
+  // first record reaching it wins; above every record the search fails.
+  // clang-format off
+  runCctTable({{100, 200, 0}, {250, 300, 0}, {300, 400, 0}},
+              {{0, 0, 0}, {99, 0, 0}, {100, 0, 0}, {150, 0, 0}, {200, 0, 0}, {201, 0, 1},
+               {249, 0, 1}, {250, 1, 1}, {300, 1, 1}, {301, 2, 2}, {400, 2, 2}, {401, -1, -1},
+               {65535, -1, -1}});
+  // clang-format on
+  // Unsorted: the first record reaching the value wins. 150: record 1 reaches
+  // it first and 150 < 500, so previous is record 0; record 2 ends at 200.
+  runCctTable({{100, 120, 0}, {500, 600, 0}, {100, 200, 0}},
+              {{110, 0, 0}, {150, 0, 1}, {550, 1, 1}, {601, -1, -1}});
+  runCctTable({{5000, 5000, 0}}, {{0, 0, 0}, {5000, 0, 0}, {5001, -1, -1}});
+  runCctTable({}, {{0, -1, -1}, {65535, -1, -1}});
+}
+
+TEST(BracketSearch, LuxInstanceCopiesWholeRecords) {
+  lumotest::quietLogs();
+  param_cct_t cctsA[1] = {{1, 2, 3}};
+  param_cct_t cctsB[2] = {{4, 5, 6}, {7, 8, 9}};
+  param_lux_t list[2] = {{10, 20, cctsA, 1}, {40, 50, cctsB, 2}};
+  hostsim::LogCapture capture;
+  param_lux_t previous{}, element{};
+  ParamTrigger::findElementAndPrevious<param_lux_t>(list, 2, 30, previous, element);
+  EXPECT_EQ(previous.start, 10);
+  EXPECT_EQ(previous.end, 20);
+  EXPECT_EQ(previous.param_cct, cctsA);
+  EXPECT_EQ(previous.param_cct_count, 1);
+  EXPECT_EQ(element.param_cct, cctsB);
+  EXPECT_EQ(element.param_cct_count, 2);
+  EXPECT_EQ(lumotest::messages(capture),
+            (std::vector<std::string>{"[LumoFilter] left start=10, end=20",
+                                      "[LumoFilter] right start=40, end=50"}));
+  // Error statements name the search as their function.
+  EXPECT_EQ(lumotest::functions(capture),
+            (std::vector<std::string>{"findElementAndPrevious", "findElementAndPrevious"}));
+  // A null list with count 0 would crash if it were read.
+  ParamTrigger::findElementAndPrevious<param_lux_t>(nullptr, 0, 10, previous, element);
+  EXPECT_EQ(previous.param_cct, cctsA);
+  EXPECT_EQ(element.param_cct_count, 2);
+  EXPECT_EQ(lumotest::errorMessages(capture).size(), 1u);
+}
 
 using lumotest::luxBand;
 using Lines = std::vector<std::string>;
@@ -54,28 +147,20 @@ calib::CalibrationFile triggerFile() {
   return f;
 }
 
-// The weights of the four corners, as the bilinear formulas define them.
+// The six weights as the trigger logs them (lux, then each CCT bracket, with
+// the deliberate double complement), and the four corners' products.
 struct Weights {
-  float wLuxPrev, wLuxElem, uPrev, uPrevPartner, uElem, uElemPartner;
-  float w[4];
+  float six[6], w[4];
 };
 
 Weights weightsFor(float lux, float luxPrevEnd, float luxElemStart, float cct, float prevLowEnd,
                    float prevHighStart, float elemLowEnd, float elemHighStart) {
-  const float tLux = (lux - luxPrevEnd) / (luxElemStart - luxPrevEnd);
+  const float luxPrev = 1.0f - (lux - luxPrevEnd) / (luxElemStart - luxPrevEnd);
   const float tPrev = (cct - prevLowEnd) / (prevHighStart - prevLowEnd);
-  const float tElem = (cct - elemLowEnd) / (elemHighStart - elemLowEnd);
-  Weights r;
-  r.wLuxPrev = 1.0f - tLux;
-  r.wLuxElem = 1.0f - r.wLuxPrev;
-  r.uPrev = 1.0f - tPrev;
-  r.uPrevPartner = 1.0f - (1.0f - tPrev);
-  r.uElem = 1.0f - tElem;
-  r.uElemPartner = 1.0f - r.uElem;
-  r.w[0] = r.wLuxPrev * r.uPrev;
-  r.w[1] = r.wLuxPrev * r.uPrevPartner;
-  r.w[2] = r.wLuxElem * r.uElem;
-  r.w[3] = r.wLuxElem * r.uElemPartner;
+  const float uElem = 1.0f - (cct - elemLowEnd) / (elemHighStart - elemLowEnd);
+  Weights r{{luxPrev, 1.0f - luxPrev, 1.0f - tPrev, 1.0f - (1.0f - tPrev), uElem, 1.0f - uElem},
+            {}};
+  for (int i = 0; i < 4; i++) r.w[i] = r.six[i / 2] * r.six[2 + i];
   return r;
 }
 
@@ -120,20 +205,14 @@ std::string joined(const float* v, size_t n, bool g, const char* separator) {
 }
 
 param_trigger_t frame(const std::string& scene, uint16_t lux, uint16_t cct, float zoom) {
-  param_trigger_t in;
-  in.lux = lux;
-  in.cct = cct;
-  in.zoom_ratio = zoom;
-  in.aiscene = scene;
-  return in;
+  return {lux, cct, zoom, scene};
 }
 
 // Lines of the trigger itself (those carrying the instance name).
 Lines triggerLines(const hostsim::LogCapture& capture) {
   Lines out;
-  for (const std::string& m : lumotest::messages(capture)) {
+  for (const std::string& m : lumotest::messages(capture))
     if (m.compare(0, kHead.size(), kHead) == 0) out.push_back(m.substr(kHead.size()));
-  }
   return out;
 }
 
@@ -191,11 +270,9 @@ TEST_F(Trigger, FirstFrameBlendsBothOutputsAndLogsTheWeights) {
   const Weights w = weightsFor(201, 200, 400, 3001, 3000, 4000, 3000, 4000);
   EXPECT_EQ(lutMismatches(k, w.w), 0u);
   for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(k, w.w, j)) << j;
-  const float six[] = {w.wLuxPrev, w.wLuxElem, w.uPrev, w.uPrevPartner, w.uElem, w.uElemPartner};
   const std::string four = joined(w.w, 4, false, ", ");
-  EXPECT_EQ(triggerLines(capture), (Lines{"lut index 0, 1, 2, 3", joined(six, 6, false, ", "), four,
-                                          "shading index 0, 1, 2, 3", four}));
-  EXPECT_NEAR(w.w[0] + w.w[1] + w.w[2] + w.w[3], 1.0f, 1e-6f);
+  EXPECT_EQ(triggerLines(capture), (Lines{"lut index 0, 1, 2, 3", joined(w.six, 6, false, ", "),
+                                          four, "shading index 0, 1, 2, 3", four}));
 }
 
 TEST_F(Trigger, UnchangedCellLeavesTheOutputsAlone) {
@@ -435,6 +512,127 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
             (Lines{kNotFound, kNotFound, kNotFound,
                    kHead + "shading index 0, 0, 0, 0 beyond the 0 shading blocks of the store, "
                            "no parameters for this frame"}));
+}
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kInf = std::numeric_limits<float>::infinity();
+
+struct ByteRow {
+  float value;
+  uint8_t expected;
+};
+
+// Expected bytes worked out by hand: low 8 bits of the truncated int32.
+// clang-format off
+const ByteRow kByteRows[] = {
+    {0.0f, 0},        {0.99f, 0},        {-0.99f, 0},   {1.0f, 1},       {254.999f, 254},
+    {255.9f, 255},    {256.0f, 0},       {256.5f, 0},   {-1.5f, 255},    {-256.0f, 0},
+    {-257.0f, 255},   {511.7f, 255},     {kNaN, 0},     {kInf, 255},     {-kInf, 0},
+    {3e9f, 255},      {-3e9f, 0},        {2147483648.0f, 255},           {-2147483648.0f, 0},
+    {2147483520.0f, 0x80},               {-2147483520.0f, 0x80},         {1e-45f, 0},
+    {65537.0f, 1},    {-65537.0f, 255}};
+// clang-format on
+
+// Every build of the vector kernel this machine runs.
+std::vector<lumo::LutKernel> kernels() {
+  std::vector<lumo::LutKernel> out;
+  for (lumo::LutKernel k : {lumo::LutKernel::kBaseline, lumo::LutKernel::kAvx2})
+    if (lumo::lutKernelAvailable(k)) out.push_back(k);
+  return out;
+}
+
+// The vector kernels convert through case 3 with one LUT of ones and a
+// weight equal to the value: (v + 0) * 1 + (0 + 0) * 0 = v.
+TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByteInEveryKernel) {
+  const size_t n = 77;  // vector body and scalar tail
+  std::vector<uint8_t> ones(n, 1), zeros(n, 0), out(n);
+  for (const ByteRow& row : kByteRows) {
+    EXPECT_EQ(lumo::lutByteFromFloat(row.value), row.expected) << row.value;
+    for (lumo::LutKernel kernel : kernels()) {
+      lumo::LutBlendSources src{{ones.data(), ones.data(), zeros.data(), zeros.data()},
+                                {row.value, 0.0f, 0.0f, 0.0f}};
+      lumo::blendLutVectorWith(kernel, 3, src, out.data(), n);
+      EXPECT_EQ(out, std::vector<uint8_t>(n, row.expected)) << row.value;
+    }
+  }
+}
+
+TEST(LutBlendCase, FirstMatchingCaseInTableOrder) {
+  struct Row {
+    uint16_t a, b, c, d;
+    int expected;
+  };
+  const Row rows[] = {
+      {3, 3, 3, 3, 1}, {0, 0, 2, 3, 2}, {0, 0, 0, 3, 2}, {0, 0, 2, 2, 3},
+      {0, 1, 2, 3, 4}, {0, 1, 2, 2, 4}, {0, 1, 1, 0, 4}, {0, 1, 0, 3, 5},
+      {0, 1, 0, 0, 5}, {0, 1, 0, 1, 6}, {7, 9, 7, 9, 6},
+  };
+  for (const Row& r : rows) {
+    EXPECT_EQ(lumo::lutBlendCase(r.a, r.b, r.c, r.d), r.expected)
+        << r.a << "," << r.b << "," << r.c << "," << r.d;
+  }
+}
+
+// A case reads only the LUTs it names: the others may be anywhere.
+TEST(BlendLut, CasesReadOnlyTheirOwnLuts) {
+  std::vector<uint8_t> a(LUT_BYTES, 100), b(LUT_BYTES, 50), out(LUT_BYTES);
+  // Case 3 uses a and c; b and d point at nothing.
+  lumo::LutBlendSources src{{a.data(), nullptr, b.data(), nullptr}, {0.25f, 0.25f, 0.25f, 0.25f}};
+  lumo::blendLutVector(3, src, out.data(), LUT_BYTES);
+  EXPECT_EQ(out.front(), 75);
+  EXPECT_EQ(out.back(), 75);
+}
+
+float randomWeight(std::mt19937& rng) {
+  static const float kOddWeights[] = {kNaN,   kInf,   -kInf, 0.0f,          -0.0f,     1e30f,
+                                      -1e30f, 1e-40f, 1.0f,  2147483648.0f, 0.999999f, 1e7f};
+  const unsigned pick = rng() % 16;
+  if (pick < 4) return kOddWeights[rng() % (sizeof(kOddWeights) / sizeof(kOddWeights[0]))];
+  if (pick < 6) return std::uniform_real_distribution<float>(-300.0f, 300.0f)(rng);
+  return std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng);
+}
+
+TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
+  std::mt19937 rng(20240611);
+  std::vector<std::vector<uint8_t>> luts(4, std::vector<uint8_t>(LUT_BYTES));
+  const size_t lengths[] = {0, 1, 7, 8, 15, 16, 17, 31, 33, 64, 100, LUT_BYTES};
+  for (int trial = 0; trial < 60; trial++) {
+    for (auto& lut : luts) {
+      for (auto& v : lut) v = static_cast<uint8_t>(rng());
+    }
+    for (int blendCase = 1; blendCase <= 6; blendCase++) {
+      lumo::LutBlendSources src{};
+      for (int i = 0; i < 4; i++) {
+        src.lut[i] = luts[static_cast<size_t>(i)].data();
+        src.weight[i] = randomWeight(rng);
+      }
+      for (size_t n : lengths) {
+        std::vector<uint8_t> ref(n + 1, 0xA5);
+        lumo::blendLutReference(blendCase, src, ref.data(), n);
+        ASSERT_EQ(ref[n], 0xA5) << "wrote past the end";
+        for (lumo::LutKernel kernel : kernels()) {
+          std::vector<uint8_t> vec(n + 1, 0xA5);
+          lumo::blendLutVectorWith(kernel, blendCase, src, vec.data(), n);
+          ASSERT_EQ(vec, ref) << "kernel " << int(kernel) << " case " << blendCase << " n " << n
+                              << " weights " << ::testing::PrintToString(src.weight);
+        }
+      }
+    }
+  }
+}
+
+// The switch is read once per process, so it is checked in a fresh one.
+TEST(BlendLutDeathTest, EnvironmentSwitchForcesTheScalarLoop) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const auto& [value, code] : {std::pair{"1", 3}, std::pair{"0", 4}}) {
+    EXPECT_EXIT(
+        {
+          setenv("LUMO_FORCE_SCALAR", value, 1);
+          std::exit(lumo::lutBlendForcedScalar() ? 3 : 4);
+        },
+        testing::ExitedWithCode(code), "")
+        << value;
+  }
 }
 
 }  // namespace

@@ -1,22 +1,17 @@
-# Plugin tests. White-box suites link the plugin core directly; the library
+# Plugin tests. The object suite links the plugin core directly; the library
 # and threads suites load the built liblumo_filter.so the way the camera host does.
 if(NOT TARGET lumo_filter_core OR NOT TARGET lumo_calib)
   return()
 endif()
 
-add_library(lumo_plugin_test_support STATIC ${CMAKE_CURRENT_LIST_DIR}/plugin_test_support.cpp)
-target_include_directories(lumo_plugin_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(lumo_plugin_test_support PUBLIC vyhost lumo_calib GTest::gtest)
-lumo_warnings(lumo_plugin_test_support)
+add_library(lumo_plugin_test_support INTERFACE)  # plugin_test_support.h
+target_include_directories(lumo_plugin_test_support INTERFACE ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(lumo_plugin_test_support INTERFACE vyhost lumo_calib GTest::gtest)
 
 lumo_add_gtest(plugin_core_test
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_metadata_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/plugin_request_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/plugin_lifecycle_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/plugin_dump_test.cpp
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_object_test.cpp
   LIBS lumo_filter_core lumo_plugin_test_support)
 
-# Suites that load the built library as the host does (dlopen, then the entry).
 lumo_add_gtest(plugin_library_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_library_test.cpp
   LIBS lumo_plugin_test_support)

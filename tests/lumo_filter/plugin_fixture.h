@@ -17,26 +17,17 @@
 
 // Reaches the plugin's private state (declared a friend by the plugin).
 struct LumoPluginTestAccess {
-  static const param_trigger_t& triggerInfo(const VyLumoFilterPlugin& p) { return p.m_triggerInfo; }
+  static const param_trigger_t& info(const VyLumoFilterPlugin& p) { return p.m_triggerInfo; }
   static const std::string& imageName(const VyLumoFilterPlugin& p) { return p.m_imageName; }
   static bool bypass(const VyLumoFilterPlugin& p) { return p.m_bypass; }
   static bool filterValid(const VyLumoFilterPlugin& p) { return p.m_filterValid; }
   static bool hasFilter(const VyLumoFilterPlugin& p) { return p.m_filter != nullptr; }
   static bool hasExifFile(const VyLumoFilterPlugin& p) { return p.m_exifFile != nullptr; }
-  static const std::string& instanceName(const VyLumoFilterPlugin& p) { return p.m_instanceName; }
-  static param_shading_float_t* shading(VyLumoFilterPlugin& p) { return p.m_shading.get(); }
-  static param_lut_t* lut(VyLumoFilterPlugin& p) { return p.m_lut.get(); }
-  static void setFrame(VyLumoFilterPlugin& p, int32_t width, int32_t height, uint32_t frameNum) {
-    p.m_width = width;
-    p.m_height = height;
-    p.m_frameNum = frameNum;
-  }
-  static void setTriggerChanged(VyLumoFilterPlugin& p, bool changed) {
-    p.m_triggerChanged = changed;
-  }
-  static void setImageName(VyLumoFilterPlugin& p, const std::string& name) { p.m_imageName = name; }
+  static bool hasBlocks(const VyLumoFilterPlugin& p) { return p.m_lut || p.m_shading; }
 };
 using Access = LumoPluginTestAccess;
+using lumotest::PluginLine;
+using Lines = std::vector<PluginLine>;
 
 class PluginFixture : public ::testing::Test {
 protected:
@@ -45,17 +36,11 @@ protected:
     hostsim::setAndroidLogFile("-");
     hostsim::setFilterFaults({});
     hostsim::resetCreateFilterCalls();
-    journal = std::make_shared<hostsim::FilterJournal>();
-    factory = std::make_unique<hostsim::FilterFactoryOverride>(
-        [j = journal](videoprocess::VideoFormat format, bool) {
-          return new hostsim::RecordingFilter(format, j);
-        });
   }
 
   void TearDown() override {
     for (auto& p : plugins) p->destroy();
     plugins.clear();
-    factory.reset();
     hostsim::setFilterFaults({});
     hostsim::clearProperties();
     VyLumoFilterPlugin::m_algoForceEnable = 0;
@@ -73,7 +58,17 @@ protected:
     return *plugins.back();
   }
 
-  std::shared_ptr<hostsim::FilterJournal> journal;
-  std::unique_ptr<hostsim::FilterFactoryOverride> factory;
+  // Runs one frame with a cleared journal; returns the plugin's lines.
+  Lines process(VyLumoFilterPlugin& plugin, lumotest::Frame& frame) {
+    journal->clear();
+    hostsim::LogCapture capture;
+    EXPECT_EQ(plugin.processRequest(&frame.request), 0);
+    return lumotest::pluginLines(capture);
+  }
+
+  std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
+  hostsim::FilterFactoryOverride factory{[j = journal](videoprocess::VideoFormat format, bool) {
+    return new hostsim::RecordingFilter(format, j);
+  }};
   std::vector<std::unique_ptr<VyLumoFilterPlugin>> plugins;
 };

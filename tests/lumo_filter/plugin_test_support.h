@@ -3,90 +3,74 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+#include <hostsim/device_root.h>
+#include <hostsim/filter_factory.h>
+#include <hostsim/frame_metadata.h>
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
+#include <hostsim/metadata_tags.h>
+#include <hostsim/plugin_registry.h>
+#include <hostsim/recording_filter.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vyalgo2/HostRecords.h>
 #include <vyalgo2/VyMetadata.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace lumotest {
 
-// Calibration written by prepareDevice(): one cell per scene, covering lux
-// and CCT 0..60000. LUT block k of each scene below; "food" is missing on
-// purpose so that its frames find no parameters.
+// One cell per scene over lux and CCT 0..60000, LUT block k each; "food" is
+// left out so that its frames find no parameters.
 struct SceneLut {
   const char* name;
   size_t lutBlock;
 };
 constexpr SceneLut kScenes[] = {
     {"common", 0}, {"plants", 1}, {"night", 2}, {"sunrise_sunset", 3}, {"protrait", 4}};
-constexpr size_t kLutBlocks = 5;
-constexpr uint16_t kCalibratedMax = 60000;
 // Shading of zoom ratio 1 (block 0) and of zoom ratio 2 (block 1).
 constexpr std::array<float, 8> kShadingZoom1 = {0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f};
 constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f};
 
-// Byte p of LUT block k, made up so that blocks differ everywhere.
-uint8_t lutByte(size_t block, size_t p);
-std::vector<uint8_t> lutBlock(size_t block);
-size_t lutBlockOf(const std::string& scene);
-
-calib::CalibrationFile testCalibration();
-// Replaces the device's calibration file (read by the first initialize of a process).
-void installCalibration(const calib::CalibrationFile& file);
-
-// Once per process: a fresh device root with the calibration file and an
-// empty dump folder. Returns the root.
-const std::string& prepareDevice();
-std::string dumpFolder();  // <root>/data/vendor/camera
-
 // What a frame's metadata carries; unset members are absent tags.
 struct FrameTags {
-  std::optional<uint32_t> cct;
-  std::optional<float> lux;
-  std::optional<uint32_t> scene;
+  std::optional<uint32_t> cct{};
+  std::optional<float> lux{};
+  std::optional<uint32_t> scene{};
   int faceValues = 0;  // int32 values of the face-rectangle tag (4 per face)
-  std::optional<float> zoom;
-  std::optional<std::string> imageName;
+  std::optional<float> zoom{};
+  std::string imageName{};  // empty: absent
 };
-std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags);
 
-// One input image (filled with a pattern) and one zeroed output image.
+// A patterned NV21 input and a zeroed output.
 struct Frame {
-  std::unique_ptr<hostsim::ImageBuffer> input;
-  std::unique_ptr<hostsim::ImageBuffer> output;
+  std::unique_ptr<hostsim::ImageBuffer> input, output;
   vyalgo2::ProcessRequestInfo request;
   bool outputEqualsInput() const;
-  bool outputUntouched() const;  // still all zero
+  bool outputUntouched() const;
 };
-Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum,
-                std::shared_ptr<VyMetadata> metadata, uint32_t stride = 0);
 
-// A line the plugin object logged on the Android log.
+// A line of lumo_filter/VyLumoFilterPlugin on the Android log.
 struct PluginLine {
-  int priority;          // 3 debug, 4 info, 6 error
-  std::string function;  // e.g. "processRequest"
-  std::string text;      // the message after the function
+  int priority;  // 3 debug, 4 info, 6 error
+  std::string function, text;
   bool operator==(const PluginLine& o) const {
     return priority == o.priority && function == o.function && text == o.text;
   }
 };
-std::ostream& operator<<(std::ostream& os, const PluginLine& line);
-// Lines of lumo_filter/VyLumoFilterPlugin only (the store and trigger lines are left out).
-std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture);
-// Lines of one source file ("lumo_filter/paramTrigger"), text only.
-std::vector<std::string> linesOf(const hostsim::LogCapture& capture, const std::string& file);
-
-std::string readFile(const std::string& path);
-// Regular files below `folder`, names only, sorted.
-std::vector<std::string> filesIn(const std::string& folder);
 
 // The expected text of one parameter dump block.
 struct ExifBlock {
@@ -95,14 +79,228 @@ struct ExifBlock {
   std::string scene;
   int lux, cct;
   float zoom;
-  std::string shading;  // the bracketed shading text, e.g. "[ 0.1 0.9 2 1 0.5 0.25 1 0]"
-  size_t lutBlock;
+  std::string shading;  // e.g. "[ 0.1 0.9 2 1 0.5 0.25 1 0]"
 };
-std::string exifText(const ExifBlock& block);
 
-// Runs `body` in a forked child (for state that only a fresh process has,
-// like switches read when a library loads). Returns the child's exit code:
-// 0 when the body ran without a failed expectation.
-int runInChild(const std::function<void()>& body);
+inline std::vector<uint8_t> lutBlock(size_t block) {
+  std::vector<uint8_t> out(calib::kLutBlockBytes);
+  for (size_t p = 0; p < out.size(); ++p) out[p] = (p * 7 + block * 37 + p / 289) & 0xFF;
+  return out;
+}
+
+inline size_t lutBlockOf(const std::string& scene) {
+  for (const SceneLut& s : kScenes)
+    if (scene == s.name) return s.lutBlock;
+  ADD_FAILURE() << "no calibrated scene " << scene;
+  return 0;
+}
+
+inline calib::CalibrationFile testCalibration() {
+  auto cell = [](uint16_t index) {
+    return std::vector<calib::LuxBand>{{0, 60000, {{0, 60000, index}}}};
+  };
+  calib::CalibrationFile file;
+  for (const SceneLut& s : kScenes) {
+    file.scenes.push_back({s.name, cell(static_cast<uint16_t>(s.lutBlock)), std::nullopt});
+    file.luts.push_back(lutBlock(s.lutBlock));
+  }
+  file.zooms = {{1.0f, cell(0), std::nullopt}, {2.0f, cell(1), std::nullopt}};
+  file.shadings = {kShadingZoom1, kShadingZoom2};
+  return file;
+}
+
+inline void installCalibration(const calib::CalibrationFile& file) {
+  std::string error;
+  const std::string path = hostsim::deviceRoot() + "/odm/etc/camera/lumo_filter_param.bin";
+  if (!calib::writeFile(file, path, &error)) ADD_FAILURE() << "calibration file: " << error;
+}
+
+// Once per process: a device root with the calibration and an empty dump folder.
+inline const std::string& prepareDevice() {
+  // Never destroyed, so that the clean-up at exit can still read it.
+  static const std::string* root = [] {
+    std::string pattern = (std::filesystem::temp_directory_path() / "lumo_plugin_XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    std::filesystem::create_directories(pattern + "/odm/etc/camera");
+    std::filesystem::create_directories(pattern + "/data/vendor/camera");
+    hostsim::setDeviceRoot(pattern);
+    installCalibration(testCalibration());
+    // Forked children leave through _exit and never run this.
+    std::atexit([] { std::filesystem::remove_all(prepareDevice()); });
+    return new std::string(pattern);
+  }();
+  return *root;
+}
+
+inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
+
+inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
+                           float zoom = 1.0f, std::string name = "") {
+  FrameTags t;
+  t.scene = scene;
+  t.lux = lux;
+  t.cct = cct;
+  t.zoom = zoom;
+  t.imageName = std::move(name);
+  return t;
+}
+
+inline std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
+  hostsim::FrameConditions c;
+  c.cct = tags.cct;
+  c.luxIndex = tags.lux;
+  c.aiScene = tags.scene;
+  if (tags.faceValues > 0) c.faceValues = std::vector<int32_t>(tags.faceValues, 10);
+  c.zoomRatio = tags.zoom;
+  if (!tags.imageName.empty()) c.imageName = tags.imageName;
+  return hostsim::makeFrameMetadata(c);
+}
+
+inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
+                       uint32_t stride = 0) {
+  Frame f;
+  const hostsim::ImageGeometry g{hostsim::PixelLayout::NV21, width, height, stride, 0};
+  std::string error;
+  f.input = hostsim::ImageBuffer::allocate(g, &error);
+  f.output = hostsim::ImageBuffer::allocate(g, &error);
+  if (!f.input || !f.output) {
+    ADD_FAILURE() << "image buffer: " << error;
+    std::abort();
+  }
+  for (size_t i = 0; i < f.input->size(); ++i) f.input->data()[i] = uint8_t(i * 13 + 1);
+  const std::shared_ptr<VyMetadata> metadata = makeMetadata(tags);
+  f.request.inputBuffers[0].push_back(f.input->imageParams(metadata));
+  f.request.outputBuffers[0].push_back(f.output->imageParams(metadata));
+  f.request.frameNum = frameNum;
+  return f;
+}
+
+inline bool Frame::outputEqualsInput() const {
+  return std::memcmp(input->data(), output->data(), input->size()) == 0;
+}
+
+inline bool Frame::outputUntouched() const {
+  return std::all_of(output->data(), output->data() + output->size(),
+                     [](uint8_t b) { return b == 0; });
+}
+
+inline std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
+  return os << "{" << line.priority << ", " << line.function << ", \"" << line.text << "\"}";
+}
+
+// Lines that one source file logged on the Android log under the plugins' tag,
+// cut from "VyaPlugin <file>:<line> <function>()<message>".
+inline std::vector<PluginLine> linesOf(const hostsim::LogCapture& capture,
+                                       const std::string& file = "lumo_filter/VyLumoFilterPlugin") {
+  std::vector<PluginLine> out;
+  const std::string head = "VyaPlugin " + file + ":";
+  for (const hostsim::LogRecord& r : capture.records()) {
+    const std::string& m = r.message;
+    const size_t space = m.find(' ', head.size());
+    const size_t parens = m.find("()", space == std::string::npos ? m.size() : space);
+    if (r.offline || r.tag != "VyAlgoEngine" || m.compare(0, head.size(), head) != 0 ||
+        parens == std::string::npos || m.find_first_not_of("0123456789", head.size()) != space ||
+        space == head.size())
+      continue;
+    out.push_back({r.priority, m.substr(space + 1, parens - space - 1), m.substr(parens + 2)});
+  }
+  return out;
+}
+inline std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
+  return linesOf(capture);
+}
+
+// Asks isEnabled with a session stylisation byte (-1: no tag); the byte after it is noise.
+inline bool enabledFor(vyalgo2::PluginWraper& plugin, int stylizationType) {
+  vyalgo2::VyaParams params;
+  params.pSessionMetadata = std::make_shared<VyMetadata>();
+  const uint8_t bytes[2] = {static_cast<uint8_t>(stylizationType), 9};
+  if (stylizationType >= 0)
+    params.pSessionMetadata->update(hostsim::kTagStylizationType, TYPE_BYTE, bytes, 2);
+  return plugin.isEnabled(params);
+}
+
+inline std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// Names of the files below `folder`, sorted.
+inline std::vector<std::string> filesIn(const std::string& folder) {
+  std::vector<std::string> out;
+  std::error_code ec;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(folder, ec))
+    if (e.is_regular_file()) out.push_back(e.path().filename().string());
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+inline std::string exifText(const ExifBlock& b) {
+  char zoom[64];
+  std::snprintf(zoom, sizeof(zoom), "%f", static_cast<double>(b.zoom));
+  std::string s = b.frameNum ? "frameNum=" + std::to_string(*b.frameNum) + "\n" : "";
+  s += "width=" + std::to_string(b.width) + "\nheight=" + std::to_string(b.height) +
+       "\naiscene=" + b.scene + "\nlux=" + std::to_string(b.lux) +
+       "\ncct=" + std::to_string(b.cct) + "\nzoom_ratio=" + zoom + "\nshading=" + b.shading +
+       "\nlut_algo_input=[";
+  for (uint8_t v : lutBlock(lutBlockOf(b.scene))) s += " " + std::to_string(v);
+  return s + "]\n";
+}
+
+// Runs `body` in a forked child, for switches read only when a library loads.
+// Returns its exit code: 0 when no expectation failed.
+inline int runInChild(const std::function<void()>& body) {
+  prepareDevice();  // made here, so that this process removes it at exit
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    body();
+    std::fflush(nullptr);
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+#ifdef LUMO_PLUGIN_LIBRARY
+constexpr const char* kProviderName = "com.zentor.plugin.vylumofilter";
+// Switches by their name after "persist.vendor.camera.lumofilter.".
+using Props = std::vector<std::pair<const char*, const char*>>;
+
+// A host in this process: the library loaded after `properties` were set,
+// a recording SDK, and plugin objects made by the registered provider.
+struct Host {
+  explicit Host(const Props& properties) {
+    lumotest::prepareDevice();
+    hostsim::setAndroidLogFile("-");
+    for (const auto& [key, value] : properties)
+      property_set(("persist.vendor.camera.lumofilter." + std::string(key)).c_str(), value);
+    std::string error;
+    loaded = registry.load(LUMO_PLUGIN_LIBRARY, &error);
+    EXPECT_TRUE(loaded) << error;
+  }
+  ~Host() {
+    for (auto& p : plugins) p->destroy();
+  }
+  vyalgo2::PluginWraper& make(uint32_t mode) {
+    plugins.push_back(registry.create(kProviderName));
+    vyalgo2::CreateInfo info;
+    info.processMode = mode;
+    plugins.back()->initialize(&info, vyalgo2::VyaNodeInterface{});
+    return *plugins.back();
+  }
+  std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
+  hostsim::FilterFactoryOverride factory{[j = journal](videoprocess::VideoFormat f, bool) {
+    return new hostsim::RecordingFilter(f, j);
+  }};
+  hostsim::PluginRegistry registry;
+  bool loaded = false;
+  std::vector<hostsim::PluginPtr> plugins;
+};
+
+#endif  // LUMO_PLUGIN_LIBRARY
 
 }  // namespace lumotest

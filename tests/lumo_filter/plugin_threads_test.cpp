@@ -1,11 +1,5 @@
 // The preview and snapshot instances side by side on two threads, as the
 // host runs them: they share only the calibration store and the switches.
-#include <gtest/gtest.h>
-#include <hostsim/filter_factory.h>
-#include <hostsim/log_sink.h>
-#include <hostsim/plugin_registry.h>
-#include <hostsim/recording_filter.h>
-
 #include <algorithm>
 #include <thread>
 
@@ -28,7 +22,7 @@ int runFrames(vyalgo2::PluginWraper& plugin) {
     tags.zoom = (n / 300) % 2 == 0 ? 1.0f : 2.0f;
     tags.faceValues = (n / 700) % 2 == 0 ? 0 : 4;
     tags.imageName = "IMG_" + std::to_string(n);
-    lumotest::Frame frame = lumotest::makeFrame(32, 16, n, lumotest::makeMetadata(tags));
+    lumotest::Frame frame = lumotest::makeFrame(32, 16, n, tags);
     plugin.processRequest(&frame.request);
     if (frame.outputUntouched()) ++filtered;  // rendered by the recording filter, not copied
   }
@@ -36,37 +30,19 @@ int runFrames(vyalgo2::PluginWraper& plugin) {
 }
 
 TEST(PluginThreads, PreviewAndSnapshotRunSideBySide) {
-  lumotest::prepareDevice();
-  hostsim::setAndroidLogFile("-");
-  auto journal = std::make_shared<hostsim::FilterJournal>();
-  hostsim::FilterFactoryOverride factory([journal](videoprocess::VideoFormat f, bool) {
-    return new hostsim::RecordingFilter(f, journal);
-  });
-  hostsim::PluginRegistry registry;
-  std::string error;
-  ASSERT_TRUE(registry.load(LUMO_PLUGIN_LIBRARY, &error)) << error;
-  {
-    hostsim::PluginPtr preview = registry.create("com.zentor.plugin.vylumofilter");
-    hostsim::PluginPtr snapshot = registry.create("com.zentor.plugin.vylumofilter");
-    vyalgo2::CreateInfo info;
-    info.processMode = 1;
-    preview->initialize(&info, vyalgo2::VyaNodeInterface{});
-    info.processMode = 0;
-    snapshot->initialize(&info, vyalgo2::VyaNodeInterface{});
-
-    int previewFiltered = 0;
-    int snapshotFiltered = 0;
-    std::thread a([&] { previewFiltered = runFrames(*preview); });
-    std::thread b([&] { snapshotFiltered = runFrames(*snapshot); });
-    a.join();
-    b.join();
-    EXPECT_EQ(previewFiltered, static_cast<int>(kFrames));
-    EXPECT_EQ(snapshotFiltered, static_cast<int>(kFrames));
-    preview->destroy();
-    snapshot->destroy();
-  }
-  const std::vector<std::string> names = journal->names();
-  EXPECT_EQ(std::count(names.begin(), names.end(), "processFrame"), static_cast<long>(2 * kFrames));
+  lumotest::Host host({});
+  ASSERT_TRUE(host.loaded);
+  vyalgo2::PluginWraper& preview = host.make(1);
+  vyalgo2::PluginWraper& snapshot = host.make(0);
+  int previewFiltered = 0, snapshotFiltered = 0;
+  std::thread a([&] { previewFiltered = runFrames(preview); });
+  std::thread b([&] { snapshotFiltered = runFrames(snapshot); });
+  a.join();
+  b.join();
+  EXPECT_EQ(previewFiltered, int(kFrames));
+  EXPECT_EQ(snapshotFiltered, int(kFrames));
+  const std::vector<std::string> names = host.journal->names();
+  EXPECT_EQ(std::count(names.begin(), names.end(), "processFrame"), long(2 * kFrames));
 }
 
 }  // namespace
