@@ -18,15 +18,6 @@ namespace {
 constexpr uint32_t kWidth = 4000;
 constexpr uint32_t kHeight = 3000;
 
-lumotest::FrameTags stillScene() {
-  lumotest::FrameTags tags;
-  tags.cct = 5000;
-  tags.lux = 300.0f;
-  tags.scene = 9;
-  tags.zoom = 1.0f;
-  return tags;
-}
-
 // One preview instance over one frame, the switches as `bypassMode` says.
 void runFrames(benchmark::State& state, int32_t bypassMode) {
   lumotest::prepareDevice();
@@ -39,8 +30,8 @@ void runFrames(benchmark::State& state, int32_t bypassMode) {
   vyalgo2::CreateInfo info;
   info.processMode = 1;
   plugin.initialize(&info, vyalgo2::VyaNodeInterface{});
-  lumotest::Frame frame =
-      lumotest::makeFrame(kWidth, kHeight, 1, lumotest::makeMetadata(stillScene()));
+  // A still daylight scene: the same calibration cell every frame.
+  lumotest::Frame frame = lumotest::makeFrame(kWidth, kHeight, 1, lumotest::sceneTags(9));
   plugin.processRequest(&frame.request);  // the first frame uploads the parameters
   for (auto _ : state) {
     benchmark::DoNotOptimize(plugin.processRequest(&frame.request));
