@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,24 +17,20 @@
 
 namespace lumotest {
 
+using Lines = std::vector<std::string>;
+
 // A temporary folder removed with everything in it.
-class TempDir {
-public:
-  TempDir() {
-    m_path = (std::filesystem::temp_directory_path() / "lumo_param_XXXXXX").string();
-    if (mkdtemp(m_path.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  }
+struct TempDir {
+  std::string path = [] {
+    std::string p = (std::filesystem::temp_directory_path() / "lumo_param_XXXXXX").string();
+    if (mkdtemp(p.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    return p;
+  }();
   ~TempDir() {
     std::error_code ec;
-    std::filesystem::remove_all(m_path, ec);
+    std::filesystem::remove_all(path, ec);
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return m_path; }
-  std::string file(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-  std::string m_path;
+  std::string file(const std::string& name) const { return path + "/" + name; }
 };
 
 // Byte p of the LUT block made from `seed`.
@@ -43,6 +40,13 @@ inline calib::LutBlock patternLut(unsigned seed) {
   calib::LutBlock lut(calib::kLutBlockBytes);
   for (size_t p = 0; p < lut.size(); p++) lut[p] = patternByte(seed, p);
   return lut;
+}
+
+// "[ b0 b1 ... b49]": the head of a pattern LUT as the dump and debug prints show it.
+inline std::string lutHead(unsigned seed) {
+  std::string text = "[";
+  for (size_t p = 0; p < 50; p++) text += " " + std::to_string(patternByte(seed, p));
+  return text + "]";
 }
 
 inline calib::LuxBand luxBand(uint16_t start, uint16_t end, std::vector<calib::CctBand> ccts) {
@@ -63,8 +67,8 @@ inline std::string writeCalib(const TempDir& dir, const std::string& name,
 }
 
 // Android log lines cut after "<group> <file>:<line> <func>()", all or errors only.
-inline std::vector<std::string> messages(const hostsim::LogCapture& capture, bool errors = false) {
-  std::vector<std::string> out;
+inline Lines messages(const hostsim::LogCapture& capture, bool errors = false) {
+  Lines out;
   for (const hostsim::LogRecord& r : capture.records()) {
     if (r.offline || (errors && r.priority != 6)) continue;
     const size_t cut = r.message.find("()");
@@ -72,13 +76,10 @@ inline std::vector<std::string> messages(const hostsim::LogCapture& capture, boo
   }
   return out;
 }
-inline std::vector<std::string> errorMessages(const hostsim::LogCapture& capture) {
-  return messages(capture, true);
-}
 
 // Function names of the Android log lines.
-inline std::vector<std::string> functions(const hostsim::LogCapture& capture) {
-  std::vector<std::string> out;
+inline Lines functions(const hostsim::LogCapture& capture) {
+  Lines out;
   for (const std::string& line : capture.androidMessages()) {
     const size_t end = line.find("()");
     const size_t begin = line.rfind(' ', end);

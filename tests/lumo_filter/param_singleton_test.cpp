@@ -14,7 +14,7 @@ namespace {
 TEST(ParamSingleton, LoadsTheDeviceFileOnceAndTheTriggerBorrowsIt) {
   lumotest::quietLogs();
   lumotest::TempDir root;
-  const std::string folder = root.path() + "/odm/etc/camera";
+  const std::string folder = root.path + "/odm/etc/camera";
   std::filesystem::create_directories(folder);
   calib::CalibrationFile f;
   f.scenes.push_back({"common", {lumotest::luxBand(0, 65535, {{0, 65535, 1}})}, std::nullopt});
@@ -23,7 +23,7 @@ TEST(ParamSingleton, LoadsTheDeviceFileOnceAndTheTriggerBorrowsIt) {
   f.shadings.push_back({1, 2, 3, 4, 5, 6, 7, 8});
   std::string error;
   ASSERT_TRUE(calib::writeFile(f, folder + "/lumo_filter_param.bin", &error)) << error;
-  hostsim::setDeviceRoot(root.path());
+  hostsim::setDeviceRoot(root.path);
 
   hostsim::LogCapture capture;
   ParamUtil& first = ParamUtil::getInstance();
@@ -32,7 +32,7 @@ TEST(ParamSingleton, LoadsTheDeviceFileOnceAndTheTriggerBorrowsIt) {
   EXPECT_EQ(lumotest::messages(capture).at(0), "[LumoFilter] ParamUtil");
 
   // Gone from the disk, still in the store; the second call neither logs nor reads.
-  std::filesystem::remove_all(root.path() + "/odm");
+  std::filesystem::remove_all(root.path + "/odm");
   capture.clear();
   ParamUtil& second = ParamUtil::getInstance();
   EXPECT_EQ(&second, &first);
@@ -41,11 +41,10 @@ TEST(ParamSingleton, LoadsTheDeviceFileOnceAndTheTriggerBorrowsIt) {
 
   ParamTrigger trigger;
   trigger.initialize(param_trigger_init_info{false, "OfflineSnapshot"});
-  const param_trigger_t input{10, 10, 1.0f, "common"};
   param_lut_t lut{};
   param_shading_float_t shading{};
   bool changed = false;
-  ASSERT_TRUE(trigger.trigger(input, &lut, &shading, changed));
+  ASSERT_TRUE(trigger.trigger({10, 10, 1.0f, "common"}, &lut, &shading, changed));
   EXPECT_TRUE(changed);
   EXPECT_EQ(lut.data[5], lumotest::patternByte(1, 5));
   EXPECT_EQ(shading.data[7], 8.0f);

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -13,15 +13,38 @@
 
 namespace {
 
-using calib::CctBand;
+using lumotest::Lines;
 using lumotest::luxBand;
-using Lines = std::vector<std::string>;
 
 // Encoded size of a band list: count, then 6 + 6 C bytes per lux band.
 size_t bandBytes(const std::vector<calib::LuxBand>& bands) {
   size_t n = 2;
   for (const auto& b : bands) n += 6 + 6 * b.ccts.size();
   return n;
+}
+
+// A band list as text, so that whole trees compare in one assertion.
+std::string bandText(const std::vector<calib::LuxBand>& bands) {
+  std::string s;
+  for (const auto& b : bands) {
+    s += std::to_string(b.start) + "-" + std::to_string(b.end) + "[";
+    for (const auto& c : b.ccts) {
+      s += " " + std::to_string(c.start) + "-" + std::to_string(c.end) + "#" +
+           std::to_string(c.index);
+    }
+    s += "] ";
+  }
+  return s;
+}
+
+std::string bandText(const param_t& loaded) {
+  std::vector<calib::LuxBand> bands;
+  for (const param_lux_t& l : std::span(loaded.param_lux, loaded.param_lux_count)) {
+    bands.push_back({l.start, l.end, {}});
+    for (const param_cct_t& c : std::span(l.param_cct, l.param_cct_count))
+      bands.back().ccts.push_back({c.param_start, c.param_end, c.param_cct_lut_index});
+  }
+  return bandText(bands);
 }
 
 calib::CalibrationFile sampleFile() {
@@ -41,109 +64,14 @@ calib::CalibrationFile sampleFile() {
   return f;
 }
 
-void expectBands(const param_t& loaded, const std::vector<calib::LuxBand>& bands) {
-  ASSERT_EQ(loaded.param_lux_count, bands.size());
-  for (size_t i = 0; i < bands.size(); i++) {
-    const param_lux_t& lux = loaded.param_lux[i];
-    EXPECT_EQ(lux.start, bands[i].start);
-    EXPECT_EQ(lux.end, bands[i].end);
-    ASSERT_EQ(lux.param_cct_count, bands[i].ccts.size());
-    for (size_t c = 0; c < bands[i].ccts.size(); c++) {
-      EXPECT_EQ(lux.param_cct[c].param_start, bands[i].ccts[c].start);
-      EXPECT_EQ(lux.param_cct[c].param_end, bands[i].ccts[c].end);
-      EXPECT_EQ(lux.param_cct[c].param_cct_lut_index, bands[i].ccts[c].index);
-    }
-  }
-}
-
-// Every tree entry and both pools against a description with unique keys.
-void expectStore(const ParamUtil& store, const calib::CalibrationFile& f, uint32_t luts,
-                 uint32_t shadings) {
-  ASSERT_EQ(store.aiSceneParams.size(), f.scenes.size());
-  for (const auto& scene : f.scenes) {
-    SCOPED_TRACE(scene.name);
-    ASSERT_EQ(store.aiSceneParams.count(scene.name), 1u);
-    expectBands(store.aiSceneParams.at(scene.name), scene.luxBands);
-  }
-  ASSERT_EQ(store.zoomRatioParams.size(), f.zooms.size());
-  for (const auto& zoom : f.zooms) {
-    ASSERT_EQ(store.zoomRatioParams.count(zoom.ratio), 1u) << zoom.ratio;
-    expectBands(store.zoomRatioParams.at(zoom.ratio), zoom.luxBands);
-  }
-  ASSERT_EQ(store.lutCount, luts);
-  ASSERT_EQ(store.shadingCount, shadings);
-  ASSERT_NE(store.lutData, nullptr);
-  for (uint32_t k = 0; k < luts; k++)
-    EXPECT_EQ(std::memcmp(store.lutData + k * LUT_BYTES, f.luts[k].data(), LUT_BYTES), 0) << k;
-  for (uint32_t k = 0; k < shadings; k++)
-    EXPECT_EQ(std::memcmp(store.shadingData + k * SHADING_BYTES, f.shadings[k].data(), 32), 0);
-}
-
 class ParamStore : public testing::Test {
 protected:
   void SetUp() override { lumotest::quietLogs(); }
   lumotest::TempDir dir;
 };
 
-TEST_F(ParamStore, LoadsTreesCountsPoolsAndHeaderAndLogsEveryBlockKey) {
-  const calib::CalibrationFile f = sampleFile();
-  const std::string path = lumotest::writeCalib(dir, "sample.bin", f);
-  hostsim::LogCapture capture;
-  ParamUtil store(path);
-  // Last CCT record read: food's index 3 and zoom 2.0's index 2.
-  expectStore(store, f, 4, 3);
-  EXPECT_EQ(store.aiScenesCount, 2);
-  EXPECT_EQ(store.shadingZoomRatioCount, 2);
-  // Block sizes: name or key, then the band list.
-  const size_t night = 64 + bandBytes(f.scenes[0].luxBands);
-  const size_t food = 64 + bandBytes(f.scenes[1].luxBands);
-  const size_t zoom1 = 4 + bandBytes(f.zooms[0].luxBands);
-  const size_t zoom2 = 4 + bandBytes(f.zooms[1].luxBands);
-  const size_t lutOffset = 786 + night + food + zoom1 + zoom2;
-  EXPECT_EQ(store.paramDataOffset, 786);
-  EXPECT_EQ(store.lutDataOffset, lutOffset);
-  EXPECT_EQ(store.lut3d_size, 17);
-  EXPECT_STREQ(store.trigger_control, "lux+cct");
-  EXPECT_STREQ(store.param_type, "lut,shading");
-  EXPECT_STREQ(store.param_range, "0-65535");
-  EXPECT_EQ(store.aiScenesSize, nullptr);
-  EXPECT_EQ(store.shadingZoomRatioSize, nullptr);
-  const std::string tag = "[LumoFilter] ";
-  const Lines expected = {
-      tag + "ParamUtil",
-      "[LumoFilter]",
-      tag + "size=" + std::to_string(lutOffset + 4 * 14739 + 3 * 32),
-      tag + "aiScenesCount = 2",
-      tag + "aiScenesSize = " + std::to_string(night),
-      tag + "aiScenesSize = " + std::to_string(food),
-      tag + "shadingZoomRatioCount = 2",
-      tag + "shadingZoomRatioSize = " + std::to_string(zoom1),
-      tag + "shadingZoomRatioSize = " + std::to_string(zoom2),
-      tag + "paramDataOffset = 786",
-      tag + "lutDataOffset = " + std::to_string(lutOffset),
-      tag + "lut3d_size = 17",
-      tag + "trigger_control = lux+cct",
-      tag + "param_type = lut,shading",
-      tag + "param_range = 0-65535",
-      " " + tag + "aiscene = night",
-      " " + tag + "aiscene = food",
-      " " + tag + "zoom_ratio = 1.000000",
-      " " + tag + "zoom_ratio = 2.000000",
-  };
-  EXPECT_EQ(lumotest::messages(capture), expected);
-  const Lines fns = lumotest::functions(capture);
-  EXPECT_EQ(Lines({fns.front(), fns[1], fns[14], fns.back()}),
-            Lines({"ParamUtil", "initialize", "initialize", "readAiScenes"}));
-  for (const hostsim::LogRecord& r : capture.records())
-    EXPECT_TRUE(r.offline || r.priority == 3) << r.message;
-
-  // A missing file leaves an empty store and logs only the tags.
-  capture.clear();
-  EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(dir.file("absent.bin"))));
-  EXPECT_EQ(lumotest::messages(capture), (Lines{"[LumoFilter] ParamUtil", "[LumoFilter]"}));
-}
-
-// Well-formed files of unusual shapes load without an error line.
+// Each file loads to its trees (first key wins), counts (last CCT record read,
+// plus one), pools, header and load log, without an error line.
 TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
   struct Row {
     const char* what;
@@ -152,6 +80,8 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
     size_t junkAt = 0;  // junk written into a declared gap of 40 bytes
   };
   std::vector<Row> rows;
+  rows.push_back(
+      {"two scenes, two zoom ratios: food's index 3 and 2.0's 2 come last", sampleFile(), 4, 3});
   rows.push_back({"no scenes, no zooms: a header of 778 bytes", {}, 0, 0});
   calib::CalibrationFile f = sampleFile();
   const size_t nightBytes = 64 + bandBytes(f.scenes[0].luxBands);
@@ -166,8 +96,7 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
   rows.push_back({"odd LUT size, offsets and trailing bytes", f, 4, 3});
   f = {};
   f.zooms.push_back({3.0f, {luxBand(0, 10, {{0, 1, 1}})}, std::nullopt});
-  f.shadings.resize(2);
-  f.shadings[1] = {9, 8, 7, 6, 5, 4, 3, 2};
+  f.shadings = {{}, {9, 8, 7, 6, 5, 4, 3, 2}};
   rows.push_back({"zoom ratios without scenes", f, 0, 2});
   f = {};
   f.scenes.push_back({"empty", {}, std::nullopt});
@@ -176,65 +105,106 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
   f.zooms.push_back({1.0f, {}, std::nullopt});
   f.luts.push_back(lumotest::patternLut(9));
   rows.push_back({"zero-count records and single-point bands", f, 1, 0});
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    std::vector<uint8_t> bytes = calib::serialize(row.file);
-    if (row.junkAt) std::memset(bytes.data() + row.junkAt, 0xAB, 40);
-    hostsim::LogCapture capture;
-    ParamUtil store(lumotest::writeBytes(dir, "shape.bin", bytes));
-    expectStore(store, row.file, row.luts, row.shadings);
-    const calib::CalibrationFile& g = row.file;
-    size_t lutOffset = g.paramDataOffset.value_or(778 + 2 * (g.scenes.size() + g.zooms.size()));
-    EXPECT_EQ(store.paramDataOffset, lutOffset);
-    for (const auto& b : g.scenes) lutOffset += b.declaredSize.value_or(64 + bandBytes(b.luxBands));
-    for (const auto& b : g.zooms) lutOffset += b.declaredSize.value_or(4 + bandBytes(b.luxBands));
-    lutOffset = g.lutDataOffset.value_or(lutOffset);
-    EXPECT_EQ(store.lutDataOffset, lutOffset);
-    EXPECT_EQ(store.lut3d_size, g.lut3dSize);
-    const size_t size = lutOffset + 14739 * g.luts.size() + 32 * g.shadings.size();
-    EXPECT_EQ(lumotest::messages(capture).at(2),
-              "[LumoFilter] size=" + std::to_string(size + g.trailingBytes.size()));
-    EXPECT_TRUE(lumotest::errorMessages(capture).empty());
-  }
-}
-
-TEST_F(ParamStore, CountsComeFromTheLastRecordReadNotTheLargestIndex) {
-  calib::CalibrationFile f;
+  f = {};
   f.scenes.push_back(
       {"s", {luxBand(0, 10, {{0, 1, 0}, {2, 3, 1}, {4, 5, 2}, {6, 7, 5}})}, std::nullopt});
-  // A trailing lux band without CCT records leaves the count alone.
   f.scenes.push_back({"t", {luxBand(0, 10, {{0, 1, 3}}), luxBand(20, 30, {})}, std::nullopt});
   f.zooms.push_back({1.0f, {luxBand(0, 10, {{0, 1, 4}, {2, 3, 1}})}, std::nullopt});
   for (unsigned i = 0; i < 6; i++) f.luts.push_back(lumotest::patternLut(i));
-  for (unsigned i = 0; i < 5; i++) f.shadings.push_back({float(i), 0, 0, 0, 0, 0, 0, 0});
-  ParamUtil store(lumotest::writeCalib(dir, "counts.bin", f));
-  EXPECT_EQ(store.lutCount, 4u);      // 0, 1, 2, 5, 3: last is 3
-  EXPECT_EQ(store.shadingCount, 2u);  // 4, 1: last is 1
-  for (uint32_t k = 0; k < 4; k++)
-    EXPECT_EQ(std::memcmp(store.lutData + k * LUT_BYTES, f.luts[k].data(), LUT_BYTES), 0);
-  // The shading pool starts right behind the four LUTs the count admits.
-  EXPECT_EQ(std::memcmp(store.shadingData, f.luts[4].data(), 2 * 32), 0);
-}
-
-TEST_F(ParamStore, DuplicateKeysKeepTheFirstBlockButStillCount) {
-  calib::CalibrationFile f;
+  f.shadings.resize(5, {1, 2, 3, 4, 5, 6, 7, 8});
+  // LUT indices 0, 1, 2, 5, 3 (then a band without records): 4, not 6.
+  rows.push_back({"counts from the last record read, not the largest index", f, 4, 2});
+  f = {};
   f.scenes.push_back({"night", {luxBand(0, 10, {{0, 1, 0}})}, std::nullopt});
   f.scenes.push_back({"night", {luxBand(5, 6, {{0, 1, 0}, {7, 8, 2}})}, std::nullopt});
-  const float nextUp = std::nextafter(1.0f, 2.0f);
   f.zooms.push_back({1.0f, {luxBand(0, 10, {{0, 1, 0}})}, std::nullopt});
   f.zooms.push_back({1.0f, {luxBand(1, 2, {{0, 1, 1}})}, std::nullopt});
-  f.zooms.push_back({nextUp, {luxBand(3, 4, {{0, 1, 1}})}, std::nullopt});
+  f.zooms.push_back({std::nextafter(1.0f, 2.0f), {luxBand(3, 4, {{0, 1, 1}})}, std::nullopt});
   for (unsigned i = 0; i < 3; i++) f.luts.push_back(lumotest::patternLut(i));
   f.shadings.resize(2);
-  ParamUtil store(lumotest::writeCalib(dir, "dups.bin", f));
-  EXPECT_EQ(store.aiScenesCount, 2);
-  EXPECT_EQ(store.lutCount, 3u);  // set by the dropped second "night"
-  ASSERT_EQ(store.aiSceneParams.size(), 1u);
-  expectBands(store.aiSceneParams.at("night"), f.scenes[0].luxBands);
-  ASSERT_EQ(store.zoomRatioParams.size(), 2u);
-  expectBands(store.zoomRatioParams.at(1.0f), f.zooms[0].luxBands);
-  expectBands(store.zoomRatioParams.at(nextUp), f.zooms[2].luxBands);
-  // The dropped blocks' arrays are released (the leak checker sees the rest).
+  // The dropped second "night" still sets the LUT count (and is freed: the
+  // leak checker sees that).
+  rows.push_back({"duplicate keys keep the first block but still count", f, 3, 2});
+
+  const std::string tag = "[LumoFilter] ";
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    const calib::CalibrationFile& g = row.file;
+    std::vector<uint8_t> bytes = calib::serialize(g);
+    if (row.junkAt) std::memset(bytes.data() + row.junkAt, 0xAB, 40);
+    hostsim::LogCapture capture;
+    ParamUtil store(lumotest::writeBytes(dir, "shape.bin", bytes));
+
+    std::map<std::string, std::string> scenes, wantScenes;
+    for (const auto& [name, loaded] : store.aiSceneParams) scenes[name] = bandText(loaded);
+    for (const auto& b : g.scenes) wantScenes.emplace(b.name, bandText(b.luxBands));
+    EXPECT_EQ(scenes, wantScenes);
+    std::map<float, std::string> zooms, wantZooms;
+    for (const auto& [ratio, loaded] : store.zoomRatioParams) zooms[ratio] = bandText(loaded);
+    for (const auto& b : g.zooms) wantZooms.emplace(b.ratio, bandText(b.luxBands));
+    EXPECT_EQ(zooms, wantZooms);
+
+    // Header and load log, with the block offsets worked out from the sizes.
+    const size_t paramOffset =
+        g.paramDataOffset.value_or(778 + 2 * (g.scenes.size() + g.zooms.size()));
+    size_t offset = paramOffset;
+    Lines expected = {tag + "ParamUtil", "[LumoFilter]", "",
+                      tag + "aiScenesCount = " + std::to_string(g.scenes.size())};
+    Lines keys;
+    for (const auto& b : g.scenes) {
+      const size_t size = b.declaredSize.value_or(64 + bandBytes(b.luxBands));
+      expected.push_back(tag + "aiScenesSize = " + std::to_string(size));
+      keys.push_back(" " + tag + "aiscene = " + b.name);
+      offset += size;
+    }
+    expected.push_back(tag + "shadingZoomRatioCount = " + std::to_string(g.zooms.size()));
+    for (const auto& b : g.zooms) {
+      const size_t size = b.declaredSize.value_or(4 + bandBytes(b.luxBands));
+      expected.push_back(tag + "shadingZoomRatioSize = " + std::to_string(size));
+      keys.push_back(" " + tag + "zoom_ratio = " + std::to_string(b.ratio));
+      offset += size;
+    }
+    const size_t lutOffset = g.lutDataOffset.value_or(offset);
+    expected[2] = tag + "size=" + std::to_string(bytes.size());
+    EXPECT_EQ(bytes.size(),
+              lutOffset + 14739 * g.luts.size() + 32 * g.shadings.size() + g.trailingBytes.size());
+    for (const std::string& line :
+         {"paramDataOffset = " + std::to_string(paramOffset),
+          "lutDataOffset = " + std::to_string(lutOffset),
+          "lut3d_size = " + std::to_string(g.lut3dSize), "trigger_control = " + g.triggerControl,
+          "param_type = " + g.paramType, "param_range = " + g.paramRange})
+      expected.push_back(tag + line);
+    expected.insert(expected.end(), keys.begin(), keys.end());
+    EXPECT_EQ(lumotest::messages(capture), expected);
+    Lines fns(expected.size(), "initialize");
+    fns[0] = "ParamUtil";
+    std::fill(fns.end() - std::ptrdiff_t(keys.size()), fns.end(), "readAiScenes");
+    EXPECT_EQ(lumotest::functions(capture), fns);
+    for (const hostsim::LogRecord& r : capture.records())
+      EXPECT_TRUE(r.offline || r.priority == 3) << r.message;
+    EXPECT_EQ(std::vector<size_t>({store.aiScenesCount, store.shadingZoomRatioCount,
+                                   store.paramDataOffset, store.lutDataOffset, store.lut3d_size}),
+              std::vector<size_t>(
+                  {g.scenes.size(), g.zooms.size(), paramOffset, lutOffset, g.lut3dSize}));
+    EXPECT_EQ(Lines({store.trigger_control, store.param_type, store.param_range}),
+              Lines({g.triggerControl, g.paramType, g.paramRange}));
+    EXPECT_EQ(store.aiScenesSize, nullptr);
+    EXPECT_EQ(store.shadingZoomRatioSize, nullptr);
+
+    // The pools; the shading pool starts right behind the LUTs the count admits.
+    ASSERT_EQ(store.lutCount, row.luts);
+    ASSERT_EQ(store.shadingCount, row.shadings);
+    for (uint32_t k = 0; k < row.luts; k++)
+      EXPECT_EQ(std::memcmp(store.lutData + k * LUT_BYTES, g.luts[k].data(), LUT_BYTES), 0) << k;
+    EXPECT_EQ(std::memcmp(store.shadingData, bytes.data() + lutOffset + row.luts * LUT_BYTES,
+                          row.shadings * SHADING_BYTES),
+              0);
+  }
+
+  // A missing file leaves an empty store and logs only the tags.
+  hostsim::LogCapture capture;
+  EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(dir.file("absent.bin"))));
+  EXPECT_EQ(lumotest::messages(capture), (Lines{tag + "ParamUtil", "[LumoFilter]"}));
 }
 
 // One scene (two CCT bands), one zoom ratio, one LUT, one shading block.
@@ -256,7 +226,7 @@ std::string loadRejected(const lumotest::TempDir& dir, const std::vector<uint8_t
   const std::string path = lumotest::writeBytes(dir, "bad.bin", bytes);
   hostsim::LogCapture capture;
   EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(path)));
-  const Lines errors = lumotest::errorMessages(capture);
+  const Lines errors = lumotest::messages(capture, true);
   const std::string prefix = "[LumoFilter] parameter file " + path + " rejected: ";
   if (errors.size() != 1 || errors[0].compare(0, prefix.size(), prefix) != 0) {
     ADD_FAILURE() << (errors.empty() ? "no error line" : errors[0]);
@@ -265,15 +235,10 @@ std::string loadRejected(const lumotest::TempDir& dir, const std::vector<uint8_t
   return errors[0].substr(prefix.size());
 }
 
-TEST_F(ParamStore, EveryTruncationIsRejectedNamingThePartThatDidNotFit) {
+TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
   const std::vector<uint8_t> full = goodFile();
   ASSERT_EQ(full.size(), 15655u);  // the layout the tables assume
-  {
-    ParamUtil store(lumotest::writeBytes(dir, "good.bin", full));
-    EXPECT_EQ(store.lutDataOffset, 884);
-    EXPECT_EQ(store.shadingCount, 1u);
-  }
-  const std::map<size_t, std::string> reasons = {
+  const std::map<size_t, std::string> truncated = {
       {0, "aiScenesCount at byte 0 needs 2 bytes"},
       {1, "aiScenesCount at byte 0 needs 2 bytes"},
       {10, "aiScenesSize and offsets at byte 2 needs 10 bytes"},
@@ -293,19 +258,17 @@ TEST_F(ParamStore, EveryTruncationIsRejectedNamingThePartThatDidNotFit) {
     SCOPED_TRACE("length " + std::to_string(n));
     const std::string reason =
         loadRejected(dir, std::vector<uint8_t>(full.begin(), full.begin() + std::ptrdiff_t(n)));
-    if (reasons.count(n)) {
-      EXPECT_EQ(reason, reasons.at(n) + ", the file has " + std::to_string(n));
+    if (truncated.count(n)) {
+      EXPECT_EQ(reason, truncated.at(n) + ", the file has " + std::to_string(n));
     }
   }
-}
 
-TEST_F(ParamStore, EachCorruptedFieldIsRejected) {
   struct Row {
     size_t at;
     size_t textLength;  // 0: a 16-bit field set to 0xFFFF; else a text filled without its NUL
     const char* reason;
   };
-  const Row rows[] = {
+  const Row corrupted[] = {
       {0, 0, "aiScenesSize and offsets at byte 2 needs 131078 bytes"},
       {2, 0, "zoom-ratio block head at byte 66317 needs 6 bytes"},
       {4, 0, "scene block head at byte 65535 needs 66 bytes"},
@@ -322,8 +285,8 @@ TEST_F(ParamStore, EachCorruptedFieldIsRejected) {
       {270, 256, "param_type at byte 270 has no NUL in its 256 bytes"},
       {526, 256, "param_range at byte 526 has no NUL in its 256 bytes"},
   };
-  for (const Row& row : rows) {
-    std::vector<uint8_t> bytes = goodFile();
+  for (const Row& row : corrupted) {
+    std::vector<uint8_t> bytes = full;
     if (row.textLength == 0) bytes[row.at] = bytes[row.at + 1] = 0xFF;
     std::memset(bytes.data() + row.at, 'x', row.textLength);
     const std::string reason =
@@ -353,13 +316,6 @@ Lines blockHead(const std::string& title, const std::string& key, int luxCount) 
           kTag + "  param_lux_count = " + std::to_string(luxCount) + " ]"};
 }
 
-// "[ b0 b1 ... b49]" of a pattern LUT.
-std::string lutHead(unsigned seed) {
-  std::string text = "[";
-  for (size_t p = 0; p < 50; p++) text += " " + std::to_string(lumotest::patternByte(seed, p));
-  return text + "]";
-}
-
 Lines dump(const std::string& path) {
   ParamUtil store(path);
   hostsim::LogCapture capture;
@@ -382,7 +338,7 @@ TEST_F(ParamStore, DumpPrintsScenesInStringOrderThenZoomRatios) {
   for (const Lines& part :
        {blockHead(pad + "SCENE  night" + std::string(22, ' '), "aiscene = night", 2),
         luxLines(10, 20, 1), cctLines("SCENE night", 2000, 3000, 1),
-        Lines{kTag + "param_lut = " + lutHead(1)}, luxLines(30, 40, 0),
+        Lines{kTag + "param_lut = " + lumotest::lutHead(1)}, luxLines(30, 40, 0),
         blockHead(std::string(20, ' ') + "zoomratio  1.500000" + std::string(28, ' '),
                   "zoomratio = 1.500000", 1),
         luxLines(0, 100, 1), cctLines("zoomratio 1.500000", 0, 9000, 0),
@@ -400,11 +356,11 @@ TEST_F(ParamStore, DumpDoesNotReadBlocksPastThePool) {
   f.shadings.push_back({});
   const Lines lines = dump(lumotest::writeCalib(dir, "past.bin", f));  // one LUT, one shading
   ASSERT_EQ(lines.size(), 2u * (5 + 4 + 2 * 5));
-  EXPECT_EQ(
-      Lines({lines[13], lines[18], lines[32], lines[37]}),
-      Lines({kTag + "param_lut = (block beyond the LUT pool)", kTag + "param_lut = " + lutHead(0),
-             kTag + "param_shading = (block beyond the shading pool)",
-             kTag + "param_shading = [ 0 0 0 0 0 0 0 0]"}));
+  EXPECT_EQ(Lines({lines[13], lines[18], lines[32], lines[37]}),
+            Lines({kTag + "param_lut = (block beyond the LUT pool)",
+                   kTag + "param_lut = " + lumotest::lutHead(0),
+                   kTag + "param_shading = (block beyond the shading pool)",
+                   kTag + "param_shading = [ 0 0 0 0 0 0 0 0]"}));
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 // here from the bilinear formulas; and the LUT blend kernels against the scalar loop.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -20,46 +22,35 @@
 
 namespace {
 
-constexpr uint16_t kUntouched = 999;
+using lumotest::Lines;
+using lumotest::luxBand;
 
-struct SearchRow {
-  uint16_t value;
-  int previous;  // expected index into the list, -1 for a failed search
-  int element;
-};
+const std::string kNotFound = "[LumoFilter] not found lux or cct!!!!!!!!!!!";
 
-// Runs the CCT instance and returns the list positions of the two outputs
-// (found by their lut index, which equals the position in these lists).
-void runCctTable(std::vector<param_cct_t> list, const std::vector<SearchRow>& rows) {
+// Rows {value, previous, element}: list positions of the two outputs (each
+// record's lut index is its position), -1 for a failed search.
+void runCctTable(std::vector<param_cct_t> list, const std::vector<std::array<int, 3>>& rows) {
   for (uint16_t i = 0; i < list.size(); i++) list[i].param_cct_lut_index = i;
-  for (const SearchRow& row : rows) {
+  for (const auto& [value, prev, elem] : rows) {
+    SCOPED_TRACE("value " + std::to_string(value));
     hostsim::LogCapture capture;
-    param_cct_t previous{kUntouched, kUntouched, kUntouched};
-    param_cct_t element{kUntouched, kUntouched, kUntouched};
-    ParamTrigger::findElementAndPrevious<param_cct_t>(
-        list.data(), static_cast<unsigned short>(list.size()), row.value, previous, element);
-    SCOPED_TRACE("value " + std::to_string(row.value));
-    const std::vector<std::string> lines = lumotest::messages(capture);
-    if (row.element < 0) {  // both outputs untouched, one error line and nothing else
-      EXPECT_EQ(previous.param_cct_lut_index, kUntouched);
-      EXPECT_EQ(element.param_cct_lut_index, kUntouched);
-      EXPECT_EQ(element.param_start, kUntouched);
-      EXPECT_EQ(lumotest::errorMessages(capture), lines);
-      EXPECT_EQ(lines, std::vector<std::string>{"[LumoFilter] not found lux or cct!!!!!!!!!!!"});
-      continue;
+    param_cct_t previous{999, 999, 999}, element{999, 999, 999};
+    ParamTrigger::findElementAndPrevious<param_cct_t>(list.data(), uint16_t(list.size()),
+                                                      uint16_t(value), previous, element);
+    // A failed search leaves both outputs alone and logs one error line.
+    EXPECT_EQ(previous.param_cct_lut_index, prev < 0 ? 999 : prev);
+    EXPECT_EQ(element.param_cct_lut_index, elem < 0 ? 999 : elem);
+    Lines lines{kNotFound};
+    if (elem >= 0) {
+      const param_cct_t &p = list[size_t(prev)], &e = list[size_t(elem)];
+      lines = {"[LumoFilter] left start=" + std::to_string(p.param_start) +
+                   ", end=" + std::to_string(p.param_end),
+               "[LumoFilter] right start=" + std::to_string(e.param_start) +
+                   ", end=" + std::to_string(e.param_end)};
     }
-    EXPECT_EQ(previous.param_cct_lut_index, row.previous);
-    EXPECT_EQ(element.param_cct_lut_index, row.element);
-    const param_cct_t& p = list[static_cast<size_t>(row.previous)];
-    const param_cct_t& e = list[static_cast<size_t>(row.element)];
-    EXPECT_EQ(previous.param_start, p.param_start);
-    EXPECT_EQ(element.param_end, e.param_end);
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "[LumoFilter] left start=" + std::to_string(p.param_start) +
-                             ", end=" + std::to_string(p.param_end),
-                         "[LumoFilter] right start=" + std::to_string(e.param_start) +
-                             ", end=" + std::to_string(e.param_end)}));
-    EXPECT_TRUE(lumotest::errorMessages(capture).empty());
+    EXPECT_EQ(lumotest::messages(capture), lines);
+    EXPECT_EQ(lumotest::messages(capture, true), elem < 0 ? lines : Lines());
+    EXPECT_EQ(lumotest::functions(capture), Lines(lines.size(), "findElementAndPrevious"));
   }
 }
 
@@ -82,39 +73,8 @@ TEST(BracketSearch, ExactBoundsGapsClampBelowFailureAbove) {
   runCctTable({}, {{0, -1, -1}, {65535, -1, -1}});
 }
 
-TEST(BracketSearch, LuxInstanceCopiesWholeRecords) {
-  lumotest::quietLogs();
-  param_cct_t cctsA[1] = {{1, 2, 3}};
-  param_cct_t cctsB[2] = {{4, 5, 6}, {7, 8, 9}};
-  param_lux_t list[2] = {{10, 20, cctsA, 1}, {40, 50, cctsB, 2}};
-  hostsim::LogCapture capture;
-  param_lux_t previous{}, element{};
-  ParamTrigger::findElementAndPrevious<param_lux_t>(list, 2, 30, previous, element);
-  EXPECT_EQ(previous.start, 10);
-  EXPECT_EQ(previous.end, 20);
-  EXPECT_EQ(previous.param_cct, cctsA);
-  EXPECT_EQ(previous.param_cct_count, 1);
-  EXPECT_EQ(element.param_cct, cctsB);
-  EXPECT_EQ(element.param_cct_count, 2);
-  EXPECT_EQ(lumotest::messages(capture),
-            (std::vector<std::string>{"[LumoFilter] left start=10, end=20",
-                                      "[LumoFilter] right start=40, end=50"}));
-  // Error statements name the search as their function.
-  EXPECT_EQ(lumotest::functions(capture),
-            (std::vector<std::string>{"findElementAndPrevious", "findElementAndPrevious"}));
-  // A null list with count 0 would crash if it were read.
-  ParamTrigger::findElementAndPrevious<param_lux_t>(nullptr, 0, 10, previous, element);
-  EXPECT_EQ(previous.param_cct, cctsA);
-  EXPECT_EQ(element.param_cct_count, 2);
-  EXPECT_EQ(lumotest::errorMessages(capture).size(), 1u);
-}
-
-using lumotest::luxBand;
-using Lines = std::vector<std::string>;
-
 const std::string kName = "RealTimePreview";
 const std::string kHead = "[LumoFilter][" + kName + "] ";
-const std::string kNotFound = "[LumoFilter] not found lux or cct!!!!!!!!!!!";
 
 float shadingEntry(unsigned k, unsigned j) { return float(k) * 1.25f + float(j) * 0.3f + 0.01f; }
 
@@ -167,11 +127,8 @@ Weights weightsFor(float lux, float luxPrevEnd, float luxElemStart, float cct, f
 // Byte of a blended value: truncated int32 (NaN 0, saturated), low 8 bits.
 uint8_t toByte(float v) {
   if (std::isnan(v)) return 0;
-  const double t = std::trunc(double(v));
-  const long long whole = t >= 2147483647.0    ? 2147483647LL
-                          : t <= -2147483648.0 ? -2147483648LL
-                                               : static_cast<long long>(t);
-  return static_cast<uint8_t>(static_cast<unsigned long long>(whole) & 0xFF);
+  const double whole = std::clamp(std::trunc(double(v)), -2147483648.0, 2147483647.0);
+  return static_cast<uint8_t>(static_cast<long long>(whole) & 0xFF);
 }
 
 // Expected LUT byte p for corner indices k and weights w, per blend case.
@@ -204,10 +161,6 @@ std::string joined(const float* v, size_t n, bool g, const char* separator) {
   return out;
 }
 
-param_trigger_t frame(const std::string& scene, uint16_t lux, uint16_t cct, float zoom) {
-  return {lux, cct, zoom, scene};
-}
-
 // Lines of the trigger itself (those carrying the instance name).
 Lines triggerLines(const hostsim::LogCapture& capture) {
   Lines out;
@@ -218,26 +171,18 @@ Lines triggerLines(const hostsim::LogCapture& capture) {
 
 class Trigger : public testing::Test {
 protected:
-  static void SetUpTestSuite() {
+  void SetUp() override {
     lumotest::quietLogs();
-    dir = std::make_unique<lumotest::TempDir>();
-    store = std::make_unique<ParamUtil>(lumotest::writeCalib(*dir, "t.bin", triggerFile()));
+    load(triggerFile());
   }
-  static void TearDownTestSuite() {
-    store.reset();
-    dir.reset();
+  // A trigger that has seen no frame yet, on a store of the given file.
+  void load(const calib::CalibrationFile& f) {
+    store = std::make_unique<ParamUtil>(lumotest::writeCalib(dir, "t.bin", f));
+    fresh();
   }
-  void SetUp() override { fresh(); }
-  // A trigger that has seen no frame yet, on the shared store.
   void fresh(bool debug = false) {
     trigger = ParamTrigger();
     trigger.initialize(param_trigger_init_info{debug, kName}, *store);
-  }
-  // A fresh trigger on a store of the test's own.
-  void load(const calib::CalibrationFile& f) {
-    own = std::make_unique<ParamUtil>(lumotest::writeCalib(*dir, "own.bin", f));
-    trigger = ParamTrigger();
-    trigger.initialize(param_trigger_init_info{false, kName}, *own);
   }
   bool run(const param_trigger_t& in, bool& changed) {
     return trigger.trigger(in, &lut, &shading, changed);
@@ -248,54 +193,15 @@ protected:
     return n;
   }
 
-  static std::unique_ptr<lumotest::TempDir> dir;
-  static std::unique_ptr<ParamUtil> store;
-  std::unique_ptr<ParamUtil> own;
+  lumotest::TempDir dir;
+  std::unique_ptr<ParamUtil> store;
   ParamTrigger trigger;
   param_lut_t lut{};
   param_shading_float_t shading{};
 };
-std::unique_ptr<lumotest::TempDir> Trigger::dir;
-std::unique_ptr<ParamUtil> Trigger::store;
 
-TEST_F(Trigger, FirstFrameBlendsBothOutputsAndLogsTheWeights) {
-  hostsim::LogCapture capture;
-  bool changed = false;
-  // quad: lux 201 between 100..200 and 400..500, CCT 3001 between 2000..3000
-  // and 4000..; fractions whose double complements differ from them in the
-  // last bit.
-  ASSERT_TRUE(run(frame("quad", 201, 3001, 1.0f), changed));
-  EXPECT_TRUE(changed);
-  const uint16_t k[4] = {0, 1, 2, 3};
-  const Weights w = weightsFor(201, 200, 400, 3001, 3000, 4000, 3000, 4000);
-  EXPECT_EQ(lutMismatches(k, w.w), 0u);
-  for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(k, w.w, j)) << j;
-  const std::string four = joined(w.w, 4, false, ", ");
-  EXPECT_EQ(triggerLines(capture), (Lines{"lut index 0, 1, 2, 3", joined(w.six, 6, false, ", "),
-                                          four, "shading index 0, 1, 2, 3", four}));
-}
-
-TEST_F(Trigger, UnchangedCellLeavesTheOutputsAlone) {
-  bool changed = false;
-  ASSERT_TRUE(run(frame("common", 300, 2580, 1.0f), changed));
-  ASSERT_TRUE(changed);
-  std::memset(lut.data, 0xEE, LUT_BYTES);
-  for (float& v : shading.data) v = -7.0f;
-  // Same cell; lux moves inside the gap, so the weights would differ.
-  for (uint16_t lux : {300, 350, 399}) {
-    hostsim::LogCapture capture;
-    changed = false;  // the trigger only ever raises it
-    ASSERT_TRUE(run(frame("common", lux, 2580, 1.0f), changed));
-    EXPECT_FALSE(changed) << lux;
-    EXPECT_EQ(lut.data[0], 0xEE);
-    EXPECT_EQ(lut.data[LUT_BYTES - 1], 0xEE);
-    EXPECT_EQ(shading.data[7], -7.0f);
-    EXPECT_EQ(triggerLines(capture),
-              (Lines{"lut index 0, 1, 0, 3", "is_trigger_change = 0, no need to trigger",
-                     "shading index 0, 0, 2, 2", "is_trigger_change = 0, no need to trigger"}));
-  }
-}
-
+// The first frame of a fresh trigger blends both outputs. Zoom 1.0 selects the
+// set that repeats "quad", so its rows check the shading blend too.
 TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
   struct Row {
     const char* scene;
@@ -313,6 +219,8 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
       {"quad", 300, 2500, {0, 0, 2, 2}, 200, 400, 3000, 2000, 3000, 2000},
       // case 4: four different blocks
       {"quad", 250, 3300, {0, 1, 2, 3}, 200, 400, 3000, 4000, 3000, 4000},
+      // case 4 with fractions whose double complements differ in the last bit
+      {"quad", 201, 3001, {0, 1, 2, 3}, 200, 400, 3000, 4000, 3000, 4000},
       // case 5: a = c, b != d
       {"common", 300, 2580, {0, 1, 0, 3}, 200, 400, 2550, 2800, 2400, 2600},
       // case 6: lux inside one band, CCT across a gap
@@ -323,17 +231,62 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
       {"quad", 0, 0, {0, 0, 0, 0}, 200, 100, 3000, 2000, 3000, 2000},
   };
   for (const Row& r : rows) {
+    SCOPED_TRACE(std::string(r.scene) + " " + std::to_string(r.lux) + " " + std::to_string(r.cct));
     fresh();
     hostsim::LogCapture capture;
     bool changed = false;
-    ASSERT_TRUE(trigger.triggerLut(frame(r.scene, r.lux, r.cct, 1.0f), &lut, changed));
+    ASSERT_TRUE(run({r.lux, r.cct, 1.0f, r.scene}, changed));
+    EXPECT_TRUE(changed);
     const Weights w = weightsFor(r.lux, r.luxPrevEnd, r.luxElemStart, r.cct, r.prevLowEnd,
                                  r.prevHighStart, r.elemLowEnd, r.elemHighStart);
-    const std::string label = std::string(r.scene) + " " + std::to_string(r.lux);
+    EXPECT_EQ(lutMismatches(r.k, w.w), 0u);
     const std::string index = std::to_string(r.k[0]) + ", " + std::to_string(r.k[1]) + ", " +
                               std::to_string(r.k[2]) + ", " + std::to_string(r.k[3]);
-    EXPECT_EQ(triggerLines(capture).at(0), "lut index " + index) << label;
-    EXPECT_EQ(lutMismatches(r.k, w.w), 0u) << label;
+    const std::string four = joined(w.w, 4, false, ", ");
+    Lines expected = {"lut index " + index, joined(w.six, 6, false, ", "), four};
+    Lines lines = triggerLines(capture);
+    if (std::string(r.scene) == "quad") {
+      expected.insert(expected.end(), {"shading index " + index, four});
+      for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(r.k, w.w, j));
+    } else {
+      lines.resize(3);
+    }
+    EXPECT_EQ(lines, expected);
+  }
+}
+
+// Neither a frame in the same cells nor one with an unknown scene touches
+// the outputs or `changed`; the unknown scene does not even log.
+TEST_F(Trigger, UnchangedCellOrUnknownSceneLeavesTheOutputsAlone) {
+  bool changed = false;
+  ASSERT_TRUE(run({300, 2580, 1.0f, "common"}, changed));
+  ASSERT_TRUE(changed);
+  std::memset(lut.data, 0xEE, LUT_BYTES);
+  std::fill(std::begin(shading.data), std::end(shading.data), -7.0f);
+  // Lux moves inside the gap, so the weights would differ; the unknown scenes
+  // come with a zoom ratio that would change the shading cell.
+  const param_trigger_t frames[] = {{300, 2580, 1.0f, "common"},
+                                    {399, 2580, 1.0f, "common"},
+                                    {150, 2100, 5.0f, "Quad"},
+                                    {150, 2100, 5.0f, "unknown"},
+                                    {150, 2100, 5.0f, ""}};
+  for (const param_trigger_t& in : frames) {
+    SCOPED_TRACE(in.aiscene + " " + std::to_string(in.lux));
+    hostsim::LogCapture capture;
+    changed = false;
+    const bool known = in.aiscene == "common";
+    EXPECT_EQ(run(in, changed), known);
+    EXPECT_FALSE(changed);
+    EXPECT_EQ(lut.data[0], 0xEE);
+    EXPECT_EQ(lut.data[LUT_BYTES - 1], 0xEE);
+    EXPECT_EQ(shading.data[7], -7.0f);
+    EXPECT_EQ(trigger.m_lutIndex[3], 3);
+    EXPECT_EQ(trigger.m_shadingIndex[3], 2);
+    const std::string same = "is_trigger_change = 0, no need to trigger";
+    EXPECT_EQ(
+        triggerLines(capture),
+        (known ? Lines{"lut index 0, 1, 0, 3", same, "shading index 0, 0, 2, 2", same} : Lines()));
+    EXPECT_TRUE(known || capture.records().empty());
   }
 }
 
@@ -355,42 +308,25 @@ TEST_F(Trigger, FailedSearchesFallBackToZeroRecords) {
       {"point", 300, 3500, 0, false},
   };
   for (const Row& r : rows) {
+    SCOPED_TRACE(r.scene);
     fresh();
     hostsim::LogCapture capture;
     bool changed = false;
     std::memset(lut.data, 0x77, LUT_BYTES);
-    EXPECT_TRUE(trigger.triggerLut(frame(r.scene, r.lux, r.cct, 1.0f), &lut, changed));
-    EXPECT_TRUE(changed) << r.scene;
-    EXPECT_EQ(lumotest::errorMessages(capture), Lines(r.errors, kNotFound)) << r.scene;
-    for (size_t p = 0; p < LUT_BYTES; p++) {
-      ASSERT_EQ(lut.data[p], r.copyOfLut0 ? lumotest::patternByte(0, p) : 0) << r.scene << p;
-    }
+    EXPECT_TRUE(trigger.triggerLut({r.lux, r.cct, 1.0f, r.scene}, &lut, changed));
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(lumotest::messages(capture, true), Lines(r.errors, kNotFound));
+    for (size_t p = 0; p < LUT_BYTES; p++)
+      ASSERT_EQ(lut.data[p], r.copyOfLut0 ? lumotest::patternByte(0, p) : 0) << p;
   }
   // The shading blend of the zero records is passed on as NaN.
   fresh();
   hostsim::LogCapture capture;
   bool changed = false;
-  ASSERT_TRUE(trigger.triggerShading(frame("quad", 600, 2500, 1.0f), &shading, changed));
+  ASSERT_TRUE(trigger.triggerShading({600, 2500, 1.0f, "quad"}, &shading, changed));
   EXPECT_TRUE(changed);
   for (float v : shading.data) EXPECT_TRUE(std::isnan(v)) << v;
   EXPECT_EQ(triggerLines(capture).at(0), "shading index 0, 0, 0, 0");
-}
-
-TEST_F(Trigger, UnknownSceneSkipsEverything) {
-  bool changed = false;
-  ASSERT_TRUE(run(frame("quad", 250, 3300, 1.0f), changed));
-  std::memset(lut.data, 0x11, LUT_BYTES);
-  for (const char* scene : {"Quad", "unknown", ""}) {
-    hostsim::LogCapture capture;
-    changed = false;
-    // The zoom ratio changed too, but shading is not looked at.
-    EXPECT_FALSE(run(frame(scene, 150, 2100, 5.0f), changed)) << scene;
-    EXPECT_FALSE(changed);
-    EXPECT_TRUE(capture.records().empty()) << scene;
-    EXPECT_EQ(lut.data[0], 0x11);
-    EXPECT_EQ(trigger.m_lutIndex[3], 3);
-    EXPECT_EQ(trigger.m_shadingIndex[3], 3);
-  }
 }
 
 TEST_F(Trigger, ZoomRatioChoosesTheLargestKeyNotAbove) {
@@ -404,14 +340,14 @@ TEST_F(Trigger, ZoomRatioChoosesTheLargestKeyNotAbove) {
     fresh();
     hostsim::LogCapture capture;
     bool changed = false;
-    EXPECT_TRUE(trigger.triggerShading(frame("quad", 250, 3300, zoom), &shading, changed));
+    EXPECT_TRUE(trigger.triggerShading({250, 3300, zoom, "quad"}, &shading, changed));
     EXPECT_EQ(triggerLines(capture).at(0), std::string("shading index ") + indices) << zoom;
   }
 }
 
 TEST_F(Trigger, OneShadingBlockIsBlendedInFourTermsAndKeptUnderAnotherZoomSet) {
   bool changed = false;
-  ASSERT_TRUE(trigger.triggerShading(frame("quad", 250, 2900, 2.0f), &shading, changed));
+  ASSERT_TRUE(trigger.triggerShading({250, 2900, 2.0f, "quad"}, &shading, changed));
   ASSERT_TRUE(changed);
   // Band 0..65535 for lux and CCT: both brackets are the band itself.
   const Weights w = weightsFor(250, 65535, 0, 2900, 65535, 0, 65535, 0);
@@ -420,29 +356,25 @@ TEST_F(Trigger, OneShadingBlockIsBlendedInFourTermsAndKeptUnderAnotherZoomSet) {
   // Zoom 9 picks the set of key 8, whose cell at CCT 2900 is block 4 as well.
   const float before = shading.data[3];
   changed = false;
-  ASSERT_TRUE(trigger.triggerShading(frame("quad", 250, 2900, 9.0f), &shading, changed));
+  ASSERT_TRUE(trigger.triggerShading({250, 2900, 9.0f, "quad"}, &shading, changed));
   EXPECT_FALSE(changed);
   EXPECT_EQ(shading.data[3], before);
 }
 
 TEST_F(Trigger, DebugModePrintsBothOutputsOnEveryFrame) {
-  std::string lutText = "param_lut = [";
-  for (size_t p = 0; p < 50; p++) lutText += " " + std::to_string(lumotest::patternByte(0, p));
-  lutText += "]";
   for (bool debug : {true, false}) {
     fresh(debug);
     for (int frameNo = 0; frameNo < 2; frameNo++) {
       hostsim::LogCapture capture;
       bool changed = false;
-      ASSERT_TRUE(run(frame("common", 150, 2100, 1.0f), changed));
+      ASSERT_TRUE(run({150, 2100, 1.0f, "common"}, changed));
       Lines prints;
-      for (const std::string& line : triggerLines(capture)) {
-        if (line.rfind("param_lut", 0) == 0 || line.rfind("shading_table", 0) == 0) {
+      for (const std::string& line : triggerLines(capture))
+        if (line.rfind("param_lut", 0) == 0 || line.rfind("shading_table", 0) == 0)
           prints.push_back(line);
-        }
-      }
       const std::string table = "shading_table = [ " + joined(shading.data, 8, true, " ") + "]";
-      EXPECT_EQ(prints, debug ? (Lines{lutText, table}) : Lines()) << debug << frameNo;
+      EXPECT_EQ(prints, (debug ? Lines{"param_lut = " + lumotest::lutHead(0), table} : Lines()))
+          << debug << frameNo;
     }
   }
 }
@@ -455,13 +387,13 @@ TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
   f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 32768}})}, std::nullopt});
   f.luts.push_back(lumotest::patternLut(0));
   f.shadings.resize(32769);
-  f.shadings[32768] = {1, 2, 3, 4, 5, 6, 7, 8};
+  load(f);
+  ASSERT_EQ(store->shadingCount, 32769u);
   for (const auto& [zoom, changedAgain] : {std::pair{1.0f, false}, std::pair{2.0f, true}}) {
-    load(f);
-    ASSERT_EQ(own->shadingCount, 32769u);
+    fresh();
     for (int frameNo = 0; frameNo < 3; frameNo++) {
       bool changed = false;
-      ASSERT_TRUE(run(frame("common", 10, 10, zoom), changed));
+      ASSERT_TRUE(run({10, 10, zoom, "common"}, changed));
       EXPECT_EQ(changed, frameNo == 0 || changedAgain) << zoom << " frame " << frameNo;
     }
     EXPECT_EQ(trigger.m_shadingIndex[0], changedAgain ? -32768 : 32767);
@@ -478,60 +410,43 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   for (unsigned i = 0; i < 4; i++) f.luts.push_back(lumotest::patternLut(i));
   f.shadings.resize(1);
   load(f);
-  ASSERT_EQ(own->lutCount, 4u);
-  ASSERT_EQ(own->shadingCount, 1u);
+  ASSERT_EQ(store->lutCount, 4u);
+  ASSERT_EQ(store->shadingCount, 1u);
   std::memset(lut.data, 0x33, LUT_BYTES);
+  const std::string none = "no parameters for this frame";
 
   hostsim::LogCapture capture;
   bool changed = false;
-  EXPECT_FALSE(run(frame("s", 50, 250, 4.0f), changed));
+  EXPECT_FALSE(run({50, 250, 4.0f, "s"}, changed));
   EXPECT_FALSE(changed);
   EXPECT_EQ(lut.data[0], 0x33);
   EXPECT_EQ(trigger.m_lutIndex[0], -1);
-  EXPECT_EQ(lumotest::errorMessages(capture),
-            Lines{kHead + "lut index 5, 5, 5, 5 beyond the 4 LUT blocks of the store, no "
-                          "parameters for this frame"});
+  EXPECT_EQ(lumotest::messages(capture, true),
+            Lines{kHead + "lut index 5, 5, 5, 5 beyond the 4 LUT blocks of the store, " + none});
 
   // A good LUT cell with a shading cell past the pool also leaves the frame
   // without parameters (the LUT is written; the caller passes the frame through).
   capture.clear();
-  changed = false;
-  EXPECT_FALSE(run(frame("t", 50, 250, 1.0f), changed));
+  EXPECT_FALSE(run({50, 250, 1.0f, "t"}, changed));
   EXPECT_EQ(lut.data[1], lumotest::patternByte(3, 1));
   EXPECT_EQ(trigger.m_shadingIndex[0], -1);
-  EXPECT_EQ(lumotest::errorMessages(capture),
-            Lines{kHead + "shading index 2, 2, 2, 2 beyond the 1 shading blocks of the store, "
-                          "no parameters for this frame"});
+  EXPECT_EQ(
+      lumotest::messages(capture, true),
+      Lines{kHead + "shading index 2, 2, 2, 2 beyond the 1 shading blocks of the store, " + none});
 
   // Without zoom ratios there are no shading parameters at all.
   f.zooms.clear();
   load(f);
   capture.clear();
-  EXPECT_FALSE(run(frame("t", 10, 10, 1.0f), changed));
-  EXPECT_EQ(lumotest::errorMessages(capture),
+  EXPECT_FALSE(run({10, 10, 1.0f, "t"}, changed));
+  EXPECT_EQ(lumotest::messages(capture, true),
             (Lines{kNotFound, kNotFound, kNotFound,
-                   kHead + "shading index 0, 0, 0, 0 beyond the 0 shading blocks of the store, "
-                           "no parameters for this frame"}));
+                   kHead + "shading index 0, 0, 0, 0 beyond the 0 shading blocks of the store, " +
+                       none}));
 }
 
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 const float kInf = std::numeric_limits<float>::infinity();
-
-struct ByteRow {
-  float value;
-  uint8_t expected;
-};
-
-// Expected bytes worked out by hand: low 8 bits of the truncated int32.
-// clang-format off
-const ByteRow kByteRows[] = {
-    {0.0f, 0},        {0.99f, 0},        {-0.99f, 0},   {1.0f, 1},       {254.999f, 254},
-    {255.9f, 255},    {256.0f, 0},       {256.5f, 0},   {-1.5f, 255},    {-256.0f, 0},
-    {-257.0f, 255},   {511.7f, 255},     {kNaN, 0},     {kInf, 255},     {-kInf, 0},
-    {3e9f, 255},      {-3e9f, 0},        {2147483648.0f, 255},           {-2147483648.0f, 0},
-    {2147483520.0f, 0x80},               {-2147483520.0f, 0x80},         {1e-45f, 0},
-    {65537.0f, 1},    {-65537.0f, 255}};
-// clang-format on
 
 // Every build of the vector kernel this machine runs.
 std::vector<lumo::LutKernel> kernels() {
@@ -541,72 +456,73 @@ std::vector<lumo::LutKernel> kernels() {
   return out;
 }
 
-// The vector kernels convert through case 3 with one LUT of ones and a
-// weight equal to the value: (v + 0) * 1 + (0 + 0) * 0 = v.
+// Expected bytes worked out by hand: low 8 bits of the truncated int32. The
+// vector kernels convert through case 3 with LUT a of ones, LUT c of zeros and
+// a weight equal to the value: (v + 0) * 1 + (0 + 0) * 0 = v. Case 3 reads
+// neither b nor d, so those point at nothing.
 TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByteInEveryKernel) {
+  const std::pair<float, uint8_t> rows[] = {{0.0f, 0},
+                                            {0.99f, 0},
+                                            {-0.99f, 0},
+                                            {1.0f, 1},
+                                            {254.999f, 254},
+                                            {255.9f, 255},
+                                            {256.0f, 0},
+                                            {256.5f, 0},
+                                            {-1.5f, 255},
+                                            {-256.0f, 0},
+                                            {-257.0f, 255},
+                                            {511.7f, 255},
+                                            {kNaN, 0},
+                                            {kInf, 255},
+                                            {-kInf, 0},
+                                            {3e9f, 255},
+                                            {-3e9f, 0},
+                                            {1e-45f, 0},
+                                            {65537.0f, 1},
+                                            {-65537.0f, 255},
+                                            {2147483648.0f, 255},
+                                            {-2147483648.0f, 0},
+                                            {2147483520.0f, 0x80},
+                                            {-2147483520.0f, 0x80}};
   const size_t n = 77;  // vector body and scalar tail
   std::vector<uint8_t> ones(n, 1), zeros(n, 0), out(n);
-  for (const ByteRow& row : kByteRows) {
-    EXPECT_EQ(lumo::lutByteFromFloat(row.value), row.expected) << row.value;
+  for (const auto& [value, expected] : rows) {
+    EXPECT_EQ(lumo::lutByteFromFloat(value), expected) << value;
     for (lumo::LutKernel kernel : kernels()) {
-      lumo::LutBlendSources src{{ones.data(), ones.data(), zeros.data(), zeros.data()},
-                                {row.value, 0.0f, 0.0f, 0.0f}};
+      lumo::LutBlendSources src{{ones.data(), nullptr, zeros.data(), nullptr}, {value, 0, 0, 0}};
       lumo::blendLutVectorWith(kernel, 3, src, out.data(), n);
-      EXPECT_EQ(out, std::vector<uint8_t>(n, row.expected)) << row.value;
+      EXPECT_EQ(out, std::vector<uint8_t>(n, expected)) << value;
     }
   }
 }
 
 TEST(LutBlendCase, FirstMatchingCaseInTableOrder) {
-  struct Row {
-    uint16_t a, b, c, d;
-    int expected;
-  };
-  const Row rows[] = {
-      {3, 3, 3, 3, 1}, {0, 0, 2, 3, 2}, {0, 0, 0, 3, 2}, {0, 0, 2, 2, 3},
-      {0, 1, 2, 3, 4}, {0, 1, 2, 2, 4}, {0, 1, 1, 0, 4}, {0, 1, 0, 3, 5},
-      {0, 1, 0, 0, 5}, {0, 1, 0, 1, 6}, {7, 9, 7, 9, 6},
-  };
-  for (const Row& r : rows) {
-    EXPECT_EQ(lumo::lutBlendCase(r.a, r.b, r.c, r.d), r.expected)
-        << r.a << "," << r.b << "," << r.c << "," << r.d;
-  }
-}
-
-// A case reads only the LUTs it names: the others may be anywhere.
-TEST(BlendLut, CasesReadOnlyTheirOwnLuts) {
-  std::vector<uint8_t> a(LUT_BYTES, 100), b(LUT_BYTES, 50), out(LUT_BYTES);
-  // Case 3 uses a and c; b and d point at nothing.
-  lumo::LutBlendSources src{{a.data(), nullptr, b.data(), nullptr}, {0.25f, 0.25f, 0.25f, 0.25f}};
-  lumo::blendLutVector(3, src, out.data(), LUT_BYTES);
-  EXPECT_EQ(out.front(), 75);
-  EXPECT_EQ(out.back(), 75);
-}
-
-float randomWeight(std::mt19937& rng) {
-  static const float kOddWeights[] = {kNaN,   kInf,   -kInf, 0.0f,          -0.0f,     1e30f,
-                                      -1e30f, 1e-40f, 1.0f,  2147483648.0f, 0.999999f, 1e7f};
-  const unsigned pick = rng() % 16;
-  if (pick < 4) return kOddWeights[rng() % (sizeof(kOddWeights) / sizeof(kOddWeights[0]))];
-  if (pick < 6) return std::uniform_real_distribution<float>(-300.0f, 300.0f)(rng);
-  return std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng);
+  const std::pair<std::array<uint16_t, 4>, int> rows[] = {
+      {{3, 3, 3, 3}, 1}, {{0, 0, 2, 3}, 2}, {{0, 0, 0, 3}, 2}, {{0, 0, 2, 2}, 3},
+      {{0, 1, 2, 3}, 4}, {{0, 1, 2, 2}, 4}, {{0, 1, 1, 0}, 4}, {{0, 1, 0, 3}, 5},
+      {{0, 1, 0, 0}, 5}, {{0, 1, 0, 1}, 6}, {{7, 9, 7, 9}, 6}};
+  for (const auto& [k, expected] : rows)
+    EXPECT_EQ(lumo::lutBlendCase(k[0], k[1], k[2], k[3]), expected) << testing::PrintToString(k);
 }
 
 TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
+  const float odd[] = {kNaN,   kInf,   -kInf, 0.0f,          -0.0f,     1e30f,
+                       -1e30f, 1e-40f, 1.0f,  2147483648.0f, 0.999999f, 1e7f};
   std::mt19937 rng(20240611);
+  auto weight = [&]() -> float {
+    const unsigned pick = rng() % 16;
+    if (pick < 4) return odd[rng() % std::size(odd)];
+    if (pick < 6) return std::uniform_real_distribution<float>(-300.0f, 300.0f)(rng);
+    return std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng);
+  };
   std::vector<std::vector<uint8_t>> luts(4, std::vector<uint8_t>(LUT_BYTES));
-  const size_t lengths[] = {0, 1, 7, 8, 15, 16, 17, 31, 33, 64, 100, LUT_BYTES};
   for (int trial = 0; trial < 60; trial++) {
-    for (auto& lut : luts) {
-      for (auto& v : lut) v = static_cast<uint8_t>(rng());
-    }
+    for (auto& lut : luts) std::generate(lut.begin(), lut.end(), [&] { return uint8_t(rng()); });
     for (int blendCase = 1; blendCase <= 6; blendCase++) {
       lumo::LutBlendSources src{};
-      for (int i = 0; i < 4; i++) {
-        src.lut[i] = luts[static_cast<size_t>(i)].data();
-        src.weight[i] = randomWeight(rng);
-      }
-      for (size_t n : lengths) {
+      for (size_t i = 0; i < 4; i++) src.lut[i] = luts[i].data(), src.weight[i] = weight();
+      for (size_t n : {0, 1, 7, 8, 15, 16, 17, 31, 33, 64, 100, int(LUT_BYTES)}) {
         std::vector<uint8_t> ref(n + 1, 0xA5);
         lumo::blendLutReference(blendCase, src, ref.data(), n);
         ASSERT_EQ(ref[n], 0xA5) << "wrote past the end";
@@ -614,7 +530,7 @@ TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
           std::vector<uint8_t> vec(n + 1, 0xA5);
           lumo::blendLutVectorWith(kernel, blendCase, src, vec.data(), n);
           ASSERT_EQ(vec, ref) << "kernel " << int(kernel) << " case " << blendCase << " n " << n
-                              << " weights " << ::testing::PrintToString(src.weight);
+                              << " weights " << testing::PrintToString(src.weight);
         }
       }
     }
