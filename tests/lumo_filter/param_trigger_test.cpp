@@ -87,17 +87,15 @@ calib::CalibrationFile triggerFile() {
   f.scenes.push_back({"common",
                       {luxBand(100, 200, {{2000, 2550, 0}, {2800, 5000, 1}}),
                        luxBand(400, 500, {{2000, 2400, 0}, {2600, 5000, 3}})},
-                      std::nullopt});
-  f.scenes.push_back({"quad", quad, std::nullopt});
-  f.scenes.push_back(
-      {"point", {luxBand(300, 300, {{2000, 3000, 4}, {4000, 5000, 5}})}, std::nullopt});
-  f.scenes.push_back({"empty", {}, std::nullopt});
-  f.scenes.push_back(
-      {"gap6", {luxBand(100, 200, {{2000, 3000, 3}, {4000, 5000, 5}})}, std::nullopt});
-  f.zooms.push_back({1.0f, quad, std::nullopt});
-  f.zooms.push_back({8.0f, {luxBand(0, 65535, {{0, 3000, 4}, {3001, 65535, 2}})}, std::nullopt});
-  f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 4}})}, std::nullopt});
-  f.zooms.push_back({5.0f, {luxBand(0, 65535, {{0, 65535, 5}})}, std::nullopt});
+                      {}});
+  f.scenes.push_back({"quad", quad, {}});
+  f.scenes.push_back({"point", {luxBand(300, 300, {{2000, 3000, 4}, {4000, 5000, 5}})}, {}});
+  f.scenes.push_back({"empty", {}, {}});
+  f.scenes.push_back({"gap6", {luxBand(100, 200, {{2000, 3000, 3}, {4000, 5000, 5}})}, {}});
+  f.zooms.push_back({1.0f, quad, {}});
+  f.zooms.push_back({8.0f, {luxBand(0, 65535, {{0, 3000, 4}, {3001, 65535, 2}})}, {}});
+  f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 4}})}, {}});
+  f.zooms.push_back({5.0f, {luxBand(0, 65535, {{0, 65535, 5}})}, {}});
   for (unsigned k = 0; k < 6; k++) {
     f.luts.push_back(lumotest::patternLut(k));
     calib::ShadingBlock s;
@@ -210,26 +208,22 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
     // luxPrev.end, luxElem.start, and the two CCT brackets' end / start
     float luxPrevEnd, luxElemStart, prevLowEnd, prevHighStart, elemLowEnd, elemHighStart;
   };
+  // clang-format off
   const Row rows[] = {
-      // case 1: inside one cell
-      {"common", 150, 2100, {0, 0, 0, 0}, 200, 100, 2550, 2000, 2550, 2000},
-      // case 2: a = b inside L0's band, c != d across L1's gap
-      {"common", 300, 2500, {0, 0, 0, 3}, 200, 400, 2550, 2000, 2400, 2600},
-      // case 3: a = b and c = d
-      {"quad", 300, 2500, {0, 0, 2, 2}, 200, 400, 3000, 2000, 3000, 2000},
-      // case 4: four different blocks
-      {"quad", 250, 3300, {0, 1, 2, 3}, 200, 400, 3000, 4000, 3000, 4000},
-      // case 4 with fractions whose double complements differ in the last bit
+      {"common", 150, 2100, {0, 0, 0, 0}, 200, 100, 2550, 2000, 2550, 2000},  // 1: one cell
+      {"common", 300, 2500, {0, 0, 0, 3}, 200, 400, 2550, 2000, 2400, 2600},  // 2: a = b, c != d
+      {"quad", 300, 2500, {0, 0, 2, 2}, 200, 400, 3000, 2000, 3000, 2000},    // 3: a = b, c = d
+      {"quad", 250, 3300, {0, 1, 2, 3}, 200, 400, 3000, 4000, 3000, 4000},    // 4: all differ
+      // 4 with fractions whose double complements differ from them in the last bit
       {"quad", 201, 3001, {0, 1, 2, 3}, 200, 400, 3000, 4000, 3000, 4000},
-      // case 5: a = c, b != d
-      {"common", 300, 2580, {0, 1, 0, 3}, 200, 400, 2550, 2800, 2400, 2600},
-      // case 6: lux inside one band, CCT across a gap
-      {"common", 150, 2600, {0, 1, 0, 1}, 200, 100, 2550, 2800, 2550, 2800},
-      // case 6 at the band's end, a quarter across 3000..4000 between blocks 3 and 5
+      {"common", 300, 2580, {0, 1, 0, 3}, 200, 400, 2550, 2800, 2400, 2600},  // 5: a = c, b != d
+      {"common", 150, 2600, {0, 1, 0, 1}, 200, 100, 2550, 2800, 2550, 2800},  // 6: one lux band
+      // 6 at the band's end, a quarter across 3000..4000 between blocks 3 and 5
       {"gap6", 200, 3250, {3, 5, 3, 5}, 200, 100, 3000, 4000, 3000, 4000},
-      // case 1 again when lux and CCT sit below every band (clamped)
-      {"quad", 0, 0, {0, 0, 0, 0}, 200, 100, 3000, 2000, 3000, 2000},
+      {"quad", 0, 0, {0, 0, 0, 0}, 200, 100, 3000, 2000, 3000, 2000},  // 1: clamped below all
   };
+  // clang-format on
+
   for (const Row& r : rows) {
     SCOPED_TRACE(std::string(r.scene) + " " + std::to_string(r.lux) + " " + std::to_string(r.cct));
     fresh();
@@ -298,15 +292,12 @@ TEST_F(Trigger, FailedSearchesFallBackToZeroRecords) {
     bool copyOfLut0;  // else every byte is 0
   };
   const Row rows[] = {
-      // lux above every band: three failed searches, LUT 0 copied
-      {"quad", 600, 2500, 3, true},
-      // an empty band list: the same
-      {"empty", 150, 2500, 3, true},
-      // CCT above L0's bands only: a = b = 0 with bounds 0, weights infinite, bytes NaN -> 0
-      {"quad", 300, 5500, 1, false},
-      // a single-point lux band hit exactly: NaN weights, zero bytes, no failed search
-      {"point", 300, 3500, 0, false},
+      {"quad", 600, 2500, 3, true},    // lux above every band: all three searches fail
+      {"empty", 150, 2500, 3, true},   // an empty band list: the same
+      {"quad", 300, 5500, 1, false},   // CCT above L0's bands: a = b = 0, infinite weights
+      {"point", 300, 3500, 0, false},  // single-point lux band hit exactly: NaN weights
   };
+
   for (const Row& r : rows) {
     SCOPED_TRACE(r.scene);
     fresh();
@@ -382,9 +373,9 @@ TEST_F(Trigger, DebugModePrintsBothOutputsOnEveryFrame) {
 // Stores of their own: indices at the signed 16-bit limit and past the pools.
 TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
   calib::CalibrationFile f;
-  f.scenes.push_back({"common", {luxBand(0, 65535, {{0, 65535, 0}})}, std::nullopt});
-  f.zooms.push_back({1.0f, {luxBand(0, 65535, {{0, 65535, 32767}})}, std::nullopt});
-  f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 32768}})}, std::nullopt});
+  f.scenes.push_back({"common", {luxBand(0, 65535, {{0, 65535, 0}})}, {}});
+  f.zooms.push_back({1.0f, {luxBand(0, 65535, {{0, 65535, 32767}})}, {}});
+  f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 32768}})}, {}});
   f.luts.push_back(lumotest::patternLut(0));
   f.shadings.resize(32769);
   load(f);
@@ -403,10 +394,10 @@ TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
 TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   calib::CalibrationFile f;
   // Indices 0, 5, then 3 last: four LUTs, and block 5 is not among them.
-  f.scenes.push_back({"s", {luxBand(0, 100, {{0, 100, 0}, {200, 300, 5}})}, std::nullopt});
-  f.scenes.push_back({"t", {luxBand(0, 100, {{0, 100, 1}, {200, 300, 3}})}, std::nullopt});
-  f.zooms.push_back({1.0f, {luxBand(0, 100, {{0, 100, 0}, {200, 300, 2}})}, std::nullopt});
-  f.zooms.push_back({4.0f, {luxBand(0, 100, {{0, 100, 0}})}, std::nullopt});
+  f.scenes.push_back({"s", {luxBand(0, 100, {{0, 100, 0}, {200, 300, 5}})}, {}});
+  f.scenes.push_back({"t", {luxBand(0, 100, {{0, 100, 1}, {200, 300, 3}})}, {}});
+  f.zooms.push_back({1.0f, {luxBand(0, 100, {{0, 100, 0}, {200, 300, 2}})}, {}});
+  f.zooms.push_back({4.0f, {luxBand(0, 100, {{0, 100, 0}})}, {}});
   for (unsigned i = 0; i < 4; i++) f.luts.push_back(lumotest::patternLut(i));
   f.shadings.resize(1);
   load(f);
@@ -461,30 +452,14 @@ std::vector<lumo::LutKernel> kernels() {
 // a weight equal to the value: (v + 0) * 1 + (0 + 0) * 0 = v. Case 3 reads
 // neither b nor d, so those point at nothing.
 TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByteInEveryKernel) {
-  const std::pair<float, uint8_t> rows[] = {{0.0f, 0},
-                                            {0.99f, 0},
-                                            {-0.99f, 0},
-                                            {1.0f, 1},
-                                            {254.999f, 254},
-                                            {255.9f, 255},
-                                            {256.0f, 0},
-                                            {256.5f, 0},
-                                            {-1.5f, 255},
-                                            {-256.0f, 0},
-                                            {-257.0f, 255},
-                                            {511.7f, 255},
-                                            {kNaN, 0},
-                                            {kInf, 255},
-                                            {-kInf, 0},
-                                            {3e9f, 255},
-                                            {-3e9f, 0},
-                                            {1e-45f, 0},
-                                            {65537.0f, 1},
-                                            {-65537.0f, 255},
-                                            {2147483648.0f, 255},
-                                            {-2147483648.0f, 0},
-                                            {2147483520.0f, 0x80},
-                                            {-2147483520.0f, 0x80}};
+  // clang-format off
+  const std::pair<float, uint8_t> rows[] = {
+      {0.0f, 0}, {0.99f, 0}, {-0.99f, 0}, {1.0f, 1}, {254.999f, 254}, {255.9f, 255}, {256.0f, 0},
+      {256.5f, 0}, {-1.5f, 255}, {-256.0f, 0}, {-257.0f, 255}, {511.7f, 255}, {kNaN, 0},
+      {kInf, 255}, {-kInf, 0}, {3e9f, 255}, {-3e9f, 0}, {1e-45f, 0}, {65537.0f, 1},
+      {-65537.0f, 255}, {2147483648.0f, 255}, {-2147483648.0f, 0}, {2147483520.0f, 0x80},
+      {-2147483520.0f, 0x80}};
+  // clang-format on
   const size_t n = 77;  // vector body and scalar tail
   std::vector<uint8_t> ones(n, 1), zeros(n, 0), out(n);
   for (const auto& [value, expected] : rows) {
