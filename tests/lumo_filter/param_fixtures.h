@@ -42,15 +42,11 @@ inline calib::LutBlock patternLut(unsigned seed) {
   return lut;
 }
 
-// "[ b0 b1 ... b49]": the head of a pattern LUT as the dump and debug prints show it.
-inline std::string lutHead(unsigned seed) {
+// "[ b0 b1 ... b49]": the head of a LUT as the dump and debug prints show it.
+inline std::string lutHead(const uint8_t* lut) {
   std::string text = "[";
-  for (size_t p = 0; p < 50; p++) text += " " + std::to_string(patternByte(seed, p));
+  for (size_t p = 0; p < 50; p++) text += " " + std::to_string(lut[p]);
   return text + "]";
-}
-
-inline calib::LuxBand luxBand(uint16_t start, uint16_t end, std::vector<calib::CctBand> ccts) {
-  return {start, end, std::move(ccts)};
 }
 
 inline std::string writeBytes(const TempDir& dir, const std::string& name,
@@ -59,11 +55,6 @@ inline std::string writeBytes(const TempDir& dir, const std::string& name,
   std::ofstream(path, std::ios::binary | std::ios::trunc)
       .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
   return path;
-}
-
-inline std::string writeCalib(const TempDir& dir, const std::string& name,
-                              const calib::CalibrationFile& file) {
-  return writeBytes(dir, name, calib::serialize(file));
 }
 
 // Android log lines cut after "<group> <file>:<line> <func>()", all or errors only.

@@ -23,7 +23,7 @@
 namespace {
 
 using lumotest::Lines;
-using lumotest::luxBand;
+using Band = calib::LuxBand;
 
 const std::string kNotFound = "[LumoFilter] not found lux or cct!!!!!!!!!!!";
 
@@ -81,21 +81,21 @@ float shadingEntry(unsigned k, unsigned j) { return float(k) * 1.25f + float(j) 
 // Scenes and zoom ratios of the trigger tests; see each test for the cells.
 calib::CalibrationFile triggerFile() {
   calib::CalibrationFile f;
-  const auto quad =
-      std::vector<calib::LuxBand>{luxBand(100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}),
-                                  luxBand(400, 500, {{2000, 3000, 2}, {4000, 6000, 3}})};
+  const auto quad = std::vector<calib::LuxBand>{Band{100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}},
+                                                Band{400, 500, {{2000, 3000, 2}, {4000, 6000, 3}}}};
   f.scenes.push_back({"common",
-                      {luxBand(100, 200, {{2000, 2550, 0}, {2800, 5000, 1}}),
-                       luxBand(400, 500, {{2000, 2400, 0}, {2600, 5000, 3}})},
+                      {Band{100, 200, {{2000, 2550, 0}, {2800, 5000, 1}}},
+                       Band{400, 500, {{2000, 2400, 0}, {2600, 5000, 3}}}},
                       {}});
   f.scenes.push_back({"quad", quad, {}});
-  f.scenes.push_back({"point", {luxBand(300, 300, {{2000, 3000, 4}, {4000, 5000, 5}})}, {}});
+  f.scenes.push_back({"point", {Band{300, 300, {{2000, 3000, 4}, {4000, 5000, 5}}}}, {}});
   f.scenes.push_back({"empty", {}, {}});
-  f.scenes.push_back({"gap6", {luxBand(100, 200, {{2000, 3000, 3}, {4000, 5000, 5}})}, {}});
+  f.scenes.push_back({"gap6", {Band{100, 200, {{2000, 3000, 3}, {4000, 5000, 5}}}}, {}});
   f.zooms.push_back({1.0f, quad, {}});
-  f.zooms.push_back({8.0f, {luxBand(0, 65535, {{0, 3000, 4}, {3001, 65535, 2}})}, {}});
-  f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 4}})}, {}});
-  f.zooms.push_back({5.0f, {luxBand(0, 65535, {{0, 65535, 5}})}, {}});
+  // Key 8 gives the shading blocks of zoom 1.0 ("quad") at lux 300, CCT 2580.
+  f.zooms.push_back({8.0f, {Band{0, 299, {{0, 65535, 0}}}, Band{301, 65535, {{0, 65535, 2}}}}, {}});
+  f.zooms.push_back({2.0f, {Band{0, 65535, {{0, 65535, 4}}}}, {}});
+  f.zooms.push_back({5.0f, {Band{0, 65535, {{0, 65535, 5}}}}, {}});
   for (unsigned k = 0; k < 6; k++) {
     f.luts.push_back(lumotest::patternLut(k));
     calib::ShadingBlock s;
@@ -175,7 +175,7 @@ protected:
   }
   // A trigger that has seen no frame yet, on a store of the given file.
   void load(const calib::CalibrationFile& f) {
-    store = std::make_unique<ParamUtil>(lumotest::writeCalib(dir, "t.bin", f));
+    store = std::make_unique<ParamUtil>(lumotest::writeBytes(dir, "t.bin", calib::serialize(f)));
     fresh();
   }
   void fresh(bool debug = false) {
@@ -249,80 +249,79 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
   }
 }
 
-// Neither a frame in the same cells nor one with an unknown scene touches
-// the outputs or `changed`; the unknown scene does not even log.
+// Frames in the same cells (lux moving inside the gap, which would change the
+// weights, or a zoom set giving the same shading blocks) and frames of an
+// unknown scene touch neither the outputs nor `changed`; unknown scenes do not
+// even log. Debug prints show both outputs on every frame, changed or not.
 TEST_F(Trigger, UnchangedCellOrUnknownSceneLeavesTheOutputsAlone) {
+  fresh(true);
+  hostsim::LogCapture first;
   bool changed = false;
   ASSERT_TRUE(run({300, 2580, 1.0f, "common"}, changed));
   ASSERT_TRUE(changed);
+  const Lines lines = triggerLines(first);
+  ASSERT_EQ(lines.size(), 7u);  // index, six weights, four, print; index, four, print
+  EXPECT_EQ(Lines({lines[3], lines[6]}),
+            (Lines{"param_lut = " + lumotest::lutHead(lut.data),
+                   "shading_table = [ " + joined(shading.data, 8, true, " ") + "]"}));
   std::memset(lut.data, 0xEE, LUT_BYTES);
   std::fill(std::begin(shading.data), std::end(shading.data), -7.0f);
-  // Lux moves inside the gap, so the weights would differ; the unknown scenes
-  // come with a zoom ratio that would change the shading cell.
-  const param_trigger_t frames[] = {{300, 2580, 1.0f, "common"},
-                                    {399, 2580, 1.0f, "common"},
-                                    {150, 2100, 5.0f, "Quad"},
-                                    {150, 2100, 5.0f, "unknown"},
-                                    {150, 2100, 5.0f, ""}};
+  const std::string same = "is_trigger_change = 0, no need to trigger";
+  const Lines unchanged = {
+      "lut index 0, 1, 0, 3",     same, "param_lut = " + lumotest::lutHead(lut.data),
+      "shading index 0, 0, 2, 2", same, "shading_table = [ -7 -7 -7 -7 -7 -7 -7 -7]"};
+  const param_trigger_t frames[] = {{350, 2580, 1.0f, "common"},  {399, 2580, 1.0f, "common"},
+                                    {300, 2580, 9.0f, "common"},  {150, 2100, 5.0f, "Quad"},
+                                    {150, 2100, 5.0f, "unknown"}, {150, 2100, 5.0f, ""}};
   for (const param_trigger_t& in : frames) {
-    SCOPED_TRACE(in.aiscene + " " + std::to_string(in.lux));
+    SCOPED_TRACE(in.aiscene + " " + std::to_string(in.lux) + " " + std::to_string(in.zoom_ratio));
     hostsim::LogCapture capture;
     changed = false;
     const bool known = in.aiscene == "common";
     EXPECT_EQ(run(in, changed), known);
     EXPECT_FALSE(changed);
-    EXPECT_EQ(lut.data[0], 0xEE);
-    EXPECT_EQ(lut.data[LUT_BYTES - 1], 0xEE);
-    EXPECT_EQ(shading.data[7], -7.0f);
-    EXPECT_EQ(trigger.m_lutIndex[3], 3);
-    EXPECT_EQ(trigger.m_shadingIndex[3], 2);
-    const std::string same = "is_trigger_change = 0, no need to trigger";
-    EXPECT_EQ(
-        triggerLines(capture),
-        (known ? Lines{"lut index 0, 1, 0, 3", same, "shading index 0, 0, 2, 2", same} : Lines()));
+    EXPECT_EQ(triggerLines(capture), known ? unchanged : Lines());
     EXPECT_TRUE(known || capture.records().empty());
+    EXPECT_EQ((std::vector<int>{lut.data[0], lut.data[LUT_BYTES - 1], int(shading.data[7]),
+                                trigger.m_lutIndex[3], trigger.m_shadingIndex[3]}),
+              (std::vector<int>{0xEE, 0xEE, -7, 3, 2}));
   }
 }
 
+// Failed searches leave zero records: indices 0 and bounds 0, so non-finite
+// weights; the LUT bytes convert them, the shading passes them on.
 TEST_F(Trigger, FailedSearchesFallBackToZeroRecords) {
   struct Row {
     const char* scene;
     uint16_t lux, cct;
     size_t errors;
-    bool copyOfLut0;  // else every byte is 0
+    bool copyOfLut0;  // else every LUT byte is 0
+    bool nanShading;  // zoom 1.0 repeats "quad"
   };
   const Row rows[] = {
-      {"quad", 600, 2500, 3, true},    // lux above every band: all three searches fail
-      {"empty", 150, 2500, 3, true},   // an empty band list: the same
-      {"quad", 300, 5500, 1, false},   // CCT above L0's bands: a = b = 0, infinite weights
-      {"point", 300, 3500, 0, false},  // single-point lux band hit exactly: NaN weights
+      {"quad", 600, 2500, 6, true, true},     // lux above every band: every search fails
+      {"empty", 150, 2500, 3, true, false},   // an empty band list: the LUT searches fail
+      {"quad", 300, 5500, 2, false, true},    // CCT above L0's bands: a = b = 0, infinite weights
+      {"point", 300, 3500, 0, false, false},  // single-point lux band hit exactly: NaN weights
   };
-
   for (const Row& r : rows) {
-    SCOPED_TRACE(r.scene);
+    SCOPED_TRACE(r.scene + std::to_string(r.lux));
     fresh();
     hostsim::LogCapture capture;
     bool changed = false;
     std::memset(lut.data, 0x77, LUT_BYTES);
-    EXPECT_TRUE(trigger.triggerLut({r.lux, r.cct, 1.0f, r.scene}, &lut, changed));
+    EXPECT_TRUE(run({r.lux, r.cct, 1.0f, r.scene}, changed));
     EXPECT_TRUE(changed);
     EXPECT_EQ(lumotest::messages(capture, true), Lines(r.errors, kNotFound));
     for (size_t p = 0; p < LUT_BYTES; p++)
       ASSERT_EQ(lut.data[p], r.copyOfLut0 ? lumotest::patternByte(0, p) : 0) << p;
+    for (float v : shading.data) EXPECT_EQ(std::isnan(v), r.nanShading) << v;
   }
-  // The shading blend of the zero records is passed on as NaN.
-  fresh();
-  hostsim::LogCapture capture;
-  bool changed = false;
-  ASSERT_TRUE(trigger.triggerShading({600, 2500, 1.0f, "quad"}, &shading, changed));
-  EXPECT_TRUE(changed);
-  for (float v : shading.data) EXPECT_TRUE(std::isnan(v)) << v;
-  EXPECT_EQ(triggerLines(capture).at(0), "shading index 0, 0, 0, 0");
 }
 
 TEST_F(Trigger, ZoomRatioChoosesTheLargestKeyNotAbove) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
-  // Keys 1, 2, 5, 8; at CCT 3300 they give 0..3, 4, 5 and 2.
+  // Keys 1, 2, 5, 8; at lux 350, CCT 3300 they give 0..3, 4, 5 and 2.
   const std::pair<float, const char*> rows[] = {
       {0.6f, "0, 1, 2, 3"},   {1.0f, "0, 1, 2, 3"}, {1.99f, "0, 1, 2, 3"}, {2.0f, "4, 4, 4, 4"},
       {4.9f, "4, 4, 4, 4"},   {5.0f, "5, 5, 5, 5"}, {7.99f, "5, 5, 5, 5"}, {8.0f, "2, 2, 2, 2"},
@@ -331,55 +330,20 @@ TEST_F(Trigger, ZoomRatioChoosesTheLargestKeyNotAbove) {
     fresh();
     hostsim::LogCapture capture;
     bool changed = false;
-    EXPECT_TRUE(trigger.triggerShading({250, 3300, zoom, "quad"}, &shading, changed));
+    EXPECT_TRUE(trigger.triggerShading({350, 3300, zoom, "quad"}, &shading, changed));
     EXPECT_EQ(triggerLines(capture).at(0), std::string("shading index ") + indices) << zoom;
-  }
-}
-
-TEST_F(Trigger, OneShadingBlockIsBlendedInFourTermsAndKeptUnderAnotherZoomSet) {
-  bool changed = false;
-  ASSERT_TRUE(trigger.triggerShading({250, 2900, 2.0f, "quad"}, &shading, changed));
-  ASSERT_TRUE(changed);
-  // Band 0..65535 for lux and CCT: both brackets are the band itself.
-  const Weights w = weightsFor(250, 65535, 0, 2900, 65535, 0, 65535, 0);
-  const uint16_t k[4] = {4, 4, 4, 4};
-  for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(k, w.w, j)) << j;
-  // Zoom 9 picks the set of key 8, whose cell at CCT 2900 is block 4 as well.
-  const float before = shading.data[3];
-  changed = false;
-  ASSERT_TRUE(trigger.triggerShading({250, 2900, 9.0f, "quad"}, &shading, changed));
-  EXPECT_FALSE(changed);
-  EXPECT_EQ(shading.data[3], before);
-}
-
-TEST_F(Trigger, DebugModePrintsBothOutputsOnEveryFrame) {
-  for (bool debug : {true, false}) {
-    fresh(debug);
-    for (int frameNo = 0; frameNo < 2; frameNo++) {
-      hostsim::LogCapture capture;
-      bool changed = false;
-      ASSERT_TRUE(run({150, 2100, 1.0f, "common"}, changed));
-      Lines prints;
-      for (const std::string& line : triggerLines(capture))
-        if (line.rfind("param_lut", 0) == 0 || line.rfind("shading_table", 0) == 0)
-          prints.push_back(line);
-      const std::string table = "shading_table = [ " + joined(shading.data, 8, true, " ") + "]";
-      EXPECT_EQ(prints, (debug ? Lines{"param_lut = " + lumotest::lutHead(0), table} : Lines()))
-          << debug << frameNo;
-    }
   }
 }
 
 // Stores of their own: indices at the signed 16-bit limit and past the pools.
 TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
   calib::CalibrationFile f;
-  f.scenes.push_back({"common", {luxBand(0, 65535, {{0, 65535, 0}})}, {}});
-  f.zooms.push_back({1.0f, {luxBand(0, 65535, {{0, 65535, 32767}})}, {}});
-  f.zooms.push_back({2.0f, {luxBand(0, 65535, {{0, 65535, 32768}})}, {}});
+  f.scenes.push_back({"common", {Band{0, 65535, {{0, 65535, 0}}}}, {}});
+  f.zooms.push_back({1.0f, {Band{0, 65535, {{0, 65535, 32767}}}}, {}});
+  f.zooms.push_back({2.0f, {Band{0, 65535, {{0, 65535, 32768}}}}, {}});
   f.luts.push_back(lumotest::patternLut(0));
   f.shadings.resize(32769);
   load(f);
-  ASSERT_EQ(store->shadingCount, 32769u);
   for (const auto& [zoom, changedAgain] : {std::pair{1.0f, false}, std::pair{2.0f, true}}) {
     fresh();
     for (int frameNo = 0; frameNo < 3; frameNo++) {
@@ -394,15 +358,13 @@ TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
 TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   calib::CalibrationFile f;
   // Indices 0, 5, then 3 last: four LUTs, and block 5 is not among them.
-  f.scenes.push_back({"s", {luxBand(0, 100, {{0, 100, 0}, {200, 300, 5}})}, {}});
-  f.scenes.push_back({"t", {luxBand(0, 100, {{0, 100, 1}, {200, 300, 3}})}, {}});
-  f.zooms.push_back({1.0f, {luxBand(0, 100, {{0, 100, 0}, {200, 300, 2}})}, {}});
-  f.zooms.push_back({4.0f, {luxBand(0, 100, {{0, 100, 0}})}, {}});
+  f.scenes.push_back({"s", {Band{0, 100, {{0, 100, 0}, {200, 300, 5}}}}, {}});
+  f.scenes.push_back({"t", {Band{0, 100, {{0, 100, 1}, {200, 300, 3}}}}, {}});
+  f.zooms.push_back({1.0f, {Band{0, 100, {{0, 100, 0}, {200, 300, 2}}}}, {}});
+  f.zooms.push_back({4.0f, {Band{0, 100, {{0, 100, 0}}}}, {}});
   for (unsigned i = 0; i < 4; i++) f.luts.push_back(lumotest::patternLut(i));
   f.shadings.resize(1);
   load(f);
-  ASSERT_EQ(store->lutCount, 4u);
-  ASSERT_EQ(store->shadingCount, 1u);
   std::memset(lut.data, 0x33, LUT_BYTES);
   const std::string none = "no parameters for this frame";
 
@@ -516,12 +478,8 @@ TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
 TEST(BlendLutDeathTest, EnvironmentSwitchForcesTheScalarLoop) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (const auto& [value, code] : {std::pair{"1", 3}, std::pair{"0", 4}}) {
-    EXPECT_EXIT(
-        {
-          setenv("LUMO_FORCE_SCALAR", value, 1);
-          std::exit(lumo::lutBlendForcedScalar() ? 3 : 4);
-        },
-        testing::ExitedWithCode(code), "")
+    EXPECT_EXIT((setenv("LUMO_FORCE_SCALAR", value, 1), exit(lumo::lutBlendForcedScalar() ? 3 : 4)),
+                testing::ExitedWithCode(code), "")
         << value;
   }
 }
