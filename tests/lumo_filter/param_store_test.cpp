@@ -10,6 +10,7 @@
 #include <map>
 #include <span>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "paramTrigger.h"
@@ -100,19 +101,15 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
   f.shadings = {{}, {9, 8, 7, 6, 5, 4, 3, 2}};
   rows.push_back({"zoom ratios without scenes", f, 0, 2});
   f = {};
-  f.scenes.push_back({"empty", {}, {}});
-  f.scenes.push_back({"point", {Band{300, 300, {{5000, 5000, 0}}}, Band{400, 400, {}}}, {}});
-  f.zooms.push_back({1.0f, {}, {}});
-  f.luts.push_back(lumotest::patternLut(9));
-  rows.push_back({"zero-count records and single-point bands", f, 1, 0});
-  f = {};
   f.scenes.push_back({"s", {Band{0, 10, {{0, 1, 0}, {2, 3, 1}, {4, 5, 2}, {6, 7, 5}}}}, {}});
-  f.scenes.push_back({"t", {Band{0, 10, {{0, 1, 3}}}, Band{20, 30, {}}}, {}});
+  f.scenes.push_back({"t", {Band{0, 10, {{0, 1, 3}}}, Band{20, 20, {}}}, {}});
+  f.scenes.push_back({"empty", {}, {}});
   f.zooms.push_back({1.0f, {Band{0, 10, {{0, 1, 4}, {2, 3, 1}}}}, {}});
+  f.zooms.push_back({2.0f, {}, {}});
   for (unsigned i = 0; i < 6; i++) f.luts.push_back(lumotest::patternLut(i));
   f.shadings.resize(5, {1, 2, 3, 4, 5, 6, 7, 8});
-  // LUT indices 0, 1, 2, 5, 3 (then a band without records): 4, not 6.
-  rows.push_back({"counts from the last record read, not the largest index", f, 4, 2});
+  // LUT indices 0, 1, 2, 5, 3 (then a band and a list without records): 4, not 6.
+  rows.push_back({"counts from the last record read; zero-count records", f, 4, 2});
   f = {};
   f.scenes.push_back({"night", {Band{0, 10, {{0, 1, 0}}}}, {}});
   f.scenes.push_back({"night", {Band{5, 6, {{0, 1, 0}, {7, 8, 2}}}}, {}});
@@ -199,11 +196,9 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
   EXPECT_EQ(lumotest::messages(capture), (Lines{tag + "ParamUtil", "[LumoFilter]"}));
 }
 
-// One scene (two CCT bands), one zoom ratio, one LUT, one shading block.
-// Layout: header 782 bytes; scene block 782..865 (name, lux count at 846,
-// lux head at 848, CCT records at 854); zoom block 866..883 (ratio, lux
-// count at 870, lux head at 872, CCT record at 878); LUT pool at 884;
-// shading pool at 15623; end at 15655.
+// Header 0..781; scene block 782..865 (lux count at 846, lux head at 848, two
+// CCT records at 854); zoom block 866..883 (lux count at 870, lux head at 872,
+// CCT record at 878); LUT pool at 884; shading pool at 15623; end at 15655.
 std::vector<uint8_t> goodFile() {
   calib::CalibrationFile f;
   f.scenes.push_back({"s", {Band{0, 100, {{0, 100, 0}, {200, 300, 0}}}}, {}});
@@ -242,10 +237,8 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
       {984, "LUT pool at byte 884 needs 14739 bytes"},
       {15623, "shading pool at byte 15623 needs 32 bytes"},
   };
-  std::vector<size_t> lengths;
-  for (size_t n = 0; n <= 900; n++) lengths.push_back(n);
-  for (size_t n = 901; n < full.size(); n += 211) lengths.push_back(n);
-  for (size_t n : {984, 15621, 15622, 15623, 15624, 15654}) lengths.push_back(n);
+  std::vector<size_t> lengths = {984, 15621, 15622, 15623, 15624, 15654};
+  for (size_t n = 0; n < full.size(); n += n < 900 ? 1 : 211) lengths.push_back(n);
   for (size_t n : lengths) {
     SCOPED_TRACE("length " + std::to_string(n));
     const std::string reason =
@@ -255,12 +248,8 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
     }
   }
 
-  struct Row {
-    size_t at;
-    size_t textLength;  // 0: a 16-bit field set to 0xFFFF; else a text filled without its NUL
-    const char* reason;
-  };
-  const Row corrupted[] = {
+  // {at, 0: a 16-bit field set to 0xFFFF, else: a text of that length without its NUL}
+  const std::tuple<size_t, size_t, const char*> corrupted[] = {
       {0, 0, "aiScenesSize and offsets at byte 2 needs 131078 bytes"},
       {2, 0, "zoom-ratio block head at byte 66317 needs 6 bytes"},
       {4, 0, "scene block head at byte 65535 needs 66 bytes"},
@@ -277,13 +266,13 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
       {270, 256, "param_type at byte 270 has no NUL in its 256 bytes"},
       {526, 256, "param_range at byte 526 has no NUL in its 256 bytes"},
   };
-  for (const Row& row : corrupted) {
+  for (const auto& [at, textLength, reason] : corrupted) {
     std::vector<uint8_t> bytes = full;
-    if (row.textLength == 0) bytes[row.at] = bytes[row.at + 1] = 0xFF;
-    std::memset(bytes.data() + row.at, 'x', row.textLength);
-    const std::string reason =
-        row.reason + std::string(row.textLength ? "" : ", the file has 15655");
-    EXPECT_EQ(loadRejected(dir, bytes), reason) << "byte " << row.at;
+    if (textLength == 0) bytes[at] = bytes[at + 1] = 0xFF;
+    std::memset(bytes.data() + at, 'x', textLength);
+    EXPECT_EQ(loadRejected(dir, bytes),
+              reason + std::string(textLength ? "" : ", the file has 15655"))
+        << "byte " << at;
   }
 }
 

@@ -40,14 +40,13 @@ void runCctTable(std::vector<param_cct_t> list, const std::vector<std::array<int
     // A failed search leaves both outputs alone and logs one error line.
     EXPECT_EQ(previous.param_cct_lut_index, prev < 0 ? 999 : prev);
     EXPECT_EQ(element.param_cct_lut_index, elem < 0 ? 999 : elem);
-    Lines lines{kNotFound};
-    if (elem >= 0) {
-      const param_cct_t &p = list[size_t(prev)], &e = list[size_t(elem)];
-      lines = {"[LumoFilter] left start=" + std::to_string(p.param_start) +
-                   ", end=" + std::to_string(p.param_end),
-               "[LumoFilter] right start=" + std::to_string(e.param_start) +
-                   ", end=" + std::to_string(e.param_end)};
-    }
+    auto bounds = [](const std::string& side, const param_cct_t& r) {
+      return "[LumoFilter] " + side + " start=" + std::to_string(r.param_start) +
+             ", end=" + std::to_string(r.param_end);
+    };
+    const Lines lines =
+        elem < 0 ? Lines{kNotFound}
+                 : Lines{bounds("left", list[size_t(prev)]), bounds("right", list[size_t(elem)])};
     EXPECT_EQ(lumotest::messages(capture), lines);
     EXPECT_EQ(lumotest::messages(capture, true), elem < 0 ? lines : Lines());
     EXPECT_EQ(lumotest::functions(capture), Lines(lines.size(), "findElementAndPrevious"));
@@ -103,23 +102,6 @@ calib::CalibrationFile triggerFile() {
     f.shadings.push_back(s);
   }
   return f;
-}
-
-// The six weights as the trigger logs them (lux, then each CCT bracket, with
-// the deliberate double complement), and the four corners' products.
-struct Weights {
-  float six[6], w[4];
-};
-
-Weights weightsFor(float lux, float luxPrevEnd, float luxElemStart, float cct, float prevLowEnd,
-                   float prevHighStart, float elemLowEnd, float elemHighStart) {
-  const float luxPrev = 1.0f - (lux - luxPrevEnd) / (luxElemStart - luxPrevEnd);
-  const float tPrev = (cct - prevLowEnd) / (prevHighStart - prevLowEnd);
-  const float uElem = 1.0f - (cct - elemLowEnd) / (elemHighStart - elemLowEnd);
-  Weights r{{luxPrev, 1.0f - luxPrev, 1.0f - tPrev, 1.0f - (1.0f - tPrev), uElem, 1.0f - uElem},
-            {}};
-  for (int i = 0; i < 4; i++) r.w[i] = r.six[i / 2] * r.six[2 + i];
-  return r;
 }
 
 // Byte of a blended value: truncated int32 (NaN 0, saturated), low 8 bits.
@@ -185,11 +167,6 @@ protected:
   bool run(const param_trigger_t& in, bool& changed) {
     return trigger.trigger(in, &lut, &shading, changed);
   }
-  size_t lutMismatches(const uint16_t k[4], const float w[4]) const {
-    size_t n = 0;
-    for (size_t p = 0; p < LUT_BYTES; p++) n += lut.data[p] != expectedLutByte(k, w, p);
-    return n;
-  }
 
   lumotest::TempDir dir;
   std::unique_ptr<ParamUtil> store;
@@ -205,8 +182,7 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
     const char* scene;
     uint16_t lux, cct;
     uint16_t k[4];
-    // luxPrev.end, luxElem.start, and the two CCT brackets' end / start
-    float luxPrevEnd, luxElemStart, prevLowEnd, prevHighStart, elemLowEnd, elemHighStart;
+    float b[6];  // luxPrev.end, luxElem.start, then each CCT bracket's lower end, upper start
   };
   // clang-format off
   const Row rows[] = {
@@ -231,17 +207,26 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
     bool changed = false;
     ASSERT_TRUE(run({r.lux, r.cct, 1.0f, r.scene}, changed));
     EXPECT_TRUE(changed);
-    const Weights w = weightsFor(r.lux, r.luxPrevEnd, r.luxElemStart, r.cct, r.prevLowEnd,
-                                 r.prevHighStart, r.elemLowEnd, r.elemHighStart);
-    EXPECT_EQ(lutMismatches(r.k, w.w), 0u);
+    // The six weights as logged (with the deliberate double complement), then
+    // the four corners' products.
+    const float luxPrev = 1.0f - (r.lux - r.b[0]) / (r.b[1] - r.b[0]);
+    const float tPrev = (r.cct - r.b[2]) / (r.b[3] - r.b[2]);
+    const float uElem = 1.0f - (r.cct - r.b[4]) / (r.b[5] - r.b[4]);
+    const float six[6] = {luxPrev, 1.0f - luxPrev, 1.0f - tPrev, 1.0f - (1.0f - tPrev),
+                          uElem,   1.0f - uElem};
+    float w[4];
+    for (int i = 0; i < 4; i++) w[i] = six[i / 2] * six[2 + i];
+    size_t mismatches = 0;
+    for (size_t p = 0; p < LUT_BYTES; p++) mismatches += lut.data[p] != expectedLutByte(r.k, w, p);
+    EXPECT_EQ(mismatches, 0u);
     const std::string index = std::to_string(r.k[0]) + ", " + std::to_string(r.k[1]) + ", " +
                               std::to_string(r.k[2]) + ", " + std::to_string(r.k[3]);
-    const std::string four = joined(w.w, 4, false, ", ");
-    Lines expected = {"lut index " + index, joined(w.six, 6, false, ", "), four};
+    const std::string four = joined(w, 4, false, ", ");
+    Lines expected = {"lut index " + index, joined(six, 6, false, ", "), four};
     Lines lines = triggerLines(capture);
     if (std::string(r.scene) == "quad") {
       expected.insert(expected.end(), {"shading index " + index, four});
-      for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(r.k, w.w, j));
+      for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(r.k, w, j));
     } else {
       lines.resize(3);
     }
