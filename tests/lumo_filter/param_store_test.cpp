@@ -82,20 +82,18 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
     size_t junkAt = 0;  // junk written into a declared gap of 40 bytes
   };
   std::vector<Row> rows;
-  rows.push_back(
-      {"two scenes, two zoom ratios: food's index 3 and 2.0's 2 come last", sampleFile(), 4, 3});
+  rows.push_back({"two scenes, two zooms: food's index 3, 2.0's 2 last", sampleFile(), 4, 3});
   rows.push_back({"no scenes, no zooms: a header of 778 bytes", {}, 0, 0});
   calib::CalibrationFile f = sampleFile();
   const size_t nightBytes = 64 + bandBytes(f.scenes[0].luxBands);
   f.scenes[0].declaredSize = static_cast<uint16_t>(nightBytes + 40);
   f.zooms[0].declaredSize = static_cast<uint16_t>(4 + bandBytes(f.zooms[0].luxBands) + 3);
-  rows.push_back({"declared sizes decide where blocks begin", f, 4, 3, 786 + nightBytes});
-  f = sampleFile();
   f.lut3dSize = 33;  // logged only: blocks stay 14739 bytes
   f.paramDataOffset = 900;
   f.lutDataOffset = 2000;
   f.trailingBytes.assign(100, 0x5A);
-  rows.push_back({"odd LUT size, offsets and trailing bytes", f, 4, 3});
+  rows.push_back({"declared sizes place blocks; odd LUT size, offsets, trailing bytes", f, 4, 3,
+                  900 + nightBytes});
   f = {};
   f.zooms.push_back({3.0f, {Band{0, 10, {{0, 1, 1}}}}, {}});
   f.shadings = {{}, {9, 8, 7, 6, 5, 4, 3, 2}};
@@ -177,12 +175,10 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoads) {
     for (const hostsim::LogRecord& r : capture.records())
       EXPECT_TRUE(r.offline || r.priority == 3) << r.message;
     // The header members are what the log printed; the size arrays are gone.
-    EXPECT_EQ(store.aiScenesSize, nullptr);
-    EXPECT_EQ(store.shadingZoomRatioSize, nullptr);
+    EXPECT_TRUE(store.aiScenesSize == nullptr && store.shadingZoomRatioSize == nullptr);
 
     // The pools; the shading pool starts right behind the LUTs the count admits.
-    ASSERT_EQ(store.lutCount, row.luts);
-    ASSERT_EQ(store.shadingCount, row.shadings);
+    ASSERT_EQ(std::pair(store.lutCount, store.shadingCount), std::pair(row.luts, row.shadings));
     for (uint32_t k = 0; k < row.luts; k++)
       EXPECT_EQ(std::memcmp(store.lutData + k * LUT_BYTES, g.luts[k].data(), LUT_BYTES), 0) << k;
     EXPECT_EQ(std::memcmp(store.shadingData, bytes.data() + lutOffset + row.luts * LUT_BYTES,
@@ -208,18 +204,11 @@ std::vector<uint8_t> goodFile() {
   return calib::serialize(f);
 }
 
-// Loads the bytes, expects an empty store and one error line; returns its reason.
-std::string loadRejected(const lumotest::TempDir& dir, const std::vector<uint8_t>& bytes) {
-  const std::string path = lumotest::writeBytes(dir, "bad.bin", bytes);
+// Loads the bytes, expects an empty store and returns the error lines.
+Lines loadErrors(const lumotest::TempDir& dir, const std::vector<uint8_t>& bytes) {
   hostsim::LogCapture capture;
-  EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(path)));
-  const Lines errors = lumotest::messages(capture, true);
-  const std::string prefix = "[LumoFilter] parameter file " + path + " rejected: ";
-  if (errors.size() != 1 || errors[0].compare(0, prefix.size(), prefix) != 0) {
-    ADD_FAILURE() << (errors.empty() ? "no error line" : errors[0]);
-    return "";
-  }
-  return errors[0].substr(prefix.size());
+  EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(lumotest::writeBytes(dir, "bad.bin", bytes))));
+  return lumotest::messages(capture, true);
 }
 
 TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
@@ -239,12 +228,14 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
   };
   std::vector<size_t> lengths = {984, 15621, 15622, 15623, 15624, 15654};
   for (size_t n = 0; n < full.size(); n += n < 900 ? 1 : 211) lengths.push_back(n);
+  const std::string rejected = "[LumoFilter] parameter file " + dir.file("bad.bin") + " rejected: ";
   for (size_t n : lengths) {
     SCOPED_TRACE("length " + std::to_string(n));
-    const std::string reason =
-        loadRejected(dir, std::vector<uint8_t>(full.begin(), full.begin() + std::ptrdiff_t(n)));
+    const Lines errors = loadErrors(dir, {full.begin(), full.begin() + std::ptrdiff_t(n)});
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0].rfind(rejected, 0), 0u) << errors[0];
     if (truncated.count(n)) {
-      EXPECT_EQ(reason, truncated.at(n) + ", the file has " + std::to_string(n));
+      EXPECT_EQ(errors[0], rejected + truncated.at(n) + ", the file has " + std::to_string(n));
     }
   }
 
@@ -270,8 +261,8 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
     std::vector<uint8_t> bytes = full;
     if (textLength == 0) bytes[at] = bytes[at + 1] = 0xFF;
     std::memset(bytes.data() + at, 'x', textLength);
-    EXPECT_EQ(loadRejected(dir, bytes),
-              reason + std::string(textLength ? "" : ", the file has 15655"))
+    EXPECT_EQ(loadErrors(dir, bytes),
+              Lines{rejected + reason + (textLength ? "" : ", the file has 15655")})
         << "byte " << at;
   }
 }
@@ -340,21 +331,18 @@ TEST_F(ParamStore, DumpPrintsScenesInStringOrderThenZoomRatios) {
 TEST(ParamSingleton, LoadsTheDeviceFileOnceAndTheTriggerBorrowsIt) {
   lumotest::quietLogs();
   lumotest::TempDir root;
-  const std::string folder = root.path + "/odm/etc/camera";
-  std::filesystem::create_directories(folder);
+  std::filesystem::create_directories(root.path + "/odm/etc/camera");
   calib::CalibrationFile f;
   f.scenes.push_back({"common", {Band{0, 65535, {{0, 65535, 1}}}}, {}});
   f.zooms.push_back({1.0f, {Band{0, 65535, {{0, 65535, 0}}}}, {}});
   f.luts = {lumotest::patternLut(0), lumotest::patternLut(1)};
   f.shadings.push_back({1, 2, 3, 4, 5, 6, 7, 8});
-  std::string error;
-  ASSERT_TRUE(calib::writeFile(f, folder + "/lumo_filter_param.bin", &error)) << error;
+  lumotest::writeBytes(root, "odm/etc/camera/lumo_filter_param.bin", calib::serialize(f));
   hostsim::setDeviceRoot(root.path);
 
   hostsim::LogCapture capture;
   ParamUtil& first = ParamUtil::getInstance();
   EXPECT_EQ(first.lutCount, 2u);
-  EXPECT_EQ(first.aiSceneParams.count("common"), 1u);
   EXPECT_EQ(lumotest::messages(capture).at(0), "[LumoFilter] ParamUtil");
 
   // Gone from the disk, still in the store; the second call neither logs nor reads.

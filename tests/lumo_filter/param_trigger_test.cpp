@@ -18,7 +18,6 @@
 #include "lut_blend.h"
 #include "paramTrigger.h"
 #include "param_fixtures.h"
-#include "param_records.h"
 
 namespace {
 
@@ -189,8 +188,7 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
       {"common", 150, 2100, {0, 0, 0, 0}, 200, 100, 2550, 2000, 2550, 2000},  // 1: one cell
       {"common", 300, 2500, {0, 0, 0, 3}, 200, 400, 2550, 2000, 2400, 2600},  // 2: a = b, c != d
       {"quad", 300, 2500, {0, 0, 2, 2}, 200, 400, 3000, 2000, 3000, 2000},    // 3: a = b, c = d
-      {"quad", 250, 3300, {0, 1, 2, 3}, 200, 400, 3000, 4000, 3000, 4000},    // 4: all differ
-      // 4 with fractions whose double complements differ from them in the last bit
+      // 4: all differ, with fractions whose double complements change the last bit
       {"quad", 201, 3001, {0, 1, 2, 3}, 200, 400, 3000, 4000, 3000, 4000},
       {"common", 300, 2580, {0, 1, 0, 3}, 200, 400, 2550, 2800, 2400, 2600},  // 5: a = c, b != d
       {"common", 150, 2600, {0, 1, 0, 1}, 200, 100, 2550, 2800, 2550, 2800},  // 6: one lux band
@@ -351,7 +349,9 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   f.shadings.resize(1);
   load(f);
   std::memset(lut.data, 0x33, LUT_BYTES);
-  const std::string none = "no parameters for this frame";
+  auto beyond = [](const std::string& what) {
+    return kHead + what + " of the store, no parameters for this frame";
+  };
 
   hostsim::LogCapture capture;
   bool changed = false;
@@ -360,7 +360,7 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   EXPECT_EQ(lut.data[0], 0x33);
   EXPECT_EQ(trigger.m_lutIndex[0], -1);
   EXPECT_EQ(lumotest::messages(capture, true),
-            Lines{kHead + "lut index 5, 5, 5, 5 beyond the 4 LUT blocks of the store, " + none});
+            Lines{beyond("lut index 5, 5, 5, 5 beyond the 4 LUT blocks")});
 
   // A good LUT cell with a shading cell past the pool also leaves the frame
   // without parameters (the LUT is written; the caller passes the frame through).
@@ -368,9 +368,8 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   EXPECT_FALSE(run({50, 250, 1.0f, "t"}, changed));
   EXPECT_EQ(lut.data[1], lumotest::patternByte(3, 1));
   EXPECT_EQ(trigger.m_shadingIndex[0], -1);
-  EXPECT_EQ(
-      lumotest::messages(capture, true),
-      Lines{kHead + "shading index 2, 2, 2, 2 beyond the 1 shading blocks of the store, " + none});
+  EXPECT_EQ(lumotest::messages(capture, true),
+            Lines{beyond("shading index 2, 2, 2, 2 beyond the 1 shading blocks")});
 
   // Without zoom ratios there are no shading parameters at all.
   f.zooms.clear();
@@ -379,8 +378,7 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   EXPECT_FALSE(run({10, 10, 1.0f, "t"}, changed));
   EXPECT_EQ(lumotest::messages(capture, true),
             (Lines{kNotFound, kNotFound, kNotFound,
-                   kHead + "shading index 0, 0, 0, 0 beyond the 0 shading blocks of the store, " +
-                       none}));
+                   beyond("shading index 0, 0, 0, 0 beyond the 0 shading blocks")}));
 }
 
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
