@@ -21,11 +21,10 @@ using Lines = std::vector<std::string>;
 
 // A temporary folder removed with everything in it.
 struct TempDir {
-  std::string path = [] {
-    std::string p = (std::filesystem::temp_directory_path() / "lumo_param_XXXXXX").string();
-    if (mkdtemp(p.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    return p;
-  }();
+  std::string path = std::filesystem::temp_directory_path() / "lumo_param_XXXXXX";
+  TempDir() {
+    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  }
   ~TempDir() {
     std::error_code ec;
     std::filesystem::remove_all(path, ec);

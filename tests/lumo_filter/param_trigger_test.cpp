@@ -25,6 +25,8 @@ using lumotest::Lines;
 using Band = calib::LuxBand;
 
 const std::string kNotFound = "[LumoFilter] not found lux or cct!!!!!!!!!!!";
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kInf = std::numeric_limits<float>::infinity();
 
 // Rows {value, previous, element}: list positions of the two outputs (each
 // record's lut index is its position), -1 for a failed search.
@@ -54,17 +56,15 @@ void runCctTable(std::vector<param_cct_t> list, const std::vector<std::array<int
 
 TEST(BracketSearch, ExactBoundsGapsClampBelowFailureAbove) {
   lumotest::quietLogs();
-  // 100..200, gap, 250..300, then 300..400 touching it. Below the first record
-  // clamps to it; a gap gives the record before and the one after; at 300 the
-  // first record reaching it wins; above every record the search fails.
+  // 100..200, gap, 250..300, 300..400: below the first record clamps to it, a gap gives
+  // the records on both sides, 300 goes to the first record reaching it, above all fails.
   // clang-format off
   runCctTable({{100, 200, 0}, {250, 300, 0}, {300, 400, 0}},
               {{0, 0, 0}, {99, 0, 0}, {100, 0, 0}, {150, 0, 0}, {200, 0, 0}, {201, 0, 1},
                {249, 0, 1}, {250, 1, 1}, {300, 1, 1}, {301, 2, 2}, {400, 2, 2}, {401, -1, -1},
                {65535, -1, -1}});
   // clang-format on
-  // Unsorted: the first record reaching the value wins. 150: record 1 reaches
-  // it first and 150 < 500, so previous is record 0; record 2 ends at 200.
+  // Unsorted: the first record whose end reaches the value wins (150: record 1, not 2).
   runCctTable({{100, 120, 0}, {500, 600, 0}, {100, 200, 0}},
               {{110, 0, 0}, {150, 0, 1}, {550, 1, 1}, {601, -1, -1}});
   runCctTable({{5000, 5000, 0}}, {{0, 0, 0}, {5000, 0, 0}, {5001, -1, -1}});
@@ -150,12 +150,10 @@ Lines triggerLines(const hostsim::LogCapture& capture) {
 
 class Trigger : public testing::Test {
 protected:
-  void SetUp() override {
-    lumotest::quietLogs();
-    load(triggerFile());
-  }
+  void SetUp() override { load(triggerFile()); }
   // A trigger that has seen no frame yet, on a store of the given file.
   void load(const calib::CalibrationFile& f) {
+    lumotest::quietLogs();
     store = std::make_unique<ParamUtil>(lumotest::writeBytes(dir, "t.bin", calib::serialize(f)));
     fresh();
   }
@@ -303,12 +301,11 @@ TEST_F(Trigger, FailedSearchesFallBackToZeroRecords) {
 }
 
 TEST_F(Trigger, ZoomRatioChoosesTheLargestKeyNotAbove) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
   // Keys 1, 2, 5, 8; at lux 350, CCT 3300 they give 0..3, 4, 5 and 2.
   const std::pair<float, const char*> rows[] = {
       {0.6f, "0, 1, 2, 3"},   {1.0f, "0, 1, 2, 3"}, {1.99f, "0, 1, 2, 3"}, {2.0f, "4, 4, 4, 4"},
       {4.9f, "4, 4, 4, 4"},   {5.0f, "5, 5, 5, 5"}, {7.99f, "5, 5, 5, 5"}, {8.0f, "2, 2, 2, 2"},
-      {100.0f, "2, 2, 2, 2"}, {nan, "2, 2, 2, 2"}};
+      {100.0f, "2, 2, 2, 2"}, {kNaN, "2, 2, 2, 2"}};
   for (const auto& [zoom, indices] : rows) {
     fresh();
     hostsim::LogCapture capture;
@@ -380,9 +377,6 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
             (Lines{kNotFound, kNotFound, kNotFound,
                    beyond("shading index 0, 0, 0, 0 beyond the 0 shading blocks")}));
 }
-
-const float kNaN = std::numeric_limits<float>::quiet_NaN();
-const float kInf = std::numeric_limits<float>::infinity();
 
 // Every build of the vector kernel this machine runs.
 std::vector<lumo::LutKernel> kernels() {
