@@ -71,8 +71,7 @@ TEST(BracketSearch, ExactBoundsGapsClampBelowFailureAbove) {
   runCctTable({}, {{0, -1, -1}, {65535, -1, -1}});
 }
 
-const std::string kName = "RealTimePreview";
-const std::string kHead = "[LumoFilter][" + kName + "] ";
+const std::string kHead = "[LumoFilter][RealTimePreview] ";
 
 float shadingEntry(unsigned k, unsigned j) { return float(k) * 1.25f + float(j) * 0.3f + 0.01f; }
 
@@ -159,7 +158,7 @@ protected:
   }
   void fresh(bool debug = false) {
     trigger = ParamTrigger();
-    trigger.initialize(param_trigger_init_info{debug, kName}, *store);
+    trigger.initialize(param_trigger_init_info{debug, "RealTimePreview"}, *store);
   }
   bool run(const param_trigger_t& in, bool& changed) {
     return trigger.trigger(in, &lut, &shading, changed);
@@ -181,7 +180,6 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
     uint16_t k[4];
     float b[6];  // luxPrev.end, luxElem.start, then each CCT bracket's lower end, upper start
   };
-  // clang-format off
   const Row rows[] = {
       {"common", 150, 2100, {0, 0, 0, 0}, 200, 100, 2550, 2000, 2550, 2000},  // 1: one cell
       {"common", 300, 2500, {0, 0, 0, 3}, 200, 400, 2550, 2000, 2400, 2600},  // 2: a = b, c != d
@@ -194,7 +192,6 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
       {"gap6", 200, 3250, {3, 5, 3, 5}, 200, 100, 3000, 4000, 3000, 4000},
       {"quad", 0, 0, {0, 0, 0, 0}, 200, 100, 3000, 2000, 3000, 2000},  // 1: clamped below all
   };
-  // clang-format on
 
   for (const Row& r : rows) {
     SCOPED_TRACE(std::string(r.scene) + " " + std::to_string(r.lux) + " " + std::to_string(r.cct));
