@@ -1,43 +1,73 @@
-// The plugin object: lifecycle, the enable decision, reading a frame's metadata,
-// the per-frame path with bypass, render failures and overrides, and the debug dumps.
-#include <cutils/properties.h>
-#include <hostsim/metadata_tags.h>
-#include <sys/stat.h>
+// The plugin object linked in directly, with a recording filter SDK: lifecycle,
+// the enable decision, frame metadata, the per-frame path with bypass and
+// failures, the effect script and the debug dumps.
+#include <hostsim/properties.h>
 #include <system/camera_metadata_tags.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
+#include <set>
 
+#include "VyLumoFilterPlugin.h"
 #include "lumoEffectScript.h"
-#include "plugin_fixture.h"
+#include "plugin_test_support.h"
+
+// Reaches the plugin's private state (declared a friend by the plugin).
+struct LumoPluginTestAccess {
+  static const param_trigger_t& info(const VyLumoFilterPlugin& p) { return p.m_triggerInfo; }
+  static const std::string& imageName(const VyLumoFilterPlugin& p) { return p.m_imageName; }
+  static bool hasFilter(const VyLumoFilterPlugin& p) { return p.m_filter != nullptr; }
+  static bool hasExifFile(const VyLumoFilterPlugin& p) { return p.m_exifFile != nullptr; }
+  static bool hasBlocks(const VyLumoFilterPlugin& p) { return p.m_lut || p.m_shading; }
+};
 
 namespace {
 
+namespace fs = std::filesystem;
+using Access = LumoPluginTestAccess;
 using lumotest::FrameTags;
 using lumotest::makeFrame;
+using lumotest::PluginLine;
 using lumotest::sceneTags;
+using Lines = std::vector<PluginLine>;
 using Names = std::vector<std::string>;
 
 const Names kConfigureAndRender = {"clearEffects", "setFilterScript", "addLutEffectData",
                                    "processFrame"};
 
-std::string printedFloat(float v) {
-  char buf[64];
-  std::snprintf(buf, sizeof(buf), "%f", static_cast<double>(v));
-  return buf;
-}
-
-class PluginObject : public PluginFixture {
+class PluginObject : public ::testing::Test {
 protected:
-  // Filter creations are counted from here on; the next `refused` LUT uploads fail.
-  void refuseLuts(int refused) {
+  void SetUp() override {
+    lumotest::prepareDevice();
+    hostsim::setAndroidLogFile("-");
     hostsim::resetCreateFilterCalls();
-    hostsim::FilterFaults faults;
-    faults.refuseLutCount = refused;
-    hostsim::setFilterFaults(faults);
   }
+  void TearDown() override {
+    for (auto& p : plugins) p->destroy();
+    hostsim::setFilterFaults({});
+    hostsim::clearProperties();
+    VyLumoFilterPlugin::m_algoForceEnable = VyLumoFilterPlugin::m_algoBypassMode = 0;
+    VyLumoFilterPlugin::m_algoDumpMode = VyLumoFilterPlugin::m_debugMode = 0;
+  }
+  // 0 offline snapshot, 1 real-time preview.
+  VyLumoFilterPlugin& makePlugin(uint32_t mode) {
+    plugins.push_back(std::make_unique<VyLumoFilterPlugin>());
+    vyalgo2::CreateInfo info;
+    info.processMode = mode;
+    plugins.back()->initialize(&info, vyalgo2::VyaNodeInterface{});
+    return *plugins.back();
+  }
+  // Runs one frame with a cleared journal; returns the plugin's lines.
+  Lines process(VyLumoFilterPlugin& plugin, lumotest::Frame& frame) {
+    journal->clear();
+    hostsim::LogCapture capture;
+    EXPECT_EQ(plugin.processRequest(&frame.request), 0);
+    return lumotest::pluginLines(capture);
+  }
+
+  std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
+  hostsim::FilterFactoryOverride factory{lumotest::recordingInto(journal)};
+  std::vector<std::unique_ptr<VyLumoFilterPlugin>> plugins;
 };
 
 TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
@@ -51,12 +81,17 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
     VyLumoFilterPlugin& plugin = makePlugin(c.mode);
     EXPECT_EQ(plugin.getPluginName(), "com.zentor.plugin.vylumofilter");
     EXPECT_EQ(Access::hasFilter(plugin), c.hasFilter) << c.mode;
-    EXPECT_TRUE(Access::filterValid(plugin));
     EXPECT_EQ(plugin.preProcess(vyalgo2::PreProcessInfo{}), 0);
     vyalgo2::ProcessRequestInfoV2 v2;
     EXPECT_EQ(plugin.processRequest(&v2), 0);
     vyalgo2::FlushRequestInfo flush;
     EXPECT_EQ(plugin.flushRequest(&flush), 0);
+    // Requests missing an image are left alone.
+    vyalgo2::ProcessRequestInfo empty;
+    EXPECT_EQ(plugin.processRequest(&empty), 0);
+    lumotest::Frame half = makeFrame(16, 16, 1, FrameTags{});
+    half.request.outputBuffers.begin()->second.clear();
+    EXPECT_EQ(plugin.processRequest(&half.request), 0);
     plugin.reset();
     plugin.destroy();
     plugin.destroy();  // twice is safe
@@ -73,6 +108,8 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
     EXPECT_FALSE(Access::hasFilter(plugin));
     EXPECT_FALSE(Access::hasBlocks(plugin));
   }
+  EXPECT_EQ(hostsim::createFilterFormats(), (std::vector<int>{9, 10}));
+  EXPECT_TRUE(journal->names().empty());
   VyLumoFilterPlugin never;  // destroy without initialize
   never.destroy();
 }
@@ -94,7 +131,7 @@ TEST_F(PluginObject, EnableDecisionUnderEachForceValue) {
     EXPECT_EQ(lumotest::pluginLines(capture),
               (Lines{{4, "isEnabled",
                       "[LumoFilter][OfflineSnapshot] mIsFeatureEnable=" +
-                          std::to_string(c.type < 0 ? 0 : c.type)}}));
+                          std::to_string(std::max(c.type, 0))}}));
   }
 }
 
@@ -105,40 +142,49 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
     uint16_t cct, lux;
     std::string scene;
     float zoom;
-    std::vector<std::string> lines;  // after "[LumoFilter][RealTimePreview], "
+    Names lines;  // after "[LumoFilter][RealTimePreview], "
   };
   FrameTags all = sceneTags(13, 412.9f, 5100, 2.0f, "IMG_0001");
   all.faceValues = 8;  // two faces make it a portrait
-  std::vector<Row> rows;
-  auto add = [&rows](FrameTags t, uint16_t cct, uint16_t lux, std::string scene, float zoom,
-                     std::vector<std::string> lines) {
-    rows.push_back({t, cct, lux, scene, zoom, lines});
-  };
-  add(all, 5100, 412, "protrait", 2,
-      {"cct = 5100", "lux idx = 412.899994", "aiscenes = 13, sunrise_sunset", "faceROICount = 2",
-       "zoom ratio = 2.000000"});
-  add(FrameTags{}, 0, 0, "common", 0, {});  // nothing read yet: zero, common
-  add({.cct = 70000}, 4464, 0, "common", 0, {"cct = 70000"});
+  std::vector<Row> rows = {{all,
+                            5100,
+                            412,
+                            "protrait",
+                            2,
+                            {"cct = 5100", "lux idx = 412.899994", "aiscenes = 13, sunrise_sunset",
+                             "faceROICount = 2", "zoom ratio = 2.000000"}},
+                           {FrameTags{}, 0, 0, "common", 0, {}},  // nothing read yet: zero, common
+                           {{.cct = 70000}, 4464, 0, "common", 0, {"cct = 70000"}}};
   const char* const table[] = {"common", "common",         "food",   "plants", "plants", "plants",
                                "plants", "common",         "common", "night",  "night",  "common",
                                "common", "sunrise_sunset", "night",  "common"};
   for (uint32_t id = 0; id < 18; id++) {
     const uint32_t value = id < 16 ? id : id == 16 ? 255 : 0xFFFFFFFFu;
     const std::string scene = id < 16 ? table[id] : "common";
-    add({.scene = value}, 0, 0, scene, 0,
-        {"aiscenes = " + std::to_string(int(value)) + ", " + scene});
+    rows.push_back({{.scene = value},
+                    0,
+                    0,
+                    scene,
+                    0,
+                    {"aiscenes = " + std::to_string(int(value)) + ", " + scene}});
   }
   // Faces are a quarter of the values, rounded down.
-  for (int values : {1, 3, 4, 7, 40}) {
-    add({.scene = 9u, .faceValues = values}, 0, 0, values < 4 ? "night" : "protrait", 0,
-        {"aiscenes = 9, night", "faceROICount = " + std::to_string(values / 4)});
-  }
+  for (int values : {1, 3, 4, 7, 40})
+    rows.push_back({{.scene = 9u, .faceValues = values},
+                    0,
+                    0,
+                    values < 4 ? "night" : "protrait",
+                    0,
+                    {"aiscenes = 9, night", "faceROICount = " + std::to_string(values / 4)}});
   // Lux goes through a truncated int32 and keeps its low 16 bits.
-  const std::pair<float, uint16_t> luxRows[] = {{412.9f, 412},     {-1.5f, 65535}, {-0.9f, 0},
-                                                {65535.9f, 65535}, {65536.0f, 0},  {70000.5f, 4464},
-                                                {1e10f, 65535},    {-1e10f, 0}};
-  for (const auto& [lux, expected] : luxRows)
-    add({.lux = lux}, 0, expected, "common", 0, {"lux idx = " + printedFloat(lux)});
+  const std::pair<float, uint16_t> luxRows[] = {{-1.5f, 65535}, {-0.9f, 0},       {65535.9f, 65535},
+                                                {65536.0f, 0},  {70000.5f, 4464}, {1e10f, 65535},
+                                                {-1e10f, 0}};
+  for (const auto& [lux, expected] : luxRows) {
+    char printed[64];
+    std::snprintf(printed, sizeof(printed), "lux idx = %f", static_cast<double>(lux));
+    rows.push_back({{.lux = lux}, 0, expected, "common", 0, {printed}});
+  }
   for (const Row& row : rows) {
     SCOPED_TRACE(row.lines.empty() ? "no tags" : row.lines.back());
     VyLumoFilterPlugin& plugin = makePlugin(1);
@@ -151,16 +197,15 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
       expected.push_back({4, "fillMetaDataInfo", "[LumoFilter][RealTimePreview], " + text});
     EXPECT_EQ(lumotest::pluginLines(capture), expected);
     const param_trigger_t& info = Access::info(plugin);
-    EXPECT_EQ(info.cct, row.cct);
-    EXPECT_EQ(info.lux, row.lux);
-    EXPECT_EQ(info.aiscene, row.scene);
-    EXPECT_EQ(info.zoom_ratio, row.zoom);
+    EXPECT_EQ(std::tie(info.cct, info.lux, info.aiscene, info.zoom_ratio),
+              std::tie(row.cct, row.lux, row.scene, row.zoom));
     EXPECT_EQ(Access::imageName(plugin), row.tags.imageName);
   }
 }
 
 TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) {
   VyLumoFilterPlugin& plugin = makePlugin(1);
+  const param_trigger_t& info = Access::info(plugin);
   auto fill = [&](std::shared_ptr<VyMetadata> meta) {
     vyalgo2::ImageParams image;
     image.pMetadata = std::move(meta);
@@ -179,13 +224,9 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
   meta->update(hostsim::kTagAiSceneResult, TYPE_BYTE, bytes.data(), 3);
   meta->update(static_cast<uint32_t>(ANDROID_CONTROL_ZOOM_RATIO), TYPE_BYTE, bytes.data(), 3);
   EXPECT_TRUE(fill(meta).empty());
-  const param_trigger_t& info = Access::info(plugin);
-  EXPECT_EQ(info.cct, 6500);
-  EXPECT_EQ(info.lux, 250);
-  EXPECT_EQ(info.zoom_ratio, 3.0f);
-  EXPECT_EQ(info.aiscene, "common");
+  EXPECT_EQ(std::tie(info.cct, info.lux, info.zoom_ratio, info.aiscene),
+            std::make_tuple(6500, 250, 3.0f, "common"));
   EXPECT_EQ(Access::imageName(plugin), "IMG_0042");
-
   // Payload sizes count values of the entry's type: four int32 hold the AWB
   // word at byte 12, 25 floats the AEC one at byte 96; a name without its
   // NUL stops at the payload's end.
@@ -197,8 +238,7 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
   meta->update(hostsim::kTagAecFrameControl, TYPE_FLOAT, aec, 25);
   meta->update(hostsim::kTagSnapshotImageName, TYPE_BYTE, "IMG_9999XYZ", 8);
   fill(meta);
-  EXPECT_EQ(info.cct, 7200);
-  EXPECT_EQ(info.lux, 880);
+  EXPECT_EQ(std::tie(info.cct, info.lux), std::make_tuple(7200, 880));
   EXPECT_EQ(Access::imageName(plugin), "IMG_9999");
 }
 
@@ -216,17 +256,15 @@ TEST_F(PluginObject, ChangedParametersConfigureTheFilterThenRender) {
   EXPECT_EQ(calls[1].script, script);
   const hostsim::FilterCall& lut = calls[2];
   EXPECT_EQ(lut.lut, lumotest::lutBlock(lumotest::lutBlockOf("night")));
-  EXPECT_EQ(std::vector<int>({lut.size, lut.index, lut.channels, lut.depth}),
-            std::vector<int>({17, -1, 3, 512}));
-  const videoprocess::FilterFrameParam& in = calls[3].in;
-  const videoprocess::FilterFrameParam& out = calls[3].out;
+  EXPECT_EQ(std::tie(lut.size, lut.index, lut.channels, lut.depth),
+            std::make_tuple(17, -1, 3, 512));
+  const videoprocess::FilterFrameParam &in = calls[3].in, &out = calls[3].out;
   EXPECT_NE(in.clientBuffer, nullptr);
   EXPECT_NE(out.clientBuffer, nullptr);
   EXPECT_NE(in.clientBuffer, out.clientBuffer);
-  for (const auto* f : {&in, &out}) {
+  for (const auto* f : {&in, &out})
     EXPECT_EQ(std::vector<uint64_t>({f->reserved, f->stride, f->stride2, f->width, f->height}),
               std::vector<uint64_t>({0, 4096, 4096, 4000, 3000}));
-  }
   EXPECT_TRUE(frame.outputUntouched());  // the recording filter draws nothing, nor is it copied
   const std::string tag = "[LumoFilter][OfflineSnapshot], ";
   EXPECT_EQ(lines, (Lines{{4, "fillMetaDataInfo", tag + "cct = 5000"},
@@ -235,11 +273,10 @@ TEST_F(PluginObject, ChangedParametersConfigureTheFilterThenRender) {
                           {4, "fillMetaDataInfo", tag + "zoom ratio = 1.000000"},
                           {3, "nuvoProcess", tag + "triggerChanged = 1"},
                           {3, "nuvoProcess", tag + "filterScript = " + script}}));
-
   // Same cell: render only. A new zoom ratio configures again with its shading.
   lumotest::Frame same = makeFrame(32, 32, 8, sceneTags(9));
   EXPECT_EQ(process(plugin, same).back(),
-            (PluginLine{3, "nuvoProcess", "[LumoFilter][OfflineSnapshot], triggerChanged = 0"}));
+            (PluginLine{3, "nuvoProcess", tag + "triggerChanged = 0"}));
   EXPECT_EQ(journal->names(), Names{"processFrame"});
   lumotest::Frame zoomed = makeFrame(32, 32, 9, sceneTags(9, 300.0f, 5000, 2.0f));
   process(plugin, zoomed);
@@ -280,107 +317,76 @@ TEST_F(PluginObject, BypassSwitchCopiesOnlyTheChosenInstance) {
         const PluginLine bypass{4, "processRequest", "[LumoFilter][" + name + "] algo bypass"};
         EXPECT_EQ(lines.back() == bypass, copies);
         EXPECT_EQ(journal->names().empty(), copies);
-        EXPECT_FALSE(lumotest::linesOf(capture, "lumo_filter/paramTrigger").empty());
+        EXPECT_FALSE(lumotest::pluginLines(capture, "lumo_filter/paramTrigger").empty());
       }
     }
   }
 }
 
-// The refused LUT is the only error line; the filter is made again once and the frame rendered.
-TEST_F(PluginObject, OneRenderFailureRecreatesTheFilterAndRetries) {
-  VyLumoFilterPlugin& plugin = makePlugin(1);
-  refuseLuts(1);
-  lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(3));
-  const Lines lines = process(plugin, frame);
-  EXPECT_EQ(hostsim::createFilterCalls(), 1);
-  EXPECT_EQ(journal->destroyed(), 1);
-  Names twice = kConfigureAndRender;
-  twice.insert(twice.begin(), kConfigureAndRender.begin(), kConfigureAndRender.end() - 1);
-  EXPECT_EQ(journal->names(), twice);
-  EXPECT_TRUE(frame.outputUntouched());
-  EXPECT_TRUE(Access::filterValid(plugin));
-  EXPECT_FALSE(Access::bypass(plugin));
-  Lines errors;
-  std::copy_if(lines.begin(), lines.end(), std::back_inserter(errors),
-               [](const PluginLine& l) { return l.priority == 6; });
-  EXPECT_EQ(errors,
-            (Lines{{6, "nuvoProcess", "[LumoFilter][RealTimePreview] addLutEffectData failed"}}));
-  EXPECT_TRUE(std::none_of(lines.begin(), lines.end(), [](const PluginLine& l) {
-    return l.text.find("algo bypass") != std::string::npos;
-  }));
-  lumotest::Frame next = makeFrame(32, 16, 2, sceneTags(3));
-  process(plugin, next);
-  EXPECT_EQ(journal->names(), Names{"processFrame"});
-}
-
-TEST_F(PluginObject, MissingFilterIsRecreatedSilently) {
-  hostsim::FilterFaults faults;
-  faults.failCreateCount = 1;  // the filter of initialize
-  hostsim::setFilterFaults(faults);
-  VyLumoFilterPlugin& plugin = makePlugin(0);
-  EXPECT_FALSE(Access::hasFilter(plugin));
-  lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(0));
-  for (const PluginLine& l : process(plugin, frame)) EXPECT_NE(l.priority, 6) << l;
-  EXPECT_EQ(hostsim::createFilterCalls(), 2);
-  EXPECT_EQ(journal->names(), kConfigureAndRender);
-  EXPECT_TRUE(frame.outputUntouched());
-}
-
-TEST_F(PluginObject, TwoRenderFailuresSwitchToCopyingForGood) {
-  VyLumoFilterPlugin& plugin = makePlugin(0);
-  refuseLuts(2);
-  lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(0));
-  hostsim::LogCapture capture;
-  const Lines lines = process(plugin, frame);
-  EXPECT_EQ(hostsim::createFilterCalls(), 2);
-  EXPECT_TRUE(frame.outputEqualsInput());
-  EXPECT_FALSE(Access::filterValid(plugin));
-  const std::string tag = "[LumoFilter][OfflineSnapshot] ";
-  ASSERT_GE(lines.size(), 3u);
-  EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
-            (Lines{{6, "nuvoProcess", tag + "addLutEffectData failed"},
-                   {6, "processRequest", tag + "nuvoProcess fail twice!!!"},
-                   {6, "processRequest", tag + "algo bypass for nuvoSKD fail"}}));
-  // Error lines reach the offline log without the debug mask.
-  const Names offline = capture.offlineMessages();
-  EXPECT_NE(std::find(offline.begin(), offline.end(), tag + "nuvoProcess fail twice!!!"),
-            offline.end());
-  hostsim::setFilterFaults({});
-  for (uint32_t n = 2; n < 5; ++n) {
-    if (n == 4) plugin.reset();  // does not bring the filter back
-    lumotest::Frame later = makeFrame(32, 16, n, sceneTags(9));
-    EXPECT_EQ(process(plugin, later).back(),
-              (PluginLine{4, "processRequest", tag + "algo bypass"}));
-    EXPECT_TRUE(journal->names().empty());
-    EXPECT_TRUE(later.outputEqualsInput());
+// A failing first frame, then a good one after a reset: one failure re-creates
+// the filter and retries silently, two (or no filter at all, or no parameters)
+// make this and every later frame a copy.
+TEST_F(PluginObject, RenderAndTriggerFailures) {
+  const Names configure(kConfigureAndRender.begin(), kConfigureAndRender.end() - 1);
+  Names twice = configure, retried = configure;
+  twice.insert(twice.end(), configure.begin(), configure.end());
+  retried.insert(retried.end(), kConfigureAndRender.begin(), kConfigureAndRender.end());
+  const struct {
+    uint32_t mode, scene;  // scene 2, food, has no parameters
+    hostsim::FilterFaults faults;
+    Names calls;  // of the failing frame
+    int creates, destroyed;
+    Names errors;  // after the instance's tag
+    bool copies;
+  } rows[] = {
+      {1, 0, {.refuseLutCount = 1}, retried, 2, 1, {"addLutEffectData failed"}, false},
+      {0, 0, {.failCreateCount = 1}, kConfigureAndRender, 2, 0, {}, false},
+      {0,
+       0,
+       {.refuseLutCount = 2},
+       twice,
+       3,
+       2,
+       {"addLutEffectData failed", "addLutEffectData failed", "nuvoProcess fail twice!!!",
+        "algo bypass for nuvoSKD fail"},
+       true},
+      {2, 0, {}, {}, 0, 0, {"nuvoProcess fail twice!!!", "algo bypass for nuvoSKD fail"}, true},
+      {1, 2, {}, {}, 1, 0, {}, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(::testing::Message() << row.mode << " " << row.scene << " " << row.creates);
+    hostsim::resetCreateFilterCalls();
+    hostsim::setFilterFaults(row.faults);
+    VyLumoFilterPlugin& plugin = makePlugin(row.mode);
+    const std::string name = row.mode == 2   ? ""
+                             : row.mode == 1 ? "RealTimePreview"
+                                             : "OfflineSnapshot";
+    const std::string tag = "[LumoFilter][" + name + "] ";
+    lumotest::Frame frame = makeFrame(32, 16, 1, sceneTags(row.scene));
+    hostsim::LogCapture capture;
+    Lines errors, expected;
+    for (const PluginLine& l : process(plugin, frame))
+      if (l.priority == 6) errors.push_back(l);
+    for (const std::string& e : row.errors)
+      expected.push_back(
+          {6, e.rfind("addLut", 0) == 0 ? "nuvoProcess" : "processRequest", tag + e});
+    EXPECT_EQ(errors, expected);
+    // Error lines reach the offline log without the debug mask.
+    const Names offline = capture.offlineMessages();
+    for (const PluginLine& l : expected)
+      EXPECT_NE(std::find(offline.begin(), offline.end(), l.text), offline.end()) << l.text;
+    EXPECT_EQ(journal->names(), row.calls);
+    EXPECT_EQ(hostsim::createFilterCalls(), row.creates);
+    EXPECT_EQ(journal->destroyed(), row.destroyed);
+    EXPECT_EQ(frame.outputEqualsInput(), row.copies);
+    hostsim::setFilterFaults({});
+    plugin.reset();  // brings no filter back
+    lumotest::Frame next = makeFrame(32, 16, 2, sceneTags(0));
+    const PluginLine bypass{4, "processRequest", tag + "algo bypass"};
+    EXPECT_EQ(process(plugin, next).back() == bypass, row.copies);
+    EXPECT_EQ(journal->names(), row.copies ? Names{} : Names{"processFrame"});
+    EXPECT_EQ(next.outputEqualsInput(), row.copies);
   }
-}
-
-TEST_F(PluginObject, FailedTriggerMakesEveryLaterFrameACopy) {
-  VyLumoFilterPlugin& plugin = makePlugin(1);
-  // Food (scene 2) has no parameters in the calibration.
-  const std::pair<uint32_t, bool> rows[] = {{0, false}, {2, true}, {0, true}};
-  for (const auto& [scene, copied] : rows) {
-    lumotest::Frame frame = makeFrame(16, 16, 1, sceneTags(scene));
-    process(plugin, frame);
-    EXPECT_EQ(frame.outputEqualsInput(), copied) << scene;
-    EXPECT_EQ(journal->names().empty(), copied) << scene;
-  }
-}
-
-TEST_F(PluginObject, UnknownModeAndMissingImages) {
-  VyLumoFilterPlugin& plugin = makePlugin(2);
-  lumotest::Frame frame = makeFrame(16, 16, 1, sceneTags(0));
-  EXPECT_EQ(process(plugin, frame).back(),
-            (PluginLine{6, "processRequest", "[LumoFilter][] algo bypass for nuvoSKD fail"}));
-  EXPECT_TRUE(frame.outputEqualsInput());
-  // A request without images is left alone.
-  VyLumoFilterPlugin& preview = makePlugin(1);
-  vyalgo2::ProcessRequestInfo empty;
-  EXPECT_EQ(preview.processRequest(&empty), 0);
-  frame.request.outputBuffers.begin()->second.clear();
-  process(preview, frame);
-  EXPECT_TRUE(journal->names().empty());
 }
 
 TEST_F(PluginObject, DebugModeReplacesTheWholeTriggerInput) {
@@ -398,73 +404,75 @@ TEST_F(PluginObject, DebugModeReplacesTheWholeTriggerInput) {
                    {3, "getInitProperties", tag + "debug lux=4464"},
                    {3, "getInitProperties", tag + "debug cct=4100"}}));
   // The store is printed at initialize in debug mode.
-  EXPECT_FALSE(lumotest::linesOf(capture, "lumo_filter/paramUtil").empty());
+  EXPECT_FALSE(lumotest::pluginLines(capture, "lumo_filter/paramUtil").empty());
   lumotest::Frame frame = makeFrame(16, 16, 1, sceneTags(13, 300.0f, 5000, 2.0f));
   process(plugin, frame);
   const param_trigger_t& info = Access::info(plugin);
-  EXPECT_EQ(info.aiscene, "night");
-  EXPECT_EQ(info.lux, 4464);
-  EXPECT_EQ(info.cct, 4100);
-  EXPECT_EQ(info.zoom_ratio, 0.0f);
+  EXPECT_EQ(std::tie(info.aiscene, info.lux, info.cct, info.zoom_ratio),
+            std::make_tuple("night", 4464, 4100, 0.0f));
   ASSERT_EQ(journal->names(), kConfigureAndRender);
   EXPECT_EQ(journal->calls()[2].lut, lumotest::lutBlock(lumotest::lutBlockOf("night")));
-  // Unset overrides: the common scene and zero.
-  hostsim::clearProperties();
-  VyLumoFilterPlugin& other = makePlugin(0);
-  lumotest::Frame second = makeFrame(16, 16, 1, sceneTags(9));
-  process(other, second);
-  EXPECT_EQ(Access::info(other).aiscene, "common");
-  EXPECT_EQ(Access::info(other).lux, 0);
 }
 
-namespace fs = std::filesystem;
+const std::string kShading1 = "shading=[ 0.1 0.9 2 1 0.5 0.25 1 0]\n";
+const std::string kShading2 = "shading=[ 1.5 0 0 0.75 0 0 0 0]\n";
 
-constexpr const char* kShading1 = "[ 0.1 0.9 2 1 0.5 0.25 1 0]";
-constexpr const char* kShading2 = "[ 1.5 0 0 0.75 0 0 0 0]";
+// The last line of a dump block: the LUT of `scene`, byte by byte.
+std::string lutLine(const std::string& scene) {
+  std::string s = "lut_algo_input=[";
+  for (uint8_t v : lumotest::lutBlock(lumotest::lutBlockOf(scene))) s += " " + std::to_string(v);
+  return s + "]\n";
+}
 
-class PluginDump : public PluginFixture {
+class PluginDump : public PluginObject {
 protected:
   void SetUp() override {
-    PluginFixture::SetUp();
+    PluginObject::SetUp();
     fs::remove_all(lumotest::dumpFolder());
     fs::create_directories(lumotest::dumpFolder());
   }
   static std::string path(const std::string& name) { return lumotest::dumpFolder() + "/" + name; }
-  static mode_t permissions(const std::string& file) {
-    struct stat st {};
-    return stat(file.c_str(), &st) == 0 ? st.st_mode & 0777 : 0;
-  }
-  static std::vector<std::string> exifFiles() {
-    std::vector<std::string> out = lumotest::filesIn(lumotest::dumpFolder());
-    out.erase(std::remove_if(
-                  out.begin(), out.end(),
-                  [](const std::string& f) { return f.find("_exif.txt") == std::string::npos; }),
-              out.end());
-    return out;
+  static bool sharedReadWrite(const std::string& name) {
+    return fs::status(path(name)).permissions() == fs::perms(0666);
   }
 };
 
-TEST_F(PluginDump, SnapshotWritesOneFilePerPicture) {
+// One text file per picture, named after it and cut to 255 characters of path
+// (the 20 of the folder, 235 of the name); image dump names are cut at 127.
+TEST_F(PluginDump, SnapshotWritesOneFilePerPictureAndItsImages) {
   VyLumoFilterPlugin::m_algoDumpMode = 2;
   VyLumoFilterPlugin& plugin = makePlugin(0);
-  lumotest::Frame first = makeFrame(64, 48, 7, sceneTags(9, 412.9f, 70000, 1.0f, "IMG_0001"));
+  lumotest::Frame first = makeFrame(64, 48, 7, sceneTags(9, 412.9f, 70000, 1.0f, "IMG_0001"), 128);
   process(plugin, first);
-  const std::string firstPath = path("IMG_0001_lumo_filter_OfflineSnapshot_exif.txt");
-  EXPECT_EQ(lumotest::readFile(firstPath),
-            lumotest::exifText({std::nullopt, 64, 48, "night", 412, 4464, 1.0f, kShading1}));
-  EXPECT_EQ(permissions(firstPath), 0666);
+  const std::string firstName = "IMG_0001_lumo_filter_OfflineSnapshot_exif.txt";
+  EXPECT_EQ(lumotest::readFile(path(firstName)),
+            "width=64\nheight=48\naiscene=night\nlux=412\ncct=4464\nzoom_ratio=1.000000\n" +
+                (kShading1 + lutLine("night")));
+  EXPECT_TRUE(sharedReadWrite(firstName));
   EXPECT_FALSE(Access::hasExifFile(plugin));
   // A frame without a name reuses the last one and replaces that file.
   lumotest::Frame second = makeFrame(32, 16, 8, sceneTags(13, 20.0f, 3000, 2.0f));
   process(plugin, second);
-  EXPECT_EQ(
-      lumotest::readFile(firstPath),
-      lumotest::exifText({std::nullopt, 32, 16, "sunrise_sunset", 20, 3000, 2.0f, kShading2}));
-  lumotest::Frame third = makeFrame(32, 16, 9, sceneTags(0, 20.0f, 3000, 2.0f, "IMG_0002"));
-  process(plugin, third);
-  EXPECT_EQ(exifFiles(),
-            (std::vector<std::string>{"IMG_0001_lumo_filter_OfflineSnapshot_exif.txt",
-                                      "IMG_0002_lumo_filter_OfflineSnapshot_exif.txt"}));
+  EXPECT_EQ(lumotest::readFile(path(firstName)),
+            "width=32\nheight=16\naiscene=sunrise_sunset\nlux=20\ncct=3000\nzoom_ratio=2.000000\n" +
+                (kShading2 + lutLine("sunrise_sunset")));
+  std::set<std::string> expected = {firstName};
+  auto images = [&](const std::string& name, const std::string& frame, const std::string& size) {
+    for (const char* role : {"_input_", "_output_"})
+      expected.insert((name + "_[lumofilter]_OfflineSnapshot_frame[" + frame + "]" + role + size)
+                          .substr(0, 127) +
+                      ".nv21");
+  };
+  images("IMG_0001", "7", "64x48_128");
+  images("IMG_0001", "8", "32x16_32");
+  for (const std::string& name : {std::string(80, 'm'), std::string(250, 'n')}) {
+    lumotest::Frame frame = makeFrame(64, 48, 7, sceneTags(0, 1.0f, 1, 1.0f, name), 128);
+    process(plugin, frame);
+    expected.insert((name + "_lumo_filter_OfflineSnapshot_exif.txt").substr(0, 235));
+    images(name, "7", "64x48_128");
+  }
+  const Names files = lumotest::filesIn(lumotest::dumpFolder());
+  EXPECT_EQ(std::set<std::string>(files.begin(), files.end()), expected);
 }
 
 TEST_F(PluginDump, PreviewAppendsOneBlockPerFrameToOneStampedFile) {
@@ -478,71 +486,38 @@ TEST_F(PluginDump, PreviewAppendsOneBlockPerFrameToOneStampedFile) {
     lumotest::Frame frame = makeFrame(
         48, 32, n, first ? sceneTags(0, 10.5f, 4000, 1.0f) : sceneTags(3, 800.0f, 6500, 2.5f));
     process(plugin, frame);
-    expected += lumotest::exifText({n, 48, 32, first ? "common" : "plants", first ? 10 : 800,
-                                    first ? 4000 : 6500, first ? 1.0f : 2.5f,
-                                    first ? kShading1 : kShading2});
+    expected += "frameNum=" + std::to_string(n) + "\nwidth=48\nheight=32\n" +
+                (first ? "aiscene=common\nlux=10\ncct=4000\nzoom_ratio=1.000000\n" + kShading1 +
+                             lutLine("common")
+                       : "aiscene=plants\nlux=800\ncct=6500\nzoom_ratio=2.500000\n" + kShading2 +
+                             lutLine("plants"));
   }
   plugin.destroy();
   EXPECT_FALSE(Access::hasExifFile(plugin));
-  const std::vector<std::string> files = exifFiles();
+  Names files = lumotest::filesIn(lumotest::dumpFolder());
+  std::erase_if(files, [](const std::string& f) { return !f.ends_with("_exif.txt"); });
   ASSERT_EQ(files.size(), 1u);
-  // lumo_filter_RealTimePreview_<Y>-<m>-<d>_<H>-<M>-<S>_exif.txt
-  std::tm local{};
-  char tail[32] = {};
-  ASSERT_EQ(files[0].size(), 56u) << files[0];
-  ASSERT_EQ(std::sscanf(files[0].c_str(), "lumo_filter_RealTimePreview_%4d-%2d-%2d_%2d-%2d-%2d%31s",
-                        &local.tm_year, &local.tm_mon, &local.tm_mday, &local.tm_hour,
-                        &local.tm_min, &local.tm_sec, tail),
-            7);
-  EXPECT_STREQ(tail, "_exif.txt");
-  local.tm_year -= 1900;
-  local.tm_mon -= 1;
-  local.tm_isdst = -1;
-  EXPECT_GE(std::mktime(&local), before);
-  EXPECT_LE(std::mktime(&local), after);
-  EXPECT_EQ(lumotest::readFile(path(files[0])), expected);
-  EXPECT_EQ(permissions(path(files[0])), 0666);
-}
-
-// Dump names are cut by their buffers: 255 characters of path for the text
-// file (the 20 of the folder and 235 of the name), 127 for an image name.
-TEST_F(PluginDump, ImageAndTextDumpNamesAndTheirCuts) {
-  VyLumoFilterPlugin::m_algoDumpMode = 3;
-  for (const std::string& name :
-       {std::string("IMG_0001"), std::string(80, 'm'), std::string(250, 'n')}) {
-    SCOPED_TRACE(name);
-    fs::remove_all(lumotest::dumpFolder());
-    fs::create_directories(lumotest::dumpFolder());
-    VyLumoFilterPlugin& plugin = makePlugin(0);
-    lumotest::Frame frame = makeFrame(64, 48, 7, sceneTags(0, 1.0f, 1, 1.0f, name), 128);
-    process(plugin, frame);
-    const std::vector<std::string> files = lumotest::filesIn(lumotest::prepareDevice());
-    const std::string exif = (name + "_lumo_filter_OfflineSnapshot_exif.txt").substr(0, 235);
-    EXPECT_EQ(std::count(files.begin(), files.end(), exif), 1) << exif;
-    for (const char* role : {"input", "output"}) {
-      // At most 127 characters of the name, then the host's extension.
-      const std::string cut =
-          (name + "_[lumofilter]_OfflineSnapshot_frame[7]_" + role + "_64x48_128").substr(0, 127);
-      EXPECT_EQ(std::count_if(files.begin(), files.end(),
-                              [&](const std::string& f) {
-                                return f.compare(0, cut.size(), cut) == 0 && f[cut.size()] == '.';
-                              }),
-                1)
-          << cut;
-    }
+  // Named after the local time of initialize.
+  bool stamped = false;
+  for (std::time_t t = before; t <= after; ++t) {
+    char name[64];
+    std::strftime(name, sizeof(name), "lumo_filter_RealTimePreview_%Y-%m-%d_%H-%M-%S_exif.txt",
+                  std::localtime(&t));
+    stamped = stamped || files[0] == name;
   }
+  EXPECT_TRUE(stamped) << files[0];
+  EXPECT_EQ(lumotest::readFile(path(files[0])), expected);
+  EXPECT_TRUE(sharedReadWrite(files[0]));
 }
 
 TEST_F(PluginDump, MissingDumpFolderSkipsTheTextDump) {
   VyLumoFilterPlugin::m_algoDumpMode = 3;
   fs::remove_all(lumotest::dumpFolder());
-  VyLumoFilterPlugin& preview = makePlugin(1);
-  VyLumoFilterPlugin& snapshot = makePlugin(0);
-  EXPECT_FALSE(Access::hasExifFile(preview));
-  for (VyLumoFilterPlugin* p : {&preview, &snapshot}) {
+  for (uint32_t mode : {1u, 0u}) {
+    VyLumoFilterPlugin& plugin = makePlugin(mode);
     lumotest::Frame frame = makeFrame(16, 16, 1, sceneTags(0, 1.0f, 1, 1.0f, "A"));
-    process(*p, frame);
-    EXPECT_FALSE(Access::hasExifFile(*p));
+    process(plugin, frame);
+    EXPECT_FALSE(Access::hasExifFile(plugin));
   }
   EXPECT_FALSE(fs::exists(lumotest::dumpFolder()));
   // An instance of another mode writes nothing.

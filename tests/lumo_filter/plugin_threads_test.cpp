@@ -15,13 +15,10 @@ constexpr uint32_t kFrames = 2000;
 int runFrames(vyalgo2::PluginWraper& plugin) {
   int filtered = 0;
   for (uint32_t n = 0; n < kFrames; ++n) {
-    FrameTags tags;
-    tags.scene = (n / 100) % 2 == 0 ? 9u : 3u;
-    tags.lux = static_cast<float>(n % 500);
-    tags.cct = 3000 + n % 700;
-    tags.zoom = (n / 300) % 2 == 0 ? 1.0f : 2.0f;
+    FrameTags tags =
+        lumotest::sceneTags((n / 100) % 2 == 0 ? 9u : 3u, float(n % 500), 3000 + n % 700,
+                            (n / 300) % 2 == 0 ? 1.0f : 2.0f, "IMG_" + std::to_string(n));
     tags.faceValues = (n / 700) % 2 == 0 ? 0 : 4;
-    tags.imageName = "IMG_" + std::to_string(n);
     lumotest::Frame frame = lumotest::makeFrame(32, 16, n, tags);
     plugin.processRequest(&frame.request);
     if (frame.outputUntouched()) ++filtered;  // rendered by the recording filter, not copied
