@@ -76,17 +76,6 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          EXPECT_TRUE(p.outputEqualsInput());
          EXPECT_TRUE(s.outputUntouched());
        }},
-      {"dump 3 dumps both instances",
-       {{"dumpMode", "3"}},
-       [](Host& host) {
-         lumotest::Frame p = makeFrame(32, 16, 1, {}), s = makeFrame(32, 16, 1, sceneTags(0));
-         host.make(1).processRequest(&p.request);
-         host.make(0).processRequest(&s.request);
-         const std::vector<std::string> files = lumotest::filesIn(lumotest::dumpFolder());
-         EXPECT_EQ(std::count_if(files.begin(), files.end(),
-                                 [](const std::string& f) { return f.ends_with("_exif.txt"); }),
-                   2);
-       }},
       {"debug 1 reads the overrides, unset here, at initialize",
        {{"debug", "1"}},
        [](Host& host) {

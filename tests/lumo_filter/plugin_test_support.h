@@ -37,14 +37,7 @@ namespace lumotest {
 constexpr const char* kScenes[] = {"common", "plants", "night", "sunrise_sunset", "protrait"};
 
 // What a frame's metadata carries; unset members are absent tags.
-struct FrameTags {
-  std::optional<uint32_t> cct{};
-  std::optional<float> lux{};
-  std::optional<uint32_t> scene{};
-  int faceValues = 0;  // int32 values of the face-rectangle tag (4 per face)
-  std::optional<float> zoom{};
-  std::string imageName{};  // empty: absent
-};
+using FrameTags = hostsim::FrameConditions;
 
 // A patterned NV21 input and a zeroed output.
 struct Frame {
@@ -123,19 +116,8 @@ inline const std::string& prepareDevice() {
 inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
 
 inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
-                           float zoom = 1.0f, std::string name = "") {
-  return {.cct = cct, .lux = lux, .scene = scene, .zoom = zoom, .imageName = std::move(name)};
-}
-
-inline std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
-  hostsim::FrameConditions c;
-  c.cct = tags.cct;
-  c.luxIndex = tags.lux;
-  c.aiScene = tags.scene;
-  if (tags.faceValues > 0) c.faceValues = std::vector<int32_t>(tags.faceValues, 10);
-  c.zoomRatio = tags.zoom;
-  if (!tags.imageName.empty()) c.imageName = tags.imageName;
-  return hostsim::makeFrameMetadata(c);
+                           float zoom = 1.0f, std::optional<std::string> name = {}) {
+  return {.cct = cct, .luxIndex = lux, .aiScene = scene, .zoomRatio = zoom, .imageName = name};
 }
 
 inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
@@ -150,7 +132,7 @@ inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const
     std::abort();
   }
   for (size_t i = 0; i < f.input->size(); ++i) f.input->data()[i] = uint8_t(i * 13 + 1);
-  const std::shared_ptr<VyMetadata> metadata = makeMetadata(tags);
+  const std::shared_ptr<VyMetadata> metadata = hostsim::makeFrameMetadata(tags);
   f.request.inputBuffers[0].push_back(f.input->imageParams(metadata));
   f.request.outputBuffers[0].push_back(f.output->imageParams(metadata));
   f.request.frameNum = frameNum;

@@ -18,7 +18,7 @@ int runFrames(vyalgo2::PluginWraper& plugin) {
     FrameTags tags =
         lumotest::sceneTags((n / 100) % 2 == 0 ? 9u : 3u, float(n % 500), 3000 + n % 700,
                             (n / 300) % 2 == 0 ? 1.0f : 2.0f, "IMG_" + std::to_string(n));
-    tags.faceValues = (n / 700) % 2 == 0 ? 0 : 4;
+    if ((n / 700) % 2 == 1) tags.faceValues = std::vector<int32_t>(4, 10);
     lumotest::Frame frame = lumotest::makeFrame(32, 16, n, tags);
     plugin.processRequest(&frame.request);
     if (frame.outputUntouched()) ++filtered;  // rendered by the recording filter, not copied
