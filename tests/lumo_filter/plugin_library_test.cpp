@@ -3,6 +3,7 @@
 // Every case that loads the library runs in a fresh child process, because
 // the switches are read only once per process.
 #include <set>
+#include <sstream>
 
 #include "plugin_test_support.h"
 
@@ -12,12 +13,7 @@
 
 namespace {
 
-using lumotest::enabledFor;
-using lumotest::Host;
-using lumotest::kProviderName;
-using lumotest::makeFrame;
-using lumotest::PluginLine;
-using lumotest::sceneTags;
+using namespace lumotest;
 
 TEST(PluginLibrary, ExportsOnlyItsEntry) {
   std::set<std::string> names;
@@ -37,7 +33,7 @@ TEST(PluginLibrary, ExportsOnlyItsEntry) {
 TEST(PluginLibrary, LoadTimeSwitches) {
   struct Row {
     const char* what;
-    lumotest::Props properties;
+    Props properties;
     std::function<void(Host&)> check;
   };
   const Row rows[] = {
@@ -56,7 +52,7 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          EXPECT_TRUE(enabledFor(plugin, 1));
          vyalgo2::ProcessPluginPrivMessage message;
          EXPECT_EQ(plugin.onPrepareRequest(&message), -1);
-         lumotest::Frame f = makeFrame(32, 16, 1, sceneTags(0));
+         Frame f = makeFrame(32, 16, 1, sceneTags(0));
          plugin.processRequest(&f.request);
          EXPECT_TRUE(f.outputUntouched());
        }},
@@ -70,7 +66,7 @@ TEST(PluginLibrary, LoadTimeSwitches) {
       {"bypass 1 copies only the preview",
        {{"bypassMode", "1"}},
        [](Host& host) {
-         lumotest::Frame p = makeFrame(32, 16, 1, sceneTags(0)), s = makeFrame(32, 16, 1, {});
+         Frame p = makeFrame(32, 16, 1, sceneTags(0)), s = makeFrame(32, 16, 1, {});
          host.make(1).processRequest(&p.request);
          host.make(0).processRequest(&s.request);
          EXPECT_TRUE(p.outputEqualsInput());
@@ -82,7 +78,7 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          hostsim::LogCapture capture;
          host.make(1);
          const std::string tag = "[LumoFilter][RealTimePreview] initialize, ";
-         EXPECT_EQ(lumotest::pluginLines(capture),
+         EXPECT_EQ(pluginLines(capture),
                    (std::vector<PluginLine>{{4, "initialize", tag + "processMode=1"},
                                             {3, "getInitProperties", tag + "m_debugMode=1"},
                                             {3, "getInitProperties", tag + "debug aiscene=common"},
@@ -91,7 +87,7 @@ TEST(PluginLibrary, LoadTimeSwitches) {
        }},
   };
   for (const Row& row : rows) {
-    EXPECT_EQ(lumotest::runInChild([&] {
+    EXPECT_EQ(runInChild([&] {
                 Host host(row.properties);
                 if (host.loaded) row.check(host);
               }),
@@ -106,18 +102,17 @@ TEST(PluginLibrary, FramesReachTheLinkedSdk) {
 #ifndef LUMO_HAVE_RENDERER
   GTEST_SKIP() << "no filter SDK built";
 #endif
-  EXPECT_EQ(lumotest::runInChild([] {
-              calib::CalibrationFile file = lumotest::testCalibration();
-              file.luts[lumotest::lutBlockOf("common")].assign(calib::kLutBlockBytes, 128);
+  EXPECT_EQ(runInChild([] {
+              calib::CalibrationFile file = testCalibration();
+              file.luts[lutBlockOf("common")].assign(calib::kLutBlockBytes, 128);
               for (auto& shading : file.shadings) shading.fill(0.0f);
-              lumotest::installCalibration(file);
+              installCalibration(file);
               Host host({}, /*recordFilters=*/false);
               if (!host.loaded) return;
-              lumotest::Frame frame = makeFrame(64, 32, 1, sceneTags(0, 100.0f), 128);
+              Frame frame = makeFrame(64, 32, 1, sceneTags(0, 100.0f), 128);
               hostsim::LogCapture capture;
               EXPECT_EQ(host.make(0).processRequest(&frame.request), 0);
-              for (const PluginLine& l : lumotest::pluginLines(capture))
-                EXPECT_NE(l.priority, 6) << l;
+              for (const PluginLine& l : pluginLines(capture)) EXPECT_NE(l.priority, 6) << l;
               const hostsim::ImageBuffer& out = *frame.output;
               int off = 0;
               // NV21 rows hold 64 bytes of Y, or 32 VU pairs; the padding is left out.

@@ -16,7 +16,6 @@
 struct LumoPluginTestAccess {
   static const param_trigger_t& info(const VyLumoFilterPlugin& p) { return p.m_triggerInfo; }
   static const std::string& imageName(const VyLumoFilterPlugin& p) { return p.m_imageName; }
-  static bool hasFilter(const VyLumoFilterPlugin& p) { return p.m_filter != nullptr; }
   static bool hasExifFile(const VyLumoFilterPlugin& p) { return p.m_exifFile != nullptr; }
   static bool hasBlocks(const VyLumoFilterPlugin& p) { return p.m_lut || p.m_shading; }
 };
@@ -62,22 +61,27 @@ protected:
     return pluginLines(capture);
   }
 
+  // Reads one frame's metadata; returns the plugin's lines.
+  static Lines fill(VyLumoFilterPlugin& plugin, std::shared_ptr<VyMetadata> metadata) {
+    vyalgo2::ImageParams image;
+    image.pMetadata = std::move(metadata);
+    hostsim::LogCapture capture;
+    plugin.fillMetaDataInfo(image);
+    return pluginLines(capture);
+  }
+
   std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
   hostsim::FilterFactoryOverride factory{recordingInto(journal)};
   std::vector<std::unique_ptr<VyLumoFilterPlugin>> plugins;
 };
 
 TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
-  const struct {
-    uint32_t mode;
-    const char* name;
-    bool hasFilter;
-  } cases[] = {{0, "OfflineSnapshot", true}, {1, "RealTimePreview", true}, {7, "", false}};
-  for (const auto& c : cases) {
+  const std::pair<uint32_t, std::string> cases[] = {
+      {0, "OfflineSnapshot"}, {1, "RealTimePreview"}, {7, ""}};
+  for (const auto& [mode, name] : cases) {
     hostsim::LogCapture capture;
-    VyLumoFilterPlugin& plugin = makePlugin(c.mode);
+    VyLumoFilterPlugin& plugin = makePlugin(mode);
     EXPECT_EQ(plugin.getPluginName(), "com.zentor.plugin.vylumofilter");
-    EXPECT_EQ(Access::hasFilter(plugin), c.hasFilter) << c.mode;
     EXPECT_EQ(plugin.preProcess(vyalgo2::PreProcessInfo{}), 0);
     vyalgo2::ProcessRequestInfoV2 v2;
     EXPECT_EQ(plugin.processRequest(&v2), 0);
@@ -92,9 +96,9 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
     plugin.reset();
     plugin.destroy();
     plugin.destroy();  // twice is safe
-    const std::string tag = std::string("[LumoFilter][") + c.name + "]";
+    const std::string tag = "[LumoFilter][" + name + "]";
     EXPECT_EQ(pluginLines(capture),
-              (Lines{{4, "initialize", tag + " initialize, processMode=" + std::to_string(c.mode)},
+              (Lines{{4, "initialize", tag + " initialize, processMode=" + std::to_string(mode)},
                      {3, "getInitProperties", tag + " initialize, m_debugMode=0"},
                      {3, "preProcess", tag + " preProcess"},
                      {3, "processRequest", tag + ", processRequestV2"},
@@ -102,10 +106,11 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
                      {3, "reset", tag + ", reset"},
                      {3, "destroy", tag + ", destroy"},
                      {3, "destroy", tag + ", destroy"}}));
-    EXPECT_FALSE(Access::hasFilter(plugin));
     EXPECT_FALSE(Access::hasBlocks(plugin));
   }
+  // Mode 7 makes no filter; destroy deletes the two others.
   EXPECT_EQ(hostsim::createFilterFormats(), (std::vector<int>{9, 10}));
+  EXPECT_EQ(journal->destroyed(), 2);
   EXPECT_TRUE(journal->names().empty());
   VyLumoFilterPlugin never;  // destroy without initialize
   never.destroy();
@@ -177,14 +182,10 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.lines.empty() ? "no tags" : row.lines.back());
     VyLumoFilterPlugin& plugin = makePlugin(1);
-    hostsim::LogCapture capture;
-    vyalgo2::ImageParams image;
-    image.pMetadata = hostsim::makeFrameMetadata(row.tags);
-    plugin.fillMetaDataInfo(image);
     Lines expected;
     for (const std::string& text : row.lines)
       expected.push_back({4, "fillMetaDataInfo", "[LumoFilter][RealTimePreview], " + text});
-    EXPECT_EQ(pluginLines(capture), expected);
+    EXPECT_EQ(fill(plugin, hostsim::makeFrameMetadata(row.tags)), expected);
     EXPECT_EQ(fields(Access::info(plugin)), fields(row.info));
     EXPECT_EQ(Access::imageName(plugin), row.tags.imageName.value_or(""));
   }
@@ -192,16 +193,9 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
 
 TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) {
   VyLumoFilterPlugin& plugin = makePlugin(1);
-  auto fill = [&](std::shared_ptr<VyMetadata> meta) {
-    vyalgo2::ImageParams image;
-    image.pMetadata = std::move(meta);
-    hostsim::LogCapture capture;
-    plugin.fillMetaDataInfo(image);
-    return pluginLines(capture);
-  };
-  fill(hostsim::makeFrameMetadata(sceneTags(9, 250.5f, 6500, 3.0f, "IMG_0042")));
+  fill(plugin, hostsim::makeFrameMetadata(sceneTags(9, 250.5f, 6500, 3.0f, "IMG_0042")));
   // The metadata above is freed by now; the name must be the plugin's own copy.
-  EXPECT_TRUE(fill(hostsim::makeFrameMetadata({})).empty());
+  EXPECT_TRUE(fill(plugin, hostsim::makeFrameMetadata({})).empty());
   auto meta = std::make_shared<VyMetadata>();
   const std::vector<uint8_t> bytes(100, 0x11);
   // One byte short of each word read.
@@ -209,7 +203,7 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
   meta->update(hostsim::kTagAecFrameControl, TYPE_BYTE, bytes.data(), 99);
   meta->update(hostsim::kTagAiSceneResult, TYPE_BYTE, bytes.data(), 3);
   meta->update(static_cast<uint32_t>(ANDROID_CONTROL_ZOOM_RATIO), TYPE_BYTE, bytes.data(), 3);
-  EXPECT_TRUE(fill(meta).empty());
+  EXPECT_TRUE(fill(plugin, meta).empty());
   EXPECT_EQ(fields(Access::info(plugin)), fields({250, 6500, 3.0f, "common"}));
   EXPECT_EQ(Access::imageName(plugin), "IMG_0042");
   // Payload sizes count values of the entry's type: four int32 hold the AWB
@@ -222,7 +216,7 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
   aec[24] = 880.25f;
   meta->update(hostsim::kTagAecFrameControl, TYPE_FLOAT, aec, 25);
   meta->update(hostsim::kTagSnapshotImageName, TYPE_BYTE, "IMG_9999XYZ", 8);
-  fill(meta);
+  fill(plugin, meta);
   EXPECT_EQ(fields(Access::info(plugin)), fields({880, 7200, 3.0f, "common"}));
   EXPECT_EQ(Access::imageName(plugin), "IMG_9999");
 }
@@ -265,8 +259,9 @@ TEST_F(PluginObject, ChangedParametersConfigureTheFilterThenRender) {
   Frame zoomed = makeFrame(32, 32, 9, sceneTags(9, 300.0f, 5000, 2.0f));
   process(plugin, zoomed);
   ASSERT_EQ(journal->names(), kConfigureAndRender);
-  EXPECT_NE(journal->calls()[1].script.find("SmoothStartValue=1.500000;"), std::string::npos);
-  EXPECT_NE(journal->calls()[1].script.find("SmoothValueScale=0.750000;"), std::string::npos);
+  EXPECT_NE(journal->calls()[1].script.find("SmoothStartValue=1.500000;SmoothEndValue=0.000000;"
+                                            "SmoothCoordScale=0.000000;SmoothValueScale=0.750000;"),
+            std::string::npos);
 }
 
 TEST(PluginEffectScript, StyleTextIsCutAt511Characters) {
@@ -279,86 +274,69 @@ TEST(PluginEffectScript, StyleTextIsCutAt511Characters) {
             lutText + "@CvStyleEffect;Width=4294967295;Height=4294967295;");
 }
 
-TEST_F(PluginObject, BypassSwitchCopiesOnlyTheChosenInstance) {
-  const struct {
-    int32_t mode;
-    bool previewCopies, snapshotCopies;
-  } cases[] = {{0, false, false}, {1, true, false},  {2, false, true},
-               {3, true, true},   {4, false, false}, {-1, false, false}};
-  for (const auto& c : cases) {
-    VyLumoFilterPlugin::m_algoBypassMode = c.mode;
-    for (uint32_t processMode : {0u, 1u}) {
-      const bool copies = processMode == 1 ? c.previewCopies : c.snapshotCopies;
-      VyLumoFilterPlugin& plugin = makePlugin(processMode);
-      const std::string name = processMode == 1 ? "RealTimePreview" : "OfflineSnapshot";
-      SCOPED_TRACE(std::to_string(c.mode) + " " + name);
-      for (uint32_t n = 0; n < 2; ++n) {
-        Frame frame = makeFrame(16, 16, n, FrameTags{});
-        hostsim::LogCapture capture;  // the trigger runs either way
-        const Lines lines = process(plugin, frame);
-        EXPECT_EQ(frame.outputEqualsInput(), copies);
-        ASSERT_FALSE(lines.empty());
-        const PluginLine bypass{4, "processRequest", "[LumoFilter][" + name + "] algo bypass"};
-        EXPECT_EQ(lines.back() == bypass, copies);
-        EXPECT_EQ(journal->names().empty(), copies);
-        EXPECT_FALSE(pluginLines(capture, "lumo_filter/paramTrigger").empty());
-      }
-    }
-  }
-}
-
-// A failing first frame, then a good one after a reset: one failure re-creates
-// the filter and retries silently, two (or no filter at all, or no parameters)
-// make this and every later frame a copy.
-TEST_F(PluginObject, RenderAndTriggerFailures) {
+// A first frame, then a good one after a reset. One render failure re-creates
+// the filter and retries silently; two, no filter at all, no parameters or the
+// bypass switch make this and every later frame a copy.
+TEST_F(PluginObject, FramesUnderFailuresAndTheBypassSwitch) {
   const Names configure(kConfigureAndRender.begin(), kConfigureAndRender.end() - 1);
   Names twice = configure, retried = configure;
   twice.insert(twice.end(), configure.begin(), configure.end());
   retried.insert(retried.end(), kConfigureAndRender.begin(), kConfigureAndRender.end());
+  const Names& rendered = kConfigureAndRender;
+  const char* lutFailed = "addLutEffectData failed";
+  const Names gaveUp = {"nuvoProcess fail twice!!!", "algo bypass for nuvoSKD fail"};
   const struct {
+    int32_t bypass;
     uint32_t mode, scene;  // scene 2, food, has no parameters
     hostsim::FilterFaults faults;
-    Names calls;  // of the failing frame
+    Names calls;  // of the first frame
     int creates, destroyed;
     Names errors;  // after the instance's tag
     bool copies;
   } rows[] = {
-      {1, 0, {.refuseLutCount = 1}, retried, 2, 1, {"addLutEffectData failed"}, false},
-      {0, 0, {.failCreateCount = 1}, kConfigureAndRender, 2, 0, {}, false},
-      {0,
-       0,
-       {.refuseLutCount = 2},
-       twice,
-       3,
-       2,
-       {"addLutEffectData failed", "addLutEffectData failed", "nuvoProcess fail twice!!!",
-        "algo bypass for nuvoSKD fail"},
-       true},
-      {2, 0, {}, {}, 0, 0, {"nuvoProcess fail twice!!!", "algo bypass for nuvoSKD fail"}, true},
-      {1, 2, {}, {}, 1, 0, {}, true},
+      // clang-format off
+      {0, 1, 0, {.refuseLutCount = 1}, retried, 2, 1, {lutFailed}, false},
+      {0, 0, 0, {.failCreateCount = 1}, rendered, 2, 0, {}, false},
+      {0, 0, 0, {.refuseLutCount = 2}, twice, 3, 2,
+       {lutFailed, lutFailed, gaveUp[0], gaveUp[1]}, true},
+      {0, 2, 0, {}, {}, 0, 0, gaveUp, true},
+      {0, 1, 2, {}, {}, 1, 0, {}, true},
+      // The bypass switch: 1 the preview, 2 the snapshot, 3 both, any other neither.
+      {1, 1, 0, {}, {}, 1, 0, {}, true},   {1, 0, 0, {}, rendered, 1, 0, {}, false},
+      {2, 0, 0, {}, {}, 1, 0, {}, true},   {2, 1, 0, {}, rendered, 1, 0, {}, false},
+      {3, 0, 0, {}, {}, 1, 0, {}, true},   {3, 1, 0, {}, {}, 1, 0, {}, true},
+      {4, 0, 0, {}, rendered, 1, 0, {}, false},  {4, 1, 0, {}, rendered, 1, 0, {}, false},
+      {-1, 0, 0, {}, rendered, 1, 0, {}, false}, {-1, 1, 0, {}, rendered, 1, 0, {}, false},
+      // clang-format on
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(::testing::Message() << row.mode << " " << row.scene << " " << row.creates);
+    SCOPED_TRACE(::testing::Message() << &row - rows);
     hostsim::resetCreateFilterCalls();
     hostsim::setFilterFaults(row.faults);
+    VyLumoFilterPlugin::m_algoBypassMode = row.bypass;
     VyLumoFilterPlugin& plugin = makePlugin(row.mode);
     const std::string name = row.mode == 2   ? ""
                              : row.mode == 1 ? "RealTimePreview"
                                              : "OfflineSnapshot";
     const std::string tag = "[LumoFilter][" + name + "] ";
+    const PluginLine bypass{4, "processRequest", tag + "algo bypass"};
     Frame frame = makeFrame(32, 16, 1, sceneTags(row.scene));
     hostsim::LogCapture capture;
+    const Lines lines = process(plugin, frame);
     Lines errors, expected;
-    for (const PluginLine& l : process(plugin, frame))
-      if (l.priority == 6) errors.push_back(l);
+    std::copy_if(lines.begin(), lines.end(), std::back_inserter(errors),
+                 [](const PluginLine& l) { return l.priority == 6; });
     for (const std::string& e : row.errors)
-      expected.push_back(
-          {6, e.rfind("addLut", 0) == 0 ? "nuvoProcess" : "processRequest", tag + e});
+      expected.push_back({6, e == lutFailed ? "nuvoProcess" : "processRequest", tag + e});
     EXPECT_EQ(errors, expected);
+    // A copy without a render failure says so at info level.
+    EXPECT_EQ(lines.back() == bypass, row.copies && row.errors.empty());
     // Error lines reach the offline log without the debug mask.
     const Names offline = capture.offlineMessages();
     for (const PluginLine& l : expected)
       EXPECT_NE(std::find(offline.begin(), offline.end(), l.text), offline.end()) << l.text;
+    if (row.bypass != 0)  // the trigger runs under bypass too
+      EXPECT_FALSE(pluginLines(capture, "lumo_filter/paramTrigger").empty());
     EXPECT_EQ(journal->names(), row.calls);
     EXPECT_EQ(hostsim::createFilterCalls(), row.creates);
     EXPECT_EQ(journal->destroyed(), row.destroyed);
@@ -366,7 +344,6 @@ TEST_F(PluginObject, RenderAndTriggerFailures) {
     hostsim::setFilterFaults({});
     plugin.reset();  // brings no filter back
     Frame next = makeFrame(32, 16, 2, sceneTags(0));
-    const PluginLine bypass{4, "processRequest", tag + "algo bypass"};
     EXPECT_EQ(process(plugin, next).back() == bypass, row.copies);
     EXPECT_EQ(journal->names(), row.copies ? Names{} : Names{"processFrame"});
     EXPECT_EQ(next.outputEqualsInput(), row.copies);

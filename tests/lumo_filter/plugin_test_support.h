@@ -26,7 +26,6 @@
 #include <memory>
 #include <optional>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -172,9 +171,7 @@ inline bool enabledFor(vyalgo2::PluginWraper& plugin, int stylizationType) {
 
 inline std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // Names of the files below `folder`, sorted.

@@ -7,7 +7,7 @@
 
 namespace {
 
-using lumotest::FrameTags;
+using namespace lumotest;
 
 constexpr uint32_t kFrames = 2000;
 
@@ -15,11 +15,10 @@ constexpr uint32_t kFrames = 2000;
 int runFrames(vyalgo2::PluginWraper& plugin) {
   int filtered = 0;
   for (uint32_t n = 0; n < kFrames; ++n) {
-    FrameTags tags =
-        lumotest::sceneTags((n / 100) % 2 == 0 ? 9u : 3u, float(n % 500), 3000 + n % 700,
-                            (n / 300) % 2 == 0 ? 1.0f : 2.0f, "IMG_" + std::to_string(n));
+    FrameTags tags = sceneTags((n / 100) % 2 == 0 ? 9u : 3u, float(n % 500), 3000 + n % 700,
+                               (n / 300) % 2 == 0 ? 1.0f : 2.0f, "IMG_" + std::to_string(n));
     if ((n / 700) % 2 == 1) tags.faceValues = std::vector<int32_t>(4, 10);
-    lumotest::Frame frame = lumotest::makeFrame(32, 16, n, tags);
+    Frame frame = makeFrame(32, 16, n, tags);
     plugin.processRequest(&frame.request);
     if (frame.outputUntouched()) ++filtered;  // rendered by the recording filter, not copied
   }
@@ -27,7 +26,7 @@ int runFrames(vyalgo2::PluginWraper& plugin) {
 }
 
 TEST(PluginThreads, PreviewAndSnapshotRunSideBySide) {
-  lumotest::Host host({});
+  Host host({});
   ASSERT_TRUE(host.loaded);
   vyalgo2::PluginWraper& preview = host.make(1);
   vyalgo2::PluginWraper& snapshot = host.make(0);
