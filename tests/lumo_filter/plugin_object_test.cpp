@@ -34,7 +34,8 @@ const Names kConfigureAndRender = {"clearEffects", "setFilterScript", "addLutEff
 class PluginObject : public ::testing::Test {
 protected:
   void SetUp() override {
-    prepareDevice();
+    fs::remove_all(dumpFolder());  // made by prepareDevice, emptied for each test
+    fs::create_directories(dumpFolder());
     hostsim::setAndroidLogFile("-");
     hostsim::resetCreateFilterCalls();
   }
@@ -118,21 +119,18 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
 
 TEST_F(PluginObject, EnableDecisionUnderEachForceValue) {
   // forced value, stylisation tag (-1: absent), expected
-  const struct {
-    int32_t force;
-    int type;
-    bool enabled;
-  } cases[] = {{0, -1, false}, {0, 0, false}, {0, 3, true}, {1, -1, true}, {1, 0, true},
-               {1, 3, true},   {2, -1, true}, {2, 0, true}, {2, 3, false}, {2, 255, false},
-               {5, -1, true},  {5, 3, true},  {-1, 0, true}};
+  const std::tuple<int32_t, int, bool> cases[] = {
+      {0, -1, false}, {0, 0, false}, {0, 3, true}, {1, -1, true}, {1, 0, true},
+      {1, 3, true},   {2, -1, true}, {2, 0, true}, {2, 3, false}, {2, 255, false},
+      {5, -1, true},  {5, 3, true},  {-1, 0, true}};
   VyLumoFilterPlugin& plugin = makePlugin(0);
-  for (const auto& c : cases) {
-    VyLumoFilterPlugin::m_algoForceEnable = c.force;
+  for (const auto& [force, type, enabled] : cases) {
+    VyLumoFilterPlugin::m_algoForceEnable = force;
     hostsim::LogCapture capture;
-    EXPECT_EQ(enabledFor(plugin, c.type), c.enabled) << c.force << " " << c.type;
+    EXPECT_EQ(enabledFor(plugin, type), enabled) << force << " " << type;
     EXPECT_EQ(pluginLines(capture), (Lines{{4, "isEnabled",
                                             "[LumoFilter][OfflineSnapshot] mIsFeatureEnable=" +
-                                                std::to_string(std::max(c.type, 0))}}));
+                                                std::to_string(std::max(type, 0))}}));
   }
 }
 
@@ -382,28 +380,20 @@ std::string lutLine(const std::string& scene) {
   return s + "]\n";
 }
 
-class PluginDump : public PluginObject {
-protected:
-  void SetUp() override {
-    PluginObject::SetUp();
-    fs::remove_all(dumpFolder());
-    fs::create_directories(dumpFolder());
-  }
-  static std::string path(const std::string& name) { return dumpFolder() + "/" + name; }
-  static bool sharedReadWrite(const std::string& name) {
-    return fs::status(path(name)).permissions() == fs::perms(0666);
-  }
-};
+std::string dumpPath(const std::string& name) { return dumpFolder() + "/" + name; }
+bool sharedReadWrite(const std::string& name) {
+  return fs::status(dumpPath(name)).permissions() == fs::perms(0666);
+}
 
 // One text file per picture, named after it and cut to 255 characters of path
 // (the 20 of the folder, 235 of the name); image dump names are cut at 127.
-TEST_F(PluginDump, SnapshotWritesOneFilePerPictureAndItsImages) {
+TEST_F(PluginObject, DumpSnapshotWritesOneFilePerPictureAndItsImages) {
   VyLumoFilterPlugin::m_algoDumpMode = 2;
   VyLumoFilterPlugin& plugin = makePlugin(0);
   Frame first = makeFrame(64, 48, 7, sceneTags(9, 412.9f, 70000, 1.0f, "IMG_0001"), 128);
   process(plugin, first);
   const std::string firstName = "IMG_0001_lumo_filter_OfflineSnapshot_exif.txt";
-  EXPECT_EQ(readFile(path(firstName)),
+  EXPECT_EQ(readFile(dumpPath(firstName)),
             "width=64\nheight=48\naiscene=night\nlux=412\ncct=4464\nzoom_ratio=1.000000\n" +
                 (kShading1 + lutLine("night")));
   EXPECT_TRUE(sharedReadWrite(firstName));
@@ -411,7 +401,7 @@ TEST_F(PluginDump, SnapshotWritesOneFilePerPictureAndItsImages) {
   // A frame without a name reuses the last one and replaces that file.
   Frame second = makeFrame(32, 16, 8, sceneTags(13, 20.0f, 3000, 2.0f));
   process(plugin, second);
-  EXPECT_EQ(readFile(path(firstName)),
+  EXPECT_EQ(readFile(dumpPath(firstName)),
             "width=32\nheight=16\naiscene=sunrise_sunset\nlux=20\ncct=3000\nzoom_ratio=2.000000\n" +
                 (kShading2 + lutLine("sunrise_sunset")));
   std::set<std::string> expected = {firstName};
@@ -433,7 +423,7 @@ TEST_F(PluginDump, SnapshotWritesOneFilePerPictureAndItsImages) {
   EXPECT_EQ(std::set<std::string>(files.begin(), files.end()), expected);
 }
 
-TEST_F(PluginDump, PreviewAppendsOneBlockPerFrameToOneStampedFile) {
+TEST_F(PluginObject, DumpPreviewAppendsOneBlockPerFrameToOneStampedFile) {
   VyLumoFilterPlugin::m_algoDumpMode = 1;
   const std::time_t before = std::time(nullptr);
   VyLumoFilterPlugin& plugin = makePlugin(1);
@@ -464,11 +454,11 @@ TEST_F(PluginDump, PreviewAppendsOneBlockPerFrameToOneStampedFile) {
     stamped = stamped || files[0] == name;
   }
   EXPECT_TRUE(stamped) << files[0];
-  EXPECT_EQ(readFile(path(files[0])), expected);
+  EXPECT_EQ(readFile(dumpPath(files[0])), expected);
   EXPECT_TRUE(sharedReadWrite(files[0]));
 }
 
-TEST_F(PluginDump, MissingDumpFolderSkipsTheTextDump) {
+TEST_F(PluginObject, DumpMissingDumpFolderSkipsTheTextDump) {
   VyLumoFilterPlugin::m_algoDumpMode = 3;
   fs::remove_all(dumpFolder());
   for (uint32_t mode : {1u, 0u}) {
