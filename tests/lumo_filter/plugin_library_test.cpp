@@ -37,8 +37,9 @@ TEST(PluginLibrary, LoadTimeSwitches) {
     std::function<void(Host&)> check;
   };
   const Row rows[] = {
-      {"the entry registers one provider; switches set after loading are ignored",
-       {},
+      {"the entry registers one provider; bypass 1 copies only the preview; switches set "
+       "after loading are ignored",
+       {{"bypassMode", "1"}},
        [](Host& host) {
          ASSERT_EQ(host.registry.providers().size(), 1u);
          PluginWraperProvider* provider = host.registry.providers()[0];
@@ -47,14 +48,16 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          EXPECT_EQ(provider->plumaGetType(), PluginWraperProvider::PLUMA_PROVIDER_TYPE);
          property_set("persist.vendor.camera.lumofilter.bypassMode", "3");
          property_set("persist.vendor.camera.lumofilter.forceEnable", "1");
-         vyalgo2::PluginWraper& plugin = host.make(1);
-         EXPECT_FALSE(enabledFor(plugin, 0));
-         EXPECT_TRUE(enabledFor(plugin, 1));
+         vyalgo2::PluginWraper& snapshot = host.make(0);
+         EXPECT_FALSE(enabledFor(snapshot, 0));
+         EXPECT_TRUE(enabledFor(snapshot, 1));
          vyalgo2::ProcessPluginPrivMessage message;
-         EXPECT_EQ(plugin.onPrepareRequest(&message), -1);
-         Frame f = makeFrame(32, 16, 1, sceneTags(0));
-         plugin.processRequest(&f.request);
-         EXPECT_TRUE(f.outputUntouched());
+         EXPECT_EQ(snapshot.onPrepareRequest(&message), -1);
+         Frame p = makeFrame(32, 16, 1, sceneTags(0)), s = makeFrame(32, 16, 1, {});
+         host.make(1).processRequest(&p.request);
+         snapshot.processRequest(&s.request);
+         EXPECT_TRUE(p.outputEqualsInput());
+         EXPECT_TRUE(s.outputUntouched());
        }},
       {"force-enable 2 inverts the session's choice",
        {{"forceEnable", "2"}},
@@ -62,15 +65,6 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          vyalgo2::PluginWraper& plugin = host.make(0);
          EXPECT_TRUE(enabledFor(plugin, -1));
          EXPECT_FALSE(enabledFor(plugin, 3));
-       }},
-      {"bypass 1 copies only the preview",
-       {{"bypassMode", "1"}},
-       [](Host& host) {
-         Frame p = makeFrame(32, 16, 1, sceneTags(0)), s = makeFrame(32, 16, 1, {});
-         host.make(1).processRequest(&p.request);
-         host.make(0).processRequest(&s.request);
-         EXPECT_TRUE(p.outputEqualsInput());
-         EXPECT_TRUE(s.outputUntouched());
        }},
       {"debug 1 reads the overrides, unset here, at initialize",
        {{"debug", "1"}},

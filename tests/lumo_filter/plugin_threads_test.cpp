@@ -1,6 +1,5 @@
 // The preview and snapshot instances side by side on two threads, as the
 // host runs them: they share only the calibration store and the switches.
-#include <algorithm>
 #include <thread>
 
 #include "plugin_test_support.h"
