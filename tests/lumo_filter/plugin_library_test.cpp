@@ -1,7 +1,5 @@
-// The built plugin library loaded as the camera host loads it: what it
-// exports, what it registers, and the switches it reads when it is loaded.
-// Every case that loads the library runs in a fresh child process, because
-// the switches are read only once per process.
+// The built library loaded as the camera host loads it: its exports, its provider and
+// the switches it reads at load, each case in a fresh child as they are read once.
 #include <set>
 
 #include "plugin_test_support.h"

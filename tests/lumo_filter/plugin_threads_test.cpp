@@ -36,8 +36,7 @@ TEST(PluginThreads, PreviewAndSnapshotRunSideBySide) {
   b.join();
   EXPECT_EQ(previewFiltered, int(kFrames));
   EXPECT_EQ(snapshotFiltered, int(kFrames));
-  const std::vector<std::string> names = host.journal->names();
-  EXPECT_EQ(std::count(names.begin(), names.end(), "processFrame"), long(2 * kFrames));
+  EXPECT_EQ(std::ranges::count(host.journal->names(), "processFrame"), long(2 * kFrames));
 }
 
 }  // namespace
