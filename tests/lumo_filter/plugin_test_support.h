@@ -116,7 +116,7 @@ inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"
 
 inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
                            float zoom = 1.0f, std::optional<std::string> name = {}) {
-  return {.cct = cct, .luxIndex = lux, .aiScene = scene, .zoomRatio = zoom, .imageName = name};
+  return {cct, lux, scene, std::nullopt, zoom, std::move(name), std::nullopt};
 }
 
 inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
