@@ -19,68 +19,47 @@
 #include <vyalgo2/VyMetadata.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <sstream>
+#include <regex>
 #include <string>
 #include <vector>
 
 namespace lumotest {
 
-// One cell per scene over lux and CCT 0..60000, LUT block k each; "food" is
-// left out so that its frames find no parameters.
-struct SceneLut {
-  const char* name;
-  size_t lutBlock;
-};
-constexpr SceneLut kScenes[] = {
-    {"common", 0}, {"plants", 1}, {"night", 2}, {"sunrise_sunset", 3}, {"protrait", 4}};
-// Shading of zoom ratio 1 (block 0) and of zoom ratio 2 (block 1).
-constexpr std::array<float, 8> kShadingZoom1 = {0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f};
-constexpr std::array<float, 8> kShadingZoom2 = {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f};
+// One cell per scene over lux and CCT 0..60000, each with the LUT block of its
+// position; "food" is left out so that its frames find no parameters.
+constexpr const char* kScenes[] = {"common", "plants", "night", "sunrise_sunset", "protrait"};
 
 // What a frame's metadata carries; unset members are absent tags.
-struct FrameTags {
-  std::optional<uint32_t> cct{};
-  std::optional<float> lux{};
-  std::optional<uint32_t> scene{};
-  int faceValues = 0;  // int32 values of the face-rectangle tag (4 per face)
-  std::optional<float> zoom{};
-  std::string imageName{};  // empty: absent
-};
+using FrameTags = hostsim::FrameConditions;
 
 // A patterned NV21 input and a zeroed output.
 struct Frame {
   std::unique_ptr<hostsim::ImageBuffer> input, output;
   vyalgo2::ProcessRequestInfo request;
-  bool outputEqualsInput() const;
-  bool outputUntouched() const;
-};
-
-// A line of lumo_filter/VyLumoFilterPlugin on the Android log.
-struct PluginLine {
-  int priority;  // 3 debug, 4 info, 6 error
-  std::string function, text;
-  bool operator==(const PluginLine& o) const {
-    return priority == o.priority && function == o.function && text == o.text;
+  bool outputEqualsInput() const {
+    return std::memcmp(input->data(), output->data(), input->size()) == 0;
+  }
+  bool outputUntouched() const {
+    return std::all_of(output->data(), output->data() + output->size(),
+                       [](uint8_t b) { return b == 0; });
   }
 };
 
-// The expected text of one parameter dump block.
-struct ExifBlock {
-  std::optional<uint32_t> frameNum;  // preview blocks only
-  int width, height;
-  std::string scene;
-  int lux, cct;
-  float zoom;
-  std::string shading;  // e.g. "[ 0.1 0.9 2 1 0.5 0.25 1 0]"
+// A line of one plugin source file on the Android log.
+struct PluginLine {
+  int priority;  // 3 debug, 4 info, 6 error
+  std::string function, text;
+  bool operator==(const PluginLine&) const = default;
 };
+inline std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
+  return os << "{" << line.priority << ", " << line.function << ", \"" << line.text << "\"}";
+}
 
 inline std::vector<uint8_t> lutBlock(size_t block) {
   std::vector<uint8_t> out(calib::kLutBlockBytes);
@@ -89,23 +68,24 @@ inline std::vector<uint8_t> lutBlock(size_t block) {
 }
 
 inline size_t lutBlockOf(const std::string& scene) {
-  for (const SceneLut& s : kScenes)
-    if (scene == s.name) return s.lutBlock;
-  ADD_FAILURE() << "no calibrated scene " << scene;
-  return 0;
+  const auto* it = std::find(std::begin(kScenes), std::end(kScenes), scene);
+  EXPECT_NE(it, std::end(kScenes)) << "no calibrated scene " << scene;
+  return it - std::begin(kScenes);
 }
 
+// Shading of zoom ratio 1 from block 0, of zoom ratio 2 from block 1.
 inline calib::CalibrationFile testCalibration() {
-  auto cell = [](uint16_t index) {
-    return std::vector<calib::LuxBand>{{0, 60000, {{0, 60000, index}}}};
+  auto cell = [](size_t index) {
+    return std::vector<calib::LuxBand>{{0, 60000, {{0, 60000, static_cast<uint16_t>(index)}}}};
   };
   calib::CalibrationFile file;
-  for (const SceneLut& s : kScenes) {
-    file.scenes.push_back({s.name, cell(static_cast<uint16_t>(s.lutBlock)), std::nullopt});
-    file.luts.push_back(lutBlock(s.lutBlock));
+  for (const char* scene : kScenes) {
+    file.scenes.push_back({scene, cell(lutBlockOf(scene)), std::nullopt});
+    file.luts.push_back(lutBlock(lutBlockOf(scene)));
   }
   file.zooms = {{1.0f, cell(0), std::nullopt}, {2.0f, cell(1), std::nullopt}};
-  file.shadings = {kShadingZoom1, kShadingZoom2};
+  file.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f},
+                   {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f}};
   return file;
 }
 
@@ -135,25 +115,8 @@ inline const std::string& prepareDevice() {
 inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
 
 inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
-                           float zoom = 1.0f, std::string name = "") {
-  FrameTags t;
-  t.scene = scene;
-  t.lux = lux;
-  t.cct = cct;
-  t.zoom = zoom;
-  t.imageName = std::move(name);
-  return t;
-}
-
-inline std::shared_ptr<VyMetadata> makeMetadata(const FrameTags& tags) {
-  hostsim::FrameConditions c;
-  c.cct = tags.cct;
-  c.luxIndex = tags.lux;
-  c.aiScene = tags.scene;
-  if (tags.faceValues > 0) c.faceValues = std::vector<int32_t>(tags.faceValues, 10);
-  c.zoomRatio = tags.zoom;
-  if (!tags.imageName.empty()) c.imageName = tags.imageName;
-  return hostsim::makeFrameMetadata(c);
+                           float zoom = 1.0f, std::optional<std::string> name = {}) {
+  return {cct, lux, scene, std::nullopt, zoom, std::move(name), std::nullopt};
 }
 
 inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
@@ -168,46 +131,32 @@ inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const
     std::abort();
   }
   for (size_t i = 0; i < f.input->size(); ++i) f.input->data()[i] = uint8_t(i * 13 + 1);
-  const std::shared_ptr<VyMetadata> metadata = makeMetadata(tags);
+  const std::shared_ptr<VyMetadata> metadata = hostsim::makeFrameMetadata(tags);
   f.request.inputBuffers[0].push_back(f.input->imageParams(metadata));
   f.request.outputBuffers[0].push_back(f.output->imageParams(metadata));
   f.request.frameNum = frameNum;
   return f;
 }
 
-inline bool Frame::outputEqualsInput() const {
-  return std::memcmp(input->data(), output->data(), input->size()) == 0;
-}
-
-inline bool Frame::outputUntouched() const {
-  return std::all_of(output->data(), output->data() + output->size(),
-                     [](uint8_t b) { return b == 0; });
-}
-
-inline std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
-  return os << "{" << line.priority << ", " << line.function << ", \"" << line.text << "\"}";
-}
-
 // Lines that one source file logged on the Android log under the plugins' tag,
 // cut from "VyaPlugin <file>:<line> <function>()<message>".
-inline std::vector<PluginLine> linesOf(const hostsim::LogCapture& capture,
-                                       const std::string& file = "lumo_filter/VyLumoFilterPlugin") {
+inline std::vector<PluginLine> pluginLines(
+    const hostsim::LogCapture& capture,
+    const std::string& file = "lumo_filter/VyLumoFilterPlugin") {
+  const std::regex line("VyaPlugin " + file + ":[0-9]+ (\\w+)\\(\\)([\\s\\S]*)");
   std::vector<PluginLine> out;
-  const std::string head = "VyaPlugin " + file + ":";
-  for (const hostsim::LogRecord& r : capture.records()) {
-    const std::string& m = r.message;
-    const size_t space = m.find(' ', head.size());
-    const size_t parens = m.find("()", space == std::string::npos ? m.size() : space);
-    if (r.offline || r.tag != "VyAlgoEngine" || m.compare(0, head.size(), head) != 0 ||
-        parens == std::string::npos || m.find_first_not_of("0123456789", head.size()) != space ||
-        space == head.size())
-      continue;
-    out.push_back({r.priority, m.substr(space + 1, parens - space - 1), m.substr(parens + 2)});
-  }
+  std::smatch m;
+  for (const hostsim::LogRecord& r : capture.records())
+    if (!r.offline && r.tag == "VyAlgoEngine" && std::regex_match(r.message, m, line))
+      out.push_back({r.priority, m[1], m[2]});
   return out;
 }
-inline std::vector<PluginLine> pluginLines(const hostsim::LogCapture& capture) {
-  return linesOf(capture);
+
+// The filter SDK's stand-in: recording filters that share one journal.
+inline hostsim::FilterFactory recordingInto(std::shared_ptr<hostsim::FilterJournal> journal) {
+  return [journal](videoprocess::VideoFormat f, bool) {
+    return new hostsim::RecordingFilter(f, journal);
+  };
 }
 
 // Asks isEnabled with a session stylisation byte (-1: no tag); the byte after it is noise.
@@ -222,9 +171,7 @@ inline bool enabledFor(vyalgo2::PluginWraper& plugin, int stylizationType) {
 
 inline std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // Names of the files below `folder`, sorted.
@@ -235,18 +182,6 @@ inline std::vector<std::string> filesIn(const std::string& folder) {
     if (e.is_regular_file()) out.push_back(e.path().filename().string());
   std::sort(out.begin(), out.end());
   return out;
-}
-
-inline std::string exifText(const ExifBlock& b) {
-  char zoom[64];
-  std::snprintf(zoom, sizeof(zoom), "%f", static_cast<double>(b.zoom));
-  std::string s = b.frameNum ? "frameNum=" + std::to_string(*b.frameNum) + "\n" : "";
-  s += "width=" + std::to_string(b.width) + "\nheight=" + std::to_string(b.height) +
-       "\naiscene=" + b.scene + "\nlux=" + std::to_string(b.lux) +
-       "\ncct=" + std::to_string(b.cct) + "\nzoom_ratio=" + zoom + "\nshading=" + b.shading +
-       "\nlut_algo_input=[";
-  for (uint8_t v : lutBlock(lutBlockOf(b.scene))) s += " " + std::to_string(v);
-  return s + "]\n";
 }
 
 // Runs `body` in a forked child, for switches read only when a library loads.
@@ -271,11 +206,12 @@ constexpr const char* kProviderName = "com.zentor.plugin.vylumofilter";
 using Props = std::vector<std::pair<const char*, const char*>>;
 
 // A host in this process: the library loaded after `properties` were set,
-// a recording SDK, and plugin objects made by the registered provider.
+// recording filters (or the linked SDK), and plugin objects made by the provider.
 struct Host {
-  explicit Host(const Props& properties) {
+  explicit Host(const Props& properties, bool recordFilters = true) {
     lumotest::prepareDevice();
     hostsim::setAndroidLogFile("-");
+    if (recordFilters) factory.emplace(recordingInto(journal));
     for (const auto& [key, value] : properties)
       property_set(("persist.vendor.camera.lumofilter." + std::string(key)).c_str(), value);
     std::string error;
@@ -293,14 +229,11 @@ struct Host {
     return *plugins.back();
   }
   std::shared_ptr<hostsim::FilterJournal> journal = std::make_shared<hostsim::FilterJournal>();
-  hostsim::FilterFactoryOverride factory{[j = journal](videoprocess::VideoFormat f, bool) {
-    return new hostsim::RecordingFilter(f, j);
-  }};
+  std::optional<hostsim::FilterFactoryOverride> factory;
   hostsim::PluginRegistry registry;
   bool loaded = false;
   std::vector<hostsim::PluginPtr> plugins;
 };
-
 #endif  // LUMO_PLUGIN_LIBRARY
 
 }  // namespace lumotest

@@ -1,13 +1,12 @@
 // The preview and snapshot instances side by side on two threads, as the
 // host runs them: they share only the calibration store and the switches.
-#include <algorithm>
 #include <thread>
 
 #include "plugin_test_support.h"
 
 namespace {
 
-using lumotest::FrameTags;
+using namespace lumotest;
 
 constexpr uint32_t kFrames = 2000;
 
@@ -15,14 +14,10 @@ constexpr uint32_t kFrames = 2000;
 int runFrames(vyalgo2::PluginWraper& plugin) {
   int filtered = 0;
   for (uint32_t n = 0; n < kFrames; ++n) {
-    FrameTags tags;
-    tags.scene = (n / 100) % 2 == 0 ? 9u : 3u;
-    tags.lux = static_cast<float>(n % 500);
-    tags.cct = 3000 + n % 700;
-    tags.zoom = (n / 300) % 2 == 0 ? 1.0f : 2.0f;
-    tags.faceValues = (n / 700) % 2 == 0 ? 0 : 4;
-    tags.imageName = "IMG_" + std::to_string(n);
-    lumotest::Frame frame = lumotest::makeFrame(32, 16, n, tags);
+    FrameTags tags = sceneTags((n / 100) % 2 == 0 ? 9u : 3u, float(n % 500), 3000 + n % 700,
+                               (n / 300) % 2 == 0 ? 1.0f : 2.0f, "IMG_" + std::to_string(n));
+    if ((n / 700) % 2 == 1) tags.faceValues = std::vector<int32_t>(4, 10);
+    Frame frame = makeFrame(32, 16, n, tags);
     plugin.processRequest(&frame.request);
     if (frame.outputUntouched()) ++filtered;  // rendered by the recording filter, not copied
   }
@@ -30,7 +25,7 @@ int runFrames(vyalgo2::PluginWraper& plugin) {
 }
 
 TEST(PluginThreads, PreviewAndSnapshotRunSideBySide) {
-  lumotest::Host host({});
+  Host host({});
   ASSERT_TRUE(host.loaded);
   vyalgo2::PluginWraper& preview = host.make(1);
   vyalgo2::PluginWraper& snapshot = host.make(0);
@@ -41,8 +36,7 @@ TEST(PluginThreads, PreviewAndSnapshotRunSideBySide) {
   b.join();
   EXPECT_EQ(previewFiltered, int(kFrames));
   EXPECT_EQ(snapshotFiltered, int(kFrames));
-  const std::vector<std::string> names = host.journal->names();
-  EXPECT_EQ(std::count(names.begin(), names.end(), "processFrame"), long(2 * kFrames));
+  EXPECT_EQ(std::ranges::count(host.journal->names(), "processFrame"), long(2 * kFrames));
 }
 
 }  // namespace
