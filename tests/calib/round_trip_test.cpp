@@ -1,5 +1,6 @@
-// Writer and strict reader together: what the writer makes reads back as
-// described; export followed by build gives the same bytes, odd shapes included.
+// Writer, strict reader and JSON description together: export of a written file
+// followed by build gives the same bytes, odd shapes included, so whatever the
+// reader lost on the way would show as a changed byte.
 #include <calib/calibration_reader.h>
 #include <calib/description_json.h>
 #include <calib/looks.h>
@@ -13,9 +14,7 @@
 using namespace calib;
 namespace fs = std::filesystem;
 
-namespace {
-
-CalibrationFile oddFile() {
+TEST(CalibRoundTrip, ExportThenBuildGivesTheSameBytes) {
   CalibrationFile f;
   LookParams warm;
   warm.temperature = 0.5;
@@ -27,33 +26,14 @@ CalibrationFile oddFile() {
   f.zooms = {{1.0f, {{0, 65535, {{0, 65535, 0}}}}, std::nullopt},
              {2.5f, {{0, 65535, {{0, 65535, 1}}}}, uint16_t(40)}};
   f.lut3dSize = 33;
-  f.triggerControl = "t";
-  f.paramType = "p";
-  f.paramRange = "r";
+  f.triggerControl = "t", f.paramType = "p", f.paramRange = "r";
   f.paramDataOffset = 800;
   f.trailingBytes = {9, 8, 7};
-  return f;
-}
-
-}  // namespace
-
-TEST(CalibRoundTrip, WrittenFileReadsBackAndExportThenBuildGivesTheSameBytes) {
-  const CalibrationFile f = oddFile();
   const std::vector<uint8_t> original = serialize(f);
   const ReadResult r = readCalibration(original);
-  // Only the expected warnings: lut3d_size, the empty lux band, NaN and infinite
-  // shading values, the trailing bytes.
+  // Warnings only: lut3d_size, the empty lux band, NaN and infinite shading, trailing bytes.
   for (const Issue& i : r.issues) EXPECT_EQ(i.severity, Issue::Severity::Warning) << i.message;
   EXPECT_EQ(r.issues.size(), 5u);
-  ASSERT_TRUE(r.file.scenes.size() == 2 && r.file.zooms.size() == 2);
-  EXPECT_EQ(
-      std::make_tuple(r.file.scenes[0].declaredSize, r.file.scenes[1].luxBands[1].ccts[0].index,
-                      r.file.zooms[1].ratio, r.file.zooms[1].declaredSize, r.file.paramDataOffset),
-      std::make_tuple(std::optional<uint16_t>(120), 1, 2.5f, std::optional<uint16_t>(40),
-                      std::optional<uint16_t>(800)));
-  EXPECT_EQ(r.file.luts, f.luts);
-  EXPECT_TRUE(std::isnan(r.file.shadings[1][0]));
-  EXPECT_EQ(r.file.trailingBytes, f.trailingBytes);
 
   const fs::path dir = fs::temp_directory_path() / "lumo_calib_round_trip";
   fs::remove_all(dir);
