@@ -64,23 +64,6 @@ TEST_F(LogFiles, DestinationsAndMinimumPriorityDoNotHideLinesFromCaptures) {
   EXPECT_FALSE(hostsim::setAndroidLogFile((dir / "missing" / "x.txt").string()));
 }
 
-TEST_F(LogFiles, OfflineLogGoesUnderTheDeviceRoot) {
-  const std::string path = hostsim::openOfflineLogUnderDeviceRoot();
-  EXPECT_EQ(path, (dir / "data/vendor/camera/offlinelog/vyalgo_offline.log").string());
-  hostsim::LogCapture capture;
-  vydebug::Log::logSystem(2, "V", "lumo_filter/paramUtil", "load", 42, "[LumoFilter] n=%d", 3);
-  hostsim::setOfflineLogFile("");
-  const auto lines = linesOf(path);
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_NE(lines[0].find(" V VyaPlugin lumo_filter/paramUtil:42 load() [LumoFilter] n=3"),
-            std::string::npos)
-      << lines[0];
-  const auto records = capture.records();
-  ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(std::tie(records[0].offline, records[0].level, records[0].message),
-            std::make_tuple(true, "V", "[LumoFilter] n=3"));
-}
-
 TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
   using namespace hostsim;
   const std::string text = std::string(kPropLogLevel) + "=4\n" + kPropLogGroup + "=0xFFFFFFFD\n" +
@@ -93,12 +76,22 @@ TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
   EXPECT_EQ(std::tie(gVyCamLogLevel, gVyCamLogGroup, gVyCamOfflineLogLevel, gVyCamOfflineLogGroup,
                      gVyCamDebugMask),
             std::make_tuple(4, 0xFFFFFFFDu, -1, 2u, 0x10u));
+  hostsim::LogCapture capture;
   __android_log_print(ANDROID_LOG_INFO, "t", "to file");
-  vydebug::Log::logSystem(2, "I", "f", "g", 1, "offline");
+  vydebug::Log::logSystem(2, "V", "lumo_filter/paramUtil", "load", 42, "[LumoFilter] n=%d", 3);
   setAndroidLogFile("");
   setOfflineLogFile("");
   EXPECT_EQ(linesOf(dir / "cat.txt").size(), 1u);
-  EXPECT_EQ(linesOf(dir / "data/vendor/camera/offlinelog/vyalgo_offline.log").size(), 1u);
+  // The offline log goes under the device root, in our own line format.
+  const auto lines = linesOf(dir / "data/vendor/camera/offlinelog/vyalgo_offline.log");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find(" V VyaPlugin lumo_filter/paramUtil:42 load() [LumoFilter] n=3"),
+            std::string::npos)
+      << lines[0];
+  const auto records = capture.records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(std::tie(records[1].offline, records[1].level, records[1].message),
+            std::make_tuple(true, "V", "[LumoFilter] n=3"));
 
   // Bad values are reported and leave the gates alone.
   clearProperties();

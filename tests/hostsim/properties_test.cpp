@@ -64,7 +64,7 @@ TEST_F(Properties, LongValuesFollowTheAndroidRules) {
   EXPECT_EQ(property_get_int32("persist.vendor.camera.lumofilter.forceEnable", 0), 2);
 }
 
-TEST_F(Properties, ArgumentsAndTextInBothLineForms) {
+TEST_F(Properties, ArgumentsAndTextInBothLineFormsAndBadLines) {
   // Each argument with its error ("" when accepted).
   const char* arguments[] = {
       "vendor.a=1", "vendor.b=x=y", "vendor.c=", "vendor.d", "=1", "vendor x=1"};
@@ -87,17 +87,15 @@ TEST_F(Properties, ArgumentsAndTextInBothLineForms) {
                                              {"vendor.spaced", "night"},
                                              {"persist.x.lux", "300"},
                                              {"vendor.empty", ""}}));
-}
-
-TEST_F(Properties, BadLinesNameFileAndLineAndSetNothing) {
-  const std::pair<std::string, std::string> cases[] = {
+  // Bad lines name file and line, and a file with one sets nothing.
+  hostsim::clearProperties();
+  const std::pair<std::string, std::string> bad[] = {
       {"vendor.a=1\nno equals sign\n", "p.txt:2: expected name=value"},
       {"vendor.a=1\n\n# c\n[vendor.b] [2]\n", "p.txt:4: expected [name]: [value]"},
       {"[vendor.b]: 2\n", "p.txt:1: expected [name]: [value]"},
       {"bad name=1\n", "p.txt:1: invalid property name \"bad name\""},
       {"vendor.x=" + std::string(100, 'v') + "\n", "p.txt:1: value of vendor.x is 100"}};
-  for (const auto& [text, expected] : cases) {
-    std::string error;
+  for (const auto& [text, expected] : bad) {
     EXPECT_FALSE(hostsim::loadPropertyText(text, "p.txt", &error));
     EXPECT_EQ(error.substr(0, expected.size()), expected);
     EXPECT_TRUE(hostsim::allProperties().empty()) << text;
