@@ -132,23 +132,21 @@ struct PreProcessingPlugin : PluginWraper {
 };
 
 TEST(PluginInterface, NeedPreProcessDefersToIsEnabledOnlyWhenSupportedAndNotSkipped) {
-  struct Case {
-    bool supported, skipped, enabled, expected;
-    int enabledCalls;
-  } cases[] = {
+  // Supported, skipped, enabled; then the answer and how often isEnabled ran.
+  const std::tuple<bool, bool, bool, bool, int> cases[] = {
       {false, false, true, false, 0}, {false, true, true, false, 0},  {true, true, true, false, 0},
       {true, false, true, true, 1},   {true, false, false, false, 1},
   };
-  for (const Case& c : cases) {
+  for (const auto& [supported, skipped, enabled, expected, calls] : cases) {
     PreProcessingPlugin p;
-    p.supported = c.supported, p.skipped = c.skipped, p.enabled = c.enabled;
+    p.supported = supported, p.skipped = skipped, p.enabled = enabled;
     VyaParams params;
     params.pSessionMetadata = std::make_shared<VyMetadata>();
-    EXPECT_EQ(static_cast<PluginWraper&>(p).needPreProcess(params), c.expected);
-    EXPECT_EQ(p.enabledCalls, c.enabledCalls);
+    EXPECT_EQ(static_cast<PluginWraper&>(p).needPreProcess(params), expected);
     // The caller's copy, the by-value argument moved into the temporary
     // (which isEnabled gets a copy of): three owners, not four.
-    EXPECT_EQ(p.seenUseCount, c.enabledCalls ? 3 : -1);
+    EXPECT_EQ(std::make_pair(p.enabledCalls, p.seenUseCount),
+              std::make_pair(calls, calls ? 3L : -1L));
   }
 }
 
