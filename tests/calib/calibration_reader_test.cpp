@@ -44,15 +44,13 @@ std::string messages(const ReadResult& r) {
 TEST(CalibrationReader, GoodFilesDecodeWithoutIssues) {
   const ReadResult r = readCalibration(goodFile().b);
   EXPECT_TRUE(r.issues.empty()) << messages(r);
-  const CalibrationFile& f = r.file;
-  ASSERT_TRUE(f.scenes.size() == 2 && f.luts.size() == 3 && f.shadings.size() == 1);
+  // Whatever was decoded shows in the bytes the (separately tested) writer makes of it; the
+  // optional offsets stay empty where a writer would put them anyway.
+  EXPECT_EQ(serialize(r.file), goodFile().b);
   EXPECT_EQ(
-      std::make_tuple(f.scenes[1].name, f.scenes[0].luxBands[0].ccts[1].start,
-                      f.scenes[0].luxBands[0].ccts[1].index, f.zooms[0].ratio, r.layout.lutCount,
-                      r.layout.shadingCount, f.luts[2][14738], f.shadings[0][7], f.triggerControl),
-      std::make_tuple("night", 4001, 1, 1.0f, 3u, 1u, 20, 3.5f, "lux,cct"));
-  EXPECT_FALSE(r.file.paramDataOffset.has_value());  // where a writer would put it
-  EXPECT_FALSE(r.file.scenes[0].declaredSize.has_value());
+      std::make_tuple(r.layout.lutCount, r.layout.shadingCount, r.file.paramDataOffset.has_value(),
+                      r.file.scenes.at(0).declaredSize.has_value()),
+      std::make_tuple(3u, 1u, false, false));
   // A header alone, with no blocks at all, is a valid file too.
   const ReadResult empty = readCalibration(Bytes().u16({0, 778, 778, 17, 0}).fill(768).b);
   EXPECT_TRUE(empty.issues.empty()) << messages(empty);
