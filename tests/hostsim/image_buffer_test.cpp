@@ -10,6 +10,7 @@
 #include <vyalgo2/PluginWraper.h>
 
 #include <cerrno>
+#include <fstream>
 #include <iterator>
 
 #include "support.h"
