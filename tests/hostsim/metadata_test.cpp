@@ -41,23 +41,20 @@ TEST(VyMetadata, TypedEntriesUpdatesErasureCopiesAndRefusals) {
   const double precise = 0.1;
   const float zoom = 2.5f;
   const camera_metadata_rational_t ratio{3, 4};
-  struct Case {
-    const char* key;
-    uint8_t type;
-    const void* values;
-    size_t count, valueSize;
-  } cases[] = {{"org.example.name", TYPE_BYTE, name, 9, 1},
-               {"org.example.faces", TYPE_INT32, faces, 8, 4},
-               {"org.example.wide", TYPE_INT64, wide, 2, 8},
-               {"org.example.double", TYPE_DOUBLE, &precise, 1, 8},
-               {"org.example.zoom", TYPE_FLOAT, &zoom, 1, 4},
-               {"org.example.ratio", TYPE_RATIONAL, &ratio, 1, 8}};
+  // Key, type, values, their count and the size of one.
+  const std::tuple<const char*, uint8_t, const void*, size_t, size_t> cases[] = {
+      {"org.example.name", TYPE_BYTE, name, 9, 1},
+      {"org.example.faces", TYPE_INT32, faces, 8, 4},
+      {"org.example.wide", TYPE_INT64, wide, 2, 8},
+      {"org.example.double", TYPE_DOUBLE, &precise, 1, 8},
+      {"org.example.zoom", TYPE_FLOAT, &zoom, 1, 4},
+      {"org.example.ratio", TYPE_RATIONAL, &ratio, 1, 8}};
   VyMetadata m;
-  for (const Case& c : cases) {
-    ASSERT_EQ(m.update(c.key, c.type, c.values, c.count), 0);
-    const auto e = m.find(c.key);
-    EXPECT_EQ(std::make_tuple(e.type, e.count), std::make_tuple(c.type, c.count)) << c.key;
-    EXPECT_EQ(std::memcmp(e.data.u8, c.values, c.count * c.valueSize), 0) << c.key;
+  for (const auto& [key, type, values, count, size] : cases) {
+    ASSERT_EQ(m.update(key, type, values, count), 0);
+    const auto e = m.find(key);
+    EXPECT_EQ(std::make_tuple(e.type, e.count), std::make_tuple(type, count)) << key;
+    EXPECT_EQ(std::memcmp(e.data.u8, values, count * size), 0) << key;
   }
   EXPECT_EQ(m.entryCount(), 6u);
   // An update replaces the entry; a copy keeps its own.

@@ -147,39 +147,34 @@ protected:
   }
 };
 
-TEST_F(LogFiles, AndroidLinesHaveTheThreadtimeShape) {
+TEST_F(LogFiles, AndroidLinesHaveTheThreadtimeShapeAndCapturesSeeEveryLine) {
+  hostsim::LogCapture capture;
   ASSERT_TRUE(hostsim::setAndroidLogFile((dir / "logcat.txt").string()));
   __android_log_print(ANDROID_LOG_INFO, "ab", "hello %d", 5);
   __android_log_print(ANDROID_LOG_ERROR, "VyAlgoEngine", "two\nlines\n\n");
   __android_log_print(ANDROID_LOG_DEBUG, "TagOfEight", "%s", "x");
-  hostsim::setAndroidLogFile("");
+  // Neither the minimum priority nor a dropping destination hides lines from captures.
+  hostsim::setAndroidLogMinPriority(ANDROID_LOG_WARN);
+  __android_log_print(ANDROID_LOG_INFO, "t", "quiet");
+  __android_log_print(ANDROID_LOG_ERROR, "t", "loud");
+  ASSERT_TRUE(hostsim::setAndroidLogFile("-"));
+  __android_log_print(ANDROID_LOG_ERROR, "t", "dropped");
+  EXPECT_EQ(capture.androidMessages(), (std::vector<std::string>{"hello 5", "two\nlines\n\n", "x",
+                                                                 "quiet", "loud", "dropped"}));
+  EXPECT_FALSE(hostsim::setAndroidLogFile((dir / "missing" / "x.txt").string()));
   // MM-DD HH:MM:SS.mmm, " %5d %5d " process and thread ids, letter, tag padded to 8, message.
   const std::regex stamp(R"((0\d|1[0-2])-[0-3]\d ([01]\d|2[0-3]):[0-5]\d:[0-5]\d\.\d{3})");
   char ids[32];
   std::snprintf(ids, sizeof ids, " %5d %5d ", ::getpid(), static_cast<int>(syscall(SYS_gettid)));
   const std::vector<std::string> tails = {"I ab      : hello 5", "E VyAlgoEngine: two",
-                                          "E VyAlgoEngine: lines", "D TagOfEight: x"};
+                                          "E VyAlgoEngine: lines", "D TagOfEight: x",
+                                          "E t       : loud"};
   const auto lines = linesOf(dir / "logcat.txt");
   ASSERT_EQ(lines.size(), tails.size());
   for (size_t i = 0; i < lines.size(); ++i) {
     EXPECT_TRUE(std::regex_match(lines[i].substr(0, 18), stamp)) << lines[i];
     EXPECT_EQ(lines[i].substr(18), ids + tails[i]);
   }
-}
-
-TEST_F(LogFiles, DestinationsAndMinimumPriorityDoNotHideLinesFromCaptures) {
-  hostsim::LogCapture capture;
-  ASSERT_TRUE(hostsim::setAndroidLogFile((dir / "logcat.txt").string()));
-  hostsim::setAndroidLogMinPriority(ANDROID_LOG_WARN);
-  __android_log_print(ANDROID_LOG_INFO, "t", "quiet");
-  __android_log_print(ANDROID_LOG_ERROR, "t", "loud");
-  ASSERT_TRUE(hostsim::setAndroidLogFile("-"));
-  __android_log_print(ANDROID_LOG_ERROR, "t", "dropped");
-  const auto lines = linesOf(dir / "logcat.txt");
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_NE(lines[0].find("t       : loud"), std::string::npos);
-  EXPECT_EQ(capture.androidMessages(), (std::vector<std::string>{"quiet", "loud", "dropped"}));
-  EXPECT_FALSE(hostsim::setAndroidLogFile((dir / "missing" / "x.txt").string()));
 }
 
 TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
