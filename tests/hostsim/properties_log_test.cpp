@@ -17,8 +17,19 @@
 
 namespace {
 
-class Properties : public hostsim_test::DeviceRootTest {
+// A fresh device root; the log destinations and gates are put back afterwards.
+class HostServices : public hostsim_test::DeviceRootTest {
 protected:
+  void TearDown() override {
+    hostsim::setAndroidLogFile("");
+    hostsim::setOfflineLogFile("");
+    hostsim::setAndroidLogMinPriority(ANDROID_LOG_VERBOSE);
+    gVyCamLogLevel = gVyCamOfflineLogLevel = 0;
+    gVyCamLogGroup = gVyCamOfflineLogGroup = 0xFFFFFFFFu;
+    gVyCamDebugMask = 0;
+    DeviceRootTest::TearDown();
+  }
+  // A property read that also checks the returned length.
   static std::string get(const char* key, const char* fallback = "dflt") {
     char value[PROPERTY_VALUE_MAX];
     const int n = property_get(key, value, fallback);
@@ -26,6 +37,8 @@ protected:
     return value;
   }
 };
+using Properties = HostServices;
+using LogFiles = HostServices;
 
 TEST_F(Properties, TypedReadsParseOrFallBack) {
   // What is stored (null: unset), and what a read with the default -7 gives.
@@ -133,19 +146,6 @@ std::vector<std::string> linesOf(const std::filesystem::path& path) {
   for (std::string line; std::getline(in, line);) out.push_back(line);
   return out;
 }
-
-class LogFiles : public hostsim_test::DeviceRootTest {
-protected:
-  void TearDown() override {
-    hostsim::setAndroidLogFile("");
-    hostsim::setOfflineLogFile("");
-    hostsim::setAndroidLogMinPriority(ANDROID_LOG_VERBOSE);
-    gVyCamLogLevel = gVyCamOfflineLogLevel = 0;
-    gVyCamLogGroup = gVyCamOfflineLogGroup = 0xFFFFFFFFu;
-    gVyCamDebugMask = 0;
-    DeviceRootTest::TearDown();
-  }
-};
 
 TEST_F(LogFiles, AndroidLinesHaveTheThreadtimeShapeAndCapturesSeeEveryLine) {
   hostsim::LogCapture capture;
