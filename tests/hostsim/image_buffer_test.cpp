@@ -191,16 +191,12 @@ TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddingsAndRefusesMismatches) {
   }
   // Refused: another format, another size, no source, no first plane, an unknown format.
   auto a = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 0, 0});
-  auto b = ImageBuffer::allocate({PixelLayout::NV12, 8, 4, 0, 0});
-  auto c = ImageBuffer::allocate({PixelLayout::NV21, 8, 6, 0, 0});
-  vyalgo2::VyImageBuffer ra = a->imageBuffer(), rb = b->imageBuffer(), rc = c->imageBuffer();
-  vyalgo2::VyImageBuffer empty = ra, odd = ra;
-  empty.planeAddress[0] = 0;
-  odd.format = 0x23;
+  vyalgo2::VyImageBuffer ra = a->imageBuffer(), nv12 = ra, taller = ra, empty = ra, odd = ra;
+  nv12.format = 0x109, taller.height = 6, empty.planeAddress[0] = 0, odd.format = 0x23;
   vyalgo2::VyImageBuffer odd2 = odd;
   hostsim::LogCapture capture;
   const std::pair<vyalgo2::VyImageBuffer*, vyalgo2::VyImageBuffer*> refused[] = {
-      {&ra, &rb}, {&ra, &rc}, {&ra, nullptr}, {&ra, &empty}, {&odd2, &odd}};
+      {&ra, &nv12}, {&ra, &taller}, {&ra, nullptr}, {&ra, &empty}, {&odd2, &odd}};
   for (auto [dst, src] : refused) EXPECT_EQ(PluginUtils::vyCopyBuffer(dst, src), -1);
   EXPECT_EQ(capture.androidMessages().size(), 4u);  // all but the missing source are logged
 }
