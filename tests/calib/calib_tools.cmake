@@ -4,10 +4,6 @@ set(LUMO_CALIB_TOOL_TESTS
   ${CMAKE_CURRENT_LIST_DIR}/calibration_reader_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/description_json_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/looks_cube_test.cpp)
-# The round trip through the writer joins once the writer is part of the library.
-if(EXISTS ${PROJECT_SOURCE_DIR}/calib/calib_writer.cpp)
-  list(APPEND LUMO_CALIB_TOOL_TESTS ${CMAKE_CURRENT_LIST_DIR}/round_trip_test.cpp)
-endif()
 lumo_add_gtest(lumo_calib_tools_tests SOURCES ${LUMO_CALIB_TOOL_TESTS} LIBS lumo_calib)
 target_compile_definitions(lumo_calib_tools_tests PRIVATE
                            LUMO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")

@@ -44,15 +44,13 @@ std::string messages(const ReadResult& r) {
 TEST(CalibrationReader, GoodFilesDecodeWithoutIssues) {
   const ReadResult r = readCalibration(goodFile().b);
   EXPECT_TRUE(r.issues.empty()) << messages(r);
-  const CalibrationFile& f = r.file;
-  ASSERT_TRUE(f.scenes.size() == 2 && f.luts.size() == 3 && f.shadings.size() == 1);
+  // Whatever was decoded shows in the bytes the (separately tested) writer makes of it; the
+  // optional offsets stay empty where a writer would put them anyway.
+  EXPECT_EQ(serialize(r.file), goodFile().b);
   EXPECT_EQ(
-      std::make_tuple(f.scenes[1].name, f.scenes[0].luxBands[0].ccts[1].start,
-                      f.scenes[0].luxBands[0].ccts[1].index, f.zooms[0].ratio, r.layout.lutCount,
-                      r.layout.shadingCount, f.luts[2][14738], f.shadings[0][7], f.triggerControl),
-      std::make_tuple("night", 4001, 1, 1.0f, 3u, 1u, 20, 3.5f, "lux,cct"));
-  EXPECT_FALSE(r.file.paramDataOffset.has_value());  // where a writer would put it
-  EXPECT_FALSE(r.file.scenes[0].declaredSize.has_value());
+      std::make_tuple(r.layout.lutCount, r.layout.shadingCount, r.file.paramDataOffset.has_value(),
+                      r.file.scenes.at(0).declaredSize.has_value()),
+      std::make_tuple(3u, 1u, false, false));
   // A header alone, with no blocks at all, is a valid file too.
   const ReadResult empty = readCalibration(Bytes().u16({0, 778, 778, 17, 0}).fill(768).b);
   EXPECT_TRUE(empty.issues.empty()) << messages(empty);
@@ -64,49 +62,48 @@ TEST(CalibrationReader, GoodFilesDecodeWithoutIssues) {
 TEST(CalibrationReader, EachBreakageIsReportedWhereItHappens) {
   struct Case {
     void (*change)(Bytes&);
-    size_t offset;
-    const char* expected;  // the whole formatted issue
+    const char* expected;  // the whole formatted issue, offset included
   } cases[] = {
-      {[](Bytes& f) { f.b.erase(f.b.begin() + 500, f.b.end()); }, 0,
+      {[](Bytes& f) { f.b.erase(f.b.begin() + 500, f.b.end()); },
        "f.bin: offset 0 (header): error: file ends at byte 500 but a header with 2 scene sizes "
        "and 1 zoom sizes needs bytes 0..783"},
-      {[](Bytes& f) { f.put16(6, 700); }, 6,
+      {[](Bytes& f) { f.put16(6, 700); },
        "f.bin: offset 6 (header, paramDataOffset): error: parameter data at 700 begins inside "
        "the header: expected at least 784"},
-      {[](Bytes& f) { f.put16(2, 80); }, 2,
+      {[](Bytes& f) { f.put16(2, 80); },
        "f.bin: offset 2 (scene block 0 \"common\"): error: the contents take 84 bytes but "
        "aiScenesSize[0] declares 80: the next block would start inside this one"},
       // The second CCT band starts inside the first.
-      {[](Bytes& f) { f.put16(kScene0 + 72 + 6, 3000); }, kScene0 + 78,
+      {[](Bytes& f) { f.put16(kScene0 + 72 + 6, 3000); },
        "f.bin: offset 862 (scene block 0 \"common\", lux band 0, cct band 1): error: CCT band "
        "[3000, 8000] does not follow [2000, 4000]: expected bands in ascending order without "
        "overlap"},
       // The last index is not the highest.
-      {[](Bytes& f) { f.put16(kScene1 + 64 + 2 + 6 + 4, 0); }, kScene0 + 84 - 2,
+      {[](Bytes& f) { f.put16(kScene1 + 64 + 2 + 6 + 4, 0); },
        "f.bin: offset 866 (scene block 0 \"common\", lux band 0, cct band 1): error: block index "
        "1 points past the LUT pool of 1 blocks: the pool holds the last scene CCT record's index "
        "plus one, so that record must carry the highest index"},
-      {[](Bytes& f) { f.put16(8, uint16_t(kPools - 1)); }, 8,
+      {[](Bytes& f) { f.put16(8, uint16_t(kPools - 1)); },
        "f.bin: offset 8 (header, lutDataOffset): error: LUT pool at 963 overlaps the parameter "
        "data: expected at least 964"},
-      {[](Bytes& f) { f.b.pop_back(); }, kPools,
+      {[](Bytes& f) { f.b.pop_back(); },
        "f.bin: offset 964 (pools): error: file ends at byte 45212 but 3 LUT and 1 shading blocks "
        "needs bytes 964..45212"},
-      {[](Bytes& f) { std::memset(&f.b[kZoom0], 0, 4); }, kZoom0,
+      {[](Bytes& f) { std::memset(&f.b[kZoom0], 0, 4); },
        "f.bin: offset 946 (zoom block 0 (0)): error: zoom ratio 0: expected a positive finite "
        "number"},
-      {[](Bytes& f) { std::memset(&f.b[kScene1], 'n', 64); }, kScene1,
+      {[](Bytes& f) { std::memset(&f.b[kScene1], 'n', 64); },
        "f.bin: offset 868 (scene block 1): error: the scene name is not NUL-terminated within "
        "its 64 bytes"},
-      {[](Bytes& f) { f.put16(10, 33); }, 10,
+      {[](Bytes& f) { f.put16(10, 33); },
        "f.bin: offset 10 (header, lut3d_size): warning: lut3d_size is 33; blocks are cut as "
        "17x17x17 (14739 bytes) whatever it says"},
-      {[](Bytes& f) { f.fill(5); }, kPools + 3 * 14739 + 32,
+      {[](Bytes& f) { f.fill(5); },
        "f.bin: offset 45213 (pools): warning: 5 bytes after the last pool block are never read"},
-      {[](Bytes& f) { std::memcpy(&f.b[kScene1], "dusk\0", 5); }, kScene1,
+      {[](Bytes& f) { std::memcpy(&f.b[kScene1], "dusk\0", 5); },
        "f.bin: offset 868 (scene block 1 \"dusk\"): warning: the camera never reports this "
        "scene (it reports common, plants, night, sunrise_sunset, food, protrait)"},
-      {[](Bytes& f) { std::memcpy(&f.b[kScene1], "common\0", 7); }, kScene1,
+      {[](Bytes& f) { std::memcpy(&f.b[kScene1], "common\0", 7); },
        "f.bin: offset 868 (scene block 1 \"common\"): warning: the scene name repeats: the "
        "loader keeps the first block"},
   };
@@ -117,10 +114,7 @@ TEST(CalibrationReader, EachBreakageIsReportedWhereItHappens) {
     const bool warning = std::strstr(c.expected, ": warning: ") != nullptr;
     EXPECT_EQ(r.ok(), warning) << c.expected;
     EXPECT_TRUE(!warning || r.issues.size() == 1) << messages(r);
-    EXPECT_TRUE(std::any_of(r.issues.begin(), r.issues.end(),
-                            [&](const Issue& i) {
-                              return i.offset == c.offset && formatIssue("f.bin", i) == c.expected;
-                            }))
+    EXPECT_NE(messages(r).find(std::string(c.expected) + "\n"), std::string::npos)
         << c.expected << ":\n"
         << messages(r);
   }

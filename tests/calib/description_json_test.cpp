@@ -1,15 +1,19 @@
-// The JSON description: block numbering by last use, the array form, and
-// messages naming the field.
+// The JSON description: block numbering by last use, the array form, messages
+// naming the field, and the round trip of a written file through export and build.
+#include <calib/calibration_reader.h>
 #include <calib/description_json.h>
 #include <calib/looks.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 using namespace calib;
 using nlohmann::json;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -17,7 +21,7 @@ json twoScenes() {
   return json::parse(R"({
     "looks": {"warm": {"generate": {"temperature": 0.5}}, "cool": {"generate": {"temperature": -0.5}},
               "unused": {"generate": {}}},
-    "shadings": {"flat": [0, 0, 0, 0, 0, 0, 0, 0]},
+    "shadings": {"flat": ["0x3f800000", "inf", "-inf", 0.25, 0, 0, 0, "nan"]},
     "scenes": [
       {"name": "common", "lux": [{"start": 0, "end": 100, "cct": [
         {"start": 0, "end": 5000, "lut": "warm"}, {"start": 5001, "end": 9000, "lut": "cool"}]}]},
@@ -29,18 +33,21 @@ json twoScenes() {
 
 }  // namespace
 
-TEST(DescriptionJson, NamedBlocksAreNumberedByLastUse) {
+TEST(DescriptionJson, NamedBlocksAreNumberedByLastUseAndFloatsTakeEverySpelling) {
   const CalibrationFile f = parseDescription(twoScenes(), "d.json", ".");
   // "warm" is used last (by night), so it gets the highest index; "unused" is dropped.
   ASSERT_EQ(f.luts.size(), 2u);
-  EXPECT_EQ(f.scenes[0].luxBands[0].ccts[0].index, 1);
-  EXPECT_EQ(f.scenes[0].luxBands[0].ccts[1].index, 0);
-  EXPECT_EQ(f.scenes[1].luxBands[0].ccts[0].index, 1);
+  EXPECT_EQ(
+      std::make_tuple(f.scenes[0].luxBands[0].ccts[0].index, f.scenes[0].luxBands[0].ccts[1].index,
+                      f.scenes[1].luxBands[0].ccts[0].index, f.zooms[0].ratio),
+      std::make_tuple(1, 0, 1, 1.0f));
   LookParams warm;
   warm.temperature = 0.5;
   EXPECT_EQ(f.luts[1], generateLook(warm));
-  EXPECT_EQ(f.shadings.size(), 1u);
-  EXPECT_EQ(f.zooms[0].ratio, 1.0f);
+  ASSERT_EQ(f.shadings.size(), 1u);
+  EXPECT_EQ(std::make_tuple(f.shadings[0][0], f.shadings[0][1], f.shadings[0][2], f.shadings[0][3]),
+            std::make_tuple(1.0f, INFINITY, -INFINITY, 0.25f));
+  EXPECT_TRUE(std::isnan(f.shadings[0][7]));
 }
 
 TEST(DescriptionJson, ArrayFormKeepsIndicesAsWritten) {
@@ -50,21 +57,11 @@ TEST(DescriptionJson, ArrayFormKeepsIndicesAsWritten) {
       {"start": 0, "end": 1, "lut": 0}, {"start": 2, "end": 3, "lut": 5}]}]}],
     "param_data_offset": 800, "trailing_bytes": [1, 2], "lut3d_size": 33})"),
                                              "d.json", ".");
-  EXPECT_EQ(f.luts.size(), 2u);
-  EXPECT_EQ(f.scenes[0].luxBands[0].ccts[1].index, 5);
-  EXPECT_EQ(f.scenes[0].declaredSize, 200);
-  EXPECT_EQ(f.paramDataOffset, 800);
+  EXPECT_EQ(std::make_tuple(f.luts.size(), f.scenes[0].luxBands[0].ccts[1].index,
+                            f.scenes[0].declaredSize.value_or(0), f.paramDataOffset.value_or(0),
+                            f.lut3dSize),
+            std::make_tuple(2u, 5, 200, 800, 33));
   EXPECT_EQ(f.trailingBytes, (std::vector<uint8_t>{1, 2}));
-  EXPECT_EQ(f.lut3dSize, 33);
-}
-
-TEST(DescriptionJson, ShadingFloatsAcceptEverySpelling) {
-  json j = twoScenes();
-  j["shadings"]["flat"] = {"0x3f800000", "inf", "-inf", 0.25, 0, 0, 0, "nan"};
-  const CalibrationFile f = parseDescription(j, "d.json", ".");
-  EXPECT_EQ(f.shadings[0][0], 1.0f);
-  EXPECT_TRUE(f.shadings[0][1] == INFINITY && f.shadings[0][2] == -INFINITY);
-  EXPECT_TRUE(std::isnan(f.shadings[0][7]));
 }
 
 TEST(DescriptionJson, ErrorsNameTheField) {
@@ -101,4 +98,36 @@ TEST(DescriptionJson, ErrorsNameTheField) {
     }
     EXPECT_EQ(error, expected);
   }
+}
+
+// Whatever the reader or the description lost on the way would show as a changed byte.
+TEST(CalibRoundTrip, ExportThenBuildGivesTheSameBytesOddShapesIncluded) {
+  CalibrationFile f;
+  LookParams warm;
+  warm.temperature = 0.5;
+  f.luts = {identityLut(), generateLook(warm)};
+  f.shadings = {ShadingBlock{0.1f, 0.9f, 2, 1, 0.5f, 0.25f, 1, 0},
+                ShadingBlock{std::nanf(""), INFINITY, -0.0f, 1e-7f, 0, 0, 0, 0}};
+  f.scenes = {{"common", {{0, 100, {{0, 4000, 0}, {4001, 9000, 1}}}}, uint16_t(120)},
+              {"night", {{0, 10, {}}, {11, 500, {{0, 65535, 1}}}}, std::nullopt}};
+  f.zooms = {{1.0f, {{0, 65535, {{0, 65535, 0}}}}, std::nullopt},
+             {2.5f, {{0, 65535, {{0, 65535, 1}}}}, uint16_t(40)}};
+  f.lut3dSize = 33;
+  f.triggerControl = "t", f.paramType = "p", f.paramRange = "r";
+  f.paramDataOffset = 800;
+  f.trailingBytes = {9, 8, 7};
+  const std::vector<uint8_t> original = serialize(f);
+  const ReadResult r = readCalibration(original);
+  // Warnings only: lut3d_size, the empty lux band, NaN and infinite shading, trailing bytes.
+  for (const Issue& i : r.issues) EXPECT_EQ(i.severity, Issue::Severity::Warning) << i.message;
+  EXPECT_EQ(r.issues.size(), 5u);
+
+  const fs::path dir = fs::temp_directory_path() / "lumo_calib_round_trip";
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  std::ofstream(dir / "d.json")
+      << exportDescription(r.file, dir.string(), (dir / "cubes").string()).dump(2);
+  EXPECT_TRUE(fs::exists(dir / "cubes" / "lut_001.cube"));
+  EXPECT_EQ(serialize(readDescription((dir / "d.json").string())), original);
+  fs::remove_all(dir);
 }

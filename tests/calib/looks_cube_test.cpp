@@ -60,35 +60,28 @@ TEST(Looks, ControlsMoveColoursTheWayTheirNamesSay) {
   EXPECT_EQ(point(lookWith(&LookParams::fade, 0.1), 0, 0, 0)[0], byteOf(0.1));
 }
 
-TEST(Cube, WrittenCubeReadsBackToTheSameBytes) {
+TEST(Cube, WrittenCubesReadBackOtherSizesAreResampledAndBrokenOnesNameTheFile) {
   const LutBlock lut = lookWith(&LookParams::contrast, 0.4);
   const std::string text = cubeText(lut, "teal");
   EXPECT_EQ(text.rfind("TITLE \"teal\"\nLUT_3D_SIZE 17\n", 0), 0u);
   EXPECT_EQ(text.find('\r'), std::string::npos);
-  const fs::path p = cubeFile("roundtrip.cube", text);
   CubeInfo info;
-  EXPECT_EQ(readCube(p.string(), &info), lut);
+  EXPECT_EQ(readCube(cubeFile("roundtrip.cube", text).string(), &info), lut);
   EXPECT_EQ(std::tie(info.title, info.size3d), std::make_tuple("teal", 17));
-  fs::remove(p);
-}
-
-TEST(Cube, OtherSizesAndDialectsAreResampledAndBrokenOnesNameTheFile) {
   // A 2-point inverting cube with comments, CRLF and an explicit domain.
-  const fs::path p = cubeFile(
-      "invert.cube",
-      "# inverted\r\nTITLE \"inv\"\r\nDOMAIN_MIN 0 0 0\r\nDOMAIN_MAX 1 1 1\r\nLUT_3D_SIZE 2\r\n"
-      "1 1 1\r\n0 1 1\r\n1 0 1\r\n0 0 1\r\n1 1 0\r\n0 1 0\r\n1 0 0\r\n0 0 0\r\n");
-  CubeInfo info;
-  const LutBlock lut = readCube(p.string(), &info);
+  const LutBlock inverted =
+      readCube(cubeFile("invert.cube",
+                        "# inverted\r\nTITLE \"inv\"\r\nDOMAIN_MIN 0 0 0\r\nDOMAIN_MAX 1 1 1\r\n"
+                        "LUT_3D_SIZE 2\r\n1 1 1\r\n0 1 1\r\n1 0 1\r\n0 0 1\r\n1 1 0\r\n0 1 0\r\n"
+                        "1 0 0\r\n0 0 0\r\n")
+                   .string(),
+               &info);
   EXPECT_EQ(info.size3d, 2);
   for (int i : {0, 5, 16}) {
-    const uint8_t* v = point(lut, i, 16 - i, 3);
-    EXPECT_NEAR(v[0], 255 - byteOf(i / 16.0), 1) << i;
-    EXPECT_NEAR(v[1], 255 - byteOf((16 - i) / 16.0), 1) << i;
-    EXPECT_NEAR(v[2], 255 - byteOf(3 / 16.0), 1) << i;
+    const uint8_t* v = point(inverted, i, 16 - i, 3);
+    const int want[] = {i, 16 - i, 3};
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(v[c], 255 - byteOf(want[c] / 16.0), 1) << i;
   }
-  fs::remove(p);
-
   const fs::path broken = cubeFile("broken.cube", "LUT_3D_SIZE 3\n0 0 0\n1 1 1\n");
   std::string error = "(accepted)";
   try {
@@ -97,5 +90,6 @@ TEST(Cube, OtherSizesAndDialectsAreResampledAndBrokenOnesNameTheFile) {
     error = e.what();
   }
   EXPECT_EQ(error.rfind(broken.string() + ": cannot read .cube file: ", 0), 0u) << error;
-  fs::remove(broken);
+  for (const char* name : {"roundtrip.cube", "invert.cube", "broken.cube"})
+    fs::remove(fs::temp_directory_path() / ("lumo_cube_" + std::string(name)));
 }

@@ -24,18 +24,7 @@ protected:
   };
 };
 
-TEST_F(FilterFactory, FallsBackToARecordingFilterOnTheDefaultJournal) {
-  if (hostsim::hasSdkFilterFactory()) GTEST_SKIP() << "an SDK is registered in this process";
-  hostsim::defaultFilterJournal()->clear();
-  Filter f(ProcessorCreator::createFilter(VideoFormat(9), false));
-  ASSERT_NE(f, nullptr);
-  f->clearEffects();
-  f.reset();
-  EXPECT_EQ(hostsim::defaultFilterJournal()->names(), std::vector<std::string>{"clearEffects"});
-  EXPECT_EQ(hostsim::defaultFilterJournal()->destroyed(), 1);
-}
-
-TEST_F(FilterFactory, OverrideWinsWhileItLivesAndCallsAreCounted) {
+TEST_F(FilterFactory, OverrideWinsWhileItLivesThenTheDefaultJournalRecords) {
   int made = 0;
   {
     hostsim::FilterFactoryOverride outer([&](VideoFormat f, bool b) -> VideoFilter* {
@@ -52,10 +41,18 @@ TEST_F(FilterFactory, OverrideWinsWhileItLivesAndCallsAreCounted) {
     f->setFilterScript("CubeLutEffect;cube_strength=1.0;@CvStyleEffect;Width=4;");
     EXPECT_EQ(f->getEffectCount(), 2);
   }
-  EXPECT_EQ(made, 1);
-  EXPECT_EQ(journal->destroyed(), 1);
-  EXPECT_EQ(hostsim::createFilterCalls(), 2);
+  EXPECT_EQ(std::make_tuple(made, journal->destroyed(), hostsim::createFilterCalls()),
+            std::make_tuple(1, 1, 2));
   EXPECT_EQ(hostsim::createFilterFormats(), (std::vector<int>{10, 10}));
+  // Without an override or an SDK in the process: a recording filter on the default journal.
+  ASSERT_FALSE(hostsim::hasSdkFilterFactory()) << "this test binary must not link the SDK";
+  hostsim::defaultFilterJournal()->clear();
+  Filter f(ProcessorCreator::createFilter(VideoFormat(9), false));
+  ASSERT_NE(f, nullptr);
+  f->clearEffects();
+  f.reset();
+  EXPECT_EQ(hostsim::defaultFilterJournal()->names(), std::vector<std::string>{"clearEffects"});
+  EXPECT_EQ(hostsim::defaultFilterJournal()->destroyed(), 1);
 }
 
 TEST_F(FilterFactory, FaultsCountDownOrLastForeverAndFailedCallsAreJournaled) {
@@ -67,21 +64,21 @@ TEST_F(FilterFactory, FaultsCountDownOrLastForeverAndFailedCallsAreJournaled) {
   const uint8_t lut[2 * 2 * 2 * 3] = {1, 2, 3};
   videoprocess::FilterFrameParam in{}, out{};
   in.width = 640;
-  EXPECT_FALSE(f->addLutEffectData(lut, 2, -1, 3, 512));
-  EXPECT_FALSE(f->addLutEffectData(lut, 2, -1, 3, 512));
-  EXPECT_TRUE(f->addLutEffectData(lut, 2, -1, 3, 512));
-  EXPECT_EQ(f->processFrame(&in, &out), -1);
-  EXPECT_EQ(f->processFrame(&in, &out), 0);
+  // Evaluated in order: two refused LUTs, one accepted, one failed render, one good.
+  const std::vector<int> results = {f->addLutEffectData(lut, 2, -1, 3, 512),
+                                    f->addLutEffectData(lut, 2, -1, 3, 512),
+                                    f->addLutEffectData(lut, 2, -1, 3, 512),
+                                    f->processFrame(&in, &out), f->processFrame(&in, &out)};
+  EXPECT_EQ(results, (std::vector<int>{0, 0, 1, -1, 0}));
   const hostsim::FilterFaults left = hostsim::filterFaults();
   EXPECT_EQ(left.failCreateCount + left.refuseLutCount + left.failRenderCount, 0);
+  std::vector<bool> failed;
+  for (const hostsim::FilterCall& call : journal->calls()) failed.push_back(call.failed);
+  ASSERT_EQ(failed, (std::vector<bool>{true, true, false, true, false}));
   const auto calls = journal->calls();
-  ASSERT_EQ(calls.size(), 5u);
-  const bool failed[] = {true, true, false, true, false};
-  for (size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].failed, failed[i]) << i;
-  EXPECT_EQ(calls[0].lut.size(), 24u);
-  EXPECT_EQ(calls[0].lut[2], 3);
-  EXPECT_EQ(calls[0].depth, 512);
-  EXPECT_EQ(calls[3].in.width, 640u);
+  EXPECT_EQ(
+      std::make_tuple(calls[0].lut.size(), calls[0].lut[2], calls[0].depth, calls[3].in.width),
+      std::make_tuple(24u, 3, 512, 640u));
 
   // A negative count fails forever and stays negative.
   hostsim::setFilterFaults({0, 0, -1});

@@ -10,6 +10,7 @@
 #include <vyalgo2/PluginWraper.h>
 
 #include <cerrno>
+#include <fstream>
 #include <iterator>
 
 #include "support.h"
@@ -22,14 +23,9 @@ using hostsim::PixelLayout;
 using vyalgo2::PluginUtils;
 
 android::sp<android::GraphicBuffer> wrap(const native_handle_t* handle, uint32_t width,
-                                         uint32_t height, int32_t format, uint32_t stride) {
+                                         uint32_t height, uint32_t stride, int32_t format = 0x11) {
   return new android::GraphicBuffer(handle, android::GraphicBuffer::WRAP_HANDLE, width, height,
                                     format, 1, 0x333, stride);
-}
-
-android::sp<android::GraphicBuffer> wrap(const ImageBuffer& b, uint32_t width, uint32_t stride) {
-  const vyalgo2::ImageParams p = b.imageParams();
-  return wrap(p.phHandle, width, p.height, static_cast<int32_t>(p.format), stride);
 }
 
 TEST(ImageBuffer, AllocatesEachFormatAndLeadsBackToTheSamePixels) {
@@ -70,7 +66,8 @@ TEST(ImageBuffer, AllocatesEachFormatAndLeadsBackToTheSamePixels) {
                         b->geometry().stride, last, 1, b->fd()));
     // Through GraphicBuffer, AHardwareBuffer and the EGL client buffer back to the same pixels.
     const uint32_t stride = b->geometry().stride;
-    android::sp<android::GraphicBuffer> gb = wrap(*b, c.g.width, stride);
+    android::sp<android::GraphicBuffer> gb =
+        wrap(p.phHandle, c.g.width, p.height, stride, p.format);
     ASSERT_EQ(gb->initCheck(), 0);
     AHardwareBuffer* hw = vyplatform::hardwareBufferFromClientBuffer(
         eglGetNativeClientBufferANDROID(gb->toAHardwareBuffer()));
@@ -96,11 +93,11 @@ TEST(ImageBuffer, AllocatesEachFormatAndLeadsBackToTheSamePixels) {
     ASSERT_EQ(AHardwareBuffer_lock(hw, 3, -1, nullptr, &address), 0);
     EXPECT_EQ(address, b->data());
     EXPECT_EQ(AHardwareBuffer_unlock(hw, nullptr), 0);
-    EXPECT_EQ(gb->getStrongCount(), 1);
+    // The hardware buffer's references are the GraphicBuffer's.
     AHardwareBuffer_acquire(hw);
-    EXPECT_EQ(gb->getStrongCount(), 2);
+    const int acquired = gb->getStrongCount();
     AHardwareBuffer_release(hw);
-    EXPECT_EQ(gb->getStrongCount(), 1);
+    EXPECT_EQ(std::make_pair(acquired, gb->getStrongCount()), std::make_pair(2, 1));
   }
 }
 
@@ -120,11 +117,11 @@ TEST(ImageBuffer, ImpossibleGeometryIsRejectedWithTheReason) {
   }
 }
 
-TEST(GraphicBuffer, UnknownHandlesAndWrongGeometryFailInitCheck) {
+TEST(GraphicBuffer, OnlyOurHandlesWithTheirGeometryAreTrustedClonesIncluded) {
   auto b = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 16, 8});
   ASSERT_NE(b, nullptr);
   native_handle_t* stranger = native_handle_create(0, 2);
-  android::sp<android::GraphicBuffer> unknown = wrap(stranger, 8, 4, 0x11, 16);
+  android::sp<android::GraphicBuffer> unknown = wrap(stranger, 8, 4, 16);
   EXPECT_EQ(unknown->initCheck(), -EINVAL);
   AHardwareBuffer_Planes planes;
   EXPECT_EQ(AHardwareBuffer_lockPlanes(unknown->toAHardwareBuffer(), 3, -1, nullptr, &planes),
@@ -132,29 +129,22 @@ TEST(GraphicBuffer, UnknownHandlesAndWrongGeometryFailInitCheck) {
   EXPECT_EQ(planes.planeCount, 0u);
   unknown.clear();
   native_handle_delete(stranger);
-  EXPECT_EQ(wrap(*b, 9, 16)->initCheck(), -EINVAL);  // wider than allocated
-  EXPECT_EQ(wrap(*b, 8, 32)->initCheck(), -EINVAL);  // another stride
-  EXPECT_EQ(wrap(*b, 8, 16)->initCheck(), 0);
-  EXPECT_EQ(wrap(nullptr, 8, 4, 0x11, 16)->initCheck(), -EINVAL);
-}
-
-TEST(GraphicBuffer, AClonedHandleFindsTheSameMemory) {
-  auto b = ImageBuffer::allocate({PixelLayout::NV12, 8, 4, 16, 8});
-  ASSERT_NE(b, nullptr);
-  const native_handle_t* original = b->handle();
-  native_handle_t* clone = native_handle_create(original->numFds, original->numInts);
-  clone->data[0] = dup(original->data[0]);
-  for (int i = 0; i < original->numInts; ++i) clone->data[1 + i] = original->data[1 + i];
+  const native_handle_t* h = b->handle();
+  EXPECT_EQ(std::make_tuple(wrap(h, 9, 4, 16)->initCheck(), wrap(h, 8, 4, 32)->initCheck(),
+                            wrap(nullptr, 8, 4, 16)->initCheck(), wrap(h, 8, 4, 16)->initCheck()),
+            std::make_tuple(-EINVAL, -EINVAL, -EINVAL, 0));  // wider, another stride, none, right
+  // A clone with a dup'ed fd finds the same memory, but only with our marker intact.
+  native_handle_t* clone = native_handle_create(h->numFds, h->numInts);
+  clone->data[0] = dup(h->data[0]);
+  for (int i = 0; i < h->numInts; ++i) clone->data[1 + i] = h->data[1 + i];
   EXPECT_EQ(hostsim::findImageBuffer(clone), b.get());
-  // Without our marker the same fd is not trusted.
   clone->data[1] ^= 1;
   EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
   clone->data[1] ^= 1;
   // Once the buffer is gone its memory is no longer an image, though the clone keeps it alive.
   b.reset();
   EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
-  EXPECT_EQ(native_handle_close(clone), 0);
-  EXPECT_EQ(native_handle_delete(clone), 0);
+  EXPECT_EQ(native_handle_close(clone) + native_handle_delete(clone), 0);
 }
 
 // Every byte gets a value that depends on where it is, so a misplaced sample shows.
@@ -173,7 +163,7 @@ std::vector<PlaneSpan> planeSpans(const ImageGeometry& g) {
           {size_t{g.stride} * g.scanline, g.stride, (g.height + 1) / 2u, (g.width + 1) / 2 * 2u}};
 }
 
-TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddings) {
+TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddingsAndRefusesMismatches) {
   const std::pair<ImageGeometry, ImageGeometry> cases[] = {
       {{PixelLayout::NV21, 10, 6, 16, 8}, {PixelLayout::NV21, 10, 6, 64, 12}},
       {{PixelLayout::NV12, 10, 6, 64, 12}, {PixelLayout::NV12, 10, 6, 0, 0}},
@@ -199,27 +189,31 @@ TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddings) {
     ASSERT_EQ(PluginUtils::vyCopyBuffer(&d, &s), 0);
     EXPECT_TRUE(std::equal(want.begin(), want.end(), dst->data())) << srcGeometry.width;
   }
-}
-
-TEST(VyCopyBuffer, RefusesMismatchesAndMissingPlanes) {
+  // Refused: another format, another size, no source, no first plane, an unknown format.
   auto a = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 0, 0});
-  auto b = ImageBuffer::allocate({PixelLayout::NV12, 8, 4, 0, 0});
-  auto c = ImageBuffer::allocate({PixelLayout::NV21, 8, 6, 0, 0});
-  vyalgo2::VyImageBuffer ra = a->imageBuffer(), rb = b->imageBuffer(), rc = c->imageBuffer();
-  vyalgo2::VyImageBuffer empty = ra, odd = ra;
-  empty.planeAddress[0] = 0;
-  odd.format = 0x23;
+  vyalgo2::VyImageBuffer ra = a->imageBuffer(), nv12 = ra, taller = ra, empty = ra, odd = ra;
+  nv12.format = 0x109, taller.height = 6, empty.planeAddress[0] = 0, odd.format = 0x23;
   vyalgo2::VyImageBuffer odd2 = odd;
   hostsim::LogCapture capture;
   const std::pair<vyalgo2::VyImageBuffer*, vyalgo2::VyImageBuffer*> refused[] = {
-      {&ra, &rb}, {&ra, &rc}, {&ra, nullptr}, {&ra, &empty}, {&odd2, &odd}};
+      {&ra, &nv12}, {&ra, &taller}, {&ra, nullptr}, {&ra, &empty}, {&odd2, &odd}};
   for (auto [dst, src] : refused) EXPECT_EQ(PluginUtils::vyCopyBuffer(dst, src), -1);
-  EXPECT_EQ(capture.androidMessages().size(), 4u);
+  EXPECT_EQ(capture.androidMessages().size(), 4u);  // all but the missing source are logged
 }
 
 class DumpToFile : public hostsim_test::DeviceRootTest {};
 
-TEST_F(DumpToFile, WritesEachPlaneAtItsStrideWithoutRowPaddingBelow) {
+TEST_F(DumpToFile, WritesEachPlaneAtItsStrideWithoutRowPaddingBelowIntoAnExistingFolder) {
+  hostsim::LogCapture capture;
+  auto first = ImageBuffer::allocate({PixelLayout::NV21, 4, 4, 0, 0});
+  vyalgo2::VyImageBuffer r = first->imageBuffer();
+  EXPECT_EQ(PluginUtils::dumpToFile(&r, "frame"), -1);
+  EXPECT_EQ(PluginUtils::dumpToFile(nullptr, "frame"), -1);
+  const auto records = capture.records();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(std::tie(records[0].priority, records[0].message),
+            std::make_tuple(6, "dumpToFile frame: dump folder " + dir.string() +
+                                   "/data/vendor/camera/ does not exist"));
   std::filesystem::create_directories(dir / "data/vendor/camera");
   const std::pair<ImageGeometry, const char*> cases[] = {
       {{PixelLayout::NV21, 6, 3, 8, 6}, ".nv21"},
@@ -228,32 +222,17 @@ TEST_F(DumpToFile, WritesEachPlaneAtItsStrideWithoutRowPaddingBelow) {
   for (const auto& [g, extension] : cases) {
     auto b = ImageBuffer::allocate(g);
     fillPattern(*b, 5);
-    vyalgo2::VyImageBuffer r = b->imageBuffer();
+    r = b->imageBuffer();
     ASSERT_EQ(PluginUtils::dumpToFile(&r, "IMG_[x]_input_6x3_8"), 0);
     std::ifstream in(dir / "data/vendor/camera" / (std::string("IMG_[x]_input_6x3_8") + extension),
                      std::ios::binary);
-    const std::string got(std::istreambuf_iterator<char>(in), {});
     // `height` rows of the luma (or RGBA) plane, then the chroma rows, each a full stride long.
     std::string want;
     for (const PlaneSpan& plane : planeSpans(b->geometry()))
       want.append(reinterpret_cast<const char*>(b->data() + plane.offset),
                   plane.pitch * plane.rows);
-    EXPECT_EQ(got.size(), want.size()) << extension;
-    EXPECT_TRUE(got == want) << extension;
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == want) << extension;
   }
-}
-
-TEST_F(DumpToFile, MissingFolderIsAnErrorOnTheLog) {
-  auto b = ImageBuffer::allocate({PixelLayout::NV21, 4, 4, 0, 0});
-  vyalgo2::VyImageBuffer r = b->imageBuffer();
-  hostsim::LogCapture capture;
-  EXPECT_EQ(PluginUtils::dumpToFile(&r, "frame"), -1);
-  const auto records = capture.records();
-  ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].priority, 6);
-  EXPECT_EQ(records[0].message, "dumpToFile frame: dump folder " + dir.string() +
-                                    "/data/vendor/camera/ does not exist");
-  EXPECT_EQ(PluginUtils::dumpToFile(nullptr, "frame"), -1);
 }
 
 }  // namespace

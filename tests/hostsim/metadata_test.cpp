@@ -34,30 +34,27 @@ TEST(VyMetadata, AbsentTagsAndVendorTagNumbers) {
   EXPECT_EQ(m2.find("org.example.a").count, 0u);
 }
 
-TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
+TEST(VyMetadata, TypedEntriesUpdatesErasureCopiesAndRefusals) {
   const char name[] = "IMG_0001";
   const int32_t faces[8] = {10, 20, 110, 220, 30, 40, 130, 240};
   const int64_t wide[2] = {-1, int64_t{1} << 40};
   const double precise = 0.1;
   const float zoom = 2.5f;
   const camera_metadata_rational_t ratio{3, 4};
-  struct Case {
-    const char* key;
-    uint8_t type;
-    const void* values;
-    size_t count, valueSize;
-  } cases[] = {{"org.example.name", TYPE_BYTE, name, 9, 1},
-               {"org.example.faces", TYPE_INT32, faces, 8, 4},
-               {"org.example.wide", TYPE_INT64, wide, 2, 8},
-               {"org.example.double", TYPE_DOUBLE, &precise, 1, 8},
-               {"org.example.zoom", TYPE_FLOAT, &zoom, 1, 4},
-               {"org.example.ratio", TYPE_RATIONAL, &ratio, 1, 8}};
+  // Key, type, values, their count and the size of one.
+  const std::tuple<const char*, uint8_t, const void*, size_t, size_t> cases[] = {
+      {"org.example.name", TYPE_BYTE, name, 9, 1},
+      {"org.example.faces", TYPE_INT32, faces, 8, 4},
+      {"org.example.wide", TYPE_INT64, wide, 2, 8},
+      {"org.example.double", TYPE_DOUBLE, &precise, 1, 8},
+      {"org.example.zoom", TYPE_FLOAT, &zoom, 1, 4},
+      {"org.example.ratio", TYPE_RATIONAL, &ratio, 1, 8}};
   VyMetadata m;
-  for (const Case& c : cases) {
-    ASSERT_EQ(m.update(c.key, c.type, c.values, c.count), 0);
-    const auto e = m.find(c.key);
-    EXPECT_EQ(std::make_tuple(e.type, e.count), std::make_tuple(c.type, c.count)) << c.key;
-    EXPECT_EQ(std::memcmp(e.data.u8, c.values, c.count * c.valueSize), 0) << c.key;
+  for (const auto& [key, type, values, count, size] : cases) {
+    ASSERT_EQ(m.update(key, type, values, count), 0);
+    const auto e = m.find(key);
+    EXPECT_EQ(std::make_tuple(e.type, e.count), std::make_tuple(type, count)) << key;
+    EXPECT_EQ(std::memcmp(e.data.u8, values, count * size), 0) << key;
   }
   EXPECT_EQ(m.entryCount(), 6u);
   // An update replaces the entry; a copy keeps its own.
@@ -72,20 +69,15 @@ TEST(VyMetadata, TypedEntriesUpdatesErasureAndCopies) {
   EXPECT_EQ(m.erase("org.example.name") + m.erase(uint32_t{0x1002F}), -2);
   copy = m;
   EXPECT_EQ(copy.entryCount(), 5u);
-}
-
-TEST(VyMetadata, RejectsUnknownTypesAndMissingData) {
-  VyMetadata m;
+  // Unknown types, missing data and empty names are refused; an empty entry has no values.
   const int32_t v = 1;
-  EXPECT_EQ(m.update("org.example.bad", NUM_TYPES, &v, 1), -1);
-  EXPECT_EQ(m.update(uint32_t{5}, 200, &v, 1), -1);
-  EXPECT_EQ(m.update(uint32_t{5}, TYPE_INT32, nullptr, 1), -1);
-  EXPECT_EQ(m.update("", TYPE_INT32, &v, 1), -1);
-  EXPECT_EQ(m.entryCount(), 0u);
-  // An empty entry is present but has no values.
+  EXPECT_EQ(std::make_tuple(m.update("org.example.bad", NUM_TYPES, &v, 1),
+                            m.update(uint32_t{5}, 200, &v, 1),
+                            m.update(uint32_t{5}, TYPE_INT32, nullptr, 1),
+                            m.update("", TYPE_INT32, &v, 1), m.entryCount()),
+            std::make_tuple(-1, -1, -1, -1, 5u));
   EXPECT_EQ(m.update(uint32_t{5}, TYPE_INT32, nullptr, 0), 0);
-  EXPECT_EQ(m.entryCount(), 1u);
-  EXPECT_EQ(m.find(uint32_t{5}).count, 0u);
+  EXPECT_EQ(std::make_tuple(m.entryCount(), m.find(uint32_t{5}).count), std::make_tuple(6u, 0u));
 }
 
 auto fields(const hostsim::FrameConditions& c) {
@@ -94,10 +86,8 @@ auto fields(const hostsim::FrameConditions& c) {
 }
 
 template <typename T>
-T at(const camera_metadata_ro_entry_t& e, size_t offset) {
-  T v;
-  std::memcpy(&v, e.data.u8 + offset, sizeof v);
-  return v;
+std::string bytesOf(const T& v) {
+  return std::string(reinterpret_cast<const char*>(&v), sizeof v);
 }
 
 TEST(FrameMetadata, FieldsLandWhereConsumersReadThem) {
@@ -111,25 +101,25 @@ TEST(FrameMetadata, FieldsLandWhereConsumersReadThem) {
   c.stylizationType = 3;
   auto m = hostsim::makeFrameMetadata(c);
   EXPECT_EQ(m->entryCount(), 7u);
-  auto awb = m->find("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl");
-  ASSERT_GE(awb.count, 16u);
-  // 70000 = 0x00011170, little-endian from byte 12.
-  EXPECT_EQ(std::vector<uint8_t>(awb.data.u8 + 11, awb.data.u8 + 16),
-            (std::vector<uint8_t>{0, 0x70, 0x11, 0x01, 0x00}));
-  auto aec = m->find("com.qti.stats.internal.perFrame.frameControl.AECFrameControl");
-  ASSERT_GE(aec.count, 100u);
-  EXPECT_EQ(at<float>(aec, 96), 412.9f);
-  auto scene = m->find("zentor.ai.asd.algoSceneDetectedAIResult");
-  ASSERT_EQ(scene.count, 1u);
-  EXPECT_EQ(at<uint32_t>(scene, 0), 0xFFFFFFFFu);
-  auto faces = m->find(uint32_t{ANDROID_STATISTICS_FACE_RECTANGLES});
-  EXPECT_EQ(faces.tag, 0x110006u);
-  EXPECT_EQ(std::vector<int32_t>(faces.data.i32, faces.data.i32 + faces.count),
-            (std::vector<int32_t>{1, 2, 3, 4, 5, 6, 7, 8}));
-  EXPECT_EQ(m->find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}).data.f[0], 1.5f);
-  EXPECT_STREQ(reinterpret_cast<const char*>(m->find("zentor.snapshot.imageName").data.u8),
-               "IMG_0001");
-  EXPECT_EQ(m->find("com.zentor.sessionparams.stylizationType").data.u8[0], 3);
+  const int32_t faces[] = {1, 2, 3, 4, 5, 6, 7, 8};
+  // Each tag, where its consumer reads, and what it must find there.
+  const std::tuple<uint32_t, size_t, std::string> cases[] = {
+      {VyMetadata::vendorTagId("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl"), 12,
+       bytesOf(uint32_t{70000})},
+      {VyMetadata::vendorTagId("com.qti.stats.internal.perFrame.frameControl.AECFrameControl"), 96,
+       bytesOf(412.9f)},
+      {VyMetadata::vendorTagId("zentor.ai.asd.algoSceneDetectedAIResult"), 0, bytesOf(~0u)},
+      {0x110006, 0, bytesOf(faces)},  // the standard face rectangles
+      {0x1002F, 0, bytesOf(1.5f)},    // the standard zoom ratio
+      {VyMetadata::vendorTagId("zentor.snapshot.imageName"), 0, std::string("IMG_0001", 9)},
+      {VyMetadata::vendorTagId("com.zentor.sessionparams.stylizationType"), 0, "\x03"}};
+  for (const auto& [tag, offset, want] : cases) {
+    const auto e = m->find(tag);
+    const size_t bytes = e.count * (e.type == TYPE_BYTE ? 1 : 4);
+    ASSERT_GE(bytes, offset + want.size()) << tag;
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(e.data.u8) + offset, want.size()), want)
+        << tag;
+  }
   EXPECT_TRUE(fields(hostsim::readFrameConditions(*m)) == fields(c));
 
   // Absent fields stay absent; an incomplete face rectangle is still written.

@@ -1,19 +1,14 @@
 // A plugin built like a real one (no RTTI, hidden symbols, one C entry) that
-// implements only what the interface leaves abstract. ENTRY_RESULT is what the
-// entry returns; NO_ENTRY misspells it; REGISTER_NOTHING registers no provider.
+// implements only what the interface leaves abstract. The build names the entry
+// (ENTRY), says what it returns (ENTRY_RESULT) and whether it registers (REGISTER).
 #include <vyalgo2/PluginWraper.h>
 #include <vyalgo2/Provider.h>
-
-#ifndef ENTRY_RESULT
-#define ENTRY_RESULT true
-#endif
 
 namespace {
 
 using namespace vyalgo2;
 
-class MinimalPlugin : public PluginWraper {
-public:
+struct MinimalPlugin : PluginWraper {
   int initialize(CreateInfo* info, VyaNodeInterface) override {
     return info ? static_cast<int>(info->processMode) : -1;
   }
@@ -25,13 +20,10 @@ public:
   void destroy() override {}
   bool isEnabled(VyaParams) override { return ++m_enabledCalls > 0; }
   void reset() override {}
-
-private:
   int m_enabledCalls = 0;
 };
 
-class MinimalProvider : public PluginWraperProvider {
-public:
+struct MinimalProvider : PluginWraperProvider {
   unsigned int getVersion() const override { return PLUMA_INTERFACE_VERSION; }
   std::string plumaGetType() const override { return PLUMA_PROVIDER_TYPE; }
   PluginWraper* create() const override { return new MinimalPlugin; }
@@ -40,13 +32,7 @@ public:
 
 }  // namespace
 
-#ifdef NO_ENTRY
-#define tavuconnect tavuconnect_misspelt
-#endif
-extern "C" __attribute__((visibility("default"))) bool tavuconnect(ProviderManager* registry) {
-#ifndef REGISTER_NOTHING
-  registry->add(new MinimalProvider);
-#endif
-  (void)registry;
+extern "C" __attribute__((visibility("default"))) bool ENTRY(ProviderManager* registry) {
+  if (REGISTER) registry->add(new MinimalProvider);
   return ENTRY_RESULT;
 }
