@@ -16,7 +16,7 @@ lumo_warnings(lumo_probe_plugin)
 lumo_add_gtest(lumo_cli_tests
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/lumo_cli_test.cpp
-  LIBS lumo_tool_core)
+  LIBS lumo_tool_core GTest::gmock)
 target_compile_definitions(lumo_cli_tests PRIVATE
   LUMO_TOOL="$<TARGET_FILE:lumo>"
   PROBE_PLUGIN="$<TARGET_FILE:lumo_probe_plugin>"
