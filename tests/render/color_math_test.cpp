@@ -11,20 +11,19 @@ namespace lumo::render {
 namespace {
 
 TEST(ColorMath, JfifConversionBothWays) {
-  struct Case {
-    double y, cb, cr, r, g, b;
-  } cases[] = {
+  const double cases[][6] = {
+      // Y, Cb, Cr -> R, G, B
       {128, 128, 128, 128, 128, 128},
       {0, 128, 128, 0, 0, 0},
       {100, 128, 200, 100 + 1.402 * 72, 100 - 0.714136 * 72, 100},
       {100, 20, 128, 100, 100 + 0.344136 * 108, 0},     // blue clamped at 0
       {250, 128, 255, 255, 250 - 0.714136 * 127, 250},  // red clamped at 255
   };
-  for (const Case& c : cases) {
-    const Rgb<double> rgb = yuvToRgb(c.y, c.cb, c.cr);
-    EXPECT_NEAR(rgb.r, c.r, 1e-9);
-    EXPECT_NEAR(rgb.g, c.g, 1e-9);
-    EXPECT_NEAR(rgb.b, c.b, 1e-9);
+  for (const auto& c : cases) {
+    const Rgb<double> rgb = yuvToRgb(c[0], c[1], c[2]);
+    EXPECT_NEAR(rgb.r, c[3], 1e-9);
+    EXPECT_NEAR(rgb.g, c[4], 1e-9);
+    EXPECT_NEAR(rgb.b, c[5], 1e-9);
   }
   // Pure colours forward: BT.601 luma weights, chroma at 128 +- 127.5 extremes.
   EXPECT_NEAR(lumaOf(Rgb<double>{255, 0, 0}), 76.245, 1e-9);

@@ -30,11 +30,8 @@ TEST(EffectScript, ReadsThePluginsScript) {
 }
 
 TEST(EffectScript, AcceptedShapes) {
-  struct Case {
-    const char* script;
-    size_t effects;
-    size_t warnings;
-  } cases[] = {
+  const std::tuple<const char*, size_t, size_t> cases[] = {
+      // script, effects, warnings
       {"", 0, 0},
       {"  ", 0, 0},
       {"CubeLutEffect", 1, 0},
@@ -50,21 +47,18 @@ TEST(EffectScript, AcceptedShapes) {
       {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-inf;SmoothEndValue=nan;", 1, 1},
       {"CvStyleEffect;SmoothStartValue=1e999;", 0, 1},  // out of range reads as infinity
   };
-  for (const Case& c : cases) {
-    const ScriptResult r = parseEffectScript(c.script);
-    EXPECT_TRUE(r.ok) << c.script << ": " << r.error;
-    EXPECT_EQ(r.chain.size(), c.effects) << c.script;
-    EXPECT_EQ(r.warnings.size(), c.warnings) << c.script;
+  for (const auto& [script, effects, warnings] : cases) {
+    const ScriptResult r = parseEffectScript(script);
+    EXPECT_TRUE(r.ok) << script << ": " << r.error;
+    EXPECT_EQ(r.chain.size(), effects) << script;
+    EXPECT_EQ(r.warnings.size(), warnings) << script;
   }
   EXPECT_EQ(parseEffectScript("CubeLutEffect;cube_strength=2;").chain.luts[0].strength, 1.0);
   EXPECT_EQ(parseEffectScript("CubeLutEffect;cube_strength=-nan;").chain.luts[0].strength, 0.0);
 }
 
 TEST(EffectScript, RefusedScriptsLeaveNoEffects) {
-  struct Case {
-    const char* script;
-    const char* error;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"Sepia;", "unknown effect \"Sepia\""},
       {"CubeLutEffect;@", "effect without a name"},
       {"@CubeLutEffect;", "effect without a name"},
@@ -83,11 +77,11 @@ TEST(EffectScript, RefusedScriptsLeaveNoEffects) {
        "CvStyleEffect: \"LightDarkPres\" is not key=value"},
       {"@@@@@@@@@@@@@@@@@", "more than 16 effects"},
   };
-  for (const Case& c : cases) {
-    const ScriptResult r = parseEffectScript(c.script);
-    EXPECT_FALSE(r.ok) << c.script;
-    EXPECT_EQ(r.error, c.error) << c.script;
-    EXPECT_TRUE(r.chain.empty()) << c.script;
+  for (const auto& [script, error] : cases) {
+    const ScriptResult r = parseEffectScript(script);
+    EXPECT_FALSE(r.ok) << script;
+    EXPECT_EQ(r.error, error) << script;
+    EXPECT_TRUE(r.chain.empty()) << script;
   }
 }
 

@@ -5,11 +5,6 @@
 #include <hwy/highway.h>
 #include <hwy/targets.h>
 
-#include <cstdlib>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "chain_plan.h"
 #include "fixed_point_kernels.h"
 #include "frame_renderer.h"
@@ -43,12 +38,12 @@ StyleEffect randomStyle(std::mt19937& rng, bool fixedPointRange = false) {
                 0,
                 0.5 * u(rng),
                 0.5 + 0.7 * u(rng),
-                0.5 + u(rng),
+                0.5 + u(rng),  // start, end, coord scale
                 -0.5 + 1.3 * u(rng),
                 -2 + 4 * u(rng),
-                -1 + 2 * u(rng),
+                -1 + 2 * u(rng),  // value scale, K, B
                 u(rng) < 0.3 ? 0 : -0.5 + u(rng),
-                u(rng)};
+                u(rng)};  // V, T
   if (!fixedPointRange) return s;
   s.valueScale = -0.95 + 1.9 * u(rng);
   s.preserveK = -3 + 6 * u(rng);
@@ -157,15 +152,14 @@ TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
   hwy::SetSupportedTargetsForTest(0);
 }
 
-FusedParams fusedParamsFor(const EffectChain& chain, const FusedTables& tables, uint32_t width,
-                           uint32_t height) {
-  return makeFusedParams(ChainPlan(chain, width, height), tables);
-}
-
-// Random, smooth and identity lattices at strengths 1, 0.5 and 0, without a
-// style, with one in range and with a gain near 2, through the fixed-point
-// kernel of the instruction set chosen now, in place; adds up the errors.
-void fixedPointAgainstReference(ErrorStats& all) {
+TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
+  std::vector<int64_t> targets;  // instruction sets of this machine that have the kernel
+  for (int64_t target : hwy::SupportedAndGeneratedTargets())
+    if (target == HWY_AVX3 || target == HWY_AVX3_DL || target == HWY_AVX2)
+      targets.push_back(target);
+  if (targets.empty()) GTEST_SKIP() << "no AVX2 or AVX-512 on this CPU";
+  // Random, smooth and identity lattices at strengths 1, 0.5 and 0, without a
+  // style, with one in range and with a gain near 2, in place.
   const Geometry geometries[] = {{FrameLayout::NV21, 256, 64, 0},
                                  {FrameLayout::NV12, 200, 31, 24},
                                  {FrameLayout::NV21, 450, 9, 3}};
@@ -175,47 +169,34 @@ void fixedPointAgainstReference(ErrorStats& all) {
   // Nearly doubles bright pixels: luma and chroma leave the byte range
   // before the output clamps them.
   const StyleEffect bright{0, 0, 0, 0.2, 1, 0.98, 0, 1, 0, 0};
-  std::mt19937 rng(99);
-  for (const Geometry& g : geometries)
-    for (int lattice = 0; lattice < 3; ++lattice)
-      for (double strength : {1.0, 0.5, 0.0})
-        for (int style = 0; style < 3; ++style) {
-          SCOPED_TRACE(std::to_string(g.width) + "x" + std::to_string(g.height) + " lattice " +
-                       std::to_string(lattice) + " strength " + std::to_string(strength) +
-                       " style " + std::to_string(style));
-          const LutLattice l = lattice == 0   ? testing::randomLattice(rng)
-                               : lattice == 1 ? smooth
-                                              : testing::identityLattice();
-          EffectChain chain = testing::lutChain(l, strength);
-          TestImage in(g.layout, g.width, g.height, g.padding);
-          in.fill(rng);
-          if (style == 1) testing::addStyle(chain, randomStyle(rng, true));
-          if (style == 2) {
-            testing::addStyle(chain, bright);
-            for (testing::GuardedBuffer* b : in.buffers())
-              for (size_t i = 0; i < b->size(); ++i) b->data()[i] |= 0xC0;
-          }
-          ASSERT_TRUE(
-              makeFixedPointParams(fusedParamsFor(chain, buildFusedTables(l), g.width, g.height),
-                                   chain, buildFixedPointTables(l))
-                  .usable);
-          FrameRenderer renderer({RenderPath::Fused, 2, true});
-          all.add(renderAndCompare(g, chain, in, in, renderer));
-          EXPECT_TRUE(renderer.lastUsedFixedPoint());
-        }
-}
-
-TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
-  std::vector<int64_t> targets;  // instruction sets of this machine that have the kernel
-  for (int64_t target : hwy::SupportedAndGeneratedTargets())
-    if (target == HWY_AVX3 || target == HWY_AVX3_DL || target == HWY_AVX2)
-      targets.push_back(target);
-  if (targets.empty()) GTEST_SKIP() << "no AVX2 or AVX-512 on this CPU";
   for (int64_t target : targets) {
     SCOPED_TRACE(hwy::TargetName(target));
     hwy::SetSupportedTargetsForTest(target);
     ErrorStats all;
-    fixedPointAgainstReference(all);
+    std::mt19937 rng(99);
+    for (const Geometry& g : geometries)
+      for (int lattice = 0; lattice < 3; ++lattice)
+        for (double strength : {1.0, 0.5, 0.0})
+          for (int style = 0; style < 3; ++style) {
+            SCOPED_TRACE(std::to_string(g.width) + "x" + std::to_string(g.height) + " lattice " +
+                         std::to_string(lattice) + " strength " + std::to_string(strength) +
+                         " style " + std::to_string(style));
+            const LutLattice l = lattice == 0   ? testing::randomLattice(rng)
+                                 : lattice == 1 ? smooth
+                                                : testing::identityLattice();
+            EffectChain chain = testing::lutChain(l, strength);
+            TestImage in(g.layout, g.width, g.height, g.padding);
+            in.fill(rng);
+            if (style == 1) testing::addStyle(chain, randomStyle(rng, true));
+            if (style == 2) {
+              testing::addStyle(chain, bright);
+              for (testing::GuardedBuffer* b : in.buffers())
+                for (size_t i = 0; i < b->size(); ++i) b->data()[i] |= 0xC0;
+            }
+            FrameRenderer renderer({RenderPath::Fused, 2, true});
+            all.add(renderAndCompare(g, chain, in, in, renderer));
+            EXPECT_TRUE(renderer.lastUsedFixedPoint());
+          }
     RecordProperty(std::string("mean_error_") + hwy::TargetName(target),
                    std::to_string(all.mean()));
     RecordProperty(std::string("bias_") + hwy::TargetName(target), std::to_string(all.bias()));
@@ -231,6 +212,10 @@ TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
   const LutLattice l = testing::identityLattice();
   const FusedTables tables = buildFusedTables(l);
   const FixedPointTables fixedTables = buildFixedPointTables(l);
+  const auto usable = [&](const EffectChain& chain, const FixedPointTables& fixed) {
+    return makeFixedPointParams(makeFusedParams(ChainPlan(chain, 64, 64), tables), chain, fixed)
+        .usable;
+  };
   struct Case {
     const char* name;
     double strength, valueScale, preserveK, preserveB, preserveV, preserveT;
@@ -254,38 +239,29 @@ TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
     if (c.valueScale != 0)
       testing::addStyle(
           chain, {0, 0, 0, 1, 1, c.valueScale, c.preserveK, c.preserveB, c.preserveV, c.preserveT});
-    EXPECT_EQ(
-        makeFixedPointParams(fusedParamsFor(chain, tables, 64, 64), chain, fixedTables).usable,
-        c.usable)
-        << c.name;
+    EXPECT_EQ(usable(chain, fixedTables), c.usable) << c.name;
   }
   // Without its tables (no LUT uploaded) the kernel cannot run.
-  const EffectChain chain = testing::lutChain(l);
-  EXPECT_FALSE(
-      makeFixedPointParams(fusedParamsFor(chain, tables, 64, 64), chain, FixedPointTables{})
-          .usable);
+  EXPECT_FALSE(usable(testing::lutChain(l), FixedPointTables{}));
 }
 
 TEST(RenderAccuracy, EnvironmentSwitchesChooseThePathAndThreads) {
-  const char* names[] = {"LUMO_RENDER_REFERENCE", "LUMO_RENDER_THREADS", "LUMO_RENDER_FIXED_POINT"};
-  struct Case {
-    const char* values[3];
-    RenderPath path;
-    size_t threads;  // 0: the machine's
-    bool fixedPoint;
-  } cases[] = {{{"1", "3", "0"}, RenderPath::Reference, 3, false},
-               {{"0", "zero", "1"}, RenderPath::Fused, 0, true}};
-  for (const Case& c : cases) {
-    for (int i = 0; i < 3; ++i) setenv(names[i], c.values[i], 1);
-    const RenderOptions o = renderOptionsFromEnvironment();
-    EXPECT_EQ(o.path, c.path);
-    EXPECT_EQ(o.fixedPoint, c.fixedPoint);
-    if (c.threads != 0) {
-      EXPECT_EQ(o.threads, c.threads);
-    }
-    EXPECT_GE(o.threads, 1u);
-  }
-  for (const char* name : names) unsetenv(name);
+  const auto with = [](const char* reference, const char* threads, const char* fixedPoint) {
+    setenv("LUMO_RENDER_REFERENCE", reference, 1);
+    setenv("LUMO_RENDER_THREADS", threads, 1);
+    setenv("LUMO_RENDER_FIXED_POINT", fixedPoint, 1);
+    return renderOptionsFromEnvironment();
+  };
+  const RenderOptions forced = with("1", "3", "0"), normal = with("0", "zero", "1");
+  EXPECT_EQ(forced.path, RenderPath::Reference);
+  EXPECT_EQ(forced.threads, 3u);
+  EXPECT_FALSE(forced.fixedPoint);
+  EXPECT_EQ(normal.path, RenderPath::Fused);
+  EXPECT_GE(normal.threads, 1u);  // "zero" is no count: the machine's
+  EXPECT_TRUE(normal.fixedPoint);
+  for (const char* name :
+       {"LUMO_RENDER_REFERENCE", "LUMO_RENDER_THREADS", "LUMO_RENDER_FIXED_POINT"})
+    unsetenv(name);
 }
 
 }  // namespace

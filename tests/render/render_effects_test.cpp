@@ -23,46 +23,36 @@ protected:
   }
 };
 
-TEST_P(RenderEffects, IdentityAndChannelSwapLatticesOnRgba) {
-  struct Case {
-    const char* name;
-    LutLattice lattice;
-    int source[3];  // input channel each output channel must equal
-  } cases[] = {{"identity", testing::identityLattice(), {0, 1, 2}},
-               {"swap r/g", testing::swapRedGreenLattice(), {1, 0, 2}}};
+// Identity and channel swap exactly, and a constant look mixed in at
+// strengths 0, 0.5 and 1: c + s (look - c), rounded half up; alpha untouched.
+TEST_P(RenderEffects, LutsAndStrengthOnRgba) {
+  using Colour = std::array<double, 3>;
+  using Look = Colour (*)(double, double, double);
+  const Look identity = [](double r, double g, double b) { return Colour{r, g, b}; };
+  const Look swap = [](double r, double g, double b) { return Colour{g, r, b}; };
+  const Look constant = [](double, double, double) { return Colour{200, 100, 0}; };
+  const std::tuple<const char*, Look, double> cases[] = {{"identity", identity, 1},
+                                                         {"swap r/g", swap, 1},
+                                                         {"constant, strength 0", constant, 0},
+                                                         {"constant, strength 0.5", constant, 0.5},
+                                                         {"constant, strength 1", constant, 1}};
   std::mt19937 rng(7);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, look, strength] : cases) {
+    SCOPED_TRACE(name);
     // Every code value on every channel: 256 x 3 pixels.
     TestImage in(FrameLayout::RGBA, 256, 3, 8), out(FrameLayout::RGBA, 256, 3, 8);
     in.fill(rng);
     for (uint32_t x = 0; x < 256; ++x)
       for (uint32_t y = 0; y < 3; ++y) in.at(x, y)[y] = uint8_t(x);
-    ASSERT_EQ(render(testing::lutChain(c.lattice), in, out), "");
+    ASSERT_EQ(render(testing::lutChain(testing::makeLattice(look), strength), in, out), "");
     for (uint32_t y = 0; y < 3; ++y)
       for (uint32_t x = 0; x < 256; ++x) {
         const uint8_t *p = in.at(x, y), *q = out.at(x, y);
-        for (int ch = 0; ch < 3; ++ch) ASSERT_EQ(q[ch], p[c.source[ch]]) << x << "," << y;
+        const Colour want = look(p[0], p[1], p[2]);
+        for (int ch = 0; ch < 3; ++ch)
+          ASSERT_EQ(q[ch], roundHalfUp(p[ch] + strength * (want[ch] - p[ch]))) << x << "," << y;
         ASSERT_EQ(q[3], p[3]) << "alpha";
       }
-  }
-}
-
-TEST_P(RenderEffects, StrengthMixesOriginalAndLookedUpColour) {
-  const double look[3] = {200, 100, 0};
-  std::mt19937 rng(11);
-  for (double strength : {0.0, 0.5, 1.0}) {
-    SCOPED_TRACE(strength);
-    TestImage in(FrameLayout::RGBA, 37, 5), out(FrameLayout::RGBA, 37, 5);
-    in.fill(rng);
-    ASSERT_EQ(render(testing::lutChain(testing::constantLattice(200, 100, 0), strength), in, out),
-              "");
-    for (uint32_t y = 0; y < 5; ++y)
-      for (uint32_t x = 0; x < 37; ++x)
-        for (int ch = 0; ch < 3; ++ch) {
-          const double v = in.at(x, y)[ch];
-          ASSERT_EQ(out.at(x, y)[ch], roundHalfUp(v + strength * (look[ch] - v)));
-        }
   }
 }
 
@@ -83,12 +73,8 @@ double expectedGain(const StyleEffect& s, double x, double y, double w, double h
 // Gray RGBA under the style alone, and gray NV21 wide enough for the 16-bit
 // kernel under identity LUT + style: the gain scales luma, gray stays gray.
 TEST_P(RenderEffects, StyleGainAndProtectionOnGrayFrames) {
-  struct Case {
-    const char* name;
-    StyleEffect style;
-    uint8_t level;
-    bool centreChanges, cornerChanges;
-  } cases[] = {
+  // name, style, gray level, whether the centre and a corner change
+  const std::tuple<const char*, StyleEffect, uint8_t, bool, bool> cases[] = {
       // Start 0.6 lies beyond the centre region: only the corners brighten.
       {"corners brighten", {0, 0, 0.6, 1.0, 1.0, 0.5, 0, 1, 0, 0}, 100, false, true},
       {"hard step at 0.5", {0, 0, 0.5, 0.5, 1.0, 0.5, 0, 1, 0, 0}, 100, false, true},
@@ -100,29 +86,29 @@ TEST_P(RenderEffects, StyleGainAndProtectionOnGrayFrames) {
       {"highlights protected", {0, 0, -1.0, 0.5, 1.0, -0.5, 0, 1, 0.1, 0.6}, 220, false, false},
       {"below the knee", {0, 0, -1.0, 0.5, 1.0, -0.5, 0, 1, 0.1, 0.6}, 100, true, true},
   };
-  for (const Case& c : cases)
+  for (const auto& [name, style, level, centreChanges, cornerChanges] : cases)
     for (FrameLayout layout : {FrameLayout::RGBA, FrameLayout::NV21}) {
-      SCOPED_TRACE(std::string(c.name) + (isYuv(layout) ? " NV21" : " RGBA"));
+      SCOPED_TRACE(std::string(name) + (isYuv(layout) ? " NV21" : " RGBA"));
       const uint32_t w = isYuv(layout) ? 128 : 40, h = isYuv(layout) ? 64 : 30;
       TestImage in(layout, w, h), out(layout, w, h);
-      in.fillConstant(c.level);
+      in.fillConstant(level);
       EffectChain chain;
       if (isYuv(layout)) {
         std::memset(in.view().chroma, 128, size_t(w) * h / 2);
         chain = testing::lutChain(testing::identityLattice());
       }
-      testing::addStyle(chain, c.style);
+      testing::addStyle(chain, style);
       ASSERT_EQ(render(chain, in, out), "");
       for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
-          const double gain = expectedGain(c.style, x, y, w, h, c.level / 255.0);
-          ASSERT_NEAR(out.at(x, y)[0], roundHalfUp(c.level * gain), 1) << x << "," << y;
+          const double gain = expectedGain(style, x, y, w, h, level / 255.0);
+          ASSERT_NEAR(out.at(x, y)[0], roundHalfUp(level * gain), 1) << x << "," << y;
           ASSERT_EQ(out.at(x, y)[0], out.at(x, y)[isYuv(layout) ? 0 : 2]);
         }
       for (uint32_t i = 0; isYuv(layout) && i < w * h / 2; ++i)  // gray stays gray
         ASSERT_NEAR(out.view().chroma[i], 128, 1);
-      EXPECT_EQ(*out.at(w / 2, h / 2) != c.level, c.centreChanges);
-      EXPECT_EQ(*out.at(0, 0) != c.level, c.cornerChanges);
+      EXPECT_EQ(*out.at(w / 2, h / 2) != level, centreChanges);
+      EXPECT_EQ(*out.at(0, 0) != level, cornerChanges);
     }
 }
 

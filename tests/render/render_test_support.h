@@ -118,10 +118,6 @@ inline LutLattice constantLattice(double r, double g, double b) {
   return makeLattice([=](double, double, double) { return std::array<double, 3>{r, g, b}; });
 }
 
-inline LutLattice swapRedGreenLattice() {
-  return makeLattice([](double r, double g, double b) { return std::array<double, 3>{g, r, b}; });
-}
-
 inline LutLattice randomLattice(std::mt19937& rng) {
   LutLattice lattice{};
   for (uint8_t& v : lattice) v = uint8_t(rng());

@@ -71,7 +71,7 @@ bool logged(const hostsim::LogCapture& capture, const std::string& text) {
 }
 
 // A constant look turns every pixel of RGBA, NV21 and NV12 frames padded to
-// 64 x 16 one colour, out of place and then in place; both video formats.
+// 64 x 16 one colour, out of place and then in place (profiled); both video formats.
 TEST(SdkFilter, RegisteredWithTheHostAndRendersPaddedFrames) {
   ASSERT_TRUE(hostsim::hasSdkFilterFactory());
   // The look's colour 200, 100, 50 in full-range BT.601.
@@ -95,8 +95,12 @@ TEST(SdkFilter, RegisteredWithTheHostAndRendersPaddedFrames) {
         copy(layout, 37, 11, 64, 16);
     for (size_t i = 0; i < in.image->size(); ++i) in.image->data()[i] = uint8_t(rng());
     std::memcpy(copy.image->data(), in.image->data(), in.image->size());
+    hostsim::LogCapture capture;
     ASSERT_EQ(filter->processFrame(&in.param, &out.param), 0);
+    EXPECT_FALSE(logged(capture, "processFrame: 37x11"));
+    filter->setProfiling(true);  // one info line per frame from now on
     ASSERT_EQ(filter->processFrame(&in.param, &in.param), 0);
+    EXPECT_TRUE(logged(capture, "processFrame: 37x11, 2 effects"));
     for (const WrappedImage* image : {&out, &in}) {
       for (const auto& [x, y] : {std::pair{37u, 0u}, {0u, 12u}})  // padding column and row
         EXPECT_EQ(*image->at(x, y), image == &out ? 0 : *copy.at(x, y)) << x << "," << y;
@@ -115,12 +119,8 @@ TEST(SdkFilter, RegisteredWithTheHostAndRendersPaddedFrames) {
 
 TEST(SdkFilter, RefusesUnusableLutsWithALogLine) {
   const LutLattice bytes = testing::identityLattice();
-  struct Case {
-    const char* script;
-    const uint8_t* lut;
-    int size, index, channels;
-    const char* log;
-  } cases[] = {
+  // script, lut, size, index, channels, log
+  const std::tuple<const char*, const uint8_t*, int, int, int, const char*> cases[] = {
       {kScript, nullptr, 17, -1, 3, "no LUT data"},
       {kScript, bytes.data(), 33, -1, 3, "lattice size 33 unsupported"},
       {kScript, bytes.data(), 17, -1, 4, "4 channels unsupported"},
@@ -129,39 +129,36 @@ TEST(SdkFilter, RefusesUnusableLutsWithALogLine) {
        "the script has no CubeLutEffect"},
       {"Garbage;", bytes.data(), 17, -1, 3, "the script has no CubeLutEffect"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [script, lut, size, index, channels, log] : cases) {
     auto filter = makeFilter();
-    filter->setFilterScript(c.script);
+    filter->setFilterScript(script);
     hostsim::LogCapture capture;
-    EXPECT_FALSE(filter->addLutEffectData(c.lut, c.size, c.index, c.channels, 512)) << c.log;
-    EXPECT_TRUE(logged(capture, c.log)) << c.log;
+    EXPECT_FALSE(filter->addLutEffectData(lut, size, index, channels, 512)) << log;
+    EXPECT_TRUE(logged(capture, log)) << log;
   }
 }
 
 TEST(SdkFilter, ScriptsItCannotUseLeaveNoEffectsAndSayWhy) {
-  struct Case {
-    const char* script;
-    int effects;
-    const char* log;
-  } cases[] = {
+  const std::tuple<const char*, int, const char*> cases[] = {
+      // script, effects, log
       {"CubeLutEffect;cube_strength=1.0;lut_type=1.0;@Blur;", 0,
        "script not understood, no effects: unknown effect \"Blur\""},
       {"CubeLutEffect;cube_strength=abc;", 0, "cube_strength is not a number"},
       {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-nan;SmoothEndValue=inf;", 1,
        "CvStyleEffect disabled: not finite: SmoothStartValue, SmoothEndValue"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [script, effects, log] : cases) {
     auto filter = makeFilter();
     hostsim::LogCapture capture;
-    filter->setFilterScript(c.script);
-    EXPECT_EQ(filter->getEffectCount(), c.effects) << c.script;
-    EXPECT_TRUE(logged(capture, c.log)) << c.script;
+    filter->setFilterScript(script);
+    EXPECT_EQ(filter->getEffectCount(), effects) << script;
+    EXPECT_TRUE(logged(capture, log)) << script;
     // Rendering still works: without effects the frame is copied.
     WrappedImage in(hostsim::PixelLayout::NV21, 8, 4, 0, 0),
         out(hostsim::PixelLayout::NV21, 8, 4, 0, 0);
     *in.at(5, 3) = 77;
     EXPECT_EQ(filter->processFrame(&in.param, &out.param), 0);
-    if (c.effects == 0) {
+    if (effects == 0) {
       EXPECT_EQ(*out.at(5, 3), 77);
     }
   }
@@ -180,11 +177,7 @@ TEST(SdkFilter, ClearEffectsDropsTheChainAndBadFramesAreRefused) {
       rgba(hostsim::PixelLayout::RGBA8888, 16, 8, 0, 0);
   FilterFrameParam empty{}, tooBig = nv21.param;
   tooBig.width = 32;
-  struct Case {
-    FilterFrameParam* in;
-    FilterFrameParam* out;
-    const char* log;
-  } cases[] = {
+  const std::tuple<FilterFrameParam*, FilterFrameParam*, const char*> cases[] = {
       {nullptr, &nv21.param, "missing input frame"},
       {&nv21.param, nullptr, "missing output frame"},
       {&empty, &nv21.param, "input unusable: no client buffer"},
@@ -192,25 +185,11 @@ TEST(SdkFilter, ClearEffectsDropsTheChainAndBadFramesAreRefused) {
       {&nv21.param, &small.param, "input and output sizes differ"},
       {&nv21.param, &rgba.param, "input and output colour families differ"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [in, out, log] : cases) {
     hostsim::LogCapture capture;
-    EXPECT_EQ(filter->processFrame(c.in, c.out), -1) << c.log;
-    EXPECT_TRUE(logged(capture, c.log)) << c.log;
+    EXPECT_EQ(filter->processFrame(in, out), -1) << log;
+    EXPECT_TRUE(logged(capture, log)) << log;
   }
-}
-
-TEST(SdkFilter, ProfilingLogsEachFrame) {
-  auto filter = makeFilter();
-  filter->setFilterScript(kScript);
-  const LutLattice bytes = testing::identityLattice();
-  ASSERT_TRUE(filter->addLutEffectData(bytes.data(), 17, -1, 3, 512));
-  WrappedImage image(hostsim::PixelLayout::NV12, 20, 6, 0, 0);
-  hostsim::LogCapture capture;
-  EXPECT_EQ(filter->processFrame(&image.param, &image.param), 0);
-  EXPECT_FALSE(logged(capture, "processFrame: 20x6"));
-  filter->setProfiling(true);
-  EXPECT_EQ(filter->processFrame(&image.param, &image.param), 0);
-  EXPECT_TRUE(logged(capture, "processFrame: 20x6, 2 effects"));
 }
 
 }  // namespace
