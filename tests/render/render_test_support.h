@@ -126,12 +126,8 @@ inline LutLattice randomLattice(std::mt19937& rng) {
 
 inline EffectChain lutChain(const LutLattice& lattice, double strength = 1.0) {
   EffectChain chain;
-  LutEffect lut;
-  lut.strength = strength;
-  lut.hasLattice = true;
-  lut.lattice = lattice;
   chain.order.push_back(EffectKind::Lut);
-  chain.luts.push_back(lut);
+  chain.luts.push_back(LutEffect{strength, true, lattice});
   return chain;
 }
 

@@ -54,30 +54,28 @@ TEST_F(ImageIo, PngIsExactAndJpegIsClose) {
 // Errors name the file first; raw data must fit its geometry.
 TEST_F(ImageIo, ReadsAcceptOnlyWhatTheDataSupports) {
   // A 6x3 NV12 with scanline 6 may keep its chroma padding rows or stop at the last used one.
-  struct Case {
-    std::string name;
-    long bytes;         // -1: no such file
-    const char* error;  // nullptr: accepted
-  } cases[] = {{"a_6x4_8.nv21", 8 * 4 + 8 * 2, nullptr},
-               {"b_6x3_8_6.nv12", 8 * 6 + 8 * 3, nullptr},
-               {"c_6x3_8_6.nv12", 8 * 6 + 8 * 2, nullptr},
-               {"d_6x4_8.nv21", 8 * 4 + 8 * 2 + 1, "bytes do not match"},
-               {"e_6x4_8.rgba", 8 * 4 * 4, nullptr},
-               {"f_6x4_8.rgba", 6 * 4 * 4, "bytes do not match"},
-               {"broken.png", 100, ""},
-               {"broken.jpg", 100, ""},
-               {"nosize.nv21", 96, ""},
-               {"missing.png", -1, ""}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    if (c.bytes >= 0) write(c.name, std::string(size_t(c.bytes), '\7'));
+  // name, size (-1: no such file), text of the error (nullptr: accepted)
+  const std::tuple<std::string, long, const char*> cases[] = {
+      {"a_6x4_8.nv21", 8 * 4 + 8 * 2, nullptr},
+      {"b_6x3_8_6.nv12", 8 * 6 + 8 * 3, nullptr},
+      {"c_6x3_8_6.nv12", 8 * 6 + 8 * 2, nullptr},
+      {"d_6x4_8.nv21", 8 * 4 + 8 * 2 + 1, "bytes do not match"},
+      {"e_6x4_8.rgba", 8 * 4 * 4, nullptr},
+      {"f_6x4_8.rgba", 6 * 4 * 4, "bytes do not match"},
+      {"broken.png", 100, ""},
+      {"broken.jpg", 100, ""},
+      {"nosize.nv21", 96, ""},
+      {"missing.png", -1, ""}};
+  for (const auto& [name, bytes, error] : cases) {
+    SCOPED_TRACE(name);
+    if (bytes >= 0) write(name, std::string(size_t(bytes), '\7'));
     try {
-      readImage(path(c.name));
-      EXPECT_EQ(c.error, nullptr) << "accepted";
+      readImage(path(name));
+      EXPECT_EQ(error, nullptr) << "accepted";
     } catch (const Failure& e) {
-      ASSERT_NE(c.error, nullptr) << e.what();
-      EXPECT_EQ(std::string(e.what()).rfind(path(c.name), 0), 0u) << e.what();
-      EXPECT_NE(std::string(e.what()).find(c.error), std::string::npos) << e.what();
+      ASSERT_NE(error, nullptr) << e.what();
+      EXPECT_EQ(std::string(e.what()).rfind(path(name), 0), 0u) << e.what();
+      EXPECT_NE(std::string(e.what()).find(error), std::string::npos) << e.what();
     }
   }
 }

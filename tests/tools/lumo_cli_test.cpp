@@ -107,9 +107,8 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
 TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
   writeRawInput(dir);
   const std::string first = "{\"instance\": \"preview\"}\n", p = "{\"instance\": \"preview\", ";
-  struct Case {
-    std::string line, message, plugin = kProbe;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
+      // second line, error after "s.jsonl:"
       {"\n" + p + "\n", "3: malformed JSON: parse error"},  // the parser's detail follows
       {p + R"("colour": 1})",
        "2: field \"colour\": unknown field (known: instance, frame, width, "
@@ -118,7 +117,7 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
       {p + R"("input": "in_4x2_6_4.nv21", "stride": 8})",
        "2: field \"input\": in_4x2_6_4.nv21: 36 bytes do not match nv21 4x2 stride 8 scanline 4 "
        "(expected 40 or 48 bytes)"},
-      {"", "", " --plugin /nonexistent/libx.so"},
+      {"", ""},  // with a plugin that is not there
       {R"({"frame": 1})", "2: field \"instance\": missing (\"preview\" or \"snapshot\")"},
       {R"({"instance": "video"})",
        "2: field \"instance\": expected \"preview\" or \"snapshot\", got \"video\""},
@@ -140,13 +139,14 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
       {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..65536, got 0"},
       {"[1, 2]", "2: expected one JSON object per line, got [1,2]"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
-    const Outcome o = replay(first + c.line + "\n", c.plugin);
+  for (const auto& [line, message] : cases) {
+    SCOPED_TRACE(line);
+    const Outcome o =
+        replay(first + line + "\n", line.empty() ? " --plugin /nonexistent/x.so" : kProbe);
     EXPECT_EQ(o.status, 1);
-    const std::string want = c.message.empty()
-                                 ? "lumo: /nonexistent/libx.so: no plugin library there (--plugin)"
-                                 : "lumo: s.jsonl:" + c.message;
+    const std::string want = line.empty()
+                                 ? "lumo: /nonexistent/x.so: no plugin library there (--plugin)"
+                                 : "lumo: s.jsonl:" + message;
     std::string error;  // the first line that is not the note about the calibration file
     std::istringstream lines(o.err);
     while (std::getline(lines, error) && error.starts_with("lumo: note: ")) continue;

@@ -75,6 +75,7 @@ TEST(Session, RawTagsCarryExactPayloads) {
 
 class ExifDump : public lumo_test::ScratchTest {};
 
+// One line per block: frame|width|height|aiscene|lux|cct|zoom|shading|lut bytes.
 TEST_F(ExifDump, BlocksSplitAtFrameNumbersOrAtWidth) {
   const std::string lut = "lut_algo_input=[ 250 251 252 253 254 255 0 1 2 3]\n";
   write("preview.txt",
@@ -83,21 +84,21 @@ TEST_F(ExifDump, BlocksSplitAtFrameNumbersOrAtWidth) {
             lut + "frameNum=4\nwidth=64\naiscene=food\n");
   write("snapshot.txt",
         "width=8\nheight=6\naiscene=protrait\n" + lut + "width=9\naiscene=common\n");
-  const auto preview = readExifDump(path("preview.txt"));
-  ASSERT_EQ(preview.size(), 2u);
-  const ExifBlock& p = preview[0];
-  EXPECT_EQ(p.frameNum, 3u);
-  EXPECT_EQ(p.width + "|" + p.height + "|" + p.aiscene + "|" + p.lux + "|" + p.cct + "|" +
-                p.zoomRatio + "|" + p.shading,
-            "64|48|night|10|4200|2.000000|[ 0.3 1 1 -0.55 -0.5 1.2 0.2 1]");
-  EXPECT_EQ(p.lut, (std::vector<uint8_t>{250, 251, 252, 253, 254, 255, 0, 1, 2, 3}));
-  EXPECT_EQ(preview[1].frameNum, 4u);
-  EXPECT_EQ(preview[1].aiscene, "food");
-  const auto snapshot = readExifDump(path("snapshot.txt"));
-  ASSERT_EQ(snapshot.size(), 2u);
-  EXPECT_FALSE(snapshot[0].frameNum.has_value());
-  EXPECT_EQ(snapshot[0].lut.size(), 10u);
-  EXPECT_EQ(snapshot[1].width, "9");
-  EXPECT_TRUE(snapshot[1].lut.empty());
-  EXPECT_TRUE(readExifDump(path("missing_exif.txt")).empty());
+  const auto blocks = [&](const char* file) {
+    std::string out;
+    for (const ExifBlock& b : readExifDump(path(file))) {
+      out += (b.frameNum ? std::to_string(*b.frameNum) : "-") + "|" + b.width + "|" + b.height +
+             "|" + b.aiscene + "|" + b.lux + "|" + b.cct + "|" + b.zoomRatio + "|" + b.shading +
+             "|";
+      for (uint8_t v : b.lut) out += std::to_string(v) + " ";
+      out += "\n";
+    }
+    return out;
+  };
+  const std::string bytes = "250 251 252 253 254 255 0 1 2 3 \n";
+  EXPECT_EQ(blocks("preview.txt"),
+            "3|64|48|night|10|4200|2.000000|[ 0.3 1 1 -0.55 -0.5 1.2 0.2 1]|" + bytes +
+                "4|64||food|||||\n");
+  EXPECT_EQ(blocks("snapshot.txt"), "-|8|6|protrait|||||" + bytes + "-|9||common|||||\n");
+  EXPECT_EQ(blocks("missing_exif.txt"), "");
 }
