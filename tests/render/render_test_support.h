@@ -44,7 +44,7 @@ private:
 };
 
 // One image in guarded memory: the luma (or RGBA) plane and the chroma plane
-// each end at a guard page. Padding bytes are filled with `padding`.
+// each end at a guard page; rows carry `rowPadding` bytes after the pixels.
 class TestImage {
 public:
   TestImage(FrameLayout layout, uint32_t width, uint32_t height, size_t rowPadding = 0)

@@ -1,8 +1,7 @@
 # Unit tests of the lumo tool's pieces, and black-box tests of the built tool.
 lumo_add_gtest(lumo_tool_unit_tests
   SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/image_io_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/session_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tool_unit_test.cpp
   LIBS lumo_tool_core)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
