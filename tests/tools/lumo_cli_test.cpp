@@ -201,18 +201,11 @@ TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
   }
 }
 
-class CalibCli : public ToolTest {
-protected:
-  void SetUp() override {
-    ToolTest::SetUp();
-    ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out,
-              "a.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n");
-  }
-};
-
 // The validator's and the description reader's messages are checked in tests/calib;
 // here: one report per file, exit 1 when one fails, and no output left behind.
-TEST_F(CalibCli, CheckDumpExportRebuildAndFailures) {
+TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out,
+            "a.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n");
   Outcome o = lumo("calib dump a.bin");
   for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
     EXPECT_THAT(o.out, HasSubstr(std::string("scene \"") + scene + "\""));
