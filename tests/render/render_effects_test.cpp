@@ -122,10 +122,8 @@ TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
   const uint8_t lumas[3][3] = {{10, 200, 90}, {60, 250, 30}, {0, 128, 255}};
   for (uint32_t y = 0; y < 3; ++y)
     for (uint32_t x = 0; x < 3; ++x) *in.at(x, y) = lumas[y][x];
-  for (uint32_t b = 0; b < 4; ++b) {
-    in.chromaAt(b % 2, b / 2)[0] = 255;  // Cr
-    in.chromaAt(b % 2, b / 2)[1] = 90;   // Cb
-  }
+  for (uint32_t b = 0; b < 4; ++b)
+    std::memcpy(in.chromaAt(b % 2, b / 2), "\xff\x5a", 2);  // Cr 255, Cb 90
   ASSERT_EQ(render(testing::lutChain(invertRed), in, out), "");
   const double u = 90 - 128.0, v = 255 - 128.0;
   // 1-D interpolation between the rounded lattice values of c (or of 255 - c).
