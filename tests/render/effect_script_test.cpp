@@ -30,11 +30,8 @@ TEST(EffectScript, ReadsThePluginsScript) {
 }
 
 TEST(EffectScript, AcceptedShapes) {
-  struct Case {
-    const char* script;
-    size_t effects;
-    size_t warnings;
-  } cases[] = {
+  const std::tuple<const char*, size_t, size_t> cases[] = {
+      // script, effects, warnings
       {"", 0, 0},
       {"  ", 0, 0},
       {"CubeLutEffect", 1, 0},
@@ -50,21 +47,18 @@ TEST(EffectScript, AcceptedShapes) {
       {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-inf;SmoothEndValue=nan;", 1, 1},
       {"CvStyleEffect;SmoothStartValue=1e999;", 0, 1},  // out of range reads as infinity
   };
-  for (const Case& c : cases) {
-    const ScriptResult r = parseEffectScript(c.script);
-    EXPECT_TRUE(r.ok) << c.script << ": " << r.error;
-    EXPECT_EQ(r.chain.size(), c.effects) << c.script;
-    EXPECT_EQ(r.warnings.size(), c.warnings) << c.script;
+  for (const auto& [script, effects, warnings] : cases) {
+    const ScriptResult r = parseEffectScript(script);
+    EXPECT_TRUE(r.ok) << script << ": " << r.error;
+    EXPECT_EQ(r.chain.size(), effects) << script;
+    EXPECT_EQ(r.warnings.size(), warnings) << script;
   }
   EXPECT_EQ(parseEffectScript("CubeLutEffect;cube_strength=2;").chain.luts[0].strength, 1.0);
   EXPECT_EQ(parseEffectScript("CubeLutEffect;cube_strength=-nan;").chain.luts[0].strength, 0.0);
 }
 
 TEST(EffectScript, RefusedScriptsLeaveNoEffects) {
-  struct Case {
-    const char* script;
-    const char* error;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"Sepia;", "unknown effect \"Sepia\""},
       {"CubeLutEffect;@", "effect without a name"},
       {"@CubeLutEffect;", "effect without a name"},
@@ -83,38 +77,27 @@ TEST(EffectScript, RefusedScriptsLeaveNoEffects) {
        "CvStyleEffect: \"LightDarkPres\" is not key=value"},
       {"@@@@@@@@@@@@@@@@@", "more than 16 effects"},
   };
-  for (const Case& c : cases) {
-    const ScriptResult r = parseEffectScript(c.script);
-    EXPECT_FALSE(r.ok) << c.script;
-    EXPECT_EQ(r.error, c.error) << c.script;
-    EXPECT_TRUE(r.chain.empty()) << c.script;
+  for (const auto& [script, error] : cases) {
+    const ScriptResult r = parseEffectScript(script);
+    EXPECT_FALSE(r.ok) << script;
+    EXPECT_EQ(r.error, error) << script;
+    EXPECT_TRUE(r.chain.empty()) << script;
   }
 }
 
 TEST(EffectScript, ANumberIsTheWholeText) {
-  struct Case {
-    const char* text;
-    bool ok;
-    double value;
-  } cases[] = {
-      {"0.100000", true, 0.1}, {"12", true, 12},          {"-3.5", true, -3.5},
-      {"+2", true, 2},         {" 7 ", true, 7},          {"1e3", true, 1000},
-      {"inf", true, INFINITY}, {"-inf", true, -INFINITY}, {"", false, 0},
-      {"1,5", false, 0},       {"0x10", false, 0},        {"1 2", false, 0},
-      {"--1", false, 0},
-  };
-  for (const Case& c : cases) {
+  const std::pair<const char*, double> accepted[] = {
+      {"0.100000", 0.1}, {"12", 12},        {"-3.5", -3.5},      {"+2", 2},    {" 7 ", 7},
+      {"1e3", 1000},     {"inf", INFINITY}, {"-inf", -INFINITY}, {"nan", NAN}, {"-nan", NAN}};
+  for (const auto& [text, value] : accepted) {
     double v = -99;
-    EXPECT_EQ(parseNumber(c.text, v), c.ok) << c.text;
-    if (c.ok) {
-      EXPECT_EQ(v, c.value) << c.text;
-    }
+    EXPECT_TRUE(parseNumber(text, v)) << text;
+    EXPECT_TRUE(v == value || (std::isnan(v) && std::isnan(value))) << text << ": " << v;
   }
-  double v = 0;
-  EXPECT_TRUE(parseNumber("nan", v));
-  EXPECT_TRUE(std::isnan(v));
-  EXPECT_TRUE(parseNumber("-nan", v));
-  EXPECT_TRUE(std::isnan(v));
+  for (const char* text : {"", "1,5", "0x10", "1 2", "--1"}) {
+    double v = 0;
+    EXPECT_FALSE(parseNumber(text, v)) << text;
+  }
 }
 
 }  // namespace

@@ -5,11 +5,6 @@
 #include <hwy/highway.h>
 #include <hwy/targets.h>
 
-#include <cstdlib>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "chain_plan.h"
 #include "fixed_point_kernels.h"
 #include "frame_renderer.h"
@@ -35,17 +30,27 @@ const Geometry kGeometries[] = {
     {FrameLayout::NV21, 200, 66, 56},
 };
 
-StyleEffect randomStyle(std::mt19937& rng) {
+// Random style parameters; `fixedPointRange` keeps them inside the
+// fixed-point kernel's ranges, hard steps and knees of either sign included.
+StyleEffect randomStyle(std::mt19937& rng, bool fixedPointRange = false) {
   std::uniform_real_distribution<double> u(0, 1);
-  StyleEffect s;
-  s.smoothStart = 0.5 * u(rng);
-  s.smoothEnd = 0.5 + 0.7 * u(rng);
-  s.coordScale = 0.5 + u(rng);
-  s.valueScale = -0.5 + 1.3 * u(rng);
-  s.preserveK = -2 + 4 * u(rng);
-  s.preserveB = -1 + 2 * u(rng);
-  s.preserveV = u(rng) < 0.3 ? 0 : -0.5 + u(rng);
-  s.preserveT = u(rng);
+  StyleEffect s{0,
+                0,
+                0.5 * u(rng),
+                0.5 + 0.7 * u(rng),
+                0.5 + u(rng),  // start, end, coord scale
+                -0.5 + 1.3 * u(rng),
+                -2 + 4 * u(rng),
+                -1 + 2 * u(rng),  // value scale, K, B
+                u(rng) < 0.3 ? 0 : -0.5 + u(rng),
+                u(rng)};  // V, T
+  if (!fixedPointRange) return s;
+  s.valueScale = -0.95 + 1.9 * u(rng);
+  s.preserveK = -3 + 6 * u(rng);
+  s.preserveB = -1 + 2.5 * u(rng);
+  s.preserveV = u(rng) < 0.3 ? 0 : (u(rng) < 0.5 ? -1 : 1) * (0.15 + 0.85 * u(rng));
+  s.preserveT = 1.2 * u(rng);
+  if (u(rng) < 0.2) s.smoothEnd = s.smoothStart;
   return s;
 }
 
@@ -57,6 +62,12 @@ struct ErrorStats {
   size_t paddingChanged = 0;
   double mean() const { return samples == 0 ? 0 : sum / double(samples); }
   double bias() const { return samples == 0 ? 0 : signedSum / double(samples); }
+  void add(const ErrorStats& o) {
+    maxError = std::max(maxError, o.maxError);
+    sum += o.sum;
+    signedSum += o.signedSum;
+    samples += o.samples;
+  }
 };
 
 // Compares the visible samples of `got` and `want`; counts padding bytes of
@@ -64,27 +75,45 @@ struct ErrorStats {
 ErrorStats compare(const TestImage& got, const TestImage& want, const TestImage& before) {
   ErrorStats stats;
   const FrameView& v = got.view();
-  const size_t rowBytes = v.layout == FrameLayout::RGBA ? 4 * size_t(v.width) : v.width;
   auto plane = [&](const uint8_t* g, const uint8_t* w, const uint8_t* b, size_t stride, size_t rows,
                    size_t visible) {
     for (size_t y = 0; y < rows; ++y)
-      for (size_t x = 0; x < stride && y * stride + x < rows * stride; ++x) {
-        const size_t at = y * stride + x;
+      for (size_t x = 0, at = y * stride; x < stride; ++x, ++at) {
         if (x >= visible) {
-          if (y + 1 < rows) stats.paddingChanged += g[at] != b[at];
+          if (y + 1 < rows) stats.paddingChanged += g[at] != b[at];  // the last row has none
           continue;
         }
-        const int d = int(g[at]) - int(w[at]), e = std::abs(d);
-        stats.maxError = std::max(stats.maxError, e);
-        stats.sum += e;
+        const int d = int(g[at]) - int(w[at]);
+        stats.maxError = std::max(stats.maxError, std::abs(d));
+        stats.sum += std::abs(d);
         stats.signedSum += d;
         ++stats.samples;
       }
   };
-  plane(v.luma, want.view().luma, before.view().luma, v.lumaStride, v.height, rowBytes);
+  plane(v.luma, want.view().luma, before.view().luma, v.lumaStride, v.height,
+        (isYuv(v.layout) ? 1 : 4) * size_t(v.width));
   if (isYuv(v.layout))
     plane(v.chroma, want.view().chroma, before.view().chroma, v.chromaStride, (v.height + 1) / 2,
           2 * size_t((v.width + 1) / 2));
+  return stats;
+}
+
+// Renders `in` over an output holding `before` (in place when they are the
+// same image) and checks it against the reference: max error 1, mean at
+// most 0.05, padding untouched. Returns the errors.
+ErrorStats renderAndCompare(const Geometry& g, const EffectChain& chain, const TestImage& in,
+                            const TestImage& before, FrameRenderer& renderer) {
+  TestImage want(g.layout, g.width, g.height, g.padding),
+      got(g.layout, g.width, g.height, g.padding);
+  want.copyFrom(before);
+  got.copyFrom(before);
+  renderReferenceRows(ChainPlan(chain, g.width, g.height), in.view(), want.view(), 0, g.height);
+  renderer.setChain(chain);
+  EXPECT_EQ(renderer.render(&in == &before ? got.view() : in.view(), got.view()), "");
+  const ErrorStats stats = compare(got, want, before);
+  EXPECT_LE(stats.maxError, 1);
+  EXPECT_LE(stats.mean(), 0.05);
+  EXPECT_EQ(stats.paddingChanged, 0u);
   return stats;
 }
 
@@ -100,22 +129,11 @@ void expectAgreement(const RenderOptions& options, const std::string& label) {
           testing::lutChain(testing::randomLattice(rng), 0.25 + 0.75 * (rng() % 4) / 3.0);
       if (withStyle) testing::addStyle(chain, randomStyle(rng));
       TestImage in(g.layout, g.width, g.height, g.padding),
-          want(g.layout, g.width, g.height, g.padding);
-      TestImage got(g.layout, g.width, g.height, g.padding),
           before(g.layout, g.width, g.height, g.padding);
       in.fill(rng);
       before.fill(rng);
-      got.copyFrom(before);
-      want.copyFrom(before);
-      const ChainPlan plan(chain, g.width, g.height);
-      renderReferenceRows(plan, in.view(), want.view(), 0, g.height);
       FrameRenderer renderer(options);
-      renderer.setChain(chain);
-      ASSERT_EQ(renderer.render(in.view(), got.view()), "");
-      const ErrorStats stats = compare(got, want, before);
-      EXPECT_LE(stats.maxError, 1);
-      EXPECT_LE(stats.mean(), 0.05);
-      EXPECT_EQ(stats.paddingChanged, 0u);
+      renderAndCompare(g, chain, in, before, renderer);
     }
   }
 }
@@ -134,107 +152,49 @@ TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
   hwy::SetSupportedTargetsForTest(0);
 }
 
-// Instruction sets of this machine that have the fixed-point kernel.
-std::vector<int64_t> fixedPointTargets() {
-  std::vector<int64_t> targets;
-  for (int64_t target : hwy::SupportedAndGeneratedTargets())
-    if (target == HWY_AVX3 || target == HWY_AVX3_DL || target == HWY_AVX2)
-      targets.push_back(target);
-  return targets;
-}
-
-// Style parameters inside the fixed-point kernel's ranges, hard steps and
-// knees included.
-StyleEffect fixedPointStyle(std::mt19937& rng) {
-  std::uniform_real_distribution<double> u(0, 1);
-  StyleEffect s = randomStyle(rng);
-  s.valueScale = -0.95 + 1.9 * u(rng);
-  s.preserveK = -3 + 6 * u(rng);
-  s.preserveB = -1 + 2.5 * u(rng);
-  s.preserveV = u(rng) < 0.3 ? 0 : (u(rng) < 0.5 ? -1 : 1) * (0.15 + 0.85 * u(rng));
-  s.preserveT = 1.2 * u(rng);
-  if (u(rng) < 0.2) s.smoothEnd = s.smoothStart;
-  return s;
-}
-
-FusedParams fusedParamsFor(const EffectChain& chain, const FusedTables& tables, uint32_t width,
-                           uint32_t height) {
-  return makeFusedParams(ChainPlan(chain, width, height), tables);
-}
-
-// Renders random frames through the fixed-point kernel of the instruction
-// set chosen now and compares them with the reference; adds up the errors.
-void fixedPointAgainstReference(ErrorStats& all) {
+TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
+  // Random, smooth and identity lattices at strengths 1, 0.5 and 0, without a
+  // style, with one in range and with a gain near 2, in place.
   const Geometry geometries[] = {{FrameLayout::NV21, 256, 64, 0},
                                  {FrameLayout::NV12, 200, 31, 24},
                                  {FrameLayout::NV21, 450, 9, 3}};
   const LutLattice smooth = testing::makeLattice([](double r, double g, double b) {
     return std::array<double, 3>{0.8 * r + 0.2 * g + 20, g * g / 255, 255 - 0.9 * b};
   });
-  std::mt19937 rng(99);
-  for (const Geometry& g : geometries) {
-    for (int lattice = 0; lattice < 3; ++lattice) {
-      for (double strength : {1.0, 0.5, 0.0}) {
-        for (int style = 0; style < 3; ++style) {
-          SCOPED_TRACE(std::to_string(g.width) + "x" + std::to_string(g.height) + " lattice " +
-                       std::to_string(lattice) + " strength " + std::to_string(strength) +
-                       " style " + std::to_string(style));
-          const LutLattice l = lattice == 0   ? testing::randomLattice(rng)
-                               : lattice == 1 ? smooth
-                                              : testing::identityLattice();
-          EffectChain chain = testing::lutChain(l, strength);
-          TestImage in(g.layout, g.width, g.height, g.padding);
-          in.fill(rng);
-          if (style == 1) testing::addStyle(chain, fixedPointStyle(rng));
-          if (style == 2) {
-            // Nearly doubles bright pixels: luma and chroma leave the byte range
-            // before the output clamps them.
-            StyleEffect bright;
-            bright.smoothEnd = 0.2;
-            bright.coordScale = 1;
-            bright.valueScale = 0.98;
-            bright.preserveB = 1;
-            testing::addStyle(chain, bright);
-            for (testing::GuardedBuffer* b : in.buffers())
-              for (size_t i = 0; i < b->size(); ++i) b->data()[i] |= 0xC0;
-          }
-          const FusedTables tables = buildFusedTables(l);
-          const FixedPointTables fixedTables = buildFixedPointTables(l);
-          ASSERT_TRUE(makeFixedPointParams(fusedParamsFor(chain, tables, g.width, g.height), chain,
-                                           fixedTables)
-                          .usable);
-          TestImage want(g.layout, g.width, g.height, g.padding),
-              got(g.layout, g.width, g.height, g.padding);
-          want.copyFrom(in);
-          got.copyFrom(in);
-          renderReferenceRows(ChainPlan(chain, g.width, g.height), in.view(), want.view(), 0,
-                              g.height);
-          FrameRenderer renderer({RenderPath::Fused, 2, true});
-          renderer.setChain(chain);
-          ASSERT_EQ(renderer.render(got.view(), got.view()), "");  // in place
-          EXPECT_TRUE(renderer.lastUsedFixedPoint());
-          const ErrorStats stats = compare(got, want, in);
-          EXPECT_LE(stats.maxError, 1);
-          EXPECT_LE(stats.mean(), 0.05);
-          EXPECT_EQ(stats.paddingChanged, 0u);
-          all.maxError = std::max(all.maxError, stats.maxError);
-          all.sum += stats.sum;
-          all.signedSum += stats.signedSum;
-          all.samples += stats.samples;
-        }
-      }
-    }
-  }
-}
-
-TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
-  const auto targets = fixedPointTargets();
-  if (targets.empty()) GTEST_SKIP() << "no AVX2 or AVX-512 on this CPU";
-  for (int64_t target : targets) {
+  // Nearly doubles bright pixels: luma and chroma leave the byte range
+  // before the output clamps them.
+  const StyleEffect bright{0, 0, 0, 0.2, 1, 0.98, 0, 1, 0, 0};
+  bool tested = false;  // on instruction sets of this machine that have the kernel
+  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    if (target != HWY_AVX3 && target != HWY_AVX3_DL && target != HWY_AVX2) continue;
+    tested = true;
     SCOPED_TRACE(hwy::TargetName(target));
     hwy::SetSupportedTargetsForTest(target);
     ErrorStats all;
-    fixedPointAgainstReference(all);
+    std::mt19937 rng(99);
+    for (const Geometry& g : geometries)
+      for (int lattice = 0; lattice < 3; ++lattice)
+        for (double strength : {1.0, 0.5, 0.0})
+          for (int style = 0; style < 3; ++style) {
+            SCOPED_TRACE(std::to_string(g.width) + "x" + std::to_string(g.height) + " lattice " +
+                         std::to_string(lattice) + " strength " + std::to_string(strength) +
+                         " style " + std::to_string(style));
+            const LutLattice l = lattice == 0   ? testing::randomLattice(rng)
+                                 : lattice == 1 ? smooth
+                                                : testing::identityLattice();
+            EffectChain chain = testing::lutChain(l, strength);
+            TestImage in(g.layout, g.width, g.height, g.padding);
+            in.fill(rng);
+            if (style == 1) testing::addStyle(chain, randomStyle(rng, true));
+            if (style == 2) {
+              testing::addStyle(chain, bright);
+              for (testing::GuardedBuffer* b : in.buffers())
+                for (size_t i = 0; i < b->size(); ++i) b->data()[i] |= 0xC0;
+            }
+            FrameRenderer renderer({RenderPath::Fused, 2, true});
+            all.add(renderAndCompare(g, chain, in, in, renderer));
+            EXPECT_TRUE(renderer.lastUsedFixedPoint());
+          }
     RecordProperty(std::string("mean_error_") + hwy::TargetName(target),
                    std::to_string(all.mean()));
     RecordProperty(std::string("bias_") + hwy::TargetName(target), std::to_string(all.bias()));
@@ -244,62 +204,63 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
     EXPECT_LE(std::abs(all.bias()), 0.003);
   }
   hwy::SetSupportedTargetsForTest(0);
+  if (!tested) GTEST_SKIP() << "no AVX2 or AVX-512 on this CPU";
 }
 
 TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
   const LutLattice l = testing::identityLattice();
   const FusedTables tables = buildFusedTables(l);
   const FixedPointTables fixedTables = buildFixedPointTables(l);
-  const auto usable = [&](const EffectChain& chain) {
-    return makeFixedPointParams(fusedParamsFor(chain, tables, 64, 64), chain, fixedTables).usable;
+  const auto usable = [&](const EffectChain& chain, const FixedPointTables& fixed) {
+    return makeFixedPointParams(makeFusedParams(ChainPlan(chain, 64, 64), tables), chain, fixed)
+        .usable;
   };
-  EXPECT_TRUE(usable(testing::lutChain(l)));
-  EXPECT_TRUE(usable(testing::lutChain(l, 0)));
-  EXPECT_FALSE(usable(testing::lutChain(l, 1.5)));
-  EXPECT_FALSE(usable(testing::lutChain(l, -0.1)));
-  EXPECT_FALSE(makeFixedPointParams(fusedParamsFor(testing::lutChain(l), tables, 64, 64),
-                                    testing::lutChain(l), FixedPointTables{})
-                   .usable);
   struct Case {
     const char* name;
-    double valueScale, preserveK, preserveB, preserveV, preserveT;
+    double strength, valueScale, preserveK, preserveB, preserveV, preserveT;
     bool usable;
   } cases[] = {
-      {"in range", -0.5, 1, 0, 0.5, 0.9, true},
-      {"gain reaches 2", 1.0, 1, 0, 0.5, 0.9, false},
-      {"gain below 0", -1.2, 1, 0, 0.5, 0.9, false},
-      {"slope past Q12", -0.5, 9, 0, 0.5, 0.9, false},
-      {"offset past Q12", -0.5, 1, -8.5, 0.5, 0.9, false},
-      {"knee slope 10", -0.5, 1, 0, 0.1, 0.9, false},
-      {"knee offset 10", -0.5, 1, 0, 0.5, 5, false},
-      {"no knee", -0.5, 1, 0, 0, 0.9, true},
+      {"LUT only", 1, 0, 0, 0, 0, 0, true},
+      {"strength 0", 0, 0, 0, 0, 0, 0, true},
+      {"strength 1.5", 1.5, 0, 0, 0, 0, 0, false},
+      {"strength below 0", -0.1, 0, 0, 0, 0, 0, false},
+      {"in range", 1, -0.5, 1, 0, 0.5, 0.9, true},
+      {"gain reaches 2", 1, 1.0, 1, 0, 0.5, 0.9, false},
+      {"gain below 0", 1, -1.2, 1, 0, 0.5, 0.9, false},
+      {"slope past Q12", 1, -0.5, 9, 0, 0.5, 0.9, false},
+      {"offset past Q12", 1, -0.5, 1, -8.5, 0.5, 0.9, false},
+      {"knee slope 10", 1, -0.5, 1, 0, 0.1, 0.9, false},
+      {"knee offset 10", 1, -0.5, 1, 0, 0.5, 5, false},
+      {"no knee", 1, -0.5, 1, 0, 0, 0.9, true},
   };
   for (const Case& c : cases) {
-    EffectChain chain = testing::lutChain(l);
-    testing::addStyle(
-        chain, {0, 0, 0, 1, 1, c.valueScale, c.preserveK, c.preserveB, c.preserveV, c.preserveT});
-    EXPECT_EQ(usable(chain), c.usable) << c.name;
+    EffectChain chain = testing::lutChain(l, c.strength);
+    if (c.valueScale != 0)
+      testing::addStyle(
+          chain, {0, 0, 0, 1, 1, c.valueScale, c.preserveK, c.preserveB, c.preserveV, c.preserveT});
+    EXPECT_EQ(usable(chain, fixedTables), c.usable) << c.name;
   }
+  // Without its tables (no LUT uploaded) the kernel cannot run.
+  EXPECT_FALSE(usable(testing::lutChain(l), FixedPointTables{}));
 }
 
 TEST(RenderAccuracy, EnvironmentSwitchesChooseThePathAndThreads) {
-  setenv("LUMO_RENDER_REFERENCE", "1", 1);
-  setenv("LUMO_RENDER_THREADS", "3", 1);
-  setenv("LUMO_RENDER_FIXED_POINT", "0", 1);
-  RenderOptions forced = renderOptionsFromEnvironment();
+  const auto with = [](const char* reference, const char* threads, const char* fixedPoint) {
+    setenv("LUMO_RENDER_REFERENCE", reference, 1);
+    setenv("LUMO_RENDER_THREADS", threads, 1);
+    setenv("LUMO_RENDER_FIXED_POINT", fixedPoint, 1);
+    return renderOptionsFromEnvironment();
+  };
+  const RenderOptions forced = with("1", "3", "0"), normal = with("0", "zero", "1");
   EXPECT_EQ(forced.path, RenderPath::Reference);
   EXPECT_EQ(forced.threads, 3u);
   EXPECT_FALSE(forced.fixedPoint);
-  setenv("LUMO_RENDER_REFERENCE", "0", 1);
-  setenv("LUMO_RENDER_THREADS", "zero", 1);
-  setenv("LUMO_RENDER_FIXED_POINT", "1", 1);
-  RenderOptions normal = renderOptionsFromEnvironment();
   EXPECT_EQ(normal.path, RenderPath::Fused);
-  EXPECT_GE(normal.threads, 1u);
+  EXPECT_GE(normal.threads, 1u);  // "zero" is no count: the machine's
   EXPECT_TRUE(normal.fixedPoint);
-  unsetenv("LUMO_RENDER_REFERENCE");
-  unsetenv("LUMO_RENDER_THREADS");
-  unsetenv("LUMO_RENDER_FIXED_POINT");
+  for (const char* name :
+       {"LUMO_RENDER_REFERENCE", "LUMO_RENDER_THREADS", "LUMO_RENDER_FIXED_POINT"})
+    unsetenv(name);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 namespace lumo::render {
 namespace {
 
+using testing::roundHalfUp;
 using testing::TestImage;
 
 class RenderEffects : public ::testing::TestWithParam<RenderOptions> {
@@ -22,60 +23,40 @@ protected:
   }
 };
 
-uint8_t roundHalfUp(double v) { return uint8_t(std::clamp(std::floor(v + 0.5), 0.0, 255.0)); }
-
-TEST_P(RenderEffects, IdentityAndChannelSwapLatticesOnRgba) {
-  const LutLattice swapRG = testing::makeLattice([](double r, double g, double b) {
-    return std::array<double, 3>{g, r, b};
-  });
-  struct Case {
-    const char* name;
-    LutLattice lattice;
-    int source[3];  // input channel each output channel must equal
-  } cases[] = {{"identity", testing::identityLattice(), {0, 1, 2}},
-               {"swap r/g", swapRG, {1, 0, 2}}};
+// Identity and channel swap exactly, and a constant look mixed in at
+// strengths 0, 0.5 and 1: c + s (look - c), rounded half up; alpha untouched.
+TEST_P(RenderEffects, LutsAndStrengthOnRgba) {
+  using Colour = std::array<double, 3>;
+  using Look = Colour (*)(double, double, double);
+  const Look identity = [](double r, double g, double b) { return Colour{r, g, b}; };
+  const Look swap = [](double r, double g, double b) { return Colour{g, r, b}; };
+  const Look constant = [](double, double, double) { return Colour{200, 100, 0}; };
+  const std::tuple<const char*, Look, double> cases[] = {{"identity", identity, 1},
+                                                         {"swap r/g", swap, 1},
+                                                         {"constant, strength 0", constant, 0},
+                                                         {"constant, strength 0.5", constant, 0.5},
+                                                         {"constant, strength 1", constant, 1}};
   std::mt19937 rng(7);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, look, strength] : cases) {
+    SCOPED_TRACE(name);
     // Every code value on every channel: 256 x 3 pixels.
     TestImage in(FrameLayout::RGBA, 256, 3, 8), out(FrameLayout::RGBA, 256, 3, 8);
     in.fill(rng);
     for (uint32_t x = 0; x < 256; ++x)
-      for (uint32_t y = 0; y < 3; ++y) in.rgbaAt(x, y)[y] = uint8_t(x);
-    ASSERT_EQ(render(testing::lutChain(c.lattice), in, out), "");
+      for (uint32_t y = 0; y < 3; ++y) in.at(x, y)[y] = uint8_t(x);
+    ASSERT_EQ(render(testing::lutChain(testing::makeLattice(look), strength), in, out), "");
     for (uint32_t y = 0; y < 3; ++y)
       for (uint32_t x = 0; x < 256; ++x) {
-        const uint8_t* p = in.rgbaAt(x, y);
-        const uint8_t* q = out.rgbaAt(x, y);
+        const uint8_t *p = in.at(x, y), *q = out.at(x, y);
+        const Colour want = look(p[0], p[1], p[2]);
         for (int ch = 0; ch < 3; ++ch)
-          ASSERT_EQ(q[ch], p[c.source[ch]]) << x << "," << y << " ch " << ch;
+          ASSERT_EQ(q[ch], roundHalfUp(p[ch] + strength * (want[ch] - p[ch]))) << x << "," << y;
         ASSERT_EQ(q[3], p[3]) << "alpha";
       }
   }
 }
 
-TEST_P(RenderEffects, StrengthMixesOriginalAndLookedUpColour) {
-  const LutLattice constant = testing::makeLattice([](double, double, double) {
-    return std::array<double, 3>{200, 100, 0};
-  });
-  const double look[3] = {200, 100, 0};
-  std::mt19937 rng(11);
-  for (double strength : {0.0, 0.5, 1.0}) {
-    SCOPED_TRACE(strength);
-    TestImage in(FrameLayout::RGBA, 37, 5), out(FrameLayout::RGBA, 37, 5);
-    in.fill(rng);
-    ASSERT_EQ(render(testing::lutChain(constant, strength), in, out), "");
-    for (uint32_t y = 0; y < 5; ++y)
-      for (uint32_t x = 0; x < 37; ++x)
-        for (int ch = 0; ch < 3; ++ch) {
-          const double v = in.rgbaAt(x, y)[ch];
-          ASSERT_EQ(out.rgbaAt(x, y)[ch], roundHalfUp(v + strength * (look[ch] - v)));
-        }
-  }
-}
-
-// Gray (R = G = B = v) pixels under a style effect; the gain is worked out
-// here from the pixel's distance to the centre.
+// The gain of a gray pixel, worked out here from its distance to the centre.
 double expectedGain(const StyleEffect& s, double x, double y, double w, double h, double luma) {
   const double dx = (x + 0.5 - w / 2) / (w / 2), dy = (y + 0.5 - h / 2) / (h / 2);
   const double d = std::sqrt((dx * dx * w * w + dy * dy * h * h) / (w * w + h * h));
@@ -89,15 +70,14 @@ double expectedGain(const StyleEffect& s, double x, double y, double w, double h
   return 1 + (g - 1) * p * k;
 }
 
-TEST_P(RenderEffects, StyleGainAndProtectionOnGrayRgba) {
-  struct Case {
-    const char* name;
-    StyleEffect style;
-    uint8_t level;
-    bool centreChanges, cornerChanges;
-  } cases[] = {
+// Gray RGBA under the style alone, and gray NV21 wide enough for the 16-bit
+// kernel under identity LUT + style: the gain scales luma, gray stays gray.
+TEST_P(RenderEffects, StyleGainAndProtectionOnGrayFrames) {
+  // name, style, gray level, whether the centre and a corner change
+  const std::tuple<const char*, StyleEffect, uint8_t, bool, bool> cases[] = {
       // Start 0.6 lies beyond the centre region: only the corners brighten.
       {"corners brighten", {0, 0, 0.6, 1.0, 1.0, 0.5, 0, 1, 0, 0}, 100, false, true},
+      {"hard step at 0.5", {0, 0, 0.5, 0.5, 1.0, 0.5, 0, 1, 0, 0}, 100, false, true},
       {"all-zero parameters", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 100, false, false},
       // Protection p = clamp(2Y - 0.5): zero for dark pixels.
       {"shadows protected", {0, 0, -1.0, 0.5, 1.0, 0.5, 2, -0.5, 0, 0}, 40, false, false},
@@ -106,40 +86,30 @@ TEST_P(RenderEffects, StyleGainAndProtectionOnGrayRgba) {
       {"highlights protected", {0, 0, -1.0, 0.5, 1.0, -0.5, 0, 1, 0.1, 0.6}, 220, false, false},
       {"below the knee", {0, 0, -1.0, 0.5, 1.0, -0.5, 0, 1, 0.1, 0.6}, 100, true, true},
   };
-  const uint32_t w = 40, h = 30;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    TestImage in(FrameLayout::RGBA, w, h), out(FrameLayout::RGBA, w, h);
-    in.fillConstant(c.level);
-    EffectChain chain;
-    testing::addStyle(chain, c.style);
-    ASSERT_EQ(render(chain, in, out), "");
-    for (uint32_t y = 0; y < h; ++y)
-      for (uint32_t x = 0; x < w; ++x) {
-        const double gain = expectedGain(c.style, x, y, w, h, c.level / 255.0);
-        const int want = roundHalfUp(c.level * gain);
-        ASSERT_NEAR(out.rgbaAt(x, y)[0], want, 1) << x << "," << y;
-        ASSERT_EQ(out.rgbaAt(x, y)[0], out.rgbaAt(x, y)[2]);
+  for (const auto& [name, style, level, centreChanges, cornerChanges] : cases)
+    for (FrameLayout layout : {FrameLayout::RGBA, FrameLayout::NV21}) {
+      SCOPED_TRACE(std::string(name) + (isYuv(layout) ? " NV21" : " RGBA"));
+      const uint32_t w = isYuv(layout) ? 128 : 40, h = isYuv(layout) ? 64 : 30;
+      TestImage in(layout, w, h), out(layout, w, h);
+      in.fillConstant(level);
+      EffectChain chain;
+      if (isYuv(layout)) {
+        std::memset(in.view().chroma, 128, size_t(w) * h / 2);
+        chain = testing::lutChain(testing::identityLattice());
       }
-    EXPECT_EQ(out.rgbaAt(w / 2, h / 2)[1] != c.level, c.centreChanges);
-    EXPECT_EQ(out.rgbaAt(0, 0)[1] != c.level, c.cornerChanges);
-
-    // The same on a gray NV21 frame wide enough for the 16-bit kernel: the
-    // gain scales luma, and gray stays gray.
-    const uint32_t yw = 128, yh = 64;
-    TestImage yuv(FrameLayout::NV21, yw, yh), yuvOut(FrameLayout::NV21, yw, yh);
-    std::memset(yuv.view().luma, c.level, size_t(yw) * yh);
-    std::memset(yuv.view().chroma, 128, size_t(yw) * yh / 2);
-    EffectChain withLut = testing::lutChain(testing::identityLattice());
-    testing::addStyle(withLut, c.style);
-    ASSERT_EQ(render(withLut, yuv, yuvOut), "");
-    for (uint32_t y = 0; y < yh; ++y)
-      for (uint32_t x = 0; x < yw; ++x) {
-        const double gain = expectedGain(c.style, x, y, yw, yh, c.level / 255.0);
-        ASSERT_NEAR(*yuvOut.lumaAt(x, y), roundHalfUp(c.level * gain), 1) << x << "," << y;
-      }
-    for (uint32_t i = 0; i < yw * yh / 2; ++i) ASSERT_NEAR(yuvOut.view().chroma[i], 128, 1);
-  }
+      testing::addStyle(chain, style);
+      ASSERT_EQ(render(chain, in, out), "");
+      for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+          const double gain = expectedGain(style, x, y, w, h, level / 255.0);
+          ASSERT_NEAR(out.at(x, y)[0], roundHalfUp(level * gain), 1) << x << "," << y;
+          ASSERT_EQ(out.at(x, y)[0], out.at(x, y)[isYuv(layout) ? 0 : 2]);
+        }
+      for (uint32_t i = 0; isYuv(layout) && i < w * h / 2; ++i)  // gray stays gray
+        ASSERT_NEAR(out.view().chroma[i], 128, 1);
+      EXPECT_EQ(*out.at(w / 2, h / 2) != level, centreChanges);
+      EXPECT_EQ(*out.at(0, 0) != level, cornerChanges);
+    }
 }
 
 TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
@@ -151,11 +121,9 @@ TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
   TestImage in(FrameLayout::NV21, 3, 3), out(FrameLayout::NV21, 3, 3);
   const uint8_t lumas[3][3] = {{10, 200, 90}, {60, 250, 30}, {0, 128, 255}};
   for (uint32_t y = 0; y < 3; ++y)
-    for (uint32_t x = 0; x < 3; ++x) *in.lumaAt(x, y) = lumas[y][x];
-  for (uint32_t b = 0; b < 4; ++b) {
-    in.chromaAt(b % 2, b / 2)[0] = 255;  // Cr
-    in.chromaAt(b % 2, b / 2)[1] = 90;   // Cb
-  }
+    for (uint32_t x = 0; x < 3; ++x) *in.at(x, y) = lumas[y][x];
+  for (uint32_t b = 0; b < 4; ++b)
+    std::memcpy(in.chromaAt(b % 2, b / 2), "\xff\x5a", 2);  // Cr 255, Cb 90
   ASSERT_EQ(render(testing::lutChain(invertRed), in, out), "");
   const double u = 90 - 128.0, v = 255 - 128.0;
   // 1-D interpolation between the rounded lattice values of c (or of 255 - c).
@@ -176,7 +144,7 @@ TEST_P(RenderEffects, YuvChromaIsTheMeanOverTheBlockAndLutSeesClampedRgb) {
       const double g = std::clamp(yy - 0.344136 * u - 0.714136 * v, 0.0, 255.0);
       const double b = std::clamp(yy + 1.772 * u, 0.0, 255.0);
       const double R = along(r, true), G = along(g, false), B = along(b, false);
-      ASSERT_NEAR(*out.lumaAt(x, y), roundHalfUp(0.299 * R + 0.587 * G + 0.114 * B), 1)
+      ASSERT_NEAR(*out.at(x, y), roundHalfUp(0.299 * R + 0.587 * G + 0.114 * B), 1)
           << x << "," << y;
       sumCb[y / 2][x / 2] += 128 - 0.168736 * R - 0.331264 * G + 0.5 * B;
       sumCr[y / 2][x / 2] += 128 + 0.5 * R - 0.418688 * G - 0.081312 * B;
@@ -202,39 +170,35 @@ TEST_P(RenderEffects, CopiesWithoutEffectsAndRefusesBrokenViews) {
   EXPECT_EQ(std::memcmp(a.view().chroma, d.view().chroma, 32), 0);
 }
 
+// Chains the plugin never sends go to the reference; extreme style values
+// keep the fused shape. Neither may fault.
 TEST_P(RenderEffects, UnusualChainsAndExtremeValuesRenderWithoutFault) {
   std::mt19937 rng(21);
+  const EffectChain lut = testing::lutChain(testing::randomLattice(rng));
   const StyleEffect extreme{1e30, -1, -1e30, 1e30, 1e38, 1e38, 1e38, -1e38, 1e-38, 1e38};
   const StyleEffect gentle{0, 0, 0.1, 0.9, 1, 0.3, 1, 0, 0, 0};
-  EffectChain styleFirst;
+  EffectChain styleFirst, twoLuts = lut, extremeStyle = lut, twoStyles = lut;
   testing::addStyle(styleFirst, extreme);
-  const EffectChain lut = testing::lutChain(testing::randomLattice(rng));
-  styleFirst.order.push_back(EffectKind::Lut);
-  styleFirst.luts.push_back(lut.luts[0]);
-  EffectChain twoLuts = lut;
-  twoLuts.order.push_back(EffectKind::Lut);
-  twoLuts.luts.push_back(lut.luts[0]);
-  EffectChain extremeStyle = lut;
+  for (EffectChain* c : {&styleFirst, &twoLuts}) {
+    c->order.push_back(EffectKind::Lut);
+    c->luts.push_back(lut.luts[0]);
+  }
   testing::addStyle(extremeStyle, extreme);
-  EffectChain twoStyles = lut;
   testing::addStyle(twoStyles, gentle);
   testing::addStyle(twoStyles, gentle);
-  struct Case {
-    const char* name;
-    const EffectChain& chain;
-    bool fusedShape;
-  } cases[] = {{"style then LUT", styleFirst, false},
-               {"two LUTs", twoLuts, false},
-               {"two styles", twoStyles, false},
-               {"extreme style", extremeStyle, true}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  const std::tuple<const char*, const EffectChain*, bool> cases[] = {
+      {"style then LUT", &styleFirst, false},
+      {"two LUTs", &twoLuts, false},
+      {"two styles", &twoStyles, false},
+      {"extreme style", &extremeStyle, true}};
+  for (const auto& [name, chain, fusedShape] : cases) {
+    SCOPED_TRACE(name);
     TestImage in(FrameLayout::NV21, 33, 9, 4), out(FrameLayout::NV21, 33, 9, 4);
     in.fill(rng);
     FrameRenderer renderer(GetParam());
-    renderer.setChain(c.chain);
+    renderer.setChain(*chain);
     ASSERT_EQ(renderer.render(in.view(), out.view()), "");
-    const bool fused = GetParam().path == RenderPath::Fused && c.fusedShape;
+    const bool fused = GetParam().path == RenderPath::Fused && fusedShape;
     EXPECT_EQ(renderer.lastPath(), fused ? RenderPath::Fused : RenderPath::Reference);
   }
 }

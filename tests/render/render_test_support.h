@@ -44,7 +44,7 @@ private:
 };
 
 // One image in guarded memory: the luma (or RGBA) plane and the chroma plane
-// each end at a guard page. Padding bytes are filled with `padding`.
+// each end at a guard page; rows carry `rowPadding` bytes after the pixels.
 class TestImage {
 public:
   TestImage(FrameLayout layout, uint32_t width, uint32_t height, size_t rowPadding = 0)
@@ -80,9 +80,9 @@ public:
     for (size_t i = 0; i < mine.size(); ++i)
       std::memcpy(mine[i]->data(), theirs[i]->data(), mine[i]->size());
   }
-  uint8_t* lumaAt(uint32_t x, uint32_t y) const { return m_view.luma + y * m_view.lumaStride + x; }
-  uint8_t* rgbaAt(uint32_t x, uint32_t y) const {
-    return m_view.luma + y * m_view.lumaStride + 4 * size_t(x);
+  // The luma sample or RGBA pixel at (x, y), and the chroma pair of block (bx, by).
+  uint8_t* at(uint32_t x, uint32_t y) const {
+    return m_view.luma + y * m_view.lumaStride + (isYuv(m_view.layout) ? 1 : 4) * size_t(x);
   }
   uint8_t* chromaAt(uint32_t bx, uint32_t by) const {
     return m_view.chroma + by * m_view.chromaStride + 2 * size_t(bx);
@@ -114,6 +114,10 @@ inline LutLattice identityLattice() {
   return makeLattice([](double r, double g, double b) { return std::array<double, 3>{r, g, b}; });
 }
 
+inline LutLattice constantLattice(double r, double g, double b) {
+  return makeLattice([=](double, double, double) { return std::array<double, 3>{r, g, b}; });
+}
+
 inline LutLattice randomLattice(std::mt19937& rng) {
   LutLattice lattice{};
   for (uint8_t& v : lattice) v = uint8_t(rng());
@@ -122,18 +126,19 @@ inline LutLattice randomLattice(std::mt19937& rng) {
 
 inline EffectChain lutChain(const LutLattice& lattice, double strength = 1.0) {
   EffectChain chain;
-  LutEffect lut;
-  lut.strength = strength;
-  lut.hasLattice = true;
-  lut.lattice = lattice;
   chain.order.push_back(EffectKind::Lut);
-  chain.luts.push_back(lut);
+  chain.luts.push_back(LutEffect{strength, true, lattice});
   return chain;
 }
 
 inline void addStyle(EffectChain& chain, const StyleEffect& style) {
   chain.order.push_back(EffectKind::Style);
   chain.styles.push_back(style);
+}
+
+// An output sample as the model writes it: rounded half up, clamped once.
+inline uint8_t roundHalfUp(double v) {
+  return uint8_t(std::clamp(std::floor(v + 0.5), 0.0, 255.0));
 }
 
 }  // namespace lumo::render::testing

@@ -43,22 +43,15 @@ struct WrappedImage {
     param.width = width;
     param.height = height;
   }
-  uint8_t* luma(uint32_t x, uint32_t y) const {
-    return image->plane(0) + y * image->rowBytes(0) + x;
-  }
-  uint8_t* rgba(uint32_t x, uint32_t y) const {
-    return image->plane(0) + y * image->rowBytes(0) + 4 * size_t(x);
+  // The luma sample or RGBA pixel at (x, y), and the chroma pair of block (bx, by).
+  uint8_t* at(uint32_t x, uint32_t y) const {
+    const size_t bytes = image->geometry().layout == hostsim::PixelLayout::RGBA8888 ? 4 : 1;
+    return image->plane(0) + y * image->rowBytes(0) + bytes * x;
   }
   uint8_t* chroma(uint32_t bx, uint32_t by) const {
     return image->plane(1) + by * image->rowBytes(1) + 2 * size_t(bx);
   }
 };
-
-LutLattice lattice(bool swapRedGreen) {
-  return testing::makeLattice([&](double r, double g, double b) {
-    return swapRedGreen ? std::array<double, 3>{g, r, b} : std::array<double, 3>{r, g, b};
-  });
-}
 
 const char* kScript =
     "CubeLutEffect;cube_strength=1.0;lut_type=1.0;@CvStyleEffect;Width=50;Height=10;"
@@ -77,71 +70,57 @@ bool logged(const hostsim::LogCapture& capture, const std::string& text) {
   return false;
 }
 
-TEST(SdkFilter, RegisteredWithTheHostAndRendersBothVideoFormats) {
+// A constant look turns every pixel of RGBA, NV21 and NV12 frames padded to
+// 64 x 16 one colour, out of place and then in place (profiled); both video formats.
+TEST(SdkFilter, RegisteredWithTheHostAndRendersPaddedFrames) {
   ASSERT_TRUE(hostsim::hasSdkFilterFactory());
+  // The look's colour 200, 100, 50 in full-range BT.601.
+  const int luma = int(std::floor(0.299 * 200 + 0.587 * 100 + 0.114 * 50 + 0.5));
+  const int cb = int(std::floor(128 - 0.168736 * 200 - 0.331264 * 100 + 0.5 * 50 + 0.5));
+  const int cr = int(std::floor(128 + 0.5 * 200 - 0.418688 * 100 - 0.081312 * 50 + 0.5));
+  const LutLattice look = testing::constantLattice(200, 100, 50);
   std::mt19937 rng(1);
-  for (int format : {9, 10}) {
-    auto filter = makeFilter(format);
+  for (const auto layout :
+       {hostsim::PixelLayout::RGBA8888, hostsim::PixelLayout::NV21, hostsim::PixelLayout::NV12}) {
+    SCOPED_TRACE(int(layout));
+    const bool rgba = layout == hostsim::PixelLayout::RGBA8888,
+               crFirst = layout == hostsim::PixelLayout::NV21;
+    auto filter = makeFilter(rgba ? 9 : 10);
     ASSERT_TRUE(filter);
     filter->clearEffects();
     filter->setFilterScript(kScript);
-    const auto swap = lattice(true);
-    ASSERT_TRUE(filter->addLutEffectData(swap.data(), 17, -1, 3, 512));
+    ASSERT_TRUE(filter->addLutEffectData(look.data(), 17, rgba ? -1 : 0, 3, 512));
     EXPECT_EQ(filter->getEffectCount(), 2);
-    // 50 x 10 RGBA in rows of 64 pixels and 16 rows.
-    WrappedImage in(hostsim::PixelLayout::RGBA8888, 50, 10, 64, 16);
-    WrappedImage out(hostsim::PixelLayout::RGBA8888, 50, 10, 64, 16);
+    WrappedImage in(layout, 37, 11, 64, 16), out(layout, 37, 11, 64, 16),
+        copy(layout, 37, 11, 64, 16);
     for (size_t i = 0; i < in.image->size(); ++i) in.image->data()[i] = uint8_t(rng());
+    std::memcpy(copy.image->data(), in.image->data(), in.image->size());
+    hostsim::LogCapture capture;
     ASSERT_EQ(filter->processFrame(&in.param, &out.param), 0);
-    for (uint32_t y = 0; y < 10; ++y)
-      for (uint32_t x = 0; x < 50; ++x) {
-        const uint8_t* p = in.rgba(x, y);
-        const uint8_t* q = out.rgba(x, y);
-        ASSERT_EQ((std::array<int, 4>{q[0], q[1], q[2], q[3]}),
-                  (std::array<int, 4>{p[1], p[0], p[2], p[3]}))
-            << "format " << format << " at " << x << "," << y;
-      }
-    // Padding rows and columns stay as they were (zero).
-    EXPECT_EQ(out.rgba(50, 0)[0], 0);
-    EXPECT_EQ(out.rgba(0, 12)[0], 0);
-  }
-}
-
-TEST(SdkFilter, YuvInPlaceAndOutOfPlaceWithPaddedPlanes) {
-  for (hostsim::PixelLayout layout : {hostsim::PixelLayout::NV21, hostsim::PixelLayout::NV12}) {
-    auto filter = makeFilter();
-    filter->setFilterScript(kScript);
-    WrappedImage in(layout, 37, 11, 64, 16);
-    // In place, a constant look turns every pixel one colour.
-    const LutLattice constant = testing::makeLattice([](double, double, double) {
-      return std::array<double, 3>{200, 100, 50};
-    });
-    ASSERT_TRUE(filter->addLutEffectData(constant.data(), 17, 0, 3, 512));
-    const int y = int(std::floor(0.299 * 200 + 0.587 * 100 + 0.114 * 50 + 0.5));
-    const int cb = int(std::floor(128 - 0.168736 * 200 - 0.331264 * 100 + 0.5 * 50 + 0.5));
-    const int cr = int(std::floor(128 + 0.5 * 200 - 0.418688 * 100 - 0.081312 * 50 + 0.5));
-    const bool crFirst = layout == hostsim::PixelLayout::NV21;
-    WrappedImage out(layout, 37, 11, 64, 16);
-    ASSERT_EQ(filter->processFrame(&in.param, &out.param), 0);
+    EXPECT_FALSE(logged(capture, "processFrame: 37x11"));
+    filter->setProfiling(true);  // one info line per frame from now on
     ASSERT_EQ(filter->processFrame(&in.param, &in.param), 0);
+    EXPECT_TRUE(logged(capture, "processFrame: 37x11, 2 effects"));
     for (const WrappedImage* image : {&out, &in}) {
-      EXPECT_EQ(*image->luma(36, 10), y);
-      EXPECT_EQ(*image->luma(0, 0), y);
-      EXPECT_EQ(image->chroma(18, 5)[crFirst ? 0 : 1], cr);
-      EXPECT_EQ(image->chroma(3, 2)[crFirst ? 1 : 0], cb);
-      EXPECT_EQ(*image->luma(37, 0), 0) << "padding column";
+      for (const auto& [x, y] : {std::pair{37u, 0u}, {0u, 12u}})  // padding column and row
+        EXPECT_EQ(*image->at(x, y), image == &out ? 0 : *copy.at(x, y)) << x << "," << y;
+      for (uint32_t y = 0; y < 11; ++y)
+        for (uint32_t x = 0; x < 37; ++x) {
+          const uint8_t *q = image->at(x, y), *c = rgba ? q : image->chroma(x / 2, y / 2);
+          const std::array<int, 4> want =
+              rgba ? std::array{200, 100, 50, int(copy.at(x, y)[3])}
+                   : std::array{luma, crFirst ? cr : cb, crFirst ? cb : cr, 0};
+          ASSERT_EQ((std::array<int, 4>{q[0], c[rgba], c[1 + rgba], rgba ? q[3] : 0}), want)
+              << x << "," << y;
+        }
     }
   }
 }
 
 TEST(SdkFilter, RefusesUnusableLutsWithALogLine) {
-  const auto bytes = lattice(false);
-  struct Case {
-    const char* script;
-    const uint8_t* lut;
-    int size, index, channels;
-    const char* log;
-  } cases[] = {
+  const LutLattice bytes = testing::identityLattice();
+  // script, lut, size, index, channels, log
+  const std::tuple<const char*, const uint8_t*, int, int, int, const char*> cases[] = {
       {kScript, nullptr, 17, -1, 3, "no LUT data"},
       {kScript, bytes.data(), 33, -1, 3, "lattice size 33 unsupported"},
       {kScript, bytes.data(), 17, -1, 4, "4 channels unsupported"},
@@ -150,40 +129,36 @@ TEST(SdkFilter, RefusesUnusableLutsWithALogLine) {
        "the script has no CubeLutEffect"},
       {"Garbage;", bytes.data(), 17, -1, 3, "the script has no CubeLutEffect"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [script, lut, size, index, channels, log] : cases) {
     auto filter = makeFilter();
-    filter->setFilterScript(c.script);
+    filter->setFilterScript(script);
     hostsim::LogCapture capture;
-    EXPECT_FALSE(filter->addLutEffectData(c.lut, c.size, c.index, c.channels, 512)) << c.log;
-    EXPECT_TRUE(logged(capture, c.log)) << c.log;
+    EXPECT_FALSE(filter->addLutEffectData(lut, size, index, channels, 512)) << log;
+    EXPECT_TRUE(logged(capture, log)) << log;
   }
 }
 
 TEST(SdkFilter, ScriptsItCannotUseLeaveNoEffectsAndSayWhy) {
-  struct Case {
-    const char* script;
-    int effects;
-    const char* log;
-  } cases[] = {
+  const std::tuple<const char*, int, const char*> cases[] = {
+      // script, effects, log
       {"CubeLutEffect;cube_strength=1.0;lut_type=1.0;@Blur;", 0,
        "script not understood, no effects: unknown effect \"Blur\""},
-      {"CubeLutEffect;cube_strength=abc;", 0, "cube_strength is not a number"},
       {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-nan;SmoothEndValue=inf;", 1,
        "CvStyleEffect disabled: not finite: SmoothStartValue, SmoothEndValue"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [script, effects, log] : cases) {
     auto filter = makeFilter();
     hostsim::LogCapture capture;
-    filter->setFilterScript(c.script);
-    EXPECT_EQ(filter->getEffectCount(), c.effects) << c.script;
-    EXPECT_TRUE(logged(capture, c.log)) << c.script;
+    filter->setFilterScript(script);
+    EXPECT_EQ(filter->getEffectCount(), effects) << script;
+    EXPECT_TRUE(logged(capture, log)) << script;
     // Rendering still works: without effects the frame is copied.
     WrappedImage in(hostsim::PixelLayout::NV21, 8, 4, 0, 0),
         out(hostsim::PixelLayout::NV21, 8, 4, 0, 0);
-    *in.luma(5, 3) = 77;
+    *in.at(5, 3) = 77;
     EXPECT_EQ(filter->processFrame(&in.param, &out.param), 0);
-    if (c.effects == 0) {
-      EXPECT_EQ(*out.luma(5, 3), 77);
+    if (effects == 0) {
+      EXPECT_EQ(*out.at(5, 3), 77);
     }
   }
 }
@@ -193,20 +168,15 @@ TEST(SdkFilter, ClearEffectsDropsTheChainAndBadFramesAreRefused) {
   filter->setFilterScript(kScript);
   filter->clearEffects();
   EXPECT_EQ(filter->getEffectCount(), 0);
-  const auto bytes = lattice(false);
+  const LutLattice bytes = testing::identityLattice();
   EXPECT_FALSE(filter->addLutEffectData(bytes.data(), 17, -1, 3, 512));
 
   WrappedImage nv21(hostsim::PixelLayout::NV21, 16, 8, 0, 0),
-      small(hostsim::PixelLayout::NV21, 8, 8, 0, 0);
-  WrappedImage rgba(hostsim::PixelLayout::RGBA8888, 16, 8, 0, 0);
-  FilterFrameParam empty{};
-  FilterFrameParam tooBig = nv21.param;
+      small(hostsim::PixelLayout::NV21, 8, 8, 0, 0),
+      rgba(hostsim::PixelLayout::RGBA8888, 16, 8, 0, 0);
+  FilterFrameParam empty{}, tooBig = nv21.param;
   tooBig.width = 32;
-  struct Case {
-    FilterFrameParam* in;
-    FilterFrameParam* out;
-    const char* log;
-  } cases[] = {
+  const std::tuple<FilterFrameParam*, FilterFrameParam*, const char*> cases[] = {
       {nullptr, &nv21.param, "missing input frame"},
       {&nv21.param, nullptr, "missing output frame"},
       {&empty, &nv21.param, "input unusable: no client buffer"},
@@ -214,25 +184,11 @@ TEST(SdkFilter, ClearEffectsDropsTheChainAndBadFramesAreRefused) {
       {&nv21.param, &small.param, "input and output sizes differ"},
       {&nv21.param, &rgba.param, "input and output colour families differ"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [in, out, log] : cases) {
     hostsim::LogCapture capture;
-    EXPECT_EQ(filter->processFrame(c.in, c.out), -1) << c.log;
-    EXPECT_TRUE(logged(capture, c.log)) << c.log;
+    EXPECT_EQ(filter->processFrame(in, out), -1) << log;
+    EXPECT_TRUE(logged(capture, log)) << log;
   }
-}
-
-TEST(SdkFilter, ProfilingLogsEachFrame) {
-  auto filter = makeFilter();
-  filter->setFilterScript(kScript);
-  const auto bytes = lattice(false);
-  ASSERT_TRUE(filter->addLutEffectData(bytes.data(), 17, -1, 3, 512));
-  WrappedImage image(hostsim::PixelLayout::NV12, 20, 6, 0, 0);
-  hostsim::LogCapture capture;
-  EXPECT_EQ(filter->processFrame(&image.param, &image.param), 0);
-  EXPECT_FALSE(logged(capture, "processFrame: 20x6"));
-  filter->setProfiling(true);
-  EXPECT_EQ(filter->processFrame(&image.param, &image.param), 0);
-  EXPECT_TRUE(logged(capture, "processFrame: 20x6, 2 effects"));
 }
 
 }  // namespace

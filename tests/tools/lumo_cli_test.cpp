@@ -2,6 +2,7 @@
 // (the host's call sequence, what reaches the plugin, the copy path, outputs,
 // one-line errors for bad input with no files left behind), calib and generate;
 // with the real plugin built, the bundled demo and the plugin's dumps.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,6 +12,9 @@
 #include "tool_runner.h"
 
 using namespace lumo_test;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 namespace {
 
@@ -82,30 +86,29 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
   EXPECT_EQ(files("out"),
             (std::vector<std::string>{"copy_4x2_6_4.nv21", "frame_000000_preview.png",
                                       "frame_000007_snapshot.png", "o_4x2_6_4.nv21"}));
-  EXPECT_NE(o.out.find("no (copied)"), std::string::npos) << o.out;
+  EXPECT_THAT(o.out, HasSubstr("no (copied)"));
   EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
-  EXPECT_NE(o.err.find("dev/odm/etc/camera/lumo_filter_param.bin"), std::string::npos);
+  EXPECT_THAT(o.err, HasSubstr("dev/odm/etc/camera/lumo_filter_param.bin"));
   EXPECT_TRUE(fs::is_directory(dir / "dev/data/vendor/camera"));
   // The plugin's inverted luma is written; the host's copy carries every pixel byte over.
-  const std::string inverted = readText(dir / "out/o_4x2_6_4.nv21");
-  const std::string copy = readText(dir / "out/copy_4x2_6_4.nv21");
+  const std::string inverted = readText(dir / "out/o_4x2_6_4.nv21"),
+                    copy = readText(dir / "out/copy_4x2_6_4.nv21");
   ASSERT_EQ(inverted.size(), input.size());
   ASSERT_EQ(copy.size(), input.size());
-  for (size_t y = 0; y < 2; ++y)
-    for (size_t x = 0; x < 4; ++x) {
-      EXPECT_EQ(uint8_t(inverted[y * 6 + x]), uint8_t(255 - uint8_t(input[y * 6 + x])));
-      EXPECT_EQ(copy[y * 6 + x], input[y * 6 + x]);
+  for (size_t i : {0, 1, 2, 3, 6, 7, 8, 9, 24, 25, 26, 27}) {  // luma rows, then chroma
+    if (i < 24) {
+      EXPECT_EQ(uint8_t(inverted[i]), 255 - uint8_t(input[i])) << i;
     }
-  EXPECT_EQ(copy.substr(24, 4), input.substr(24, 4));
+    EXPECT_EQ(copy[i], input[i]) << i;
+  }
 }
 
 // Each bad line, image or plugin gives one error line naming file, line and field.
 TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
   writeRawInput(dir);
   const std::string first = "{\"instance\": \"preview\"}\n", p = "{\"instance\": \"preview\", ";
-  struct Case {
-    std::string line, message, plugin = kProbe;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
+      // second line, error after "s.jsonl:"
       {"\n" + p + "\n", "3: malformed JSON: parse error"},  // the parser's detail follows
       {p + R"("colour": 1})",
        "2: field \"colour\": unknown field (known: instance, frame, width, "
@@ -114,7 +117,7 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
       {p + R"("input": "in_4x2_6_4.nv21", "stride": 8})",
        "2: field \"input\": in_4x2_6_4.nv21: 36 bytes do not match nv21 4x2 stride 8 scanline 4 "
        "(expected 40 or 48 bytes)"},
-      {"", "", " --plugin /nonexistent/libx.so"},
+      {"", ""},  // with a plugin that is not there
       {R"({"frame": 1})", "2: field \"instance\": missing (\"preview\" or \"snapshot\")"},
       {R"({"instance": "video"})",
        "2: field \"instance\": expected \"preview\" or \"snapshot\", got \"video\""},
@@ -136,13 +139,14 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
       {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..65536, got 0"},
       {"[1, 2]", "2: expected one JSON object per line, got [1,2]"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
-    const Outcome o = replay(first + c.line + "\n", c.plugin);
+  for (const auto& [line, message] : cases) {
+    SCOPED_TRACE(line);
+    const Outcome o =
+        replay(first + line + "\n", line.empty() ? " --plugin /nonexistent/x.so" : kProbe);
     EXPECT_EQ(o.status, 1);
-    const std::string want = c.message.empty()
-                                 ? "lumo: /nonexistent/libx.so: no plugin library there (--plugin)"
-                                 : "lumo: s.jsonl:" + c.message;
+    const std::string want = line.empty()
+                                 ? "lumo: /nonexistent/x.so: no plugin library there (--plugin)"
+                                 : "lumo: s.jsonl:" + message;
     std::string error;  // the first line that is not the note about the calibration file
     std::istringstream lines(o.err);
     while (std::getline(lines, error) && error.starts_with("lumo: note: ")) continue;
@@ -152,18 +156,24 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
   }
 }
 
+// `generate` writes PNG and raw pictures; the pictures themselves are seen through the demo.
 TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
+  ASSERT_EQ(lumo("generate chart -o c_40x30_40.nv12 --width 40 --height 30").status, 0);
+  EXPECT_EQ(fs::file_size(dir / "c_40x30_40.nv12"), 40u * 30 * 3 / 2);
   ASSERT_EQ(lumo("generate food -o food.png --width 64 --height 48").status, 0);
+  const auto processLine = [&](const char* log) {  // what the probe was handed
+    for (const std::string& line : logLines(dir / log, "Probe"))
+      if (line.starts_with("process ")) return line;
+    return std::string("no process line in ") + log;
+  };
   ASSERT_EQ(lumo("run food.png --scene night --lux 12.5 --cct 4100 --zoom 0x40400000 --faces 1 "
                  "--instance preview --image-name X -o res/food_out.png --logcat log.txt" +
                  kProbe)
                 .status,
             0);
-  EXPECT_NE(readText(dir / "log.txt")
-                .find("process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 "
-                      "scene=9 faces=4 zoom=3.000000 name=X"),
-            std::string::npos)
-      << readText(dir / "log.txt");
+  EXPECT_EQ(processLine("log.txt"),
+            "process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 scene=9 faces=4 "
+            "zoom=3.000000 name=X");
   EXPECT_EQ(lumo::readImage(path("res/food_out.png")).geometry.height, 48u);
   // Snapshot by default; "protrait" is sent as a face, not as a scene id.
   const Outcome o =
@@ -173,16 +183,14 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
   EXPECT_EQ(report["output"], "p.png");
   EXPECT_EQ(report["enabled"], true);
   EXPECT_EQ(report["width"], 64);
-  EXPECT_NE(readText(dir / "log2.txt")
-                .find("process 0 frame=0 64x48/64/48 fmt=17 awb=0 cct=0 lux=0.000000 scene=0 "
-                      "faces=4 zoom=-1.000000 name=-"),
-            std::string::npos)
-      << readText(dir / "log2.txt");
+  EXPECT_EQ(processLine("log2.txt"),
+            "process 0 frame=0 64x48/64/48 fmt=17 awb=0 cct=0 lux=0.000000 scene=0 faces=4 "
+            "zoom=-1.000000 name=-");
 }
 
 TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
   for (const char* args :
-       {"replay", "run x.png -o y.png --lux bright", "frobnicate",
+       {"replay", "run x.png -o y.png --lux bright", "frobnicate", "generate moon -o m.png",
         "run x.png -o y.png --instance video", "run x.png -o y.png --scene moon"})
     EXPECT_EQ(lumo(args).status, 2) << args;
   for (const char* cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
@@ -193,23 +201,16 @@ TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
   }
 }
 
-class CalibCli : public ToolTest {
-protected:
-  void SetUp() override {
-    ToolTest::SetUp();
-    ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out,
-              "a.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n");
-  }
-};
-
 // The validator's and the description reader's messages are checked in tests/calib;
 // here: one report per file, exit 1 when one fails, and no output left behind.
-TEST_F(CalibCli, CheckDumpExportRebuildAndFailures) {
+TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out,
+            "a.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n");
   Outcome o = lumo("calib dump a.bin");
   for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
-    EXPECT_NE(o.out.find(std::string("scene \"") + scene + "\""), std::string::npos) << scene;
-  EXPECT_NE(o.out.find("LUT pool: 13 blocks"), std::string::npos) << o.out;
-  EXPECT_NE(o.out.find(": identity\n"), std::string::npos);  // the "neutral" look
+    EXPECT_THAT(o.out, HasSubstr(std::string("scene \"") + scene + "\""));
+  EXPECT_THAT(o.out, HasSubstr("LUT pool: 13 blocks"));
+  EXPECT_THAT(o.out, HasSubstr(": identity\n"));  // the "neutral" look
   ASSERT_EQ(lumo("calib export a.bin --json ex/d.json --cube-dir ex/cubes").status, 0);
   EXPECT_EQ(files("ex").size(), 14u);
   ASSERT_EQ(lumo("calib build ex/d.json -o b.bin").status, 0);
@@ -217,30 +218,21 @@ TEST_F(CalibCli, CheckDumpExportRebuildAndFailures) {
   write("short.bin", readText(dir / "a.bin").substr(0, 100));
   o = lumo("calib check a.bin short.bin");
   EXPECT_EQ(o.status, 1);
-  EXPECT_EQ(o.out.rfind("a.bin: ok\nshort.bin: offset 0 (header): error: file ends at byte 100", 0),
-            0u)
-      << o.out;
-  EXPECT_NE(o.out.find("short.bin: FAILED"), std::string::npos) << o.out;
+  EXPECT_THAT(o.out, StartsWith("a.bin: ok\nshort.bin: offset 0 (header): error: file ends at "
+                                "byte 100"));
+  EXPECT_THAT(o.out, HasSubstr("short.bin: FAILED"));
   EXPECT_EQ(lumo("calib check a.bin").status, 0);
   o = lumo("calib check --json short.bin");
   EXPECT_EQ(o.status, 1);
-  EXPECT_NE(o.out.find("\"severity\": \"error\""), std::string::npos) << o.out;
+  EXPECT_THAT(o.out, HasSubstr("\"severity\": \"error\""));
   EXPECT_EQ(lumo("calib export short.bin --json x.json").status, 1);
   write("d.json", R"({"looks": {"a": {"generate": {"warmth": 1}}}, "scenes": [{"name": "common",
       "lux": [{"start": 0, "end": 1, "cct": [{"start": 0, "end": 1, "lut": "a"}]}]}]})");
   o = lumo("calib build d.json -o out.bin");
   EXPECT_EQ(o.status, 1);
-  EXPECT_EQ(o.err.rfind("lumo: d.json: field \"looks.a.generate.warmth\": unknown look control", 0),
-            0u)
-      << o.err;
+  EXPECT_THAT(o.err, StartsWith("lumo: d.json: field \"looks.a.generate.warmth\": unknown look "
+                                "control"));
   EXPECT_FALSE(fs::exists(dir / "x.json") || fs::exists(dir / "out.bin"));
-}
-
-// The pictures themselves are seen through the demo and `run`.
-TEST_F(ToolTest, GenerateWritesPngAndRawAndRejectsUnknownPictures) {
-  ASSERT_EQ(lumo("generate chart -o c_40x30_40.nv12 --width 40 --height 30").status, 0);
-  EXPECT_EQ(fs::file_size(dir / "c_40x30_40.nv12"), 40u * 30 * 3 / 2);
-  EXPECT_EQ(lumo("generate moon -o m.png").status, 2);
 }
 
 #ifdef LUMO_REAL_PLUGIN
@@ -257,8 +249,8 @@ TEST_F(RealPluginCli, DemoWritesPairsDumpsAndTheTable) {
   EXPECT_EQ(dumps, 6u + 1u);  // one exif file per snapshot, one for the preview instance
   for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
     EXPECT_GE(countOf(o.out, scene), 2u) << scene << "\n" << o.out;
-  EXPECT_NE(o.out.find("blend, mostly"), std::string::npos) << o.out;
-  EXPECT_NE(o.out.find("golden_hour"), std::string::npos) << o.out;
+  EXPECT_THAT(o.out, HasSubstr("blend, mostly"));
+  EXPECT_THAT(o.out, HasSubstr("golden_hour"));
   // The looks visibly change the pictures.
   const lumo::Image a = lumo::readImage(path("demo/05_snapshot_food.png"));
   const lumo::Image b = lumo::readImage(path("demo/05_snapshot_food_before.png"));
@@ -280,13 +272,11 @@ TEST_F(RealPluginCli, ReplayDumpsParametersAndImagesUnderTheDeviceRoot) {
       R"( "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})",
       " --device-root dev --prop persist.vendor.camera.lumofilter.dumpMode=3");
   ASSERT_EQ(o.status, 0) << o.err;
-  EXPECT_EQ(o.err.find("no calibration file"), std::string::npos) << o.err;
+  EXPECT_THAT(o.err, Not(HasSubstr("no calibration file")));
   const fs::path dumps = dir / "dev/data/vendor/camera";
   const std::string exif = readText(dumps / "IMG_7_lumo_filter_OfflineSnapshot_exif.txt");
-  EXPECT_EQ(
-      exif.rfind("width=64\nheight=48\naiscene=food\nlux=412\ncct=4464\nzoom_ratio=2.000000\n", 0),
-      0u)
-      << exif.substr(0, 200);
+  EXPECT_THAT(exif, StartsWith("width=64\nheight=48\naiscene=food\nlux=412\ncct=4464\n"
+                               "zoom_ratio=2.000000\n"));
   // The input dump is named with its geometry and holds, pixel for pixel, the
   // full-range BT.601 luma of the picture handed to the plugin.
   const lumo::Image dumped = lumo::readImage(

@@ -1,8 +1,7 @@
 # Unit tests of the lumo tool's pieces, and black-box tests of the built tool.
 lumo_add_gtest(lumo_tool_unit_tests
   SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/image_io_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/session_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tool_unit_test.cpp
   LIBS lumo_tool_core)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
@@ -16,7 +15,7 @@ lumo_warnings(lumo_probe_plugin)
 lumo_add_gtest(lumo_cli_tests
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/lumo_cli_test.cpp
-  LIBS lumo_tool_core)
+  LIBS lumo_tool_core GTest::gmock)
 target_compile_definitions(lumo_cli_tests PRIVATE
   LUMO_TOOL="$<TARGET_FILE:lumo>"
   PROBE_PLUGIN="$<TARGET_FILE:lumo_probe_plugin>"

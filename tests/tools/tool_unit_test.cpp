@@ -1,0 +1,250 @@
+// The tool's pieces. Image files and conversions: round trips through PNG,
+// JPEG and raw dumps, geometry from dump names, checks on raw data, full-range
+// BT.601. Text it reads: session lines (float spellings, scene names, raw tag
+// payloads; bad lines are checked through the tool) and the plugin's
+// parameter dumps.
+#include <gtest/gtest.h>
+#include <system/camera_metadata.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "dump_name.h"
+#include "exif_dump.h"
+#include "failure.h"
+#include "image_files.h"
+#include "session.h"
+#include "tool_runner.h"
+#include "yuv_convert.h"
+
+using namespace lumo;
+using lumo_test::ScratchTest;
+namespace fs = std::filesystem;
+
+namespace {
+
+SessionFrame withMeta(const std::string& meta) {
+  return parseFrameLine(R"({"instance": "preview", "meta": {)" + meta + "}}", "s.jsonl", 4);
+}
+
+// Smooth in every channel, so JPEG stays close; alpha varies too.
+Image gradient(uint32_t w, uint32_t h, uint32_t stride = 0) {
+  Image img = makeImage({PixelFormat::Rgba, w, h, stride, 0});
+  for (uint32_t y = 0; y < h; ++y)
+    for (uint32_t i = 0; i < 4 * w; ++i)
+      img.row(y)[i] = uint8_t(i % 4 == 3 ? 200 + i / 4 : i / 4 * 2 + y * 3 * (i % 4));
+  return img;
+}
+
+}  // namespace
+
+class ImageIo : public ScratchTest {};
+
+// PNG keeps every RGBA byte (padding dropped); JPEG stays close and is opaque.
+TEST_F(ImageIo, PngIsExactAndJpegIsClose) {
+  const Image in = gradient(37, 21, 40);
+  writeImage(path("g.png"), in);
+  writeImage(path("g.jpg"), in, 98);
+  const Image png = readImage(path("g.png")), jpg = readImage(path("g.jpg"));
+  ASSERT_EQ(png.geometry.width, 37u);
+  ASSERT_EQ(png.geometry.height, 21u);
+  EXPECT_EQ(png.geometry.stride, 37u);
+  ASSERT_EQ(jpg.geometry.width, 37u);
+  double err = 0;
+  for (uint32_t y = 0; y < 21; ++y) {
+    ASSERT_EQ(0, std::memcmp(png.row(y), in.row(y), 37 * 4)) << "row " << y;
+    for (uint32_t x = 0; x < 37; ++x) {
+      for (int c = 0; c < 3; ++c) err += std::abs(jpg.row(y)[4 * x + c] - in.row(y)[4 * x + c]);
+      EXPECT_EQ(jpg.row(y)[4 * x + 3], 255);
+    }
+  }
+  EXPECT_LT(err / (37 * 21 * 3), 4.0);
+}
+
+// Errors name the file first; raw data must fit its geometry.
+TEST_F(ImageIo, ReadsAcceptOnlyWhatTheDataSupports) {
+  // A 6x3 NV12 with scanline 6 may keep its chroma padding rows or stop at the last used one.
+  // name, size (-1: no such file), text of the error (nullptr: accepted)
+  const std::tuple<std::string, long, const char*> cases[] = {
+      {"a_6x4_8.nv21", 8 * 4 + 8 * 2, nullptr},
+      {"b_6x3_8_6.nv12", 8 * 6 + 8 * 3, nullptr},
+      {"c_6x3_8_6.nv12", 8 * 6 + 8 * 2, nullptr},
+      {"d_6x4_8.nv21", 8 * 4 + 8 * 2 + 1, "bytes do not match"},
+      {"e_6x4_8.rgba", 8 * 4 * 4, nullptr},
+      {"f_6x4_8.rgba", 6 * 4 * 4, "bytes do not match"},
+      {"broken.png", 100, ""},
+      {"broken.jpg", 100, ""},
+      {"nosize.nv21", 96, ""},
+      {"missing.png", -1, ""}};
+  for (const auto& [name, bytes, error] : cases) {
+    SCOPED_TRACE(name);
+    if (bytes >= 0) write(name, std::string(size_t(bytes), '\7'));
+    try {
+      readImage(path(name));
+      EXPECT_EQ(error, nullptr) << "accepted";
+    } catch (const Failure& e) {
+      ASSERT_NE(error, nullptr) << e.what();
+      EXPECT_EQ(std::string(e.what()).rfind(path(name), 0), 0u) << e.what();
+      EXPECT_NE(std::string(e.what()).find(error), std::string::npos) << e.what();
+    }
+  }
+}
+
+// A raw name says the format written; NV12 and NV21 differ in chroma order only.
+TEST_F(ImageIo, RawWriteConvertsToTheFormatItsNameSays) {
+  writeImage(path("x_6x4_6.nv12"), gradient(6, 4));
+  const Image nv12 = readImage(path("x_6x4_6.nv12")), nv21 = convertImage(nv12, PixelFormat::Nv21);
+  EXPECT_EQ(fs::file_size(path("x_6x4_6.nv12")), 6u * 4 + 6 * 2);
+  EXPECT_EQ(nv21.chromaRow(1)[2], nv12.chromaRow(1)[3]);
+  EXPECT_EQ(nv21.chromaRow(1)[3], nv12.chromaRow(1)[2]);
+  EXPECT_THROW(writeImage(path("nodir/x.png"), nv12), Failure);
+}
+
+// Full-range BT.601 as JFIF defines it, worked out by hand: Y per pixel, chroma
+// the rounded mean over the pixels a sample covers (one at an odd edge), clamped.
+TEST(YuvConvert, ReferenceFollowsJfifOnKnownColours) {
+  const uint8_t rgb[9][3] = {{255, 0, 0}, {0, 0, 255}, {255, 255, 255}, {0, 0, 0},  {255, 0, 0},
+                             {255, 0, 0}, {0, 0, 255}, {0, 0, 255},     {0, 255, 0}};
+  const uint8_t y[9] = {76, 29, 255, 0, 76, 76, 29, 29, 150};
+  // red+blue: U 84.972 and 255.5 average 170.236; V 255.5 and 107.265 average 181.383.
+  const uint8_t u[5] = {170, 128, 85, 255, 44}, v[5] = {181, 128, 255, 107, 21};
+  Image rgba = makeImage({PixelFormat::Rgba, 9, 1, 0, 0});
+  for (int x = 0; x < 9; ++x) std::memcpy(rgba.row(0) + 4 * x, rgb[x], 3);
+  for (PixelFormat f : {PixelFormat::Nv12, PixelFormat::Nv21}) {
+    Image yuv = makeImage({f, 9, 1, 10, 0});
+    rgbaToYuvReference(rgba, yuv);
+    const int uAt = f == PixelFormat::Nv12 ? 0 : 1;  // NV21 stores V first
+    for (int x = 0; x < 9; ++x) EXPECT_EQ(yuv.row(0)[x], y[x]) << formatName(f) << " x " << x;
+    for (int i = 0; i < 5; ++i) {
+      EXPECT_EQ(yuv.chromaRow(0)[2 * i + uAt], u[i]) << formatName(f) << " sample " << i;
+      EXPECT_EQ(yuv.chromaRow(0)[2 * i + 1 - uAt], v[i]) << formatName(f) << " sample " << i;
+    }
+  }
+}
+
+TEST(YuvConvert, FastPathAgreesWithTheReferenceWithinTwoCodeValues) {
+  for (PixelFormat f : {PixelFormat::Nv21, PixelFormat::Nv12}) {
+    Image yuv = makeImage({f, 33, 17, 40, 20});
+    uint32_t seed = 12345;
+    for (auto& b : yuv.bytes) b = uint8_t((seed = seed * 1103515245u + 12345u) >> 16);
+    Image ref = makeImage({PixelFormat::Rgba, 33, 17, 0, 0}), fast = ref;
+    yuvToRgbaReference(yuv, ref);
+    yuvToRgbaFast(yuv, fast);
+    int worst = 0;
+    for (size_t i = 0; i < ref.bytes.size(); ++i)
+      worst = std::max(worst, std::abs(int(ref.bytes[i]) - int(fast.bytes[i])));
+    EXPECT_LE(worst, 2) << formatName(f);
+  }
+}
+
+// Geometry as "WxH stride scanline format" ("-": none in the name; 0 and "?": not said).
+TEST(DumpName, ReadsBothNamingStylesAndIgnoresNamesWithoutGeometry) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"IMG_0001_[lumofilter]_OfflineSnapshot_frame[7]_input_4000x3000_4032.nv21",
+       "4000x3000 4032 0 nv21"},
+      {"/tmp/a_b/out_1920x1080_1920_1088.nv12", "1920x1080 1920 1088 nv12"},
+      {"cap_width_640_height_480_stride_704_scanline_512.yuv", "640x480 704 512 ?"},
+      {"cap_nv12_width_64_height_48_stride_64.raw", "64x48 64 0 nv12"},
+      {"frame_RGBA_32x16.bin", "32x16 0 0 rgba"},
+      {"Width_8_Height_6.rgba", "8x6 0 0 rgba"},
+      {"photo.jpg", "-"},
+      {"frame_12.nv21", "-"},
+      {"4000x3000_dir/plain.nv21", "-"},  // folders do not count
+      {"x_4000x3000_4032_trailing.nv21", "-"},
+      {"a_12345678901x5.nv21", "-"},
+  };
+  for (const auto& [name, want] : cases) {
+    const auto g = geometryFromName(name);
+    EXPECT_EQ(!g ? "-"
+                 : std::to_string(g->width) + "x" + std::to_string(g->height) + " " +
+                       std::to_string(g->stride) + " " + std::to_string(g->scanline) + " " +
+                       (g->format ? formatName(*g->format) : "?"),
+              want)
+        << name;
+  }
+  // Format words count only when they stand alone; the extension's case does not matter.
+  EXPECT_EQ(formatFromName("a_nv21_b.bin"), PixelFormat::Nv21);
+  EXPECT_EQ(formatFromName("anv21.bin"), std::nullopt);
+  EXPECT_EQ(formatFromName("x.NV12"), PixelFormat::Nv12);
+}
+
+TEST(Session, FloatSpellingsAndSceneNames) {
+  const std::pair<const char*, uint32_t> floats[] = {
+      {"1.5", 0x3fc00000u},       {R"("0x3f800000")", 0x3f800000u}, {R"("inf")", 0x7f800000u},
+      {R"("-inf")", 0xff800000u}, {R"("0x00000001")", 0x1u},        {"-0.0", 0x80000000u}};
+  for (const auto& [json, bits] : floats)
+    EXPECT_EQ(std::bit_cast<uint32_t>(*withMeta(std::string(R"("lux": )") + json).meta.lux), bits)
+        << json;
+  EXPECT_TRUE(std::isnan(*withMeta(R"("zoom": "nan")").meta.zoom));
+  // The portrait class has no detector id: it is sent as one face over scene 0.
+  const std::pair<std::string, uint32_t> scenes[] = {{"common", 0},          {"food", 2},
+                                                     {"plants", 3},          {"night", 9},
+                                                     {"sunrise_sunset", 13}, {"protrait", 0}};
+  for (const auto& [name, id] : scenes) {
+    const FrameMeta m = withMeta(R"("scene": ")" + name + "\"").meta;
+    EXPECT_EQ(m.scene, id) << name;
+    EXPECT_EQ(m.faces, name == "protrait" ? std::optional(1u) : std::nullopt) << name;
+  }
+}
+
+// Tags as "number type xcount payload" (types: 0 byte, 1 int32, 2 float, 3 int64, 4 double);
+// "-" is a name left for the vendor tag table to resolve.
+TEST(Session, RawTagsCarryExactPayloads) {
+  const SessionFrame f = withMeta(R"("tags": {
+      "0x1002F": {"type": "f32", "values": ["0x40000000", 1]},
+      "ANDROID_STATISTICS_FACE_RECTANGLES": {"type": "i32", "values": [-1, 2]},
+      "com.x.f64": {"type": "f64", "values": ["-inf"]},
+      "com.x.i64": {"type": "i64", "values": ["0xffffffffffffffff"]},
+      "com.x.short": {"type": "u8", "values": [1, 255]},
+      "com.x.u32": {"type": "u32", "values": [4294967295]},
+      "zentor.snapshot.imageName": {"type": "string", "values": "IMG"}})");
+  // In key order, the order the tags come back in.
+  const std::vector<std::string> want = {"0x1002f 2 x2 000000400000803f",
+                                         "0x110006 1 x2 ffffffff02000000",
+                                         "- 4 x1 000000000000f0ff",
+                                         "- 3 x1 ffffffffffffffff",
+                                         "- 0 x2 01ff",
+                                         "- 1 x1 ffffffff",
+                                         "- 0 x4 494d4700"};
+  std::vector<std::string> got;
+  for (const RawTag& t : f.meta.tags) {
+    char head[40];
+    std::snprintf(head, sizeof head, "%#x %u x%zu ", t.number.value_or(0), t.type, t.count);
+    std::string text = t.number ? head : "-" + std::string(std::strchr(head, ' '));
+    for (uint8_t b : t.payload) text += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
+    got.push_back(text);
+  }
+  EXPECT_EQ(got, want);
+}
+
+class ExifDump : public ScratchTest {};
+
+// One line per block: frame|width|height|aiscene|lux|cct|zoom|shading|lut bytes.
+TEST_F(ExifDump, BlocksSplitAtFrameNumbersOrAtWidth) {
+  const std::string lut = "lut_algo_input=[ 250 251 252 253 254 255 0 1 2 3]\n";
+  write("preview.txt",
+        "frameNum=3\nwidth=64\nheight=48\naiscene=night\nlux=10\ncct=4200\n"
+        "zoom_ratio=2.000000\nshading=[ 0.3 1 1 -0.55 -0.5 1.2 0.2 1]\n" +
+            lut + "frameNum=4\nwidth=64\naiscene=food\n");
+  write("snapshot.txt",
+        "width=8\nheight=6\naiscene=protrait\n" + lut + "width=9\naiscene=common\n");
+  const auto blocks = [&](const char* file) {
+    std::string out;
+    for (const ExifBlock& b : readExifDump(path(file))) {
+      out += (b.frameNum ? std::to_string(*b.frameNum) : "-") + "|" + b.width + "|" + b.height +
+             "|" + b.aiscene + "|" + b.lux + "|" + b.cct + "|" + b.zoomRatio + "|" + b.shading +
+             "|";
+      for (uint8_t v : b.lut) out += std::to_string(v) + " ";
+      out += "\n";
+    }
+    return out;
+  };
+  const std::string bytes = "250 251 252 253 254 255 0 1 2 3 \n";
+  EXPECT_EQ(blocks("preview.txt"),
+            "3|64|48|night|10|4200|2.000000|[ 0.3 1 1 -0.55 -0.5 1.2 0.2 1]|" + bytes +
+                "4|64||food|||||\n");
+  EXPECT_EQ(blocks("snapshot.txt"), "-|8|6|protrait|||||" + bytes + "-|9||common|||||\n");
+  EXPECT_EQ(blocks("missing_exif.txt"), "");
+}
