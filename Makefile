@@ -1,10 +1,11 @@
 # Entry points. `make demo` renders the bundled demo; `make test` builds and
-# runs the whole suite, plain, under ASan+UBSan, and the concurrency tests
-# under TSan. Both install missing Debian packages first.
+# runs the whole suite, plain, under ASan+UBSan, the concurrency tests under
+# TSan, and the arm64 cross build under qemu-user. Both install missing
+# Debian packages first.
 JOBS ?= $(shell nproc)
 DEMO_OUT ?= demo-out
 
-.PHONY: all deps build test test-plain test-asan test-tsan demo bench format clean
+.PHONY: all deps build test test-plain test-asan test-tsan test-arm64 demo bench format clean
 
 all: build
 
@@ -15,7 +16,7 @@ build: deps
 	cmake --preset dev
 	cmake --build --preset dev -j $(JOBS)
 
-test: deps test-plain test-asan test-tsan
+test: deps test-plain test-asan test-tsan test-arm64
 
 test-plain:
 	cmake --preset ci
@@ -31,6 +32,18 @@ test-tsan:
 	cmake --preset tsan
 	cmake --build --preset tsan -j $(JOBS) --target tsan_tests
 	ctest --preset tsan
+
+# arm64: the whole suite cross-built and run under qemu-user, then the plugin
+# alone built with clang and lld as a phone toolchain would, and its exports
+# and needed libraries checked.
+test-arm64:
+	@./scripts/install-arm64-deps.sh
+	cmake --preset arm64
+	cmake --build --preset arm64 -j $(JOBS)
+	ctest --preset arm64 -j $(JOBS)
+	cmake --preset arm64-clang
+	cmake --build --preset arm64-clang -j $(JOBS)
+	ctest --test-dir build/arm64-clang -R '^plugin_abi$$' --output-on-failure
 
 demo: build
 	./build/dev/bin/lumo demo --out $(DEMO_OUT)

@@ -41,7 +41,9 @@ Sinks& sinks() {
   return s;
 }
 
-std::string vformat(const char* fmt, va_list ap) {
+// Marked as a printf-style formatter so callers' format strings are checked
+// and clang accepts the non-literal format passed on here.
+__attribute__((format(printf, 1, 0))) std::string vformat(const char* fmt, va_list ap) {
   va_list copy;
   va_copy(copy, ap);
   int n = std::vsnprintf(nullptr, 0, fmt, copy);

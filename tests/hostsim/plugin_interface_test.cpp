@@ -10,13 +10,19 @@ namespace {
 using namespace vyalgo2;
 
 // Under the Itanium C++ ABI a pointer to a virtual member function holds
-// 1 + the byte offset of its entry in the virtual table.
+// 1 + the byte offset of its entry in the virtual table. The ARM variant
+// keeps the offset as it is and marks "virtual" in the low bit of the this-
+// adjustment instead, since code addresses there may be odd.
 template <typename F>
 long slotOf(F f) {
   static_assert(sizeof(F) == 2 * sizeof(void*), "Itanium member function pointer");
-  uintptr_t raw = 0;
-  std::memcpy(&raw, &f, sizeof(raw));
-  return (raw & 1) ? static_cast<long>((raw - 1) / sizeof(void*)) : -1;
+  uintptr_t raw[2] = {};
+  std::memcpy(raw, &f, sizeof(raw));
+#if defined(__aarch64__) || defined(__arm__)
+  return (raw[1] & 1) ? static_cast<long>(raw[0] / sizeof(void*)) : -1;
+#else
+  return (raw[0] & 1) ? static_cast<long>((raw[0] - 1) / sizeof(void*)) : -1;
+#endif
 }
 
 TEST(PluginInterface, EveryOperationSitsInItsSlot) {

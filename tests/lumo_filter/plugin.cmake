@@ -19,3 +19,8 @@ foreach(suite plugin_library_test plugin_threads_test)
     $<$<TARGET_EXISTS:videoprocess>:LUMO_HAVE_RENDERER=1>)
   add_dependencies(${suite} lumo_filter)
 endforeach()
+
+# Exported symbols and needed libraries, read with readelf so the check also
+# runs on cross builds.
+add_test(NAME plugin_abi COMMAND ${CMAKE_COMMAND} -DLIB=$<TARGET_FILE:lumo_filter>
+         -P ${PROJECT_SOURCE_DIR}/cmake/check_plugin_abi.cmake)

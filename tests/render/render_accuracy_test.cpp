@@ -152,6 +152,28 @@ TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
   hwy::SetSupportedTargetsForTest(0);
 }
 
+// The loop above only covers what was compiled and what the CPU has, so a
+// build that silently drops an instruction set would still pass it. Name the
+// ones each architecture must build, and those every CPU of it can run.
+TEST(RenderAccuracy, EveryExpectedInstructionSetIsBuiltAndRuns) {
+#if HWY_ARCH_ARM_A64
+  const int64_t mustBuild = HWY_NEON, mustRun = HWY_NEON;
+#elif HWY_ARCH_X86_64
+  const int64_t mustBuild = HWY_SSE4 | HWY_AVX2 | HWY_AVX3, mustRun = HWY_SSE4;
+#else
+  const int64_t mustBuild = 0, mustRun = 0;
+#endif
+  for (int bit = 0; bit < 63; ++bit) {
+    const int64_t target = int64_t{1} << bit;
+    if (mustBuild & target) {
+      EXPECT_NE(HWY_TARGETS & target, 0) << hwy::TargetName(target) << " was not compiled";
+    }
+    if (mustRun & target) {
+      EXPECT_NE(hwy::SupportedTargets() & target, 0) << hwy::TargetName(target) << " cannot run";
+    }
+  }
+}
+
 TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
   // Random, smooth and identity lattices at strengths 1, 0.5 and 0, without a
   // style, with one in range and with a gain near 2, in place.

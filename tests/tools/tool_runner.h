@@ -60,6 +60,9 @@ protected:
 };
 
 #ifdef LUMO_TOOL
+#ifndef LUMO_TOOL_EMULATOR
+#define LUMO_TOOL_EMULATOR ""
+#endif
 struct Outcome {
   int status = -1;
   std::string out, err;
@@ -69,8 +72,9 @@ class ToolTest : public ScratchTest {
 protected:
   // `args` is appended to the tool's path as shell words; runs in `dir`.
   Outcome lumo(const std::string& args) const {
-    const std::string cmd = "cd '" + dir.string() + "' && LUMO_DEVICE_ROOT= '" LUMO_TOOL "' " +
-                            args + " >stdout.txt 2>stderr.txt";
+    const std::string cmd = "cd '" + dir.string() +
+                            "' && LUMO_DEVICE_ROOT= " LUMO_TOOL_EMULATOR "'" LUMO_TOOL "' " + args +
+                            " >stdout.txt 2>stderr.txt";
     const int raw = std::system(cmd.c_str());
     Outcome o{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readText(dir / "stdout.txt"),
               readText(dir / "stderr.txt")};

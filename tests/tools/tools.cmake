@@ -21,6 +21,11 @@ target_compile_definitions(lumo_cli_tests PRIVATE
   PROBE_PLUGIN="$<TARGET_FILE:lumo_probe_plugin>"
   LUMO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
 add_dependencies(lumo_cli_tests lumo lumo_probe_plugin)
+# A cross build's tool runs through the same emulator as the tests.
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " lumo_emulator)
+  target_compile_definitions(lumo_cli_tests PRIVATE LUMO_TOOL_EMULATOR="${lumo_emulator} ")
+endif()
 
 # With the real plugin built, the demo and the plugin's dumps are checked too.
 if(EXISTS ${PROJECT_SOURCE_DIR}/lumo_filter/VyLumoFilterPlugin.cpp)
