@@ -86,7 +86,7 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
   EXPECT_EQ(files("out"),
             (std::vector<std::string>{"copy_4x2_6_4.nv21", "frame_000000_preview.png",
                                       "frame_000007_snapshot.png", "o_4x2_6_4.nv21"}));
-  EXPECT_THAT(o.out, HasSubstr("no (copied)"));
+  EXPECT_THAT(o.out, HasSubstr("copied: disabled by the host"));
   EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
   EXPECT_THAT(o.err, HasSubstr("dev/odm/etc/camera/lumo_filter_param.bin"));
   EXPECT_TRUE(fs::is_directory(dir / "dev/data/vendor/camera"));

@@ -201,8 +201,11 @@ void addDemoCommand(CLI::App& app) {
       const FrameReport& r = reports[i];
       const auto it = chosen.find(f.frame);
       const std::string aiscene = it != chosen.end() ? it->second.aiscene : r.aiscene;
-      const std::string look =
-          it != chosen.end() ? describeChoice(it->second.lut, parsed.file, names) : "(no dump)";
+      // The dump records the selection even for frames the plugin then copied.
+      const std::string look = !r.outcome.filtered ? reasonText(r.outcome.reason)
+                               : it != chosen.end()
+                                   ? describeChoice(it->second.lut, parsed.file, names)
+                                   : "(no dump)";
       const std::string shading = it != chosen.end() ? it->second.shading : "";
       if (o->json) {
         table.push_back({{"frame", f.frame},
@@ -212,6 +215,7 @@ void addDemoCommand(CLI::App& app) {
                          {"cct", *f.meta.cct},
                          {"zoom", *f.meta.zoom},
                          {"enabled", r.enabled},
+                         {"plugin", outcomeJson(r.outcome)},
                          {"aiscene", aiscene},
                          {"look", look},
                          {"shading", shading},

@@ -60,23 +60,27 @@ std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
   if (!print) return reports;
   if (o.json) {
     nlohmann::json out = nlohmann::json::array();
-    for (const FrameReport& f : reports)
-      out.push_back({{"frame", f.frame},
-                     {"instance", instanceName(f.instance)},
-                     {"enabled", f.enabled},
-                     {"result", f.result},
-                     {"aiscene", f.aiscene},
-                     {"width", f.width},
-                     {"height", f.height},
-                     {"format", formatName(f.format)},
-                     {"output", f.output}});
-    std::printf("%s\n", nlohmann::json({{"frames", out}}).dump(2).c_str());
+    for (const FrameReport& f : reports) {
+      nlohmann::json entry = {{"frame", f.frame},     {"instance", instanceName(f.instance)},
+                              {"enabled", f.enabled}, {"result", f.result},
+                              {"aiscene", f.aiscene}, {"width", f.width},
+                              {"height", f.height},   {"format", formatName(f.format)},
+                              {"output", f.output}};
+      entry.update(outcomeJson(f.outcome));
+      out.push_back(entry);
+    }
+    std::printf("%s\n", nlohmann::json({{"frames", out}})
+                            .dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
+                            .c_str());
   } else {
-    std::printf("%-7s %-9s %-8s %-15s %s\n", "frame", "instance", "enabled", "aiscene", "output");
-    for (const FrameReport& f : reports)
-      std::printf("%-7u %-9s %-8s %-15s %s\n", f.frame, instanceName(f.instance),
-                  f.enabled ? "yes" : "no (copied)", f.aiscene.empty() ? "-" : f.aiscene.c_str(),
+    std::printf("%-7s %-9s %-15s %-36s %s\n", "frame", "instance", "aiscene", "plugin", "output");
+    for (const FrameReport& f : reports) {
+      std::printf("%-7u %-9s %-15s %-36s %s\n", f.frame, instanceName(f.instance),
+                  f.aiscene.empty() ? "-" : f.aiscene.c_str(), reasonText(f.outcome.reason),
                   f.output.c_str());
+      for (const std::string& line : outcomeLines(f.outcome))
+        std::printf("%-7s %s\n", "", line.c_str());
+    }
   }
   return reports;
 }

@@ -9,6 +9,7 @@
 #include <hostsim/plugin_registry.h>
 #include <unistd.h>
 #include <vyalgo2/PluginUtils.h>
+#include <vyalgo2/VyLog.h>
 
 #include <cstring>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <regex>
 
 #include "failure.h"
+#include "filter_tap.h"
 #include "frame_source.h"
 #include "host_setup.h"
 #include "image_files.h"
@@ -184,7 +186,8 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
   if (!registry.load(pluginPath, &error)) throw Failure(error);
   if (registry.findProvider(kProviderName) == nullptr)
     throw Failure(pluginPath + ": registers no provider named " + kProviderName);
-  if (!fs::exists(calibrationFilePath()))
+  const bool calibrationThere = fs::exists(calibrationFilePath());
+  if (!calibrationThere)
     std::fprintf(stderr,
                  "lumo: note: no calibration file at %s: the plugin passes frames through\n",
                  calibrationFilePath().c_str());
@@ -199,6 +202,12 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
   VyMetadata session;
   std::vector<FrameReport> reports;
   hostsim::LogCapture capture;
+  FilterTap tap;
+  std::map<InstanceKind, InstanceTrace> traces;
+  FrameEvidence evidence;
+  evidence.store = calibrationThere ? StoreState::Loaded : StoreState::Absent;
+  // Without the plugin's debug lines the selection leaves no trace in the log.
+  evidence.debugLines = gVyCamLogLevel < 3 && (gVyCamLogGroup & 2u) != 0;
   try {
     for (size_t i = 0; i < frames.size(); ++i) {
       const SessionFrame& frame = frames[i];
@@ -217,7 +226,13 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       auto out = allocate(g, frame);
       copyPlanes(image, *in, true);
       auto metadata = frameMetadata(frame, session, options.stylization);
+      // The store is loaded when the first instance initialises.
+      if (auto problem = rejectedStoreMessage(capture.androidMessages())) {
+        evidence.store = StoreState::Rejected;
+        evidence.storeProblem = *problem;
+      }
       capture.clear();
+      tap.take();
 
       FrameReport report;
       report.frame = frame.frame;
@@ -246,6 +261,12 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       report.aiscene = sceneFromLog(capture.androidMessages());
       // Without a scene result the plugin takes the common scene and says nothing.
       if (report.enabled && report.aiscene.empty()) report.aiscene = "common";
+      evidence.frame = frame.frame;
+      evidence.enabled = report.enabled;
+      evidence.messages = capture.androidMessages();
+      evidence.renders = tap.take();
+      evidence.scene = report.aiscene;
+      report.outcome = readFrameOutcome(evidence, traces[frame.instance]);
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "frame_outcome.h"
 #include "session.h"
 
 namespace lumo {
@@ -26,6 +27,7 @@ struct FrameReport {
   uint32_t frame = 0;
   InstanceKind instance = InstanceKind::Preview;
   bool enabled = false;  // isEnabled said yes and processRequest ran
+  FrameOutcome outcome;  // what the plugin observably did with the frame
   int result = 0;        // processRequest's return value
   std::string output;    // path of the written output
   std::string before;    // path of the written input copy (keepInputs)
