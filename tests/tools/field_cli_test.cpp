@@ -95,3 +95,57 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
   EXPECT_THAT(o.out, HasSubstr("lut 0, 0, 0, 0"));
 }
 #endif
+
+// A damaged file gives a bounded, escaped report and valid JSON; build refuses
+// what check rejects and names scenes the plugin never asks for.
+TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
+  write("d.json", kCommonOnly);
+  ASSERT_EQ(lumo("calib build d.json -o good.bin").status, 0);
+  const std::string good = readText(dir / "good.bin");
+  std::string flipped = good, badName = good;
+  flipped[0] = char(flipped[0] ^ 0x80);
+  badName[badName.find("common")] = char(0xff);
+  write("flipped.bin", flipped);
+  write("badname.bin", badName);
+  write("text.bin", "this is not a calibration file\n");
+  // An unreadable name is a warning (the camera never asks for it), not an error.
+  const std::pair<const char*, int> cases[] = {
+      {"flipped.bin", 1}, {"badname.bin", 0}, {"text.bin", 1}};
+  for (const auto& [file, status] : cases) {
+    SCOPED_TRACE(file);
+    Outcome o = lumo(std::string("calib check ") + file);
+    EXPECT_EQ(o.status, status);
+    EXPECT_LE(countOf(o.out, "\n"), 52u);
+    EXPECT_EQ(o.out.find('\xff'), std::string::npos);
+    o = lumo(std::string("calib check --json ") + file);
+    EXPECT_EQ(o.status, status);
+    const auto j = nlohmann::json::parse(o.out, nullptr, false);
+    ASSERT_FALSE(j.is_discarded()) << o.out.substr(0, 300);
+    EXPECT_LE(j[0]["issues"].size(), 50u);
+    EXPECT_GE(j[0]["issue_count"].get<size_t>(), j[0]["issues"].size());
+    o = lumo(std::string("calib dump ") + file);
+    EXPECT_EQ(o.status, status);
+    EXPECT_EQ(o.out.find('\xff'), std::string::npos);
+    EXPECT_LE(countOf(o.err, "\n"), 52u);
+  }
+  EXPECT_THAT(lumo("calib check flipped.bin").out, HasSubstr("more findings"));
+  EXPECT_THAT(lumo("calib check badname.bin").out, HasSubstr("\\xffommon"));
+  EXPECT_THAT(lumo("calib dump badname.bin").out, HasSubstr("\\xffommon"));
+
+  // Reversed and overlapping bands are refused; an unknown scene is named.
+  std::string reversed = kCommonOnly;
+  const std::string band = R"("start": 0, "end": 1000)";
+  reversed.replace(reversed.find(band), band.size(), R"("start": 900, "end": 100)");
+  write("rev.json", reversed);
+  Outcome o = lumo("calib build rev.json -o rev.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("starts at 900 after its end 100"));
+  EXPECT_FALSE(fs::exists(dir / "rev.bin"));
+  std::string portrait = kCommonOnly;
+  portrait.replace(portrait.find("\"common\""), 8, "\"portrait\"");
+  write("p.json", portrait);
+  o = lumo("calib build p.json -o p.bin");
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.err, HasSubstr("\"portrait\"): warning: the camera never reports this scene"));
+  EXPECT_THAT(o.err, HasSubstr("protrait"));
+}
