@@ -149,3 +149,20 @@ TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
   EXPECT_THAT(o.err, HasSubstr("\"portrait\"): warning: the camera never reports this scene"));
   EXPECT_THAT(o.err, HasSubstr("protrait"));
 }
+
+// Oversized frames are refused when the line is read, before any allocation.
+TEST_F(FieldCli, OversizedFramesAreRefusedAtParseTime) {
+  const std::pair<std::string, std::string> cases[] = {
+      {R"({"instance": "preview", "width": 65536, "height": 65536})",
+       "s.jsonl:1: field \"height\": expected an integer in 1..16384, got 65536"},
+      {R"({"instance": "preview", "width": 640, "height": 480, "scanline": 30000})",
+       "s.jsonl:1: field \"scanline\": expected an integer in 1..16384, got 30000"},
+  };
+  for (const auto& [line, message] : cases) {
+    SCOPED_TRACE(line);
+    const Outcome o = replay(line + "\n", kProbe);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_EQ(o.err, "lumo: " + message + "\n");
+  }
+  EXPECT_EQ(lumo("run generated:chart -o x.png --width 30000 --height 30000" + kProbe).status, 2);
+}

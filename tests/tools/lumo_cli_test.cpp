@@ -136,7 +136,7 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
        "2: field \"meta.tags.t.values[1]\": expected an integer in 0..255, got 256"},
       {p + R"("format": "yuv"})",
        "2: field \"format\": expected \"nv21\", \"nv12\" or \"rgba\", got \"yuv\""},
-      {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..65536, got 0"},
+      {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..16384, got 0"},
       {"[1, 2]", "2: expected one JSON object per line, got [1,2]"},
   };
   for (const auto& [line, message] : cases) {

@@ -67,10 +67,14 @@ void addRunCommand(CLI::App& app) {
                 "Buffer format handed to the plugin: nv21 (default), "
                 "nv12, rgba")
       ->check(CLI::IsMember({"nv21", "nv12", "rgba"}));
-  c->add_option("--width", o->width, "Width of a raw input or generated scene");
-  c->add_option("--height", o->height, "Height of a raw input or generated scene");
-  c->add_option("--stride", o->stride, "Row stride in pixels of the buffer");
-  c->add_option("--scanline", o->scanline, "Rows per plane of the buffer");
+  c->add_option("--width", o->width, "Width of a raw input or generated scene")
+      ->check(CLI::Range(1u, kMaxFrameSide));
+  c->add_option("--height", o->height, "Height of a raw input or generated scene")
+      ->check(CLI::Range(1u, kMaxFrameSide));
+  c->add_option("--stride", o->stride, "Row stride in pixels of the buffer")
+      ->check(CLI::Range(1u, kMaxFrameSide));
+  c->add_option("--scanline", o->scanline, "Rows per plane of the buffer")
+      ->check(CLI::Range(1u, kMaxFrameSide));
   addHostOptions(*c, o->host, false);
   c->footer(
       "The session stylisation type defaults to 1 here so the plugin is enabled; pass "
@@ -86,6 +90,7 @@ void addRunCommand(CLI::App& app) {
     if (o->stride) f.stride = o->stride;
     if (o->scanline) f.scanline = o->scanline;
     if (!o->format.empty()) f.format = parseFormat(o->format);
+    checkFrameMemory(f);
     if (!o->scene.empty()) {
       const std::string& scene = o->scene;
       if (scene == "protrait" || scene == "portrait") {

@@ -6,7 +6,9 @@
 #include <system/camera_metadata.h>
 #include <system/camera_metadata_tags.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -257,13 +259,13 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
       entry.frame = u32Value(value, w);
       entry.numbered = true;
     } else if (key == "width") {
-      entry.width = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.width = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "height") {
-      entry.height = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.height = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "stride") {
-      entry.stride = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.stride = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "scanline") {
-      entry.scanline = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.scanline = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "format") {
       const auto f = value.is_string() ? parseFormat(value.get<std::string>()) : std::nullopt;
       if (!f) fail(w, "expected \"nv21\", \"nv12\" or \"rgba\", got " + shown(value));
@@ -282,7 +284,46 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
            "input, output, meta)");
     }
   }
+  checkFrameMemory(entry);
   return entry;
+}
+
+uint64_t framePeakBytes(uint32_t width, uint32_t height, uint32_t stride, uint32_t scanline,
+                        PixelFormat format) {
+  const uint64_t picture = uint64_t(width) * height * 4;
+  const uint64_t plane = uint64_t(std::max(stride, width)) * std::max(scanline, height);
+  const uint64_t buffer = format == PixelFormat::Rgba ? plane * 4 : plane * 3 / 2;
+  return 2 * picture + 2 * buffer;
+}
+
+uint64_t availableMemoryBytes() {
+  std::ifstream in("/proc/meminfo");
+  std::string key;
+  uint64_t kib = 0;
+  std::string unit;
+  while (in >> key >> kib >> unit)
+    if (key == "MemAvailable:") return kib * 1024;
+  return 0;
+}
+
+std::string frameMemoryProblem(uint32_t width, uint32_t height, uint32_t stride, uint32_t scanline,
+                               PixelFormat format, uint64_t available) {
+  const uint64_t need = framePeakBytes(width, height, stride, scanline, format);
+  if (available == 0 || need <= available) return {};
+  char text[160];
+  std::snprintf(text, sizeof(text),
+                "a %ux%u frame needs about %.1f GB, more than the %.1f GB of memory available",
+                width, height, double(need) / 1e9, double(available) / 1e9);
+  return text;
+}
+
+void checkFrameMemory(const SessionFrame& frame) {
+  if (!frame.width || !frame.height) return;
+  const std::string problem =
+      frameMemoryProblem(*frame.width, *frame.height, frame.stride.value_or(*frame.width),
+                         frame.scanline.value_or(*frame.height),
+                         frame.format.value_or(PixelFormat::Nv21), availableMemoryBytes());
+  if (!problem.empty()) fail(frame.where("width"), problem);
 }
 
 std::vector<SessionFrame> readSession(const std::string& path) {

@@ -53,6 +53,25 @@ struct SessionFrame {
   std::string where(const std::string& field) const;
 };
 
+// Largest width, height, stride and scanline a frame may declare. Camera
+// sensors stay below it (a 200 MP sensor is 16320 x 12240); larger values are
+// refused when the session is read, before anything is allocated.
+constexpr uint32_t kMaxFrameSide = 16384;
+
+// Bytes a frame of this geometry costs the replay at its peak: the picture
+// as RGBA, the input and output host buffers, and the result read back.
+uint64_t framePeakBytes(uint32_t width, uint32_t height, uint32_t stride, uint32_t scanline,
+                        PixelFormat format);
+// Memory the system can still give (MemAvailable); 0 when unknown.
+uint64_t availableMemoryBytes();
+// Empty when the frame fits into `available` bytes (0: unknown, always fits);
+// otherwise what to tell the user.
+std::string frameMemoryProblem(uint32_t width, uint32_t height, uint32_t stride, uint32_t scanline,
+                               PixelFormat format, uint64_t available);
+// Throws Failure naming the frame's "width" field when its declared size does
+// not fit into the memory available now.
+void checkFrameMemory(const SessionFrame& frame);
+
 // Scene ids the camera's scene detector reports for the scene names.
 std::optional<uint32_t> sceneIdOfName(const std::string& name);
 
