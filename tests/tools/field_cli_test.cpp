@@ -166,3 +166,43 @@ TEST_F(FieldCli, OversizedFramesAreRefusedAtParseTime) {
   }
   EXPECT_EQ(lumo("run generated:chart -o x.png --width 30000 --height 30000" + kProbe).status, 2);
 }
+
+// Bad option values are usage errors (exit 2) with one message naming the option.
+TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
+  const std::pair<const char*, const char*> usage[] = {
+      {"run generated:chart -o x.png --log-level loud", "--log-level: loud not in"},
+      {"run generated:chart -o x.png --prop noequals", "--prop: expected KEY=VALUE, got noequals"},
+      {"run generated:chart -o x.png --stride 100", "--stride: stride 100 is below the width 640"},
+      {"run generated:chart -o x.png --cct 4200.5",
+       "--cct: expected an integer in 0..4294967295, got 4200.5"},
+      {"run generated:chart -o x.png --device-root nosuchdir", "--device-root: "},
+      {"bogus", "lumo: unknown command \"bogus\" (commands: replay, run, demo, calib, generate"},
+      {"calib bogus", "lumo: unknown command \"bogus\" (commands: build, check, dump, export"},
+  };
+  for (const auto& [args, message] : usage) {
+    SCOPED_TRACE(args);
+    const Outcome o = lumo(std::string(args) + kProbe);
+    EXPECT_EQ(o.status, 2);
+    EXPECT_THAT(o.err, HasSubstr(message));
+  }
+  EXPECT_FALSE(fs::exists(dir / "nosuchdir"));
+  // The same value is refused the same way in a session.
+  Outcome o = replay(frameLine("preview", R"("cct": 4200.5)"), kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err,
+              HasSubstr("field \"meta.cct\": expected an integer in 0..4294967295, got 4200.5"));
+  o = lumo("--version");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_THAT(o.out, StartsWith("lumo "));
+  o = lumo("calib build --help");
+  EXPECT_THAT(o.out, HasSubstr("\"scenes\""));
+  EXPECT_THAT(o.out, HasSubstr("docs/lumo.md"));
+  // "-" reads the session from standard input; inputs resolve from the current folder.
+  write("s.jsonl", frameLine("snapshot", R"("stylization": 1)") + frameLine("preview", ""));
+  o = lumo("replay - --out out --json < s.jsonl" + kProbe);
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(frames(o).size(), 2u);
+  write("bad.jsonl", "{\"instance\": 1}\n");
+  o = lumo("replay - --out out < bad.jsonl" + kProbe);
+  EXPECT_THAT(o.err, StartsWith("lumo: stdin:1: field \"instance\""));
+}

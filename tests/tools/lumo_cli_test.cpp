@@ -52,6 +52,7 @@ protected:
 // one, and the missing calibration file is mentioned once for both instances.
 TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
   const std::string input = writeRawInput(dir);
+  fs::create_directories(dir / "dev");
   const Outcome o = replay(
       R"({"instance": "preview", "meta": {"stylization": 1, "tags": {)"
       R"("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl": {"type": "u8", "values": [1, 2, 3]},)"

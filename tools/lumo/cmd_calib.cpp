@@ -28,6 +28,15 @@ void addBuild(CLI::App& calibApp) {
       "build", "Write a calibration file from a JSON description (looks, shadings, band trees)");
   c->add_option("DESCRIPTION", *desc, "JSON description")->required();
   c->add_option("-o,--output", *out, "Calibration file to write")->required();
+  c->footer(
+      "Description: {\"looks\": {NAME: {\"generate\": {exposure, temperature, tint, contrast, "
+      "saturation, shadows, highlights, fade, gamma}} | {\"cube\": FILE}}, \"shadings\": {NAME: "
+      "[8 floats]}, \"scenes\": [{\"name\": SCENE, \"lux\": [{\"start\": N, \"end\": N, \"cct\": "
+      "[{\"start\": N, \"end\": N, \"lut\": NAME}]}]}], \"zooms\": [{\"ratio\": R, \"lux\": [... "
+      "\"shading\": NAME ...]}]}. Scene names the camera reports: common, plants, night, "
+      "sunrise_sunset, food, protrait. Bands ascend without overlap. The file is checked as "
+      "`calib check` would before it is written. Full description: docs/lumo.md (lumo calib); "
+      "`calib export` of an existing file gives a worked example.");
   c->callback([desc, out] {
     calib::CalibrationFile file;
     std::vector<uint8_t> bytes;

@@ -115,7 +115,8 @@ void addDemoCommand(CLI::App& app) {
       ->expected(2)
       ->check(CLI::Range(16, 8192));
   c->add_option("--plugin", o->plugin, "Plugin library (default: the one beside the tool)");
-  c->add_option("--log-level", o->setup.logLevel, "Lowest Android log priority on stderr");
+  c->add_option("--log-level", o->setup.logLevel, "Lowest Android log priority on stderr")
+      ->check(logLevelNames());
   c->add_flag("--json", o->json, "Print the table as JSON");
   c->callback([o, calibration, size] {
     const fs::path calib =

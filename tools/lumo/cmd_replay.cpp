@@ -28,7 +28,7 @@ void addReplayCommand(CLI::App& app) {
       "replay",
       "Feed a capture session (one JSON object per line, one line per frame) through "
       "the plugin as the camera host does");
-  c->add_option("SESSION", *session, "Session file (.jsonl)")->required();
+  c->add_option("SESSION", *session, "Session file (.jsonl); - reads standard input")->required();
   addHostOptions(*c, *o);
   c->footer(
       "Session line: {\"instance\": \"preview\"|\"snapshot\", \"frame\": N, \"width\": W, "
@@ -114,11 +114,9 @@ void addRunCommand(CLI::App& app) {
     if (!o->zoom.empty()) f.meta.zoom = parseFloatArgument(o->zoom, "--zoom");
     if (!o->cct.empty()) {
       try {
-        const unsigned long long v = std::stoull(o->cct);
-        if (v > 0xFFFFFFFFull) throw std::out_of_range("cct");
-        f.meta.cct = uint32_t(v);
-      } catch (const std::exception&) {
-        throw CLI::ValidationError("--cct", "expected an integer in 0..4294967295, got " + o->cct);
+        f.meta.cct = unsignedArgument(o->cct, "");
+      } catch (const Failure& e) {
+        throw CLI::ValidationError("--cct", e.what());
       }
     }
     if (o->faces >= 0) f.meta.faces = uint32_t(o->faces);
@@ -126,7 +124,19 @@ void addRunCommand(CLI::App& app) {
     const std::filesystem::path out(o->output);
     o->host.outDir = out.parent_path().empty() ? "." : out.parent_path().string();
     f.output = out.filename().string();
-    runFrames({f}, o->host, ".");
+    try {
+      runFrames({f}, o->host, ".");
+    } catch (const Failure& e) {
+      // Geometry given on the command line that the picture cannot have is a usage error.
+      const std::string message = e.what();
+      for (const char* field : {"width", "height", "stride", "scanline", "format"}) {
+        const std::string tag = std::string("field \"") + field + "\": ";
+        const auto at = message.find(tag);
+        if (message.starts_with(f.file) && at != std::string::npos)
+          throw CLI::ValidationError(std::string("--") + field, message.substr(at + tag.size()));
+      }
+      throw;
+    }
   });
 }
 

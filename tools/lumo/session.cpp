@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -218,6 +219,12 @@ std::optional<uint32_t> sceneIdOfName(const std::string& name) {
   return std::nullopt;
 }
 
+uint32_t unsignedArgument(const std::string& text, const std::string& where) {
+  json value = json::parse(text, nullptr, false);
+  if (value.is_discarded()) value = text;
+  return u32Value(value, where);
+}
+
 float floatValue(const json& v, const std::string& where) {
   if (auto f = calib::jsonFloat(v)) return *f;
   fail(where, std::string("expected ") + calib::kFloatSpellings + ", got " + shown(v));
@@ -326,9 +333,9 @@ void checkFrameMemory(const SessionFrame& frame) {
   if (!problem.empty()) fail(frame.where("width"), problem);
 }
 
-std::vector<SessionFrame> readSession(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) throw Failure(path + ": cannot open session file");
+namespace {
+
+std::vector<SessionFrame> readSessionLines(std::istream& in, const std::string& path) {
   std::vector<SessionFrame> frames;
   std::string text;
   size_t line = 0;
@@ -344,6 +351,15 @@ std::vector<SessionFrame> readSession(const std::string& path) {
   }
   if (in.bad()) throw Failure(path + ": cannot read session file");
   return frames;
+}
+
+}  // namespace
+
+std::vector<SessionFrame> readSession(const std::string& path) {
+  if (path == "-") return readSessionLines(std::cin, "stdin");
+  std::ifstream in(path);
+  if (!in) throw Failure(path + ": cannot open session file");
+  return readSessionLines(in, path);
 }
 
 }  // namespace lumo

@@ -75,7 +75,11 @@ void checkFrameMemory(const SessionFrame& frame);
 // Scene ids the camera's scene detector reports for the scene names.
 std::optional<uint32_t> sceneIdOfName(const std::string& name);
 
-// Parses a whole session; frames without a number continue from the one
+// An unsigned 32-bit integer given on the command line, read exactly as a
+// session value ("4200", "0x1068"; "4200.5" is refused the same way).
+uint32_t unsignedArgument(const std::string& text, const std::string& where);
+
+// Parses a whole session ("-": standard input); frames without a number continue from the one
 // before (the first from 0). Throws Failure naming file, line and field.
 std::vector<SessionFrame> readSession(const std::string& path);
 SessionFrame parseFrameLine(const std::string& text, const std::string& file, size_t line);
