@@ -206,3 +206,17 @@ TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
   o = lumo("replay - --out out < bad.jsonl" + kProbe);
   EXPECT_THAT(o.err, StartsWith("lumo: stdin:1: field \"instance\""));
 }
+
+// The host's counter restarts: default names stay unique, named outputs still collide.
+TEST_F(FieldCli, RepeatedFrameNumbersGetUniqueDefaultNames) {
+  const std::string again = frameLine("preview", "", R"(, "frame": 0)");
+  Outcome o = replay(again + frameLine("preview", "") + frameLine("snapshot", "") + again, kProbe);
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(files("out"), (std::vector<std::string>{
+                              "frame_000000_preview_line1.png", "frame_000000_preview_line4.png",
+                              "frame_000001_preview.png", "frame_000002_snapshot.png"}));
+  const std::string named = frameLine("preview", "", R"(, "output": "a.png")");
+  o = replay(named + named, kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("s.jsonl:2: field \"output\": \"a.png\" is already written"));
+}

@@ -174,6 +174,23 @@ std::string defaultOutputName(const SessionFrame& frame) {
   return name;
 }
 
+std::vector<std::string> outputNames(const std::vector<SessionFrame>& frames) {
+  std::map<std::string, size_t> uses;
+  for (const SessionFrame& f : frames)
+    if (!f.output) ++uses[defaultOutputName(f)];
+  std::vector<std::string> names;
+  for (const SessionFrame& f : frames) {
+    if (f.output) {
+      names.push_back(*f.output);
+      continue;
+    }
+    std::string name = defaultOutputName(f);
+    if (uses[name] > 1) name.insert(name.rfind('.'), "_line" + std::to_string(f.line));
+    names.push_back(name);
+  }
+  return names;
+}
+
 std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                                        const ReplayOptions& options, const FrameCallback& onFrame) {
   const std::string pluginPath =
@@ -200,6 +217,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
     created.clear();
   };
   VyMetadata session;
+  const std::vector<std::string> names = outputNames(frames);
   std::vector<FrameReport> reports;
   hostsim::LogCapture capture;
   FilterTap tap;
@@ -270,7 +288,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);
-      const std::string name = frame.output.value_or(defaultOutputName(frame));
+      const std::string& name = names[i];
       writeImage(staging.stage(name, frame), result);
       report.output = staging.finalPath(name);
       if (options.keepInputs) {

@@ -47,5 +47,9 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
 
 // Name of a frame's output when the session gives none.
 std::string defaultOutputName(const SessionFrame& frame);
+// Every frame's output name: its own, or the default; when the host's
+// counter restarted and two frames would get the same default, each of them
+// also carries its session line ("frame_000003_preview_line12.png").
+std::vector<std::string> outputNames(const std::vector<SessionFrame>& frames);
 
 }  // namespace lumo
