@@ -220,3 +220,35 @@ TEST_F(FieldCli, RepeatedFrameNumbersGetUniqueDefaultNames) {
   EXPECT_EQ(o.status, 1);
   EXPECT_THAT(o.err, HasSubstr("s.jsonl:2: field \"output\": \"a.png\" is already written"));
 }
+
+// Any process mode the host might pass makes its own instance.
+TEST_F(FieldCli, SessionLinesChooseTheProcessMode) {
+  const std::string mode7 = R"({"process_mode": 7, "meta": {"stylization": 1}})"
+                            "\n";
+  Outcome o =
+      replay(mode7 + mode7 + frameLine("preview", R"("stylization": 1)"), kProbe + " --json");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const std::string log = readText(dir / "log.txt");
+  EXPECT_EQ(countOf(log, "initialize 7"), 1u);
+  EXPECT_EQ(countOf(log, "initialize 1"), 1u);
+  EXPECT_EQ(countOf(log, "process 7 frame="), 2u);
+  EXPECT_EQ(frames(o)[0]["instance"], "mode7");
+  EXPECT_EQ(frames(o)[0]["process_mode"], 7);
+  EXPECT_EQ(files("out"),
+            (std::vector<std::string>{"frame_000000_mode7.png", "frame_000001_mode7.png",
+                                      "frame_000002_preview.png"}));
+  o = replay(R"({"process_mode": -1})"
+             "\n",
+             kProbe);
+  EXPECT_THAT(o.err, HasSubstr("field \"process_mode\": expected an integer in 0..4294967295"));
+#ifdef LUMO_REAL_PLUGIN
+  // The real plugin makes no filter for an unknown mode: both renders fail, then it stays copying.
+  fs::create_directories(dir / "dev/odm/etc/camera");
+  write("d.json", kCommonOnly);
+  ASSERT_EQ(lumo("calib build d.json -o dev/odm/etc/camera/lumo_filter_param.bin").status, 0);
+  o = replay(mode7 + mode7, " --device-root dev --json");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(frames(o)[0]["reason"], "render-failed");
+  EXPECT_EQ(frames(o)[1]["reason"], "sticky-bypass");
+#endif
+}

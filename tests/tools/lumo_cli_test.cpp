@@ -112,7 +112,7 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
       // second line, error after "s.jsonl:"
       {"\n" + p + "\n", "3: malformed JSON: parse error"},  // the parser's detail follows
       {p + R"("colour": 1})",
-       "2: field \"colour\": unknown field (known: instance, frame, width, "
+       "2: field \"colour\": unknown field (known: instance, process_mode, frame, width, "
        "height, stride, scanline, format, input, output, meta)"},
       {p + R"("input": "nope.png"})", "2: field \"input\": nope.png: no such image file"},
       {p + R"("input": "in_4x2_6_4.nv21", "stride": 8})",

@@ -81,10 +81,15 @@ std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
   if (o.json) {
     nlohmann::json out = nlohmann::json::array();
     for (const FrameReport& f : reports) {
-      nlohmann::json entry = {{"frame", f.frame},     {"instance", instanceName(f.instance)},
-                              {"enabled", f.enabled}, {"result", f.result},
-                              {"aiscene", f.aiscene}, {"width", f.width},
-                              {"height", f.height},   {"format", formatName(f.format)},
+      nlohmann::json entry = {{"frame", f.frame},
+                              {"instance", modeLabel(f.processMode)},
+                              {"process_mode", f.processMode},
+                              {"enabled", f.enabled},
+                              {"result", f.result},
+                              {"aiscene", f.aiscene},
+                              {"width", f.width},
+                              {"height", f.height},
+                              {"format", formatName(f.format)},
                               {"output", f.output}};
       entry.update(outcomeJson(f.outcome));
       out.push_back(entry);
@@ -95,7 +100,7 @@ std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
   } else {
     std::printf("%-7s %-9s %-15s %-36s %s\n", "frame", "instance", "aiscene", "plugin", "output");
     for (const FrameReport& f : reports) {
-      std::printf("%-7u %-9s %-15s %-36s %s\n", f.frame, instanceName(f.instance),
+      std::printf("%-7u %-9s %-15s %-36s %s\n", f.frame, modeLabel(f.processMode).c_str(),
                   f.aiscene.empty() ? "-" : f.aiscene.c_str(), reasonText(f.outcome.reason),
                   f.output.c_str());
       for (const std::string& line : outcomeLines(f.outcome))

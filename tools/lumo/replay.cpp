@@ -170,7 +170,8 @@ std::string sceneFromLog(const std::vector<std::string>& messages) {
 
 std::string defaultOutputName(const SessionFrame& frame) {
   char name[64];
-  std::snprintf(name, sizeof(name), "frame_%06u_%s.png", frame.frame, instanceName(frame.instance));
+  std::snprintf(name, sizeof(name), "frame_%06u_%s.png", frame.frame,
+                modeLabel(processModeOf(frame)).c_str());
   return name;
 }
 
@@ -209,10 +210,11 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                  "lumo: note: no calibration file at %s: the plugin passes frames through\n",
                  calibrationFilePath().c_str());
 
-  std::map<InstanceKind, hostsim::PluginPtr> instances;
-  std::vector<InstanceKind> created;  // instances are destroyed in the order they were made
+  // One instance per process mode, as the host makes one per pipeline node.
+  std::map<uint32_t, hostsim::PluginPtr> instances;
+  std::vector<uint32_t> created;  // instances are destroyed in the order they were made
   auto destroyAll = [&] {
-    for (InstanceKind kind : created) instances[kind]->destroy();
+    for (uint32_t mode : created) instances[mode]->destroy();
     instances.clear();
     created.clear();
   };
@@ -221,7 +223,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
   std::vector<FrameReport> reports;
   hostsim::LogCapture capture;
   FilterTap tap;
-  std::map<InstanceKind, InstanceTrace> traces;
+  std::map<uint32_t, InstanceTrace> traces;
   FrameEvidence evidence;
   evidence.store = calibrationThere ? StoreState::Loaded : StoreState::Absent;
   // Without the plugin's debug lines the selection leaves no trace in the log.
@@ -229,13 +231,14 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
   try {
     for (size_t i = 0; i < frames.size(); ++i) {
       const SessionFrame& frame = frames[i];
-      auto& plugin = instances[frame.instance];
+      const uint32_t mode = processModeOf(frame);
+      auto& plugin = instances[mode];
       if (!plugin) {
         plugin = registry.create(kProviderName);
         if (!plugin) throw Failure(pluginPath + ": the provider created no plugin object");
-        created.push_back(frame.instance);
+        created.push_back(mode);
         vyalgo2::CreateInfo info;
-        info.processMode = frame.instance == InstanceKind::Preview ? 1 : 0;
+        info.processMode = mode;
         plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
       }
       const Image image = loadFrameImage(frame, options.sessionDir);
@@ -255,6 +258,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       FrameReport report;
       report.frame = frame.frame;
       report.instance = frame.instance;
+      report.processMode = mode;
       report.width = g.width;
       report.height = g.height;
       report.format = g.format;
@@ -274,7 +278,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
         vyalgo2::PluginUtils::vyCopyBuffer(&dst, &src);
         __android_log_print(ANDROID_LOG_INFO, kHostTag,
                             "frame %u: %s plugin not enabled, input copied to output", frame.frame,
-                            instanceName(frame.instance));
+                            modeLabel(mode).c_str());
       }
       report.aiscene = sceneFromLog(capture.androidMessages());
       // Without a scene result the plugin takes the common scene and says nothing.
@@ -284,7 +288,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       evidence.messages = capture.androidMessages();
       evidence.renders = tap.take();
       evidence.scene = report.aiscene;
-      report.outcome = readFrameOutcome(evidence, traces[frame.instance]);
+      report.outcome = readFrameOutcome(evidence, traces[mode]);
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);

@@ -1,6 +1,7 @@
 // The host's side of a capture session: loads the plugin the way the camera
 // framework does, creates the preview (process mode 1) and snapshot (mode 0)
-// instances when a frame first needs one, asks isEnabled before each frame,
+// instances, or one per other process mode a session asks for, when a frame
+// first needs one, asks isEnabled before each frame,
 // hands enabled frames to processRequest and copies the others, and
 // destroys every instance at the end.
 #pragma once
@@ -26,12 +27,13 @@ struct ReplayOptions {
 struct FrameReport {
   uint32_t frame = 0;
   InstanceKind instance = InstanceKind::Preview;
-  bool enabled = false;  // isEnabled said yes and processRequest ran
-  FrameOutcome outcome;  // what the plugin observably did with the frame
-  int result = 0;        // processRequest's return value
-  std::string output;    // path of the written output
-  std::string before;    // path of the written input copy (keepInputs)
-  std::string aiscene;   // scene the plugin logged for the frame, if it did
+  uint32_t processMode = 0;  // the mode its instance was created with
+  bool enabled = false;      // isEnabled said yes and processRequest ran
+  FrameOutcome outcome;      // what the plugin observably did with the frame
+  int result = 0;            // processRequest's return value
+  std::string output;        // path of the written output
+  std::string before;        // path of the written input copy (keepInputs)
+  std::string aiscene;       // scene the plugin logged for the frame, if it did
   uint32_t width = 0, height = 0;
   PixelFormat format = PixelFormat::Nv21;
 };

@@ -210,6 +210,17 @@ std::string SessionFrame::where(const std::string& field) const {
   return at + ": field \"" + field + "\": ";
 }
 
+uint32_t processModeOf(const SessionFrame& frame) {
+  if (frame.processMode) return *frame.processMode;
+  return frame.instance == InstanceKind::Preview ? 1 : 0;
+}
+
+std::string modeLabel(uint32_t mode) {
+  if (mode == 0) return "snapshot";
+  if (mode == 1) return "preview";
+  return "mode" + std::to_string(mode);
+}
+
 std::optional<uint32_t> sceneIdOfName(const std::string& name) {
   if (name == "common") return 0;
   if (name == "food") return 2;
@@ -250,7 +261,7 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
                   "malformed JSON: " + (colon == std::string::npos ? what : what.substr(colon)));
   }
   if (!j.is_object()) throw Failure(at + "expected one JSON object per line, got " + shown(j));
-  if (!j.contains("instance"))
+  if (!j.contains("instance") && !j.contains("process_mode"))
     throw Failure(entry.where("instance") + "missing (\"preview\" or \"snapshot\")");
   for (const auto& [key, value] : j.items()) {
     const std::string w = entry.where(key);
@@ -262,6 +273,8 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
         entry.instance = InstanceKind::Snapshot;
       else
         fail(w, "expected \"preview\" or \"snapshot\", got " + shown(value));
+    } else if (key == "process_mode") {
+      entry.processMode = u32Value(value, w);
     } else if (key == "frame") {
       entry.frame = u32Value(value, w);
       entry.numbered = true;
@@ -287,7 +300,8 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
       entry.meta = parseMeta(value, entry);
     } else {
       fail(w,
-           "unknown field (known: instance, frame, width, height, stride, scanline, format, "
+           "unknown field (known: instance, process_mode, frame, width, height, stride, scanline, "
+           "format, "
            "input, output, meta)");
     }
   }

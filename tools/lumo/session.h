@@ -41,6 +41,7 @@ struct SessionFrame {
   std::string file;  // session file and line, for messages
   size_t line = 0;
   InstanceKind instance = InstanceKind::Preview;
+  std::optional<uint32_t> processMode;  // "process_mode": any value the host might pass
   uint32_t frame = 0;
   bool numbered = false;  // the line gave "frame"
   std::optional<uint32_t> width, height, stride, scanline;
@@ -71,6 +72,12 @@ std::string frameMemoryProblem(uint32_t width, uint32_t height, uint32_t stride,
 // Throws Failure naming the frame's "width" field when its declared size does
 // not fit into the memory available now.
 void checkFrameMemory(const SessionFrame& frame);
+
+// Process mode the host creates the frame's instance with: "process_mode"
+// when the line gives one, else 1 for preview and 0 for snapshot.
+uint32_t processModeOf(const SessionFrame& frame);
+// "preview" (mode 1), "snapshot" (mode 0), otherwise "modeN".
+std::string modeLabel(uint32_t mode);
 
 // Scene ids the camera's scene detector reports for the scene names.
 std::optional<uint32_t> sceneIdOfName(const std::string& name);
