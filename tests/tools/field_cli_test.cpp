@@ -252,3 +252,31 @@ TEST_F(FieldCli, SessionLinesChooseTheProcessMode) {
   EXPECT_EQ(frames(o)[1]["reason"], "sticky-bypass");
 #endif
 }
+
+// A tag nobody reads is said once; a UTF-8 byte-order mark is dropped, UTF-16 refused.
+TEST_F(FieldCli, UnreadTagsAreWarnedOnceAndByteOrderMarksHandled) {
+  const std::string typo = frameLine(
+      "preview",
+      R"("tags": {"com.zentor.sessionparams.stylizatonType": {"type": "u8", "values": [1]},)"
+      R"( "0x1002F": {"type": "f32", "values": [2]}, "77": {"type": "u8", "values": [1]}})");
+  Outcome o = replay(typo + typo + typo, kProbe);
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(countOf(o.err, "lumo: warning: "), 2u) << o.err;
+  EXPECT_THAT(o.err,
+              HasSubstr("s.jsonl:1: field \"meta.tags.com.zentor.sessionparams.stylizatonType\": "
+                        "no part of the camera stack reads this tag"));
+  EXPECT_THAT(o.err, HasSubstr("field \"meta.tags.77\""));
+  EXPECT_THAT(o.err, Not(HasSubstr("0x1002F")));
+
+  const std::pair<std::string, int> boms[] = {
+      {"\xEF\xBB\xBF", 0}, {"\xFF\xFE", 1}, {"\xFE\xFF", 1}};
+  for (const auto& [bom, status] : boms) {
+    o = replay(bom + frameLine("preview", "") + frameLine("preview", ""), kProbe);
+    EXPECT_EQ(o.status, status) << o.err;
+    if (status != 0) {
+      EXPECT_EQ(o.err,
+                "lumo: s.jsonl:1: the file is UTF-16 (it starts with a byte-order mark); "
+                "save it as UTF-8\n");
+    }
+  }
+}

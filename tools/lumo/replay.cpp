@@ -7,14 +7,17 @@
 #include <hostsim/log_sink.h>
 #include <hostsim/metadata_tags.h>
 #include <hostsim/plugin_registry.h>
+#include <system/camera_metadata_tags.h>
 #include <unistd.h>
 #include <vyalgo2/PluginUtils.h>
 #include <vyalgo2/VyLog.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <regex>
+#include <set>
 
 #include "failure.h"
 #include "filter_tap.h"
@@ -166,6 +169,30 @@ std::string sceneFromLog(const std::vector<std::string>& messages) {
   return name;
 }
 
+// A tag nobody in the camera stack reads is most likely a typo of one that
+// is read: say so once per tag, on the first line that uses it.
+void warnUnreadTags(const std::vector<SessionFrame>& frames) {
+  static const char* const kRead[] = {hostsim::kTagAwbFrameControl, hostsim::kTagAecFrameControl,
+                                      hostsim::kTagAiSceneResult, hostsim::kTagSnapshotImageName,
+                                      hostsim::kTagStylizationType};
+  std::set<std::string> warned;
+  for (const SessionFrame& frame : frames) {
+    for (const RawTag& tag : frame.meta.tags) {
+      const bool read =
+          tag.number ? (*tag.number == ANDROID_CONTROL_ZOOM_RATIO ||
+                        *tag.number == ANDROID_STATISTICS_FACE_RECTANGLES)
+                     : std::find(std::begin(kRead), std::end(kRead), tag.key) != std::end(kRead);
+      if (read || !warned.insert(tag.key).second) continue;
+      std::fprintf(stderr,
+                   "lumo: warning: %sno part of the camera stack reads this tag (names read: %s, "
+                   "%s, %s, %s, %s; numbers: ANDROID_CONTROL_ZOOM_RATIO, "
+                   "ANDROID_STATISTICS_FACE_RECTANGLES); said once\n",
+                   frame.where("meta.tags." + tag.key).c_str(), kRead[0], kRead[1], kRead[2],
+                   kRead[3], kRead[4]);
+    }
+  }
+}
+
 }  // namespace
 
 std::string defaultOutputName(const SessionFrame& frame) {
@@ -196,6 +223,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                                        const ReplayOptions& options, const FrameCallback& onFrame) {
   const std::string pluginPath =
       options.pluginPath.empty() ? defaultPluginPath() : options.pluginPath;
+  warnUnreadTags(frames);
   Staging staging(options.outDir);
 
   hostsim::PluginRegistry registry;

@@ -357,6 +357,13 @@ std::vector<SessionFrame> readSessionLines(std::istream& in, const std::string& 
   while (std::getline(in, text)) {
     ++line;
     if (!text.empty() && text.back() == '\r') text.pop_back();
+    // Editors on Windows start UTF-8 files with a byte-order mark: it is not
+    // part of the JSON, so it is dropped. UTF-16 is refused by name.
+    if (line == 1 && text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
+    if (line == 1 && (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")))
+      throw Failure(path +
+                    ":1: the file is UTF-16 (it starts with a byte-order mark); save it as "
+                    "UTF-8");
     if (text.find_first_not_of(" \t") == std::string::npos) continue;
     SessionFrame entry = parseFrameLine(text, path, line);
     if (!entry.numbered) entry.frame = next;
