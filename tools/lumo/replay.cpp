@@ -271,6 +271,16 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       }
       const Image image = loadFrameImage(frame, options.sessionDir);
       const Geometry& g = image.geometry;
+      // A picture's own size is known only once it is read; the host buffers are not made
+      // for one above the limit either.
+      if (std::max({g.width, g.height, g.stride, g.scanline}) > kMaxFrameSide)
+        throw Failure(frame.where("input") + std::to_string(g.width) + "x" +
+                      std::to_string(g.height) + " is above the " + std::to_string(kMaxFrameSide) +
+                      " pixel limit of a frame side");
+      if (const std::string problem = frameMemoryProblem(g.width, g.height, g.stride, g.scanline,
+                                                         g.format, availableMemoryBytes());
+          !problem.empty())
+        throw Failure(frame.where("input") + problem);
       auto in = allocate(g, frame);
       auto out = allocate(g, frame);
       copyPlanes(image, *in, true);
