@@ -94,6 +94,19 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
   EXPECT_THAT(o.out, HasSubstr("copied: no parameters for the scene"));
   EXPECT_THAT(o.out, HasSubstr("the calibration has no scene \"food\""));
   EXPECT_THAT(o.out, HasSubstr("lut 0, 0, 0, 0"));
+  // The demo names no look for a frame the plugin copied.
+  const Outcome demo = lumo(
+      "demo --out demo --size 32 32 --json --calibration "
+      "dev/odm/etc/camera/lumo_filter_param.bin");
+  ASSERT_EQ(demo.status, 0) << demo.err;
+  for (const auto& f : frames(demo)) {
+    SCOPED_TRACE(f.dump());
+    const bool common = f["aiscene"] == "common" && f["frame"].get<int>() < 5;
+    EXPECT_EQ(f["plugin"]["plugin"], common ? "filtered" : "copied");
+    if (!common) {
+      EXPECT_THAT(f["look"].get<std::string>(), StartsWith("copied: "));
+    }
+  }
 }
 #endif
 
