@@ -78,6 +78,11 @@ bool hasSdkFilterFactory() {
   return static_cast<bool>(state().sdk);
 }
 
+FilterFactory sdkFilterFactory() {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  return state().sdk;
+}
+
 FilterFactoryOverride::FilterFactoryOverride(FilterFactory factory) {
   std::lock_guard<std::mutex> lock(state().mutex);
   m_previous = std::move(state().override);

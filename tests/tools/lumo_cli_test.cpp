@@ -52,6 +52,7 @@ protected:
 // one, and the missing calibration file is mentioned once for both instances.
 TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
   const std::string input = writeRawInput(dir);
+  fs::create_directories(dir / "dev");
   const Outcome o = replay(
       R"({"instance": "preview", "meta": {"stylization": 1, "tags": {)"
       R"("com.qti.stats.internal.perFrame.frameControl.AWBFrameControl": {"type": "u8", "values": [1, 2, 3]},)"
@@ -86,7 +87,7 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
   EXPECT_EQ(files("out"),
             (std::vector<std::string>{"copy_4x2_6_4.nv21", "frame_000000_preview.png",
                                       "frame_000007_snapshot.png", "o_4x2_6_4.nv21"}));
-  EXPECT_THAT(o.out, HasSubstr("no (copied)"));
+  EXPECT_THAT(o.out, HasSubstr("copied: disabled by the host"));
   EXPECT_EQ(countOf(o.err, "no calibration file at "), 1u) << o.err;
   EXPECT_THAT(o.err, HasSubstr("dev/odm/etc/camera/lumo_filter_param.bin"));
   EXPECT_TRUE(fs::is_directory(dir / "dev/data/vendor/camera"));
@@ -111,7 +112,7 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
       // second line, error after "s.jsonl:"
       {"\n" + p + "\n", "3: malformed JSON: parse error"},  // the parser's detail follows
       {p + R"("colour": 1})",
-       "2: field \"colour\": unknown field (known: instance, frame, width, "
+       "2: field \"colour\": unknown field (known: instance, process_mode, frame, width, "
        "height, stride, scanline, format, input, output, meta)"},
       {p + R"("input": "nope.png"})", "2: field \"input\": nope.png: no such image file"},
       {p + R"("input": "in_4x2_6_4.nv21", "stride": 8})",
@@ -136,7 +137,7 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
        "2: field \"meta.tags.t.values[1]\": expected an integer in 0..255, got 256"},
       {p + R"("format": "yuv"})",
        "2: field \"format\": expected \"nv21\", \"nv12\" or \"rgba\", got \"yuv\""},
-      {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..65536, got 0"},
+      {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..16384, got 0"},
       {"[1, 2]", "2: expected one JSON object per line, got [1,2]"},
   };
   for (const auto& [line, message] : cases) {

@@ -248,3 +248,29 @@ TEST_F(ExifDump, BlocksSplitAtFrameNumbersOrAtWidth) {
   EXPECT_EQ(blocks("snapshot.txt"), "-|8|6|protrait|||||" + bytes + "-|9||common|||||\n");
   EXPECT_EQ(blocks("missing_exif.txt"), "");
 }
+
+// The peak counts the RGBA picture and result and both host buffers.
+TEST(FrameSize, MemoryNeedIsRefusedAgainstWhatIsAvailable) {
+  struct Case {
+    uint32_t w, h, stride, scanline;
+    PixelFormat format;
+    uint64_t available;
+    bool refused;
+  };
+  const Case cases[] = {
+      {4000, 3000, 4032, 3008, PixelFormat::Nv21, 8ull << 30, false},
+      {16384, 16384, 16384, 16384, PixelFormat::Nv21, 2ull << 30, true},
+      {16384, 16384, 16384, 16384, PixelFormat::Nv21, 0, false},  // unknown: not refused
+      {1000, 1000, 1000, 1000, PixelFormat::Rgba, 15'999'999, true},
+      {1000, 1000, 1000, 1000, PixelFormat::Rgba, 16'000'000, false},
+  };
+  for (const Case& c : cases) {
+    const std::string problem =
+        frameMemoryProblem(c.w, c.h, c.stride, c.scanline, c.format, c.available);
+    EXPECT_EQ(!problem.empty(), c.refused) << c.w << "x" << c.h << " " << c.available;
+    if (c.refused) {
+      EXPECT_NE(problem.find("more than the"), std::string::npos) << problem;
+    }
+  }
+  EXPECT_EQ(framePeakBytes(4, 2, 6, 4, PixelFormat::Nv21), 2u * 32 + 2u * 36);
+}

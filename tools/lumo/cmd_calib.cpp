@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "atomic_file.h"
+#include "calib_findings.h"
 #include "commands.h"
 #include "failure.h"
 
@@ -27,13 +28,31 @@ void addBuild(CLI::App& calibApp) {
       "build", "Write a calibration file from a JSON description (looks, shadings, band trees)");
   c->add_option("DESCRIPTION", *desc, "JSON description")->required();
   c->add_option("-o,--output", *out, "Calibration file to write")->required();
+  c->footer(
+      "Description: {\"looks\": {NAME: {\"generate\": {exposure, temperature, tint, contrast, "
+      "saturation, shadows, highlights, fade, gamma}} | {\"cube\": FILE}}, \"shadings\": {NAME: "
+      "[8 floats]}, \"scenes\": [{\"name\": SCENE, \"lux\": [{\"start\": N, \"end\": N, \"cct\": "
+      "[{\"start\": N, \"end\": N, \"lut\": NAME}]}]}], \"zooms\": [{\"ratio\": R, \"lux\": [... "
+      "\"shading\": NAME ...]}]}. Scene names the camera reports: common, plants, night, "
+      "sunrise_sunset, food, protrait. Bands ascend without overlap. The file is checked as "
+      "`calib check` would before it is written. Full description: docs/lumo.md (lumo calib); "
+      "`calib export` of an existing file gives a worked example.");
   c->callback([desc, out] {
     calib::CalibrationFile file;
+    std::vector<uint8_t> bytes;
     try {
       file = calib::readDescription(*desc);
+      bytes = calib::serialize(file);
     } catch (const std::invalid_argument& e) {
       throw Failure(e.what());
     }
+    // What `calib check` would reject is not written; what it warns about is said here.
+    const calib::ReadResult checked = calib::readCalibration(bytes);
+    for (const std::string& line : findingLines(*out, checked.issues))
+      std::fprintf(stderr, "lumo: %s\n", line.c_str());
+    if (!checked.ok())
+      throw Failure(*desc + ": not built: the file would break the format (" +
+                    std::to_string(errorCount(checked.issues)) + " errors above)");
     std::string error;
     if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
     std::printf("%s: %zu scenes, %zu zoom ratios, %zu LUTs, %zu shadings\n", out->c_str(),
@@ -60,18 +79,14 @@ void addCheck(CLI::App& calibApp) {
       const bool bad = !r.ok() || (*strict && !r.issues.empty());
       failed = failed || bad;
       if (*json) {
-        nlohmann::json issues = nlohmann::json::array();
-        for (const calib::Issue& i : r.issues)
-          issues.push_back(
-              {{"severity", i.severity == calib::Issue::Severity::Error ? "error" : "warning"},
-               {"offset", i.offset},
-               {"record", i.record},
-               {"message", i.message}});
-        report.push_back({{"file", path}, {"ok", !bad}, {"issues", issues}});
+        nlohmann::json entry = findingsJson(r.issues);
+        entry["file"] = escapeBytes(path);
+        entry["ok"] = !bad;
+        report.push_back(entry);
       } else {
-        for (const calib::Issue& i : r.issues)
-          std::printf("%s\n", calib::formatIssue(path, i).c_str());
-        std::printf("%s: %s\n", path.c_str(), bad ? "FAILED" : "ok");
+        for (const std::string& line : findingLines(path, r.issues))
+          std::printf("%s\n", line.c_str());
+        std::printf("%s: %s\n", escapeBytes(path).c_str(), bad ? "FAILED" : "ok");
       }
     }
     if (*json) std::printf("%s\n", report.dump(2).c_str());
@@ -85,7 +100,13 @@ void addDump(CLI::App& calibApp) {
   c->add_option("FILE", *file, "Calibration file")->required();
   c->callback([file] {
     const calib::ReadResult r = readOrFail(*file);
-    std::fputs(calib::dumpText(r, *file).c_str(), stdout);
+    if (!r.ok()) {
+      for (const std::string& line : findingLines(*file, r.issues))
+        std::fprintf(stderr, "%s\n", line.c_str());
+      throw Failure(*file + ": not dumped: not a readable calibration file (" +
+                    std::to_string(errorCount(r.issues)) + " errors; see `lumo calib check`)");
+    }
+    std::fputs(escapeBytes(calib::dumpText(r, *file), true).c_str(), stdout);
   });
 }
 
@@ -103,8 +124,8 @@ void addExport(CLI::App& calibApp) {
   c->callback([file, json, cubeDir] {
     const calib::ReadResult r = readOrFail(*file);
     if (!r.ok()) {
-      for (const calib::Issue& i : r.issues)
-        std::fprintf(stderr, "%s\n", calib::formatIssue(*file, i).c_str());
+      for (const std::string& line : findingLines(*file, r.issues))
+        std::fprintf(stderr, "%s\n", line.c_str());
       throw Failure(*file + ": not exported: the file breaks the format");
     }
     const auto jsonDir = std::filesystem::path(*json).parent_path();

@@ -115,7 +115,8 @@ void addDemoCommand(CLI::App& app) {
       ->expected(2)
       ->check(CLI::Range(16, 8192));
   c->add_option("--plugin", o->plugin, "Plugin library (default: the one beside the tool)");
-  c->add_option("--log-level", o->setup.logLevel, "Lowest Android log priority on stderr");
+  c->add_option("--log-level", o->setup.logLevel, "Lowest Android log priority on stderr")
+      ->check(logLevelNames());
   c->add_flag("--json", o->json, "Print the table as JSON");
   c->callback([o, calibration, size] {
     const fs::path calib =
@@ -201,8 +202,11 @@ void addDemoCommand(CLI::App& app) {
       const FrameReport& r = reports[i];
       const auto it = chosen.find(f.frame);
       const std::string aiscene = it != chosen.end() ? it->second.aiscene : r.aiscene;
-      const std::string look =
-          it != chosen.end() ? describeChoice(it->second.lut, parsed.file, names) : "(no dump)";
+      // The dump records the selection even for frames the plugin then copied.
+      const std::string look = !r.outcome.filtered ? reasonText(r.outcome.reason)
+                               : it != chosen.end()
+                                   ? describeChoice(it->second.lut, parsed.file, names)
+                                   : "(no dump)";
       const std::string shading = it != chosen.end() ? it->second.shading : "";
       if (o->json) {
         table.push_back({{"frame", f.frame},
@@ -212,6 +216,7 @@ void addDemoCommand(CLI::App& app) {
                          {"cct", *f.meta.cct},
                          {"zoom", *f.meta.zoom},
                          {"enabled", r.enabled},
+                         {"plugin", outcomeJson(r.outcome)},
                          {"aiscene", aiscene},
                          {"look", look},
                          {"shading", shading},

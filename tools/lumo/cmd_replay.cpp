@@ -28,7 +28,7 @@ void addReplayCommand(CLI::App& app) {
       "replay",
       "Feed a capture session (one JSON object per line, one line per frame) through "
       "the plugin as the camera host does");
-  c->add_option("SESSION", *session, "Session file (.jsonl)")->required();
+  c->add_option("SESSION", *session, "Session file (.jsonl); - reads standard input")->required();
   addHostOptions(*c, *o);
   c->footer(
       "Session line: {\"instance\": \"preview\"|\"snapshot\", \"frame\": N, \"width\": W, "
@@ -67,10 +67,14 @@ void addRunCommand(CLI::App& app) {
                 "Buffer format handed to the plugin: nv21 (default), "
                 "nv12, rgba")
       ->check(CLI::IsMember({"nv21", "nv12", "rgba"}));
-  c->add_option("--width", o->width, "Width of a raw input or generated scene");
-  c->add_option("--height", o->height, "Height of a raw input or generated scene");
-  c->add_option("--stride", o->stride, "Row stride in pixels of the buffer");
-  c->add_option("--scanline", o->scanline, "Rows per plane of the buffer");
+  c->add_option("--width", o->width, "Width of a raw input or generated scene")
+      ->check(CLI::Range(1u, kMaxFrameSide));
+  c->add_option("--height", o->height, "Height of a raw input or generated scene")
+      ->check(CLI::Range(1u, kMaxFrameSide));
+  c->add_option("--stride", o->stride, "Row stride in pixels of the buffer")
+      ->check(CLI::Range(1u, kMaxFrameSide));
+  c->add_option("--scanline", o->scanline, "Rows per plane of the buffer")
+      ->check(CLI::Range(1u, kMaxFrameSide));
   addHostOptions(*c, o->host, false);
   c->footer(
       "The session stylisation type defaults to 1 here so the plugin is enabled; pass "
@@ -86,6 +90,7 @@ void addRunCommand(CLI::App& app) {
     if (o->stride) f.stride = o->stride;
     if (o->scanline) f.scanline = o->scanline;
     if (!o->format.empty()) f.format = parseFormat(o->format);
+    checkFrameMemory(f);
     if (!o->scene.empty()) {
       const std::string& scene = o->scene;
       if (scene == "protrait" || scene == "portrait") {
@@ -109,11 +114,9 @@ void addRunCommand(CLI::App& app) {
     if (!o->zoom.empty()) f.meta.zoom = parseFloatArgument(o->zoom, "--zoom");
     if (!o->cct.empty()) {
       try {
-        const unsigned long long v = std::stoull(o->cct);
-        if (v > 0xFFFFFFFFull) throw std::out_of_range("cct");
-        f.meta.cct = uint32_t(v);
-      } catch (const std::exception&) {
-        throw CLI::ValidationError("--cct", "expected an integer in 0..4294967295, got " + o->cct);
+        f.meta.cct = unsignedArgument(o->cct, "");
+      } catch (const Failure& e) {
+        throw CLI::ValidationError("--cct", e.what());
       }
     }
     if (o->faces >= 0) f.meta.faces = uint32_t(o->faces);
@@ -121,7 +124,19 @@ void addRunCommand(CLI::App& app) {
     const std::filesystem::path out(o->output);
     o->host.outDir = out.parent_path().empty() ? "." : out.parent_path().string();
     f.output = out.filename().string();
-    runFrames({f}, o->host, ".");
+    try {
+      runFrames({f}, o->host, ".");
+    } catch (const Failure& e) {
+      // Geometry given on the command line that the picture cannot have is a usage error.
+      const std::string message = e.what();
+      for (const char* field : {"width", "height", "stride", "scanline", "format"}) {
+        const std::string tag = std::string("field \"") + field + "\": ";
+        const auto at = message.find(tag);
+        if (message.starts_with(f.file) && at != std::string::npos)
+          throw CLI::ValidationError(std::string("--") + field, message.substr(at + tag.size()));
+      }
+      throw;
+    }
   });
 }
 

@@ -11,17 +11,36 @@
 
 namespace lumo {
 
+CLI::Validator logLevelNames() {
+  return CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"});
+}
+
+CLI::Validator propertyArgument() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        const auto eq = text.find('=');
+        if (eq == std::string::npos || eq == 0) return "expected KEY=VALUE, got " + text;
+        return {};
+      },
+      "KEY=VALUE");
+}
+
 void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
   c.add_option("--plugin", o.plugin,
                "Plugin library to load (default: liblumo_filter.so in the "
                "lib folder beside the tool)");
+  // An existing folder only: a mistyped root would otherwise be created empty
+  // and the plugin would quietly run without its calibration.
   c.add_option("--device-root", o.setup.deviceRoot,
-               "Folder standing for the device's root: /odm/etc/camera/lumo_filter_param.bin and "
-               "/data/vendor/camera/ dumps live under it (default: $LUMO_DEVICE_ROOT)");
+               "Existing folder standing for the device's root: "
+               "/odm/etc/camera/lumo_filter_param.bin and /data/vendor/camera/ dumps live under it "
+               "(default: $LUMO_DEVICE_ROOT)")
+      ->check(CLI::ExistingDirectory);
   // One value per --prop, so a following positional is never taken for a property.
   c.add_option("--prop", o.setup.props,
                "System property KEY=VALUE, set before the plugin loads (repeatable)")
-      ->allow_extra_args(false);
+      ->allow_extra_args(false)
+      ->check(propertyArgument());
   c.add_option("--props", o.setup.propsFile,
                "File of KEY=VALUE property lines (getprop's "
                "[key]: [value] works too)")
@@ -29,7 +48,8 @@ void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
   if (withOut) c.add_option("--out", o.outDir, "Folder for output images (default: .)");
   c.add_option("--log-level", o.setup.logLevel,
                "Lowest Android log priority shown: verbose, debug, info, warn, error, silent "
-               "(default: warn on stderr, verbose in a --logcat file)");
+               "(default: warn on stderr, verbose in a --logcat file)")
+      ->check(logLevelNames());
   c.add_option("--logcat", o.setup.logcatFile,
                "Write the Android log (logcat threadtime lines) "
                "to this file instead of stderr");
@@ -60,23 +80,32 @@ std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
   if (!print) return reports;
   if (o.json) {
     nlohmann::json out = nlohmann::json::array();
-    for (const FrameReport& f : reports)
-      out.push_back({{"frame", f.frame},
-                     {"instance", instanceName(f.instance)},
-                     {"enabled", f.enabled},
-                     {"result", f.result},
-                     {"aiscene", f.aiscene},
-                     {"width", f.width},
-                     {"height", f.height},
-                     {"format", formatName(f.format)},
-                     {"output", f.output}});
-    std::printf("%s\n", nlohmann::json({{"frames", out}}).dump(2).c_str());
+    for (const FrameReport& f : reports) {
+      nlohmann::json entry = {{"frame", f.frame},
+                              {"instance", modeLabel(f.processMode)},
+                              {"process_mode", f.processMode},
+                              {"enabled", f.enabled},
+                              {"result", f.result},
+                              {"aiscene", f.aiscene},
+                              {"width", f.width},
+                              {"height", f.height},
+                              {"format", formatName(f.format)},
+                              {"output", f.output}};
+      entry.update(outcomeJson(f.outcome));
+      out.push_back(entry);
+    }
+    std::printf("%s\n", nlohmann::json({{"frames", out}})
+                            .dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
+                            .c_str());
   } else {
-    std::printf("%-7s %-9s %-8s %-15s %s\n", "frame", "instance", "enabled", "aiscene", "output");
-    for (const FrameReport& f : reports)
-      std::printf("%-7u %-9s %-8s %-15s %s\n", f.frame, instanceName(f.instance),
-                  f.enabled ? "yes" : "no (copied)", f.aiscene.empty() ? "-" : f.aiscene.c_str(),
+    std::printf("%-7s %-9s %-15s %-36s %s\n", "frame", "instance", "aiscene", "plugin", "output");
+    for (const FrameReport& f : reports) {
+      std::printf("%-7u %-9s %-15s %-36s %s\n", f.frame, modeLabel(f.processMode).c_str(),
+                  f.aiscene.empty() ? "-" : f.aiscene.c_str(), reasonText(f.outcome.reason),
                   f.output.c_str());
+      for (const std::string& line : outcomeLines(f.outcome))
+        std::printf("%-7s %s\n", "", line.c_str());
+    }
   }
   return reports;
 }

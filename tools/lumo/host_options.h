@@ -16,6 +16,10 @@ struct HostCommandOptions {
   bool json = false;
 };
 
+// Checks that make bad option values usage errors (exit 2) when parsed.
+CLI::Validator logLevelNames();
+CLI::Validator propertyArgument();
+
 void addHostOptions(CLI::App& command, HostCommandOptions& options, bool withOut = true);
 
 // Runs frames with the host options and prints the per-frame results

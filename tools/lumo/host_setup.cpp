@@ -35,6 +35,10 @@ void applyHostSetup(const HostSetup& setup) {
     if (!hostsim::setPropertyArgument(p, &error)) throw Failure("--prop " + p + ": " + error);
   if (!setup.deviceRoot.empty())
     hostsim::setDeviceRoot(std::filesystem::absolute(setup.deviceRoot));
+  if (!hostsim::deviceRoot().empty() && !std::filesystem::is_directory(hostsim::deviceRoot()))
+    throw Failure(hostsim::deviceRoot() +
+                  ": the device root is not an existing folder (LUMO_DEVICE_ROOT or "
+                  "--device-root)");
   if (!hostsim::deviceRoot().empty()) {
     // A simulated device has its vendor folders; the plugin never creates them.
     std::error_code ec;

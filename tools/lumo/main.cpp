@@ -2,9 +2,41 @@
 // status 0 (success), 1 (failure) and 2 (usage error).
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "commands.h"
 #include "failure.h"
+
+namespace {
+
+// CLI11 reports a mistyped command as an unexpected argument; say what it is
+// and which commands exist. Returns false after printing when `argv` names an
+// unknown command where one is required.
+bool commandsKnown(CLI::App& app, int argc, char** argv) {
+  CLI::App* level = &app;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg.empty() || arg[0] == '-') return true;
+    const auto subs = level->get_subcommands([](CLI::App*) { return true; });
+    if (subs.empty() || level->get_require_subcommand_min() == 0) return true;
+    CLI::App* next = nullptr;
+    std::string names;
+    for (CLI::App* sub : subs) {
+      if (sub->check_name(arg)) next = sub;
+      names += (names.empty() ? "" : ", ") + sub->get_name();
+    }
+    if (next == nullptr) {
+      const std::string path = level == &app ? "lumo" : "lumo " + level->get_name();
+      std::fprintf(stderr, "lumo: unknown command \"%s\" (commands: %s; see %s --help)\n",
+                   arg.c_str(), names.c_str(), path.c_str());
+      return false;
+    }
+    level = next;
+  }
+  return true;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app(
@@ -12,16 +44,20 @@ int main(int argc, char** argv) {
       "and build, check and examine its calibration files");
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help for every command");
+  app.set_version_flag("--version", "lumo " LUMO_VERSION);
   lumo::addReplayCommand(app);
   lumo::addRunCommand(app);
   lumo::addDemoCommand(app);
   lumo::addCalibCommand(app);
   lumo::addGenerateCommand(app);
+  if (!commandsKnown(app, argc, argv)) return 2;
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e);
   } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
     app.exit(e);

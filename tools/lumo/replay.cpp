@@ -7,15 +7,20 @@
 #include <hostsim/log_sink.h>
 #include <hostsim/metadata_tags.h>
 #include <hostsim/plugin_registry.h>
+#include <system/camera_metadata_tags.h>
 #include <unistd.h>
 #include <vyalgo2/PluginUtils.h>
+#include <vyalgo2/VyLog.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <regex>
+#include <set>
 
 #include "failure.h"
+#include "filter_tap.h"
 #include "frame_source.h"
 #include "host_setup.h"
 #include "image_files.h"
@@ -164,18 +169,61 @@ std::string sceneFromLog(const std::vector<std::string>& messages) {
   return name;
 }
 
+// A tag nobody in the camera stack reads is most likely a typo of one that
+// is read: say so once per tag, on the first line that uses it.
+void warnUnreadTags(const std::vector<SessionFrame>& frames) {
+  static const char* const kRead[] = {hostsim::kTagAwbFrameControl, hostsim::kTagAecFrameControl,
+                                      hostsim::kTagAiSceneResult, hostsim::kTagSnapshotImageName,
+                                      hostsim::kTagStylizationType};
+  std::set<std::string> warned;
+  for (const SessionFrame& frame : frames) {
+    for (const RawTag& tag : frame.meta.tags) {
+      const bool read =
+          tag.number ? (*tag.number == ANDROID_CONTROL_ZOOM_RATIO ||
+                        *tag.number == ANDROID_STATISTICS_FACE_RECTANGLES)
+                     : std::find(std::begin(kRead), std::end(kRead), tag.key) != std::end(kRead);
+      if (read || !warned.insert(tag.key).second) continue;
+      std::fprintf(stderr,
+                   "lumo: warning: %sno part of the camera stack reads this tag (names read: %s, "
+                   "%s, %s, %s, %s; numbers: ANDROID_CONTROL_ZOOM_RATIO, "
+                   "ANDROID_STATISTICS_FACE_RECTANGLES); said once\n",
+                   frame.where("meta.tags." + tag.key).c_str(), kRead[0], kRead[1], kRead[2],
+                   kRead[3], kRead[4]);
+    }
+  }
+}
+
 }  // namespace
 
 std::string defaultOutputName(const SessionFrame& frame) {
   char name[64];
-  std::snprintf(name, sizeof(name), "frame_%06u_%s.png", frame.frame, instanceName(frame.instance));
+  std::snprintf(name, sizeof(name), "frame_%06u_%s.png", frame.frame,
+                modeLabel(processModeOf(frame)).c_str());
   return name;
+}
+
+std::vector<std::string> outputNames(const std::vector<SessionFrame>& frames) {
+  std::map<std::string, size_t> uses;
+  for (const SessionFrame& f : frames)
+    if (!f.output) ++uses[defaultOutputName(f)];
+  std::vector<std::string> names;
+  for (const SessionFrame& f : frames) {
+    if (f.output) {
+      names.push_back(*f.output);
+      continue;
+    }
+    std::string name = defaultOutputName(f);
+    if (uses[name] > 1) name.insert(name.rfind('.'), "_line" + std::to_string(f.line));
+    names.push_back(name);
+  }
+  return names;
 }
 
 std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                                        const ReplayOptions& options, const FrameCallback& onFrame) {
   const std::string pluginPath =
       options.pluginPath.empty() ? defaultPluginPath() : options.pluginPath;
+  warnUnreadTags(frames);
   Staging staging(options.outDir);
 
   hostsim::PluginRegistry registry;
@@ -184,44 +232,71 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
   if (!registry.load(pluginPath, &error)) throw Failure(error);
   if (registry.findProvider(kProviderName) == nullptr)
     throw Failure(pluginPath + ": registers no provider named " + kProviderName);
-  if (!fs::exists(calibrationFilePath()))
+  const bool calibrationThere = fs::exists(calibrationFilePath());
+  if (!calibrationThere)
     std::fprintf(stderr,
                  "lumo: note: no calibration file at %s: the plugin passes frames through\n",
                  calibrationFilePath().c_str());
 
-  std::map<InstanceKind, hostsim::PluginPtr> instances;
-  std::vector<InstanceKind> created;  // instances are destroyed in the order they were made
+  // One instance per process mode, as the host makes one per pipeline node.
+  std::map<uint32_t, hostsim::PluginPtr> instances;
+  std::vector<uint32_t> created;  // instances are destroyed in the order they were made
   auto destroyAll = [&] {
-    for (InstanceKind kind : created) instances[kind]->destroy();
+    for (uint32_t mode : created) instances[mode]->destroy();
     instances.clear();
     created.clear();
   };
   VyMetadata session;
+  const std::vector<std::string> names = outputNames(frames);
   std::vector<FrameReport> reports;
   hostsim::LogCapture capture;
+  FilterTap tap;
+  std::map<uint32_t, InstanceTrace> traces;
+  FrameEvidence evidence;
+  evidence.store = calibrationThere ? StoreState::Loaded : StoreState::Absent;
+  // Without the plugin's debug lines the selection leaves no trace in the log.
+  evidence.debugLines = gVyCamLogLevel < 3 && (gVyCamLogGroup & 2u) != 0;
   try {
     for (size_t i = 0; i < frames.size(); ++i) {
       const SessionFrame& frame = frames[i];
-      auto& plugin = instances[frame.instance];
+      const uint32_t mode = processModeOf(frame);
+      auto& plugin = instances[mode];
       if (!plugin) {
         plugin = registry.create(kProviderName);
         if (!plugin) throw Failure(pluginPath + ": the provider created no plugin object");
-        created.push_back(frame.instance);
+        created.push_back(mode);
         vyalgo2::CreateInfo info;
-        info.processMode = frame.instance == InstanceKind::Preview ? 1 : 0;
+        info.processMode = mode;
         plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
       }
       const Image image = loadFrameImage(frame, options.sessionDir);
       const Geometry& g = image.geometry;
+      // A picture's own size is known only once it is read; the host buffers are not made
+      // for one above the limit either.
+      if (std::max({g.width, g.height, g.stride, g.scanline}) > kMaxFrameSide)
+        throw Failure(frame.where("input") + std::to_string(g.width) + "x" +
+                      std::to_string(g.height) + " is above the " + std::to_string(kMaxFrameSide) +
+                      " pixel limit of a frame side");
+      if (const std::string problem = frameMemoryProblem(g.width, g.height, g.stride, g.scanline,
+                                                         g.format, availableMemoryBytes());
+          !problem.empty())
+        throw Failure(frame.where("input") + problem);
       auto in = allocate(g, frame);
       auto out = allocate(g, frame);
       copyPlanes(image, *in, true);
       auto metadata = frameMetadata(frame, session, options.stylization);
+      // The store is loaded when the first instance initialises.
+      if (auto problem = rejectedStoreMessage(capture.androidMessages())) {
+        evidence.store = StoreState::Rejected;
+        evidence.storeProblem = *problem;
+      }
       capture.clear();
+      tap.take();
 
       FrameReport report;
       report.frame = frame.frame;
       report.instance = frame.instance;
+      report.processMode = mode;
       report.width = g.width;
       report.height = g.height;
       report.format = g.format;
@@ -241,15 +316,21 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
         vyalgo2::PluginUtils::vyCopyBuffer(&dst, &src);
         __android_log_print(ANDROID_LOG_INFO, kHostTag,
                             "frame %u: %s plugin not enabled, input copied to output", frame.frame,
-                            instanceName(frame.instance));
+                            modeLabel(mode).c_str());
       }
       report.aiscene = sceneFromLog(capture.androidMessages());
       // Without a scene result the plugin takes the common scene and says nothing.
       if (report.enabled && report.aiscene.empty()) report.aiscene = "common";
+      evidence.frame = frame.frame;
+      evidence.enabled = report.enabled;
+      evidence.messages = capture.androidMessages();
+      evidence.renders = tap.take();
+      evidence.scene = report.aiscene;
+      report.outcome = readFrameOutcome(evidence, traces[mode]);
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);
-      const std::string name = frame.output.value_or(defaultOutputName(frame));
+      const std::string& name = names[i];
       writeImage(staging.stage(name, frame), result);
       report.output = staging.finalPath(name);
       if (options.keepInputs) {

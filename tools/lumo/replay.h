@@ -1,6 +1,7 @@
 // The host's side of a capture session: loads the plugin the way the camera
 // framework does, creates the preview (process mode 1) and snapshot (mode 0)
-// instances when a frame first needs one, asks isEnabled before each frame,
+// instances, or one per other process mode a session asks for, when a frame
+// first needs one, asks isEnabled before each frame,
 // hands enabled frames to processRequest and copies the others, and
 // destroys every instance at the end.
 #pragma once
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "frame_outcome.h"
 #include "session.h"
 
 namespace lumo {
@@ -25,11 +27,13 @@ struct ReplayOptions {
 struct FrameReport {
   uint32_t frame = 0;
   InstanceKind instance = InstanceKind::Preview;
-  bool enabled = false;  // isEnabled said yes and processRequest ran
-  int result = 0;        // processRequest's return value
-  std::string output;    // path of the written output
-  std::string before;    // path of the written input copy (keepInputs)
-  std::string aiscene;   // scene the plugin logged for the frame, if it did
+  uint32_t processMode = 0;  // the mode its instance was created with
+  bool enabled = false;      // isEnabled said yes and processRequest ran
+  FrameOutcome outcome;      // what the plugin observably did with the frame
+  int result = 0;            // processRequest's return value
+  std::string output;        // path of the written output
+  std::string before;        // path of the written input copy (keepInputs)
+  std::string aiscene;       // scene the plugin logged for the frame, if it did
   uint32_t width = 0, height = 0;
   PixelFormat format = PixelFormat::Nv21;
 };
@@ -45,5 +49,9 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
 
 // Name of a frame's output when the session gives none.
 std::string defaultOutputName(const SessionFrame& frame);
+// Every frame's output name: its own, or the default; when the host's
+// counter restarted and two frames would get the same default, each of them
+// also carries its session line ("frame_000003_preview_line12.png").
+std::vector<std::string> outputNames(const std::vector<SessionFrame>& frames);
 
 }  // namespace lumo

@@ -6,9 +6,12 @@
 #include <system/camera_metadata.h>
 #include <system/camera_metadata_tags.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -207,6 +210,17 @@ std::string SessionFrame::where(const std::string& field) const {
   return at + ": field \"" + field + "\": ";
 }
 
+uint32_t processModeOf(const SessionFrame& frame) {
+  if (frame.processMode) return *frame.processMode;
+  return frame.instance == InstanceKind::Preview ? 1 : 0;
+}
+
+std::string modeLabel(uint32_t mode) {
+  if (mode == 0) return "snapshot";
+  if (mode == 1) return "preview";
+  return "mode" + std::to_string(mode);
+}
+
 std::optional<uint32_t> sceneIdOfName(const std::string& name) {
   if (name == "common") return 0;
   if (name == "food") return 2;
@@ -214,6 +228,12 @@ std::optional<uint32_t> sceneIdOfName(const std::string& name) {
   if (name == "night") return 9;
   if (name == "sunrise_sunset") return 13;
   return std::nullopt;
+}
+
+uint32_t unsignedArgument(const std::string& text, const std::string& where) {
+  json value = json::parse(text, nullptr, false);
+  if (value.is_discarded()) value = text;
+  return u32Value(value, where);
 }
 
 float floatValue(const json& v, const std::string& where) {
@@ -241,7 +261,7 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
                   "malformed JSON: " + (colon == std::string::npos ? what : what.substr(colon)));
   }
   if (!j.is_object()) throw Failure(at + "expected one JSON object per line, got " + shown(j));
-  if (!j.contains("instance"))
+  if (!j.contains("instance") && !j.contains("process_mode"))
     throw Failure(entry.where("instance") + "missing (\"preview\" or \"snapshot\")");
   for (const auto& [key, value] : j.items()) {
     const std::string w = entry.where(key);
@@ -253,17 +273,19 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
         entry.instance = InstanceKind::Snapshot;
       else
         fail(w, "expected \"preview\" or \"snapshot\", got " + shown(value));
+    } else if (key == "process_mode") {
+      entry.processMode = u32Value(value, w);
     } else if (key == "frame") {
       entry.frame = u32Value(value, w);
       entry.numbered = true;
     } else if (key == "width") {
-      entry.width = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.width = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "height") {
-      entry.height = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.height = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "stride") {
-      entry.stride = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.stride = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "scanline") {
-      entry.scanline = uint32_t(integerValue(value, 1, 1 << 16, w));
+      entry.scanline = uint32_t(integerValue(value, 1, kMaxFrameSide, w));
     } else if (key == "format") {
       const auto f = value.is_string() ? parseFormat(value.get<std::string>()) : std::nullopt;
       if (!f) fail(w, "expected \"nv21\", \"nv12\" or \"rgba\", got " + shown(value));
@@ -278,16 +300,56 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
       entry.meta = parseMeta(value, entry);
     } else {
       fail(w,
-           "unknown field (known: instance, frame, width, height, stride, scanline, format, "
+           "unknown field (known: instance, process_mode, frame, width, height, stride, scanline, "
+           "format, "
            "input, output, meta)");
     }
   }
+  checkFrameMemory(entry);
   return entry;
 }
 
-std::vector<SessionFrame> readSession(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) throw Failure(path + ": cannot open session file");
+uint64_t framePeakBytes(uint32_t width, uint32_t height, uint32_t stride, uint32_t scanline,
+                        PixelFormat format) {
+  const uint64_t picture = uint64_t(width) * height * 4;
+  const uint64_t plane = uint64_t(std::max(stride, width)) * std::max(scanline, height);
+  const uint64_t buffer = format == PixelFormat::Rgba ? plane * 4 : plane * 3 / 2;
+  return 2 * picture + 2 * buffer;
+}
+
+uint64_t availableMemoryBytes() {
+  std::ifstream in("/proc/meminfo");
+  std::string key;
+  uint64_t kib = 0;
+  std::string unit;
+  while (in >> key >> kib >> unit)
+    if (key == "MemAvailable:") return kib * 1024;
+  return 0;
+}
+
+std::string frameMemoryProblem(uint32_t width, uint32_t height, uint32_t stride, uint32_t scanline,
+                               PixelFormat format, uint64_t available) {
+  const uint64_t need = framePeakBytes(width, height, stride, scanline, format);
+  if (available == 0 || need <= available) return {};
+  char text[160];
+  std::snprintf(text, sizeof(text),
+                "a %ux%u frame needs about %.1f GB, more than the %.1f GB of memory available",
+                width, height, double(need) / 1e9, double(available) / 1e9);
+  return text;
+}
+
+void checkFrameMemory(const SessionFrame& frame) {
+  if (!frame.width || !frame.height) return;
+  const std::string problem =
+      frameMemoryProblem(*frame.width, *frame.height, frame.stride.value_or(*frame.width),
+                         frame.scanline.value_or(*frame.height),
+                         frame.format.value_or(PixelFormat::Nv21), availableMemoryBytes());
+  if (!problem.empty()) fail(frame.where("width"), problem);
+}
+
+namespace {
+
+std::vector<SessionFrame> readSessionLines(std::istream& in, const std::string& path) {
   std::vector<SessionFrame> frames;
   std::string text;
   size_t line = 0;
@@ -295,6 +357,13 @@ std::vector<SessionFrame> readSession(const std::string& path) {
   while (std::getline(in, text)) {
     ++line;
     if (!text.empty() && text.back() == '\r') text.pop_back();
+    // Editors on Windows start UTF-8 files with a byte-order mark: it is not
+    // part of the JSON, so it is dropped. UTF-16 is refused by name.
+    if (line == 1 && text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
+    if (line == 1 && (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")))
+      throw Failure(path +
+                    ":1: the file is UTF-16 (it starts with a byte-order mark); save it as "
+                    "UTF-8");
     if (text.find_first_not_of(" \t") == std::string::npos) continue;
     SessionFrame entry = parseFrameLine(text, path, line);
     if (!entry.numbered) entry.frame = next;
@@ -303,6 +372,15 @@ std::vector<SessionFrame> readSession(const std::string& path) {
   }
   if (in.bad()) throw Failure(path + ": cannot read session file");
   return frames;
+}
+
+}  // namespace
+
+std::vector<SessionFrame> readSession(const std::string& path) {
+  if (path == "-") return readSessionLines(std::cin, "stdin");
+  std::ifstream in(path);
+  if (!in) throw Failure(path + ": cannot open session file");
+  return readSessionLines(in, path);
 }
 
 }  // namespace lumo

@@ -16,6 +16,8 @@ using FilterFactory = std::function<videoprocess::VideoFilter*(videoprocess::Vid
 // Called by the SDK stand-in at load time. Returns true.
 bool registerSdkFilterFactory(FilterFactory factory);
 bool hasSdkFilterFactory();
+// The registered SDK factory (empty when none), for overrides that decorate it.
+FilterFactory sdkFilterFactory();
 
 // Replaces the factory while it lives (tests install recording or failing filters).
 class FilterFactoryOverride {

@@ -1,0 +1,304 @@
+// Black-box tests of what a camera engineer meets in the field: per-frame
+// results that say what the plugin did, damaged calibration files, sizes,
+// usage errors, repeated frame numbers, process modes and session typos.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "image_files.h"
+#include "tool_runner.h"
+
+using namespace lumo_test;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+namespace {
+
+const std::string kProbe = std::string(" --plugin '") + PROBE_PLUGIN + "'";
+
+// A calibration with only the "common" scene, so other scenes have no parameters.
+const char* kCommonOnly = R"({"looks": {"a": {"generate": {"saturation": 1.5}}},
+  "shadings": {"s": [0.1, 0.9, 1, 0.2, 0, 1, 0, 1]},
+  "scenes": [{"name": "common", "lux": [{"start": 0, "end": 1000,
+    "cct": [{"start": 0, "end": 10000, "lut": "a"}]}]}],
+  "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 1000,
+    "cct": [{"start": 0, "end": 10000, "shading": "s"}]}]}]})";
+
+std::string frameLine(const std::string& instance, const std::string& meta,
+                      const std::string& extra = "") {
+  return R"({"instance": ")" + instance +
+         R"(", "width": 32, "height": 16, "input": "generated:chart")" + extra + R"(, "meta": {)" +
+         meta + "}}\n";
+}
+
+}  // namespace
+
+class FieldCli : public ToolTest {
+protected:
+  Outcome replay(const std::string& session, const std::string& options) const {
+    write("s.jsonl", session);
+    return lumo("replay s.jsonl --out out --logcat log.txt" + options);
+  }
+  nlohmann::json frames(const Outcome& o) const {
+    const auto j = nlohmann::json::parse(o.out, nullptr, false);
+    return j.is_discarded() ? nlohmann::json::array() : j["frames"];
+  }
+};
+
+#ifdef LUMO_REAL_PLUGIN
+// Each frame says whether the plugin filtered it, and if not why, from what it did.
+TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
+  fs::create_directories(dir / "dev/odm/etc/camera");
+  write("d.json", kCommonOnly);
+  ASSERT_EQ(lumo("calib build d.json -o dev/odm/etc/camera/lumo_filter_param.bin").status, 0);
+  const std::string session = frameLine("preview", R"("stylization": 1, "lux": 100, "cct": 4000)") +
+                              frameLine("preview", R"("stylization": 0)") +
+                              frameLine("snapshot", R"("stylization": 1, "scene": "food")") +
+                              frameLine("snapshot", R"("stylization": 1, "scene": "common")");
+  struct Case {
+    const char* options;
+    std::vector<const char*> reasons;  // per frame; "" for filtered
+  };
+  const Case cases[] = {
+      {" --device-root dev", {"", "host-disabled", "no-scene-parameters", "sticky-bypass"}},
+      {" --device-root dev --prop persist.vendor.camera.lumofilter.bypassMode=1",
+       {"bypass-switch", "host-disabled", "no-scene-parameters", "sticky-bypass"}},
+      {" --device-root empty",
+       {"no-calibration", "host-disabled", "no-calibration", "no-calibration"}},
+  };
+  fs::create_directories(dir / "empty");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.options);
+    const Outcome o = replay(session, std::string(c.options) + " --json");
+    ASSERT_EQ(o.status, 0) << o.err;
+    const auto f = frames(o);
+    ASSERT_EQ(f.size(), c.reasons.size()) << o.out;
+    for (size_t i = 0; i < f.size(); ++i) {
+      SCOPED_TRACE(i);
+      const std::string want = c.reasons[i];
+      EXPECT_EQ(f[i]["plugin"], want.empty() ? "filtered" : "copied");
+      if (want.empty()) {
+        EXPECT_EQ(f[i]["lut"]["index"].size(), 4u);
+        EXPECT_EQ(f[i]["lut"]["weights"].size(), 4u);
+        EXPECT_EQ(f[i]["shading"].size(), 8u);
+        EXPECT_THAT(f[i]["script"].get<std::string>(), StartsWith("CubeLutEffect;"));
+      } else {
+        EXPECT_EQ(f[i]["reason"], want);
+      }
+    }
+  }
+  // The table says it too, and never "yes" for a copied frame.
+  const Outcome o = replay(session, " --device-root dev");
+  EXPECT_THAT(o.out, HasSubstr("copied: no parameters for the scene"));
+  EXPECT_THAT(o.out, HasSubstr("the calibration has no scene \"food\""));
+  EXPECT_THAT(o.out, HasSubstr("lut 0, 0, 0, 0"));
+  // The demo names no look for a frame the plugin copied.
+  const Outcome demo = lumo(
+      "demo --out demo --size 32 32 --json --calibration "
+      "dev/odm/etc/camera/lumo_filter_param.bin");
+  ASSERT_EQ(demo.status, 0) << demo.err;
+  for (const auto& f : frames(demo)) {
+    SCOPED_TRACE(f.dump());
+    const bool common = f["aiscene"] == "common" && f["frame"].get<int>() < 5;
+    EXPECT_EQ(f["plugin"]["plugin"], common ? "filtered" : "copied");
+    if (!common) {
+      EXPECT_THAT(f["look"].get<std::string>(), StartsWith("copied: "));
+    }
+  }
+}
+#endif
+
+// A damaged file gives a bounded, escaped report and valid JSON; build refuses
+// what check rejects and names scenes the plugin never asks for.
+TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
+  write("d.json", kCommonOnly);
+  ASSERT_EQ(lumo("calib build d.json -o good.bin").status, 0);
+  const std::string good = readText(dir / "good.bin");
+  std::string flipped = good, badName = good;
+  flipped[0] = char(flipped[0] ^ 0x80);
+  badName[badName.find("common")] = char(0xff);
+  write("flipped.bin", flipped);
+  write("badname.bin", badName);
+  write("text.bin", "this is not a calibration file\n");
+  // An unreadable name is a warning (the camera never asks for it), not an error.
+  const std::pair<const char*, int> cases[] = {
+      {"flipped.bin", 1}, {"badname.bin", 0}, {"text.bin", 1}};
+  for (const auto& [file, status] : cases) {
+    SCOPED_TRACE(file);
+    Outcome o = lumo(std::string("calib check ") + file);
+    EXPECT_EQ(o.status, status);
+    EXPECT_LE(countOf(o.out, "\n"), 52u);
+    EXPECT_EQ(o.out.find('\xff'), std::string::npos);
+    o = lumo(std::string("calib check --json ") + file);
+    EXPECT_EQ(o.status, status);
+    const auto j = nlohmann::json::parse(o.out, nullptr, false);
+    ASSERT_FALSE(j.is_discarded()) << o.out.substr(0, 300);
+    EXPECT_LE(j[0]["issues"].size(), 50u);
+    EXPECT_GE(j[0]["issue_count"].get<size_t>(), j[0]["issues"].size());
+    o = lumo(std::string("calib dump ") + file);
+    EXPECT_EQ(o.status, status);
+    EXPECT_EQ(o.out.find('\xff'), std::string::npos);
+    EXPECT_LE(countOf(o.err, "\n"), 52u);
+  }
+  EXPECT_THAT(lumo("calib check flipped.bin").out, HasSubstr("more findings"));
+  EXPECT_THAT(lumo("calib check badname.bin").out, HasSubstr("\\xffommon"));
+  EXPECT_THAT(lumo("calib dump badname.bin").out, HasSubstr("\\xffommon"));
+
+  // Reversed and overlapping bands are refused; an unknown scene is named.
+  std::string reversed = kCommonOnly;
+  const std::string band = R"("start": 0, "end": 1000)";
+  reversed.replace(reversed.find(band), band.size(), R"("start": 900, "end": 100)");
+  write("rev.json", reversed);
+  Outcome o = lumo("calib build rev.json -o rev.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("starts at 900 after its end 100"));
+  EXPECT_FALSE(fs::exists(dir / "rev.bin"));
+  std::string portrait = kCommonOnly;
+  portrait.replace(portrait.find("\"common\""), 8, "\"portrait\"");
+  write("p.json", portrait);
+  o = lumo("calib build p.json -o p.bin");
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.err, HasSubstr("\"portrait\"): warning: the camera never reports this scene"));
+  EXPECT_THAT(o.err, HasSubstr("protrait"));
+}
+
+// Oversized frames are refused when the line is read, before any allocation.
+TEST_F(FieldCli, OversizedFramesAreRefusedAtParseTime) {
+  const std::pair<std::string, std::string> cases[] = {
+      {R"({"instance": "preview", "width": 65536, "height": 65536})",
+       "s.jsonl:1: field \"height\": expected an integer in 1..16384, got 65536"},
+      {R"({"instance": "preview", "width": 640, "height": 480, "scanline": 30000})",
+       "s.jsonl:1: field \"scanline\": expected an integer in 1..16384, got 30000"},
+  };
+  for (const auto& [line, message] : cases) {
+    SCOPED_TRACE(line);
+    const Outcome o = replay(line + "\n", kProbe);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_EQ(o.err, "lumo: " + message + "\n");
+  }
+  EXPECT_EQ(lumo("run generated:chart -o x.png --width 30000 --height 30000" + kProbe).status, 2);
+  // A picture's own size is checked before the host buffers are made.
+  lumo::writeImage(path("wide.png"), lumo::makeImage({lumo::PixelFormat::Rgba, 16386, 2, 0, 0}));
+  const Outcome o = replay(R"({"instance": "preview", "input": "wide.png"})"
+                           "\n",
+                           kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err,
+              HasSubstr("s.jsonl:1: field \"input\": 16386x2 is above the 16384 pixel limit"));
+}
+
+// Bad option values are usage errors (exit 2) with one message naming the option.
+TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
+  const std::pair<const char*, const char*> usage[] = {
+      {"run generated:chart -o x.png --log-level loud", "--log-level: loud not in"},
+      {"run generated:chart -o x.png --prop noequals", "--prop: expected KEY=VALUE, got noequals"},
+      {"run generated:chart -o x.png --stride 100", "--stride: stride 100 is below the width 640"},
+      {"run generated:chart -o x.png --cct 4200.5",
+       "--cct: expected an integer in 0..4294967295, got 4200.5"},
+      {"run generated:chart -o x.png --device-root nosuchdir", "--device-root: "},
+      {"bogus", "lumo: unknown command \"bogus\" (commands: replay, run, demo, calib, generate"},
+      {"calib bogus", "lumo: unknown command \"bogus\" (commands: build, check, dump, export"},
+  };
+  for (const auto& [args, message] : usage) {
+    SCOPED_TRACE(args);
+    const Outcome o = lumo(std::string(args) + kProbe);
+    EXPECT_EQ(o.status, 2);
+    EXPECT_THAT(o.err, HasSubstr(message));
+  }
+  EXPECT_FALSE(fs::exists(dir / "nosuchdir"));
+  // The same value is refused the same way in a session.
+  Outcome o = replay(frameLine("preview", R"("cct": 4200.5)"), kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err,
+              HasSubstr("field \"meta.cct\": expected an integer in 0..4294967295, got 4200.5"));
+  o = lumo("--version");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_THAT(o.out, StartsWith("lumo "));
+  o = lumo("calib build --help");
+  EXPECT_THAT(o.out, HasSubstr("\"scenes\""));
+  EXPECT_THAT(o.out, HasSubstr("docs/lumo.md"));
+  // "-" reads the session from standard input; inputs resolve from the current folder.
+  write("s.jsonl", frameLine("snapshot", R"("stylization": 1)") + frameLine("preview", ""));
+  o = lumo("replay - --out out --json < s.jsonl" + kProbe);
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(frames(o).size(), 2u);
+  write("bad.jsonl", "{\"instance\": 1}\n");
+  o = lumo("replay - --out out < bad.jsonl" + kProbe);
+  EXPECT_THAT(o.err, StartsWith("lumo: stdin:1: field \"instance\""));
+}
+
+// The host's counter restarts: default names stay unique, named outputs still collide.
+TEST_F(FieldCli, RepeatedFrameNumbersGetUniqueDefaultNames) {
+  const std::string again = frameLine("preview", "", R"(, "frame": 0)");
+  Outcome o = replay(again + frameLine("preview", "") + frameLine("snapshot", "") + again, kProbe);
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(files("out"), (std::vector<std::string>{
+                              "frame_000000_preview_line1.png", "frame_000000_preview_line4.png",
+                              "frame_000001_preview.png", "frame_000002_snapshot.png"}));
+  const std::string named = frameLine("preview", "", R"(, "output": "a.png")");
+  o = replay(named + named, kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("s.jsonl:2: field \"output\": \"a.png\" is already written"));
+}
+
+// Any process mode the host might pass makes its own instance.
+TEST_F(FieldCli, SessionLinesChooseTheProcessMode) {
+  const std::string mode7 = R"({"process_mode": 7, "meta": {"stylization": 1}})"
+                            "\n";
+  Outcome o =
+      replay(mode7 + mode7 + frameLine("preview", R"("stylization": 1)"), kProbe + " --json");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const std::string log = readText(dir / "log.txt");
+  EXPECT_EQ(countOf(log, "initialize 7"), 1u);
+  EXPECT_EQ(countOf(log, "initialize 1"), 1u);
+  EXPECT_EQ(countOf(log, "process 7 frame="), 2u);
+  EXPECT_EQ(frames(o)[0]["instance"], "mode7");
+  EXPECT_EQ(frames(o)[0]["process_mode"], 7);
+  EXPECT_EQ(files("out"),
+            (std::vector<std::string>{"frame_000000_mode7.png", "frame_000001_mode7.png",
+                                      "frame_000002_preview.png"}));
+  o = replay(R"({"process_mode": -1})"
+             "\n",
+             kProbe);
+  EXPECT_THAT(o.err, HasSubstr("field \"process_mode\": expected an integer in 0..4294967295"));
+#ifdef LUMO_REAL_PLUGIN
+  // The real plugin makes no filter for an unknown mode: both renders fail, then it stays copying.
+  fs::create_directories(dir / "dev/odm/etc/camera");
+  write("d.json", kCommonOnly);
+  ASSERT_EQ(lumo("calib build d.json -o dev/odm/etc/camera/lumo_filter_param.bin").status, 0);
+  o = replay(mode7 + mode7, " --device-root dev --json");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(frames(o)[0]["reason"], "render-failed");
+  EXPECT_EQ(frames(o)[1]["reason"], "sticky-bypass");
+#endif
+}
+
+// A tag nobody reads is said once; a UTF-8 byte-order mark is dropped, UTF-16 refused.
+TEST_F(FieldCli, UnreadTagsAreWarnedOnceAndByteOrderMarksHandled) {
+  const std::string typo = frameLine(
+      "preview",
+      R"("tags": {"com.zentor.sessionparams.stylizatonType": {"type": "u8", "values": [1]},)"
+      R"( "0x1002F": {"type": "f32", "values": [2]}, "77": {"type": "u8", "values": [1]}})");
+  Outcome o = replay(typo + typo + typo, kProbe);
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(countOf(o.err, "lumo: warning: "), 2u) << o.err;
+  EXPECT_THAT(o.err,
+              HasSubstr("s.jsonl:1: field \"meta.tags.com.zentor.sessionparams.stylizatonType\": "
+                        "no part of the camera stack reads this tag"));
+  EXPECT_THAT(o.err, HasSubstr("field \"meta.tags.77\""));
+  EXPECT_THAT(o.err, Not(HasSubstr("0x1002F")));
+
+  const std::pair<std::string, int> boms[] = {
+      {"\xEF\xBB\xBF", 0}, {"\xFF\xFE", 1}, {"\xFE\xFF", 1}};
+  for (const auto& [bom, status] : boms) {
+    o = replay(bom + frameLine("preview", "") + frameLine("preview", ""), kProbe);
+    EXPECT_EQ(o.status, status) << o.err;
+    if (status != 0) {
+      EXPECT_EQ(o.err,
+                "lumo: s.jsonl:1: the file is UTF-16 (it starts with a byte-order mark); "
+                "save it as UTF-8\n");
+    }
+  }
+}

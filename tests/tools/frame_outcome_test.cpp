@@ -1,0 +1,165 @@
+// Reading what the plugin did with a frame from its log lines and the render
+// calls: each reason a frame passes through, and what a filtered frame used.
+#include "frame_outcome.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+using namespace lumo;
+
+namespace {
+
+const std::string P = "[LumoFilter][RealTimePreview] ";
+const std::string kScript =
+    "CubeLutEffect;cube_strength=1.0;lut_type=1.0;@CvStyleEffect;Width=8;Height=4;"
+    "SmoothStartValue=0.100000;SmoothEndValue=0.900000;SmoothCoordScale=1.000000;"
+    "SmoothValueScale=0.500000;LightDarkPreserveK=2.000000;LightDarkPreserveB=-0.500000;"
+    "LightDarkPreserveV=0.200000;LightDarkPreserveT=0.950000;";
+const std::vector<std::string> kSelected = {
+    P + "lut index 3, 4, 5, 6", P + "0.5, 0.5, 0.25, 0.75, 0.25, 0.75",
+    P + "0.125000, 0.375000, 0.125000, 0.375000", P + "shading index 0, 0, 1, 1",
+    P + "0.250000, 0.250000, 0.250000, 0.250000"};
+
+std::vector<std::string> with(std::vector<std::string> lines, const std::string& extra) {
+  lines.push_back(extra);
+  return lines;
+}
+
+}  // namespace
+
+TEST(FrameOutcome, EachPassThroughHasItsReason) {
+  struct Case {
+    const char* name;
+    bool enabled;
+    std::vector<std::string> messages;
+    StoreState store;
+    bool debugLines;
+    bool earlierFailure;
+    PassReason want;
+    const char* detail;  // part of the detail
+  };
+  const Case cases[] = {
+      {"host said no", false, kSelected, StoreState::Loaded, true, false, PassReason::HostDisabled,
+       "isEnabled"},
+      {"switch", true, with(kSelected, P + "algo bypass"), StoreState::Loaded, true, false,
+       PassReason::BypassSwitch, "bypass property"},
+      {"scene missing",
+       true,
+       {P + "algo bypass"},
+       StoreState::Loaded,
+       true,
+       false,
+       PassReason::NoSceneParameters,
+       "no scene \"night\""},
+      {"indices beyond the pool",
+       true,
+       {P + "lut index 1, 2, 3, 90",
+        P + "lut index 1, 2, 3, 90 beyond the 13 LUT blocks of the store, no parameters for "
+            "this frame",
+        P + "algo bypass"},
+       StoreState::Loaded,
+       true,
+       false,
+       PassReason::NoSceneParameters,
+       "not in the calibration"},
+      {"no file",
+       true,
+       {P + "algo bypass"},
+       StoreState::Absent,
+       true,
+       false,
+       PassReason::NoCalibration,
+       "no calibration file"},
+      {"rejected file",
+       true,
+       {P + "algo bypass"},
+       StoreState::Rejected,
+       true,
+       false,
+       PassReason::NoCalibration,
+       "rejected"},
+      {"sticky", true, with(kSelected, P + "algo bypass"), StoreState::Loaded, true, true,
+       PassReason::StickyBypass, "since frame 2 (render-failed)"},
+      {"render failed", true,
+       with(with(kSelected, P + "nuvoProcess fail twice!!!"), P + "algo bypass for nuvoSKD fail"),
+       StoreState::Loaded, true, false, PassReason::RenderFailed, "failed twice"},
+      {"debug lines off",
+       true,
+       {P + "algo bypass"},
+       StoreState::Loaded,
+       false,
+       false,
+       PassReason::Unknown,
+       "look alike"},
+      {"nothing observed",
+       true,
+       {},
+       StoreState::Loaded,
+       true,
+       false,
+       PassReason::Unknown,
+       "no render"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    FrameEvidence e;
+    e.frame = 9;
+    e.enabled = c.enabled;
+    e.messages = c.messages;
+    e.store = c.store;
+    e.debugLines = c.debugLines;
+    e.scene = "night";
+    InstanceTrace trace;
+    if (c.earlierFailure) {
+      trace.failedFrame = 2;
+      trace.failure = PassReason::RenderFailed;
+    }
+    const FrameOutcome o = readFrameOutcome(e, trace);
+    EXPECT_FALSE(o.filtered);
+    EXPECT_EQ(o.reason, c.want);
+    EXPECT_NE(o.detail.find(c.detail), std::string::npos) << o.detail;
+    // Failures put the instance in copy mode; the switch and the host do not.
+    const bool fails = c.want == PassReason::NoSceneParameters ||
+                       c.want == PassReason::NoCalibration || c.want == PassReason::RenderFailed;
+    EXPECT_EQ(trace.failedFrame == 9u, fails);
+  }
+}
+
+// Weights are logged only when the corners change: later frames keep them.
+TEST(FrameOutcome, FilteredFramesCarryCornersWeightsShadingAndScript) {
+  InstanceTrace trace;
+  FrameEvidence e;
+  e.enabled = true;
+  e.messages = kSelected;
+  e.renders = {{"", false, -1}, {kScript, true, 0}};
+  FrameOutcome o = readFrameOutcome(e, trace);
+  ASSERT_TRUE(o.filtered);
+  EXPECT_EQ(o.reason, PassReason::None);
+  EXPECT_EQ(*o.lutIndex, (std::array<int, 4>{3, 4, 5, 6}));
+  EXPECT_EQ(*o.lutWeight, (std::array<double, 4>{0.125, 0.375, 0.125, 0.375}));
+  EXPECT_EQ(o.shading, (std::vector<double>{0.1, 0.9, 1, 0.5, 2, -0.5, 0.2, 0.95}));
+  EXPECT_EQ(o.script, kScript);
+  EXPECT_EQ(outcomeJson(o)["plugin"], "filtered");
+
+  e.messages = {P + "lut index 3, 4, 5, 6", P + "is_trigger_change = 0, no need to trigger"};
+  e.renders = {{kScript, true, 0}};
+  o = readFrameOutcome(e, trace);
+  EXPECT_EQ(*o.lutWeight, (std::array<double, 4>{0.125, 0.375, 0.125, 0.375}));
+  // A filter re-created after a failure renders with whatever it holds: nothing.
+  e.renders = {{"", false, 0}};
+  o = readFrameOutcome(e, trace);
+  EXPECT_TRUE(o.filtered);
+  EXPECT_TRUE(o.shading.empty());
+  EXPECT_NE(o.detail.find("without a LUT"), std::string::npos);
+}
+
+TEST(FrameOutcome, RejectedStoreMessageAndScriptValues) {
+  EXPECT_EQ(rejectedStoreMessage({"x",
+                                  "VyAlgoEngine f:1 g() [LumoFilter] parameter file "
+                                  "/odm/p.bin rejected: header too short"}),
+            "header too short");
+  EXPECT_FALSE(rejectedStoreMessage({P + "algo bypass"}));
+  EXPECT_TRUE(shadingOfScript("CubeLutEffect;cube_strength=1.0;").empty());
+  EXPECT_EQ(shadingOfScript(kScript).size(), 8u);
+}

@@ -1,0 +1,32 @@
+// Reporting what the calibration reader found, safely for any file: at most
+// a fixed number of findings and a count of the rest (a damaged header can
+// produce millions), and every byte of a name that is not printable UTF-8
+// shown as \xNN, so terminals and JSON parsers get valid text.
+#pragma once
+
+#include <calib/calibration_reader.h>
+
+#include <cstddef>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+namespace lumo {
+
+constexpr size_t kFindingsShown = 50;
+
+// Printable ASCII and valid UTF-8 stay; control bytes and invalid UTF-8
+// become \xNN. Line breaks are kept only when `keepNewlines`.
+std::string escapeBytes(const std::string& text, bool keepNewlines = false);
+
+// "FILE: offset N (record): severity: message" lines for the first
+// kFindingsShown issues, then "FILE: ... and N more findings" when there are more.
+std::vector<std::string> findingLines(const std::string& file,
+                                      const std::vector<calib::Issue>& issues);
+
+// {"issues": [...first kFindingsShown...], "issue_count": N, "errors": E, "warnings": W}
+nlohmann::json findingsJson(const std::vector<calib::Issue>& issues);
+
+size_t errorCount(const std::vector<calib::Issue>& issues);
+
+}  // namespace lumo
