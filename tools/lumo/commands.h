@@ -11,5 +11,16 @@ void addRunCommand(CLI::App& app);
 void addDemoCommand(CLI::App& app);
 void addCalibCommand(CLI::App& app);
 void addGenerateCommand(CLI::App& app);
+void addYuvCommand(CLI::App& app);
+void addSessionCommand(CLI::App& app);
+
+// A group of commands ("lumo GROUP NAME") with its first command.
+inline CLI::App* addGroupedCommand(CLI::App& app, const std::string& group,
+                                   const std::string& groupHelp, const std::string& name,
+                                   const std::string& help) {
+  CLI::App* g = app.add_subcommand(group, groupHelp);
+  g->require_subcommand(1);
+  return g->add_subcommand(name, help);
+}
 
 }  // namespace lumo

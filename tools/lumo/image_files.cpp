@@ -12,6 +12,7 @@
 #include "atomic_file.h"
 #include "dump_name.h"
 #include "failure.h"
+#include "raw_geometry.h"
 #include "yuv_convert.h"
 
 namespace lumo {
@@ -22,12 +23,6 @@ std::string extensionOf(const std::string& path) {
   std::transform(ext.begin(), ext.end(), ext.begin(),
                  [](unsigned char c) { return std::tolower(c); });
   return ext;
-}
-
-std::string describe(const Geometry& g) {
-  return std::string(formatName(g.format)) + " " + std::to_string(g.width) + "x" +
-         std::to_string(g.height) + " stride " + std::to_string(g.stride) + " scanline " +
-         std::to_string(g.scanline);
 }
 
 Image readRaw(const std::string& path, const RawHints& hints) {
@@ -48,22 +43,28 @@ Image readRaw(const std::string& path, const RawHints& hints) {
     throw Failure(path +
                   ": cannot tell the size of a raw dump: give width and height or "
                   "end its name with _WIDTHxHEIGHT_STRIDE");
-  g = completeGeometry(g);
-  const std::string bad = checkGeometry(g);
-  if (!bad.empty()) throw Failure(path + ": " + bad);
-
   std::error_code ec;
   const auto size = std::filesystem::file_size(path, ec);
   if (ec) throw Failure(path + ": cannot read: " + ec.message());
+  // An unknown stride or scanline is tight unless the size says otherwise: then
+  // the least padded layout with the usual camera alignments that fits is taken.
+  const Geometry known = g;
+  g = completeGeometry(g);
+  if ((known.stride == 0 || known.scanline == 0) &&
+      (!checkGeometry(g).empty() || (size != fullBytes(g) && size != tightBytes(g)))) {
+    const auto layouts = layoutsForSize(size, known);
+    if (!layouts.empty()) g = layouts.front().geometry;
+  }
+  const std::string bad = checkGeometry(g);
+  if (!bad.empty()) throw Failure(path + ": " + bad);
+
   // Dumps either keep the chroma plane's padding rows or stop after its last used row.
-  const size_t full = bufferBytes(g);
-  const size_t tight =
-      isYuv(g.format) ? chromaOffset(g) + size_t(g.stride) * ((g.height + 1) / 2) : full;
+  const uint64_t full = fullBytes(g), tight = tightBytes(g);
   if (size != full && size != tight) {
     std::string expected = std::to_string(full);
     if (tight != full) expected = std::to_string(tight) + " or " + expected;
-    throw Failure(path + ": " + std::to_string(size) + " bytes do not match " + describe(g) +
-                  " (expected " + expected + " bytes)");
+    throw Failure(path + ": " + std::to_string(size) + " bytes do not match " +
+                  describeGeometry(g) + " (expected " + expected + " bytes)");
   }
   Image image = makeImage(g);
   std::ifstream in(path, std::ios::binary);

@@ -17,6 +17,8 @@ int main(int argc, char** argv) {
   lumo::addDemoCommand(app);
   lumo::addCalibCommand(app);
   lumo::addGenerateCommand(app);
+  lumo::addYuvCommand(app);
+  lumo::addSessionCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

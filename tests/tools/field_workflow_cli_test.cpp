@@ -1,0 +1,123 @@
+// Black-box tests of the built `lumo` on what a camera engineer brings from the
+// field: raw dumps examined with `yuv info`, a device's dump folder turned
+// back into a session, ordinary photos of any size, and outputs that are
+// exactly what was asked for (or an error naming the user's file).
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "image_files.h"
+#include "tool_runner.h"
+#include "yuv_convert.h"
+
+using namespace lumo_test;
+using ::testing::HasSubstr;
+
+namespace {
+
+const std::string kProbe = std::string(" --plugin '") + PROBE_PLUGIN + "'";
+
+// A 40x30 NV21 picture in a buffer of stride 64 and scanline 32, bytes varied.
+lumo::Image paddedPicture() {
+  lumo::Image img = lumo::makeImage({lumo::PixelFormat::Nv21, 40, 30, 64, 32});
+  for (size_t i = 0; i < img.bytes.size(); ++i) img.bytes[i] = uint8_t(i * 7 + i / 64);
+  return img;
+}
+
+}  // namespace
+
+class YuvInfoCli : public ToolTest {};
+
+// Files examined one by one; the exit status says whether every one adds up.
+TEST_F(YuvInfoCli, ReportsGeometryAndFfplayAndWritesAPreview) {
+  const lumo::Image picture = paddedPicture();
+  write("cap.nv21", std::string(picture.bytes.begin(), picture.bytes.end()));
+  write("IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21",
+        std::string(64 * 30 + 64 * 15, '\0'));
+  write("short_40x30_64.nv21", std::string(100, '\0'));
+  // command, exit status, text stdout holds
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"yuv info cap.nv21 --width 40 --height 30", 0,
+       "ffplay -f rawvideo -pixel_format nv21 -video_size 64x32 -vf crop=40:30:0:0 'cap.nv21'"},
+      {"yuv info 'IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21'", 0,
+       "image \"IMG_2\", RealTimePreview, frame 3, output"},
+      {"yuv info short_40x30_64.nv21 cap.nv21 --width 40 --height 30", 1,
+       "100 bytes do not match nv21 40x30 stride 64 scanline 30"},
+      {"yuv info cap.nv21 short_40x30_64.nv21 -o p.png", 2, ""},
+      {"yuv info missing.nv21", 2, ""},
+  };
+  for (const auto& [args, status, text] : cases) {
+    SCOPED_TRACE(args);
+    const Outcome o = lumo(args);
+    EXPECT_EQ(o.status, status) << o.err;
+    EXPECT_THAT(o.out, HasSubstr(text));
+  }
+  const Outcome o = lumo("yuv info cap.nv21 --width 40 --height 30 --json -o p.png");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const auto layout = nlohmann::json::parse(o.out)["files"].at(0)["layouts"].at(0);
+  EXPECT_EQ(layout["stride"], 64);
+  EXPECT_EQ(layout["scanline"], 32);
+  // The preview is the picture itself, converted with full-range BT.601.
+  const lumo::Image png = lumo::readImage(path("p.png"));
+  const lumo::Image expected = lumo::convertImage(picture, lumo::PixelFormat::Rgba);
+  ASSERT_EQ(png.geometry.width, 40u);
+  ASSERT_EQ(png.geometry.height, 30u);
+  EXPECT_EQ(png.bytes, expected.bytes);
+}
+
+#ifdef LUMO_REAL_PLUGIN
+class FromDumpsCli : public ToolTest {
+protected:
+  // Replays `session` with both instances dumping into ROOT/data/vendor/camera.
+  Outcome replayDumping(const std::string& session, const std::string& root,
+                        const std::string& out) const {
+    fs::create_directories(dir / root / "odm/etc/camera");
+    fs::copy_file(dir / "calib.bin", dir / root / "odm/etc/camera/lumo_filter_param.bin");
+    return lumo("replay " + session + " --device-root " + root + " --out " + out +
+                " --prop persist.vendor.camera.lumofilter.dumpMode=3");
+  }
+  // Dump files by name, the preview text dump under one name (its time stamp differs).
+  std::map<std::string, std::string> dumps(const std::string& root) const {
+    std::map<std::string, std::string> out;
+    for (const std::string& f : files(root + "/data/vendor/camera"))
+      out[f.starts_with("lumo_filter_RealTimePreview_") ? "preview text" : f] =
+          readText(dir / root / "data/vendor/camera" / f);
+    return out;
+  }
+};
+
+// The device's dumps, turned into a session and replayed, give the same dumps again.
+TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o calib.bin").status, 0);
+  write(
+      "device.jsonl",
+      R"({"instance": "preview", "frame": 3, "width": 64, "height": 48, "stride": 128, "input": "generated:sunset", "meta": {"stylization": 1, "scene": 13, "lux": 120.5, "cct": 3100, "zoom": 1.0}})"
+      "\n"
+      R"({"instance": "preview", "frame": 4, "width": 64, "height": 48, "input": "generated:plants", "meta": {"stylization": 1, "scene": 3, "lux": 900, "cct": 5200, "zoom": 1.0}})"
+      "\n"
+      R"({"instance": "snapshot", "frame": 5, "width": 64, "height": 48, "input": "generated:food", "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})"
+      "\n"
+      R"({"instance": "snapshot", "frame": 6, "width": 64, "height": 48, "input": "generated:portrait", "meta": {"stylization": 1, "faces": 2, "lux": 50, "cct": 4000, "zoom": 1.5, "image_name": "IMG_8"}})"
+      "\n");
+  Outcome o = replayDumping("device.jsonl", "dev", "out1");
+  ASSERT_EQ(o.status, 0) << o.err;
+  o = lumo("session from-dumps dev/data/vendor/camera -o again/s.jsonl");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(o.out, "again/s.jsonl: 4 frames (2 preview, 2 snapshot), 0 without recorded values\n");
+  EXPECT_EQ(o.err, "");
+  o = replayDumping("again/s.jsonl", "dev2", "out2");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const auto first = dumps("dev"), second = dumps("dev2");
+  EXPECT_EQ(first.size(), 4u * 2 + 2 + 1);  // image pairs, snapshot texts, the preview text
+  for (const auto& [name, bytes] : first) {
+    SCOPED_TRACE(name);
+    ASSERT_EQ(second.count(name), 1u);
+    EXPECT_TRUE(second.at(name) == bytes);
+  }
+  // The replayed output is the device's output dump, byte for byte.
+  EXPECT_EQ(readText(dir / "out2/IMG_7_snapshot_frame5_64x48_64.nv21"),
+            first.at("IMG_7_[lumofilter]_OfflineSnapshot_frame[5]_output_64x48_64.nv21"));
+}
+#endif
