@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -121,3 +122,62 @@ TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
             first.at("IMG_7_[lumofilter]_OfflineSnapshot_frame[5]_output_64x48_64.nv21"));
 }
 #endif
+
+class OddPicturesCli : public ToolTest {
+protected:
+  // The geometry the probe plugin was handed, as "WxH/STRIDE/SCANLINE".
+  std::string handed(const char* log) const {
+    std::istringstream in(readText(dir / log));
+    for (std::string line; std::getline(in, line);)
+      if (const auto at = line.find("process "); at != std::string::npos) {
+        std::istringstream words(line.substr(at));
+        std::string w;
+        for (int i = 0; i < 4; ++i) words >> w;
+        return w;
+      }
+    return "not processed";
+  }
+};
+
+// YUV frames of odd size are padded for the plugin and cropped back; a
+// picture is cropped to --width/--height; what generate writes, run reads.
+TEST_F(OddPicturesCli, OddSizesPadAndCropBackAndPicturesCrop) {
+  ASSERT_EQ(lumo("generate food -o p.png --width 33 --height 17").status, 0);
+  ASSERT_EQ(lumo("generate chart -o x.nv21 --width 33 --height 17").status, 0);
+  // run options, output size, geometry handed to the plugin (or the error)
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {"p.png", "33x17", "34x18/34/18"},
+      {"p.png --format nv12 --scanline 20", "33x17", "34x18/34/20"},
+      {"p.png --format rgba", "33x17", "33x17/33/17"},
+      {"p.png --width 20 --height 9", "20x9", "20x10/20/10"},
+      {"x.nv21 --width 33 --height 17", "33x17", "34x18/34/18"},
+      {"p.png --height 18", "", "lumo: run: --height: 18 is larger than p.png (33x17)"},
+      {"p.png --stride 33", "",
+       "lumo: run: --stride: stride 33 is below the width 34 (nv21 frames of odd size are "
+       "padded to 34x18)"},
+      {"p.png --width 32 --height 16 --stride 33", "",
+       "lumo: run: --stride: a 4:2:0 stride must be even, got 33; rgba frames take any stride"},
+  };
+  for (const auto& [args, size, handedOrError] : cases) {
+    SCOPED_TRACE(args);
+    fs::remove(dir / "log.txt");
+    const Outcome o = lumo("run " + args + " -o o.png --logcat log.txt" + kProbe);
+    if (size.empty()) {
+      EXPECT_EQ(o.status, 1);
+      EXPECT_THAT(o.err, HasSubstr("\n" + handedOrError));  // after the calibration note
+      EXPECT_EQ(countOf(o.err, "lumo: "), 2u) << o.err;
+      continue;
+    }
+    ASSERT_EQ(o.status, 0) << o.err;
+    const lumo::Image out = lumo::readImage(path("o.png"));
+    EXPECT_EQ(std::to_string(out.geometry.width) + "x" + std::to_string(out.geometry.height), size);
+    EXPECT_EQ(handed("log.txt"), handedOrError);
+  }
+  // With the host's copy, the crop is the centre of the picture itself.
+  ASSERT_EQ(lumo("run p.png --format rgba --width 20 --height 9 --stylization 0 -o c.png" + kProbe)
+                .status,
+            0);
+  const lumo::Image picture = lumo::readImage(path("p.png")), crop = lumo::readImage(path("c.png"));
+  for (uint32_t y = 0; y < 9; ++y)
+    EXPECT_EQ(0, std::memcmp(crop.row(y), picture.row(y + 4) + 4 * 6, 20 * 4)) << "row " << y;
+}

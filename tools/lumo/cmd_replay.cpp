@@ -67,17 +67,23 @@ void addRunCommand(CLI::App& app) {
                 "Buffer format handed to the plugin: nv21 (default), "
                 "nv12, rgba")
       ->check(CLI::IsMember({"nv21", "nv12", "rgba"}));
-  c->add_option("--width", o->width, "Width of a raw input or generated scene");
-  c->add_option("--height", o->height, "Height of a raw input or generated scene");
+  c->add_option("--width", o->width,
+                "Width of a raw input or generated scene; a PNG or JPEG is cropped to it "
+                "(centred)");
+  c->add_option("--height", o->height,
+                "Height of a raw input or generated scene; a PNG or JPEG is cropped to it "
+                "(centred)");
   c->add_option("--stride", o->stride, "Row stride in pixels of the buffer");
   c->add_option("--scanline", o->scanline, "Rows per plane of the buffer");
   addHostOptions(*c, o->host, false);
   c->footer(
       "The session stylisation type defaults to 1 here so the plugin is enabled; pass "
-      "--stylization 0 to see the host copy instead. YUV is full-range BT.601 (JFIF).");
+      "--stylization 0 to see the host copy instead. YUV is full-range BT.601 (JFIF). YUV "
+      "frames of odd size are padded to even by repeating the last column and row, and the "
+      "result is cropped back; --format rgba hands the plugin the picture as it is.");
   c->callback([o] {
     SessionFrame f;
-    f.file = "lumo run";
+    f.file = "run";
     f.line = 0;
     f.instance = o->instance == "preview" ? InstanceKind::Preview : InstanceKind::Snapshot;
     f.input = o->image;

@@ -100,10 +100,12 @@ void writeImage(const std::string& path, const Image& image, int jpegQuality) {
   const FileKind kind = fileKindOf(path);
   if (kind == FileKind::Raw) {
     const auto wanted = formatFromName(path);
-    const Image& out =
-        (wanted && *wanted != image.geometry.format)
-            ? convertImage(image, *wanted, image.geometry.stride, image.geometry.scanline)
-            : image;
+    // The buffer keeps its layout; a 4:2:0 one needs an even stride.
+    const uint32_t stride =
+        wanted && isYuv(*wanted) ? (image.geometry.stride + 1) & ~1u : image.geometry.stride;
+    const Image& out = (wanted && *wanted != image.geometry.format)
+                           ? convertImage(image, *wanted, stride, image.geometry.scanline)
+                           : image;
     writeFileAtomically(path, out.bytes.data(), out.bytes.size());
     return;
   }

@@ -19,6 +19,7 @@
 #include "frame_source.h"
 #include "host_setup.h"
 #include "image_files.h"
+#include "picture_crop.h"
 
 namespace lumo {
 namespace {
@@ -211,7 +212,8 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
         info.processMode = frame.instance == InstanceKind::Preview ? 1 : 0;
         plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
       }
-      const Image image = loadFrameImage(frame, options.sessionDir);
+      const FrameImage source = loadFrameImage(frame, options.sessionDir);
+      const Image& image = source.buffer;
       const Geometry& g = image.geometry;
       auto in = allocate(g, frame);
       auto out = allocate(g, frame);
@@ -222,8 +224,8 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       FrameReport report;
       report.frame = frame.frame;
       report.instance = frame.instance;
-      report.width = g.width;
-      report.height = g.height;
+      report.width = source.width;
+      report.height = source.height;
       report.format = g.format;
       vyalgo2::VyaParams params;
       params.pSessionMetadata = std::make_shared<VyMetadata>(session);
@@ -249,6 +251,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);
+      shrinkPicture(result, source.width, source.height);  // back from the even padding
       const std::string name = frame.output.value_or(defaultOutputName(frame));
       writeImage(staging.stage(name, frame), result);
       report.output = staging.finalPath(name);
@@ -256,7 +259,9 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
         const fs::path p(name);
         const std::string beforeName =
             (p.parent_path() / (p.stem().string() + "_before.png")).string();
-        writeImage(staging.stage(beforeName, frame), image);
+        Image before = image;
+        shrinkPicture(before, source.width, source.height);
+        writeImage(staging.stage(beforeName, frame), before);
         report.before = staging.finalPath(beforeName);
       }
       reports.push_back(report);
