@@ -4,6 +4,8 @@
 // exactly what was asked for (or an error naming the user's file).
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 
 #include <cstring>
 #include <map>
@@ -15,6 +17,7 @@
 
 using namespace lumo_test;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 namespace {
 
@@ -180,4 +183,116 @@ TEST_F(OddPicturesCli, OddSizesPadAndCropBackAndPicturesCrop) {
   const lumo::Image picture = lumo::readImage(path("p.png")), crop = lumo::readImage(path("c.png"));
   for (uint32_t y = 0; y < 9; ++y)
     EXPECT_EQ(0, std::memcmp(crop.row(y), picture.row(y + 4) + 4 * 6, 20 * 4)) << "row " << y;
+}
+
+class OutputsCli : public ToolTest {
+protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    ASSERT_EQ(lumo("generate food -o p.png --width 40 --height 30").status, 0);
+  }
+};
+
+// Only files of a kind the tool writes, laid out as their names say.
+TEST_F(OutputsCli, WritesOnlyWhatTheNameAsksFor) {
+  write("s.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.tiff"})"
+                   "\n");
+  // command, exit status, file it writes (empty: none), text stderr holds
+  const std::tuple<std::string, int, std::string, std::string> cases[] = {
+      {"run p.png -o x.tiff", 2, "", "cannot tell what to write from \".tiff\""},
+      {"run p.png -o noext", 2, "", "from no extension (known: .png, .jpg, .jpeg, .nv21"},
+      {"generate chart -o x.bmp", 2, "", "\".bmp\""},
+      {"replay s.jsonl --out out", 1, "",
+       "lumo: s.jsonl:1: field \"output\": \"x.tiff\": cannot tell what to write"},
+      {"generate chart --width 40 --height 30 -o g_40x30_64.nv21", 0, "g_40x30_64.nv21", ""},
+      {"generate chart --width 40 --height 30 -o g_40x30_64_32.nv12", 0, "g_40x30_64_32.nv12", ""},
+      {"generate chart --width 40 --height 30 -o g_8x8.nv21", 1, "",
+       "g_8x8.nv21: the name says 8x8, the picture is 40x30"},
+      {"generate chart --width 40 --height 30 -o g_40x30_30.nv21", 1, "",
+       "stride 30 is below the width 40"},
+      {"generate chart --width 33 --height 17 -o x.nv21", 0, "x.nv21",
+       "x.nv21 holds nv21 33x17 stride 34 scanline 17: read it with --width 33 --height 17"},
+  };
+  for (const auto& [args, status, written, said] : cases) {
+    SCOPED_TRACE(args);
+    const auto before = files("");
+    const Outcome o = lumo(args + kProbe.substr(args.starts_with("generate") ? kProbe.size() : 0));
+    EXPECT_EQ(o.status, status) << o.err;
+    EXPECT_THAT(o.err, HasSubstr(said));
+    auto now = files("");
+    if (!written.empty()) {
+      EXPECT_EQ(std::count(now.begin(), now.end(), written), 1);
+      now.erase(std::find(now.begin(), now.end(), written));
+    }
+    EXPECT_EQ(now, before);
+  }
+  // The layouts the names asked for, and run reads them back without options.
+  for (const char* raw : {"g_40x30_64.nv21", "g_40x30_64_32.nv12"}) {
+    const lumo::Image g = lumo::readImage(path(raw));
+    EXPECT_EQ(g.geometry.stride, 64u) << raw;
+    EXPECT_EQ(lumo(std::string("run ") + raw + " -o back.png" + kProbe).status, 0) << raw;
+  }
+}
+
+// A JPEG that ends early is an error naming it, not a grey-filled picture.
+TEST_F(OutputsCli, TruncatedJpegIsAnError) {
+  ASSERT_EQ(lumo("generate food -o p.jpg --width 64 --height 48").status, 0);
+  const std::string whole = readText(dir / "p.jpg");
+  write("cut.jpg", whole.substr(0, whole.size() / 2));
+  const Outcome o = lumo("run cut.jpg -o o.png" + kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("cut.jpg: truncated or damaged JPEG: Premature end of JPEG file"));
+  EXPECT_FALSE(fs::exists(dir / "o.png"));
+  EXPECT_EQ(lumo("run p.jpg -o o.png" + kProbe).status, 0);
+}
+
+// Where the output cannot go, the message names the user's folder or file.
+TEST_F(OutputsCli, UnwritableOutputNamesTheUsersFile) {
+  write("s.jsonl", R"({"instance": "snapshot", "input": "p.png"})"
+                   "\n");
+  for (const char* args : {"replay s.jsonl --out /proc", "run p.png -o /proc/x.png"}) {
+    SCOPED_TRACE(args);
+    const Outcome o = lumo(std::string(args) + kProbe);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_THAT(o.err, HasSubstr("lumo: /proc: cannot write output files there"));
+    EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
+  }
+}
+
+// Interrupted replays remove their staging folder and end by the signal.
+TEST_F(OutputsCli, SignalsDuringReplayLeaveNothingBehind) {
+  std::string session;
+  for (int i = 0; i < 20000; ++i)
+    session += R"({"instance": "preview", "width": 64, "height": 48, "input": "generated:night"})"
+               "\n";
+  write("s.jsonl", session);
+  for (int sig : {SIGINT, SIGTERM}) {
+    SCOPED_TRACE(sig);
+    fs::remove_all(dir / "out");
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      const std::string cmd = "cd '" + dir.string() +
+                              "' && exec '" LUMO_TOOL "' replay s.jsonl --out out 2>/dev/null" +
+                              kProbe;
+      execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
+      _exit(127);
+    }
+    // Wait until frames are being written into the staging folder.
+    bool staging = false;
+    for (int i = 0; i < 3000 && !staging; ++i) {
+      usleep(2000);
+      std::error_code ec;
+      if (fs::exists(dir / "out", ec))
+        for (const auto& e : fs::recursive_directory_iterator(dir / "out", ec))
+          staging = staging || e.path().string().find("frame_") != std::string::npos;
+    }
+    EXPECT_TRUE(staging);
+    kill(pid, sig);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == sig) << status;
+    EXPECT_EQ(files("out"), std::vector<std::string>{});
+    EXPECT_FALSE(fs::exists(dir / "out" / (".lumo-staging-" + std::to_string(pid))));
+  }
 }

@@ -40,6 +40,10 @@ void addReplayCommand(CLI::App& app) {
   c->callback([o, session] {
     const auto frames = readSession(*session);
     if (frames.empty()) throw Failure(*session + ": no frames in the session");
+    for (const SessionFrame& f : frames)
+      if (f.output)
+        if (const std::string why = outputNameProblem(*f.output); !why.empty())
+          throw Failure(f.where("output") + "\"" + *f.output + "\": " + why);
     const auto dir = std::filesystem::path(*session).parent_path();
     runFrames(frames, *o, dir.empty() ? "." : dir.string());
   });
@@ -53,7 +57,8 @@ void addRunCommand(CLI::App& app) {
                 "Input: PNG, JPEG, raw .nv21/.nv12/.rgba dump, or generated:NAME")
       ->required();
   c->add_option("-o,--output", o->output, "Output image (.png, .jpg, .nv21, .nv12, .rgba)")
-      ->required();
+      ->required()
+      ->check(outputImageName());
   c->add_option("--scene", o->scene,
                 "AI scene id or name: common, food, plants, night, sunrise_sunset, protrait");
   c->add_option("--lux", o->lux, "Lux index (float: number, nan, inf, -inf, 0x3f800000)");

@@ -31,7 +31,8 @@ void addYuvCommand(CLI::App& app) {
   c->add_option("--scanline", o->scanline, "Rows per plane");
   c->add_option("-o,--output", o->preview,
                 "Write the picture (one FILE only) as .png or .jpg for a look; YUV is "
-                "full-range BT.601");
+                "full-range BT.601")
+      ->check(outputImageName());
   c->add_flag("--json", o->json, "Print the findings as JSON");
   c->footer(
       "Names: ..._WIDTHxHEIGHT_STRIDE[_SCANLINE].nv21, "

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "output_names.h"
+
 namespace lumo {
 
 void addReplayCommand(CLI::App& app);
@@ -21,6 +23,11 @@ inline CLI::App* addGroupedCommand(CLI::App& app, const std::string& group,
   CLI::App* g = app.add_subcommand(group, groupHelp);
   g->require_subcommand(1);
   return g->add_subcommand(name, help);
+}
+
+// For -o: a name the tool knows how to write; anything else is a usage error.
+inline CLI::Validator outputImageName() {
+  return CLI::Validator([](std::string& name) { return outputNameProblem(name); }, "IMAGE");
 }
 
 }  // namespace lumo

@@ -2,8 +2,6 @@
 // reader with its geometry checks.
 #include "image_files.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -12,18 +10,12 @@
 #include "atomic_file.h"
 #include "dump_name.h"
 #include "failure.h"
+#include "output_names.h"
 #include "raw_geometry.h"
 #include "yuv_convert.h"
 
 namespace lumo {
 namespace {
-
-std::string extensionOf(const std::string& path) {
-  std::string ext = std::filesystem::path(path).extension().string();
-  std::transform(ext.begin(), ext.end(), ext.begin(),
-                 [](unsigned char c) { return std::tolower(c); });
-  return ext;
-}
 
 Image readRaw(const std::string& path, const RawHints& hints) {
   Geometry g;
@@ -73,10 +65,33 @@ Image readRaw(const std::string& path, const RawHints& hints) {
   return image;
 }
 
+// The buffer a raw output holds: in the format its extension names, laid out
+// as its name says (width and height must be the picture's), else as the
+// image is (a 4:2:0 buffer with an even stride). Nothing when that is `image`.
+std::optional<Image> rawLayoutFor(const std::string& path, const Image& image) {
+  const Geometry& g = image.geometry;
+  Geometry layout = g;
+  layout.format = *rawOutputFormat(path);
+  if (isYuv(layout.format)) layout.stride = (layout.stride + 1) & ~1u;
+  if (const auto named = geometryFromName(path)) {
+    if (named->width != g.width || named->height != g.height)
+      throw Failure(path + ": the name says " + std::to_string(named->width) + "x" +
+                    std::to_string(named->height) + ", the picture is " + std::to_string(g.width) +
+                    "x" + std::to_string(g.height));
+    if (named->stride) layout.stride = named->stride;
+    if (named->scanline) layout.scanline = named->scanline;
+    if (const std::string bad = checkGeometry(layout); !bad.empty())
+      throw Failure(path + ": the name asks for " + describeGeometry(layout) + ": " + bad);
+  }
+  if (layout.format == g.format && layout.stride == g.stride && layout.scanline == g.scanline)
+    return std::nullopt;
+  return convertImage(image, layout.format, layout.stride, layout.scanline);
+}
+
 }  // namespace
 
 FileKind fileKindOf(const std::string& path) {
-  const std::string ext = extensionOf(path);
+  const std::string ext = lowerExtension(path);
   if (ext == ".png") return FileKind::Png;
   if (ext == ".jpg" || ext == ".jpeg") return FileKind::Jpeg;
   return FileKind::Raw;
@@ -97,15 +112,12 @@ Image readImage(const std::string& path, const RawHints& hints) {
 }
 
 void writeImage(const std::string& path, const Image& image, int jpegQuality) {
+  if (const std::string why = outputNameProblem(path); !why.empty())
+    throw Failure(path + ": " + why);
   const FileKind kind = fileKindOf(path);
   if (kind == FileKind::Raw) {
-    const auto wanted = formatFromName(path);
-    // The buffer keeps its layout; a 4:2:0 one needs an even stride.
-    const uint32_t stride =
-        wanted && isYuv(*wanted) ? (image.geometry.stride + 1) & ~1u : image.geometry.stride;
-    const Image& out = (wanted && *wanted != image.geometry.format)
-                           ? convertImage(image, *wanted, stride, image.geometry.scanline)
-                           : image;
+    const std::optional<Image> relaid = rawLayoutFor(path, image);
+    const Image& out = relaid ? *relaid : image;
     writeFileAtomically(path, out.bytes.data(), out.bytes.size());
     return;
   }

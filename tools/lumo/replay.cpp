@@ -112,7 +112,7 @@ public:
     m_dir = m_out / (".lumo-staging-" + std::to_string(::getpid()));
     fs::remove_all(m_dir, ec);
     fs::create_directories(m_dir, ec);
-    if (ec) throw Failure(m_dir.string() + ": cannot create: " + ec.message());
+    if (ec) throw Failure(outDir + ": cannot write output files there: " + ec.message());
   }
   ~Staging() {
     std::error_code ec;
@@ -135,6 +135,22 @@ public:
   }
   std::string finalPath(const std::string& name) const {
     return (m_out / name).lexically_normal().string();
+  }
+
+  // Writes `name` into the staging folder; errors name the file the user
+  // gets, not the staged one.
+  void write(const std::string& name, const SessionFrame& frame, const Image& image) {
+    const std::string staged = stage(name, frame);
+    try {
+      writeImage(staged, image);
+    } catch (const Failure& e) {
+      std::string message = e.what();
+      const std::string user = finalPath(name);
+      for (size_t at = message.find(staged); at != std::string::npos;
+           at = message.find(staged, at + user.size()))
+        message.replace(at, staged.size(), user);
+      throw Failure(frame.where("output") + message);
+    }
   }
 
   void commit() {
@@ -253,7 +269,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       copyPlanes(result, *out, false);
       shrinkPicture(result, source.width, source.height);  // back from the even padding
       const std::string name = frame.output.value_or(defaultOutputName(frame));
-      writeImage(staging.stage(name, frame), result);
+      staging.write(name, frame, result);
       report.output = staging.finalPath(name);
       if (options.keepInputs) {
         const fs::path p(name);
@@ -261,7 +277,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
             (p.parent_path() / (p.stem().string() + "_before.png")).string();
         Image before = image;
         shrinkPicture(before, source.width, source.height);
-        writeImage(staging.stage(beforeName, frame), before);
+        staging.write(beforeName, frame, before);
         report.before = staging.finalPath(beforeName);
       }
       reports.push_back(report);
