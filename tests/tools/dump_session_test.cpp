@@ -58,6 +58,7 @@ TEST_F(DumpSessionTest, FramesTakeTheValuesOfTheirOwnBlock) {
   image("IMG_2", "OfflineSnapshot", 8, "input", 16, 8);
   image("IMG_2", "OfflineSnapshot", 9, "input", 16, 8);
   write("d/x_[lumofilter]_RealTimePreview_frame[10]_input_8x4_8.nv21", "short");
+  write("d/y_[lumofilter]_OfflineSnapshot_frame[11]_input_8x4_8.yuv", std::string(48, '\0'));
 
   const DumpSession s = sessionFromDumps(path("d"), dir.string(), false);
   // instance, frame, meta (without stylization, always 1)
@@ -79,6 +80,7 @@ TEST_F(DumpSessionTest, FramesTakeTheValuesOfTheirOwnBlock) {
       {"snapshot",
        9,
        {{"lux", 300}, {"cct", 5000}, {"zoom", 1.0}, {"scene", "food"}, {"image_name", "IMG_2"}}},
+      {"snapshot", 11, {{"image_name", "y"}}},
   };
   ASSERT_EQ(s.lines.size(), std::size(expected));
   for (size_t i = 0; i < s.lines.size(); ++i) {
@@ -93,17 +95,19 @@ TEST_F(DumpSessionTest, FramesTakeTheValuesOfTheirOwnBlock) {
     // Inputs are found from the session's folder; raw outputs name their geometry.
     EXPECT_TRUE(fs::exists(dir / line["input"].get<std::string>()));
     EXPECT_TRUE(line["output"].get<std::string>().ends_with(
-        instance == "preview" ? "_8x4_8.nv21" : "_16x8_16.nv21"));
+        instance == "preview" || frame == 11 ? "_8x4_8.nv21" : "_16x8_16.nv21"));
+    // A dump whose name says no format is replayed as NV21, and says so.
+    EXPECT_EQ(line.value("format", ""), frame == 11 ? "nv21" : "");
   }
   EXPECT_EQ(s.preview, 4u);
-  EXPECT_EQ(s.snapshot, 3u);
-  EXPECT_EQ(s.withoutValues, 2u);
+  EXPECT_EQ(s.snapshot, 4u);
+  EXPECT_EQ(s.withoutValues, 3u);
   // Each thing that did not match is said once, naming the dump.
   for (const char* said :
        {"frame[10]_input_8x4_8.nv21: 5 bytes do not match", "2 preview text blocks hold frame 4",
         "frame[5]_input_8x4_8.nv21: no text dump block", "aiscene \"portrait\"",
         "frame[8]_input_16x8_16.nv21: the text dump of image \"IMG_2\" was rewritten",
-        "records 16x8, the image is 8x4"}) {
+        "records 16x8, the image is 8x4", "frame[11]_input_8x4_8.yuv: the name does not say"}) {
     size_t n = 0;
     for (const std::string& w : s.warnings) n += w.find(said) != std::string::npos;
     EXPECT_EQ(n, 1u) << said;

@@ -39,6 +39,7 @@ TEST_F(RawLayoutTest, InspectFindsTheLayoutOrSaysWhatDoesNotAddUp) {
       {"g_40x30_64.nv21", 64 * 32 * 3 / 2 + 64 * 3, std::nullopt, "do not match"},
       {"h_40x30_32.nv21", 2000, std::nullopt, "stride 32 is below the width 40"},
       {"i.nv21", 12345, std::nullopt, "fit no common camera picture size"},
+      {"j_40x30_64.png", 64 * 45, std::nullopt, "not a raw dump"},
   };
   for (const auto& [name, bytes, expected, problem] : cases) {
     SCOPED_TRACE(name);

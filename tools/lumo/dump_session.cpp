@@ -181,6 +181,13 @@ DumpSession sessionFromDumps(const std::string& dumpDir, const std::string& sess
     json line = {{"instance", preview ? "preview" : "snapshot"},
                  {"frame", d.name.frame},
                  {"input", relativeTo(d.path, sessionDir)}};
+    // The host picks the dump's extension; one that names no format is a
+    // camera buffer, NV21 unless told otherwise.
+    if (info.formatFrom == "assumed") {
+      line["format"] = formatName(g.format);
+      out.warnings.push_back(where + ": the name does not say the pixel format: taken as " +
+                             formatName(g.format));
+    }
     std::string stem = d.name.imageName.empty() ? "" : d.name.imageName + "_";
     stem += std::string(preview ? "preview" : "snapshot") + "_frame" + std::to_string(d.name.frame);
     line["output"] = pngOutputs ? stem + ".png" : rawOutputName(stem, g);

@@ -56,6 +56,10 @@ YuvInfo inspectRaw(const std::string& path, const RawHints& hints) {
     info.problems.push_back("cannot read: " + ec.message());
     return info;
   }
+  if (fileKindOf(path) != FileKind::Raw) {
+    info.problems.push_back("a PNG or JPEG file, not a raw dump");
+    return info;
+  }
   info.dump = pluginDumpName(path);
   const auto named = geometryFromName(path);
   if (hints.format) {
