@@ -257,6 +257,17 @@ TEST_F(OutputsCli, UnwritableOutputNamesTheUsersFile) {
     EXPECT_THAT(o.err, HasSubstr("lumo: /proc: cannot write output files there"));
     EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
   }
+  // A file in the way of a later output's folder.
+  write("s2.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.png"})"
+                    "\n"
+                    R"({"instance": "snapshot", "input": "p.png", "output": "x.png/y.png"})"
+                    "\n");
+  const Outcome o = lumo("replay s2.jsonl --out out" + kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err,
+              HasSubstr("lumo: s2.jsonl:2: field \"output\": out/x.png/y.png: cannot create"));
+  EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
+  EXPECT_EQ(files("out"), std::vector<std::string>{});
 }
 
 // Interrupted replays remove their staging folder and end by the signal.
