@@ -40,6 +40,10 @@ void addReplayCommand(CLI::App& app) {
   c->callback([o, session] {
     const auto frames = readSession(*session);
     if (frames.empty()) throw Failure(*session + ": no frames in the session");
+    for (const SessionFrame& f : frames)
+      if (f.output)
+        if (const std::string why = outputNameProblem(*f.output); !why.empty())
+          throw Failure(f.where("output") + "\"" + *f.output + "\": " + why);
     const auto dir = std::filesystem::path(*session).parent_path();
     runFrames(frames, *o, dir.empty() ? "." : dir.string());
   });
@@ -53,7 +57,8 @@ void addRunCommand(CLI::App& app) {
                 "Input: PNG, JPEG, raw .nv21/.nv12/.rgba dump, or generated:NAME")
       ->required();
   c->add_option("-o,--output", o->output, "Output image (.png, .jpg, .nv21, .nv12, .rgba)")
-      ->required();
+      ->required()
+      ->check(outputImageName());
   c->add_option("--scene", o->scene,
                 "AI scene id or name: common, food, plants, night, sunrise_sunset, protrait");
   c->add_option("--lux", o->lux, "Lux index (float: number, nan, inf, -inf, 0x3f800000)");
@@ -67,9 +72,13 @@ void addRunCommand(CLI::App& app) {
                 "Buffer format handed to the plugin: nv21 (default), "
                 "nv12, rgba")
       ->check(CLI::IsMember({"nv21", "nv12", "rgba"}));
-  c->add_option("--width", o->width, "Width of a raw input or generated scene")
+  c->add_option("--width", o->width,
+                "Width of a raw input or generated scene; a PNG or JPEG is cropped to it "
+                "(centred)")
       ->check(CLI::Range(1u, kMaxFrameSide));
-  c->add_option("--height", o->height, "Height of a raw input or generated scene")
+  c->add_option("--height", o->height,
+                "Height of a raw input or generated scene; a PNG or JPEG is cropped to it "
+                "(centred)")
       ->check(CLI::Range(1u, kMaxFrameSide));
   c->add_option("--stride", o->stride, "Row stride in pixels of the buffer")
       ->check(CLI::Range(1u, kMaxFrameSide));
@@ -78,10 +87,12 @@ void addRunCommand(CLI::App& app) {
   addHostOptions(*c, o->host, false);
   c->footer(
       "The session stylisation type defaults to 1 here so the plugin is enabled; pass "
-      "--stylization 0 to see the host copy instead. YUV is full-range BT.601 (JFIF).");
+      "--stylization 0 to see the host copy instead. YUV is full-range BT.601 (JFIF). YUV "
+      "frames of odd size are padded to even by repeating the last column and row, and the "
+      "result is cropped back; --format rgba hands the plugin the picture as it is.");
   c->callback([o] {
     SessionFrame f;
-    f.file = "lumo run";
+    f.file = "run";
     f.line = 0;
     f.instance = o->instance == "preview" ? InstanceKind::Preview : InstanceKind::Snapshot;
     f.input = o->image;
@@ -130,9 +141,9 @@ void addRunCommand(CLI::App& app) {
       // Geometry given on the command line that the picture cannot have is a usage error.
       const std::string message = e.what();
       for (const char* field : {"width", "height", "stride", "scanline", "format"}) {
-        const std::string tag = std::string("field \"") + field + "\": ";
+        const std::string tag = std::string(f.file) + ": --" + field + ": ";
         const auto at = message.find(tag);
-        if (message.starts_with(f.file) && at != std::string::npos)
+        if (at == 0)
           throw CLI::ValidationError(std::string("--") + field, message.substr(at + tag.size()));
       }
       throw;

@@ -34,6 +34,26 @@ std::optional<PixelFormat> formatFromName(const std::string& path) {
   return std::nullopt;
 }
 
+std::optional<PluginDumpName> pluginDumpName(const std::string& path) {
+  // The plugin formats names into 128 bytes; a long image name can cut the
+  // geometry off, and then the name is not one of these.
+  static const std::regex name(
+      "^(.*)_\\[lumofilter\\]_([A-Za-z]*)_frame\\[(\\d{1,10})\\]_([a-z]+)_(\\d{1,9})x(\\d{1,9})_"
+      "(\\d{1,9})$");
+  const std::string stem = std::filesystem::path(path).stem().string();
+  std::smatch m;
+  if (!std::regex_match(stem, m, name)) return std::nullopt;
+  PluginDumpName out;
+  out.imageName = m[1].str();
+  out.instance = m[2].str();
+  out.frame = toU32(m[3].str());
+  out.role = m[4].str();
+  out.width = toU32(m[5].str());
+  out.height = toU32(m[6].str());
+  out.stride = toU32(m[7].str());
+  return out;
+}
+
 std::optional<NameGeometry> geometryFromName(const std::string& path) {
   const std::string stem = std::filesystem::path(path).stem().string();
   static const std::regex spelled(

@@ -18,6 +18,18 @@ struct NameGeometry {
   std::optional<PixelFormat> format;  // from the extension or a format word in the name
 };
 
+// What the plugin's own image dump names say:
+// "IMAGE_[lumofilter]_INSTANCE_frame[N]_ROLE_WxH_STRIDE" plus the host's
+// extension for the format.
+struct PluginDumpName {
+  std::string imageName;  // may be empty (no snapshot seen yet)
+  std::string instance;   // "RealTimePreview", "OfflineSnapshot"
+  uint32_t frame = 0;
+  std::string role;  // "input", "output"
+  uint32_t width = 0, height = 0, stride = 0;
+};
+std::optional<PluginDumpName> pluginDumpName(const std::string& path);
+
 // Looks only at the file name, not at the folders.
 std::optional<NameGeometry> geometryFromName(const std::string& path);
 // Pixel format named by the extension or a word of the name, if any.

@@ -5,6 +5,7 @@
 
 #include "failure.h"
 #include "image_files.h"
+#include "picture_crop.h"
 #include "test_scenes.h"
 #include "yuv_convert.h"
 
@@ -20,9 +21,22 @@ std::string resolve(const std::string& name, const std::string& baseDir) {
 // A 4:2:0 buffer needs an even stride; tight RGBA rows need none.
 uint32_t tightStride(PixelFormat f, uint32_t width) { return isYuv(f) ? (width + 1) & ~1u : width; }
 
+// A picture larger than the frame's width or height is cropped to its centre.
+Image cropToFrame(const Image& picture, const SessionFrame& frame, const std::string& path) {
+  const Geometry& g = picture.geometry;
+  const uint32_t w = frame.width.value_or(g.width), h = frame.height.value_or(g.height);
+  if (w > g.width || h > g.height) {
+    const char* field = w > g.width ? "width" : "height";
+    throw Failure(frame.where(field) + std::to_string(w > g.width ? w : h) + " is larger than " +
+                  path + " (" + std::to_string(g.width) + "x" + std::to_string(g.height) +
+                  "): a picture can only be cropped");
+  }
+  return w == g.width && h == g.height ? picture : cropCentre(picture, w, h);
+}
+
 }  // namespace
 
-Image loadFrameImage(const SessionFrame& frame, const std::string& baseDir) {
+FrameImage loadFrameImage(const SessionFrame& frame, const std::string& baseDir) {
   Image source;
   bool raw = false;
   if (!frame.input || frame.input->starts_with(kGeneratedPrefix)) {
@@ -50,33 +64,35 @@ Image loadFrameImage(const SessionFrame& frame, const std::string& baseDir) {
     } catch (const Failure& e) {
       throw Failure(frame.where("input") + e.what());
     }
-    const Geometry& g = source.geometry;
-    if (!raw && frame.width && *frame.width != g.width)
-      throw Failure(frame.where("width") + std::to_string(*frame.width) + " does not match " +
-                    path + " (" + std::to_string(g.width) + "x" + std::to_string(g.height) + ")");
-    if (!raw && frame.height && *frame.height != g.height)
-      throw Failure(frame.where("height") + std::to_string(*frame.height) + " does not match " +
-                    path + " (" + std::to_string(g.width) + "x" + std::to_string(g.height) + ")");
+    if (!raw) source = cropToFrame(source, frame, path);
   }
+  FrameImage out;
+  out.width = source.geometry.width;
+  out.height = source.geometry.height;
   const PixelFormat format =
       frame.format.value_or(raw ? source.geometry.format : PixelFormat::Nv21);
+  const bool padded = isYuv(format) && (out.width % 2 != 0 || out.height % 2 != 0);
+  if (padded) source = padToEven(source);
   Geometry target{format, source.geometry.width, source.geometry.height,
                   frame.stride.value_or(raw && format == source.geometry.format
                                             ? source.geometry.stride
                                             : tightStride(format, source.geometry.width)),
                   frame.scanline.value_or(raw ? source.geometry.scanline : source.geometry.height)};
-  const std::string bad = checkGeometry(target);
+  std::string bad = checkGeometry(target);
   if (!bad.empty()) {
-    const char* field = frame.stride && bad.starts_with("stride")       ? "stride"
-                        : frame.scanline && bad.starts_with("scanline") ? "scanline"
-                                                                        : "width";
+    const auto says = [&bad](const char* word) { return bad.find(word) != std::string::npos; };
+    const char* field = frame.stride && says("stride")       ? "stride"
+                        : frame.scanline && says("scanline") ? "scanline"
+                                                             : "width";
+    if (padded)
+      bad += " (" + std::string(formatName(format)) + " frames of odd size are padded to " +
+             std::to_string(target.width) + "x" + std::to_string(target.height) + ")";
+    if (isYuv(format) && bad.find("stride must be even") != std::string::npos)
+      bad += "; rgba frames take any stride";
     throw Failure(frame.where(field) + bad);
   }
-  if (isYuv(format) && (target.width % 2 != 0 || target.height % 2 != 0))
-    throw Failure(frame.where("width") + std::string(formatName(format)) +
-                  " frames need an even width and height, got " + std::to_string(target.width) +
-                  "x" + std::to_string(target.height));
-  return convertImage(source, format, target.stride, target.scanline);
+  out.buffer = convertImage(source, format, target.stride, target.scanline);
+  return out;
 }
 
 }  // namespace lumo

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "failure.h"
+#include "interrupt.h"
 #include "progress.h"
 
 namespace lumo {
@@ -71,11 +72,15 @@ std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
   r.keepInputs = keepInputs;
   if (o.stylization >= 0) r.stylization = uint8_t(o.stylization);
   std::vector<FrameReport> reports;
-  {
+  try {
+    InterruptGuard interrupt;
     Progress progress(stderrIsTerminal() && frames.size() > 1);
     reports = replaySession(frames, r, [&](const FrameReport&, size_t done, size_t total) {
       progress.update(done, total);
+      InterruptGuard::check();  // unwinding removes the staged outputs
     });
+  } catch (const Interrupted& e) {
+    endBySignal(e.signal());
   }
   if (!print) return reports;
   if (o.json) {

@@ -26,7 +26,9 @@ std::optional<PixelFormat> parseFormat(const std::string& name) {
 }
 
 Geometry completeGeometry(Geometry geometry) {
-  if (geometry.stride == 0) geometry.stride = geometry.width;
+  // A 4:2:0 row of chroma pairs covers an even number of pixels.
+  if (geometry.stride == 0)
+    geometry.stride = isYuv(geometry.format) ? (geometry.width + 1) & ~1u : geometry.width;
   if (geometry.scanline == 0) geometry.scanline = geometry.height;
   return geometry;
 }

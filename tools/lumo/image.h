@@ -24,7 +24,7 @@ struct Geometry {
   uint32_t scanline = 0;  // rows of the Y plane (or of the RGBA plane)
 };
 
-// Fills a zero stride or scanline from the width or height.
+// Fills a zero stride or scanline from the width (even for YUV) or height.
 Geometry completeGeometry(Geometry geometry);
 // Empty when usable, otherwise why not.
 std::string checkGeometry(const Geometry& geometry);

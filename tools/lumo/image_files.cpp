@@ -2,8 +2,6 @@
 // reader with its geometry checks.
 #include "image_files.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -12,23 +10,12 @@
 #include "atomic_file.h"
 #include "dump_name.h"
 #include "failure.h"
+#include "output_names.h"
+#include "raw_geometry.h"
 #include "yuv_convert.h"
 
 namespace lumo {
 namespace {
-
-std::string extensionOf(const std::string& path) {
-  std::string ext = std::filesystem::path(path).extension().string();
-  std::transform(ext.begin(), ext.end(), ext.begin(),
-                 [](unsigned char c) { return std::tolower(c); });
-  return ext;
-}
-
-std::string describe(const Geometry& g) {
-  return std::string(formatName(g.format)) + " " + std::to_string(g.width) + "x" +
-         std::to_string(g.height) + " stride " + std::to_string(g.stride) + " scanline " +
-         std::to_string(g.scanline);
-}
 
 Image readRaw(const std::string& path, const RawHints& hints) {
   Geometry g;
@@ -48,22 +35,28 @@ Image readRaw(const std::string& path, const RawHints& hints) {
     throw Failure(path +
                   ": cannot tell the size of a raw dump: give width and height or "
                   "end its name with _WIDTHxHEIGHT_STRIDE");
-  g = completeGeometry(g);
-  const std::string bad = checkGeometry(g);
-  if (!bad.empty()) throw Failure(path + ": " + bad);
-
   std::error_code ec;
   const auto size = std::filesystem::file_size(path, ec);
   if (ec) throw Failure(path + ": cannot read: " + ec.message());
+  // An unknown stride or scanline is tight unless the size says otherwise: then
+  // the least padded layout with the usual camera alignments that fits is taken.
+  const Geometry known = g;
+  g = completeGeometry(g);
+  if ((known.stride == 0 || known.scanline == 0) &&
+      (!checkGeometry(g).empty() || (size != fullBytes(g) && size != tightBytes(g)))) {
+    const auto layouts = layoutsForSize(size, known);
+    if (!layouts.empty()) g = layouts.front().geometry;
+  }
+  const std::string bad = checkGeometry(g);
+  if (!bad.empty()) throw Failure(path + ": " + bad);
+
   // Dumps either keep the chroma plane's padding rows or stop after its last used row.
-  const size_t full = bufferBytes(g);
-  const size_t tight =
-      isYuv(g.format) ? chromaOffset(g) + size_t(g.stride) * ((g.height + 1) / 2) : full;
+  const uint64_t full = fullBytes(g), tight = tightBytes(g);
   if (size != full && size != tight) {
     std::string expected = std::to_string(full);
     if (tight != full) expected = std::to_string(tight) + " or " + expected;
-    throw Failure(path + ": " + std::to_string(size) + " bytes do not match " + describe(g) +
-                  " (expected " + expected + " bytes)");
+    throw Failure(path + ": " + std::to_string(size) + " bytes do not match " +
+                  describeGeometry(g) + " (expected " + expected + " bytes)");
   }
   Image image = makeImage(g);
   std::ifstream in(path, std::ios::binary);
@@ -72,10 +65,33 @@ Image readRaw(const std::string& path, const RawHints& hints) {
   return image;
 }
 
+// The buffer a raw output holds: in the format its extension names, laid out
+// as its name says (width and height must be the picture's), else as the
+// image is (a 4:2:0 buffer with an even stride). Nothing when that is `image`.
+std::optional<Image> rawLayoutFor(const std::string& path, const Image& image) {
+  const Geometry& g = image.geometry;
+  Geometry layout = g;
+  layout.format = *rawOutputFormat(path);
+  if (isYuv(layout.format)) layout.stride = (layout.stride + 1) & ~1u;
+  if (const auto named = geometryFromName(path)) {
+    if (named->width != g.width || named->height != g.height)
+      throw Failure(path + ": the name says " + std::to_string(named->width) + "x" +
+                    std::to_string(named->height) + ", the picture is " + std::to_string(g.width) +
+                    "x" + std::to_string(g.height));
+    if (named->stride) layout.stride = named->stride;
+    if (named->scanline) layout.scanline = named->scanline;
+    if (const std::string bad = checkGeometry(layout); !bad.empty())
+      throw Failure(path + ": the name asks for " + describeGeometry(layout) + ": " + bad);
+  }
+  if (layout.format == g.format && layout.stride == g.stride && layout.scanline == g.scanline)
+    return std::nullopt;
+  return convertImage(image, layout.format, layout.stride, layout.scanline);
+}
+
 }  // namespace
 
 FileKind fileKindOf(const std::string& path) {
-  const std::string ext = extensionOf(path);
+  const std::string ext = lowerExtension(path);
   if (ext == ".png") return FileKind::Png;
   if (ext == ".jpg" || ext == ".jpeg") return FileKind::Jpeg;
   return FileKind::Raw;
@@ -96,13 +112,12 @@ Image readImage(const std::string& path, const RawHints& hints) {
 }
 
 void writeImage(const std::string& path, const Image& image, int jpegQuality) {
+  if (const std::string why = outputNameProblem(path); !why.empty())
+    throw Failure(path + ": " + why);
   const FileKind kind = fileKindOf(path);
   if (kind == FileKind::Raw) {
-    const auto wanted = formatFromName(path);
-    const Image& out =
-        (wanted && *wanted != image.geometry.format)
-            ? convertImage(image, *wanted, image.geometry.stride, image.geometry.scanline)
-            : image;
+    const std::optional<Image> relaid = rawLayoutFor(path, image);
+    const Image& out = relaid ? *relaid : image;
     writeFileAtomically(path, out.bytes.data(), out.bytes.size());
     return;
   }

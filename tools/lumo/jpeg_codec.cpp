@@ -8,6 +8,8 @@
 
 // jpeglib.h needs size_t and FILE declared before it.
 #include <jpeglib.h>
+// The message codes (J_MESSAGE_CODE); jerror.h needs jpeglib.h first.
+#include <jerror.h>
 
 #include "failure.h"
 #include "image_files.h"
@@ -19,12 +21,27 @@ struct ErrorManager {
   jpeg_error_mgr base;
   std::jmp_buf jump;
   char message[JMSG_LENGTH_MAX];
+  char lostData[JMSG_LENGTH_MAX];  // the first warning that pixels are missing
 };
 
 void onError(j_common_ptr info) {
   auto* err = reinterpret_cast<ErrorManager*>(info->err);
   (*info->err->format_message)(info, err->message);
   std::longjmp(err->jump, 1);
+}
+
+// libjpeg only warns about a file that ends early or data it cannot decode,
+// and fills the rest of the picture with grey; for us that picture is not the
+// file's. Warnings that lose nothing (extraneous bytes, unknown revisions)
+// stay warnings.
+void onMessage(j_common_ptr info, int level) {
+  auto* err = reinterpret_cast<ErrorManager*>(info->err);
+  if (level != -1) return;  // trace messages
+  const int code = info->err->msg_code;
+  const bool lost = code == JWRN_JPEG_EOF || code == JWRN_HIT_MARKER || code == JWRN_MUST_RESYNC ||
+                    code == JWRN_HUFF_BAD_CODE || code == JWRN_ARITH_BAD_CODE;
+  if (lost && err->lostData[0] == '\0') (*info->err->format_message)(info, err->lostData);
+  ++info->err->num_warnings;
 }
 
 bool startDecode(jpeg_decompress_struct& info, ErrorManager& err, std::FILE* file) {
@@ -78,6 +95,8 @@ Image decodeJpeg(const std::string& path) {
   ErrorManager err;
   info.err = jpeg_std_error(&err.base);
   err.base.error_exit = onError;
+  err.base.emit_message = onMessage;
+  err.lostData[0] = '\0';
   jpeg_create_decompress(&info);
   std::unique_ptr<jpeg_decompress_struct, void (*)(jpeg_decompress_struct*)> guard(
       &info, [](jpeg_decompress_struct* i) { jpeg_destroy_decompress(i); });
@@ -89,6 +108,7 @@ Image decodeJpeg(const std::string& path) {
   if (!bad.empty()) throw Failure(path + ": unusable JPEG size: " + bad);
   Image image = makeImage(g);
   if (!finishDecode(info, err, image)) throw Failure(path + ": cannot decode JPEG: " + err.message);
+  if (err.lostData[0] != '\0') throw Failure(path + ": truncated or damaged JPEG: " + err.lostData);
   return image;
 }
 

@@ -36,6 +36,19 @@ bool commandsKnown(CLI::App& app, int argc, char** argv) {
   return true;
 }
 
+// Usage errors read like every other message of the tool: one line naming
+// the command and the option, then where to find help.
+std::string usageMessage(const CLI::App* app, const CLI::Error& e) {
+  std::string path = "lumo";
+  for (const CLI::App* level = app; level != nullptr;) {
+    const auto parsed = level->get_subcommands();
+    level = parsed.empty() ? nullptr : parsed.front();
+    if (level != nullptr) path += " " + level->get_name();
+  }
+  const std::string command = path == "lumo" ? "" : path.substr(5) + ": ";
+  return "lumo: " + command + e.what() + "\nRun " + path + " --help for more information.\n";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -45,11 +58,14 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help for every command");
   app.set_version_flag("--version", "lumo " LUMO_VERSION);
+  app.failure_message(usageMessage);
   lumo::addReplayCommand(app);
   lumo::addRunCommand(app);
   lumo::addDemoCommand(app);
   lumo::addCalibCommand(app);
   lumo::addGenerateCommand(app);
+  lumo::addYuvCommand(app);
+  lumo::addSessionCommand(app);
   if (!commandsKnown(app, argc, argv)) return 2;
   try {
     app.parse(argc, argv);

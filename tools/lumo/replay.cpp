@@ -24,6 +24,7 @@
 #include "frame_source.h"
 #include "host_setup.h"
 #include "image_files.h"
+#include "picture_crop.h"
 
 namespace lumo {
 namespace {
@@ -116,7 +117,7 @@ public:
     m_dir = m_out / (".lumo-staging-" + std::to_string(::getpid()));
     fs::remove_all(m_dir, ec);
     fs::create_directories(m_dir, ec);
-    if (ec) throw Failure(m_dir.string() + ": cannot create: " + ec.message());
+    if (ec) throw Failure(outDir + ": cannot write output files there: " + ec.message());
   }
   ~Staging() {
     std::error_code ec;
@@ -139,6 +140,22 @@ public:
   }
   std::string finalPath(const std::string& name) const {
     return (m_out / name).lexically_normal().string();
+  }
+
+  // Writes `name` into the staging folder; errors name the file the user
+  // gets, not the staged one.
+  void write(const std::string& name, const SessionFrame& frame, const Image& image) {
+    const std::string staged = stage(name, frame);
+    try {
+      writeImage(staged, image);
+    } catch (const Failure& e) {
+      std::string message = e.what();
+      const std::string user = finalPath(name);
+      for (size_t at = message.find(staged); at != std::string::npos;
+           at = message.find(staged, at + user.size()))
+        message.replace(at, staged.size(), user);
+      throw Failure(frame.where("output") + message);
+    }
   }
 
   void commit() {
@@ -269,7 +286,8 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
         info.processMode = mode;
         plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
       }
-      const Image image = loadFrameImage(frame, options.sessionDir);
+      const FrameImage source = loadFrameImage(frame, options.sessionDir);
+      const Image& image = source.buffer;
       const Geometry& g = image.geometry;
       // A picture's own size is known only once it is read; the host buffers are not made
       // for one above the limit either.
@@ -297,8 +315,8 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       report.frame = frame.frame;
       report.instance = frame.instance;
       report.processMode = mode;
-      report.width = g.width;
-      report.height = g.height;
+      report.width = source.width;
+      report.height = source.height;
       report.format = g.format;
       vyalgo2::VyaParams params;
       params.pSessionMetadata = std::make_shared<VyMetadata>(session);
@@ -330,14 +348,17 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);
+      shrinkPicture(result, source.width, source.height);  // back from the even padding
       const std::string& name = names[i];
-      writeImage(staging.stage(name, frame), result);
+      staging.write(name, frame, result);
       report.output = staging.finalPath(name);
       if (options.keepInputs) {
         const fs::path p(name);
         const std::string beforeName =
             (p.parent_path() / (p.stem().string() + "_before.png")).string();
-        writeImage(staging.stage(beforeName, frame), image);
+        Image before = image;
+        shrinkPicture(before, source.width, source.height);
+        staging.write(beforeName, frame, before);
         report.before = staging.finalPath(beforeName);
       }
       reports.push_back(report);

@@ -206,8 +206,12 @@ const char* instanceName(InstanceKind kind) {
 }
 
 std::string SessionFrame::where(const std::string& field) const {
-  const std::string at = line == 0 ? file : file + ":" + std::to_string(line);
-  return at + ": field \"" + field + "\": ";
+  if (line == 0) {
+    // A frame made from command-line options (`lumo run`): name the option.
+    const std::string key = field.starts_with("meta.") ? field.substr(5) : field;
+    return file + ": " + (key == "input" ? std::string("IMAGE") : "--" + key) + ": ";
+  }
+  return file + ":" + std::to_string(line) + ": field \"" + field + "\": ";
 }
 
 uint32_t processModeOf(const SessionFrame& frame) {

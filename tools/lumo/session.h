@@ -50,7 +50,8 @@ struct SessionFrame {
   std::optional<std::string> output;
   FrameMeta meta;
 
-  // "FILE:LINE: field "NAME": " prefix for messages about this frame.
+  // "FILE:LINE: field "NAME": " prefix for messages about this frame; for a
+  // frame from the command line (line 0) "FILE: --NAME: ".
   std::string where(const std::string& field) const;
 };
 

@@ -1,0 +1,309 @@
+// Black-box tests of the built `lumo` on what a camera engineer brings from the
+// field: raw dumps examined with `yuv info`, a device's dump folder turned
+// back into a session, ordinary photos of any size, and outputs that are
+// exactly what was asked for (or an error naming the user's file).
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "image_files.h"
+#include "tool_runner.h"
+#include "yuv_convert.h"
+
+using namespace lumo_test;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+const std::string kProbe = std::string(" --plugin '") + PROBE_PLUGIN + "'";
+
+// A 40x30 NV21 picture in a buffer of stride 64 and scanline 32, bytes varied.
+lumo::Image paddedPicture() {
+  lumo::Image img = lumo::makeImage({lumo::PixelFormat::Nv21, 40, 30, 64, 32});
+  for (size_t i = 0; i < img.bytes.size(); ++i) img.bytes[i] = uint8_t(i * 7 + i / 64);
+  return img;
+}
+
+}  // namespace
+
+class YuvInfoCli : public ToolTest {};
+
+// Files examined one by one; the exit status says whether every one adds up.
+TEST_F(YuvInfoCli, ReportsGeometryAndFfplayAndWritesAPreview) {
+  const lumo::Image picture = paddedPicture();
+  write("cap.nv21", std::string(picture.bytes.begin(), picture.bytes.end()));
+  write("IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21",
+        std::string(64 * 30 + 64 * 15, '\0'));
+  write("short_40x30_64.nv21", std::string(100, '\0'));
+  // command, exit status, text stdout holds
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"yuv info cap.nv21 --width 40 --height 30", 0,
+       "ffplay -f rawvideo -pixel_format nv21 -video_size 64x32 -vf crop=40:30:0:0 'cap.nv21'"},
+      {"yuv info 'IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21'", 0,
+       "image \"IMG_2\", RealTimePreview, frame 3, output"},
+      {"yuv info short_40x30_64.nv21 cap.nv21 --width 40 --height 30", 1,
+       "100 bytes do not match nv21 40x30 stride 64 scanline 30"},
+      {"yuv info cap.nv21 short_40x30_64.nv21 -o p.png", 2, ""},
+      {"yuv info missing.nv21", 2, ""},
+  };
+  for (const auto& [args, status, text] : cases) {
+    SCOPED_TRACE(args);
+    const Outcome o = lumo(args);
+    EXPECT_EQ(o.status, status) << o.err;
+    EXPECT_THAT(o.out, HasSubstr(text));
+  }
+  const Outcome o = lumo("yuv info cap.nv21 --width 40 --height 30 --json -o p.png");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const auto layout = nlohmann::json::parse(o.out)["files"].at(0)["layouts"].at(0);
+  EXPECT_EQ(layout["stride"], 64);
+  EXPECT_EQ(layout["scanline"], 32);
+  // The preview is the picture itself, converted with full-range BT.601.
+  const lumo::Image png = lumo::readImage(path("p.png"));
+  const lumo::Image expected = lumo::convertImage(picture, lumo::PixelFormat::Rgba);
+  ASSERT_EQ(png.geometry.width, 40u);
+  ASSERT_EQ(png.geometry.height, 30u);
+  EXPECT_EQ(png.bytes, expected.bytes);
+}
+
+#ifdef LUMO_REAL_PLUGIN
+class FromDumpsCli : public ToolTest {
+protected:
+  // Replays `session` with both instances dumping into ROOT/data/vendor/camera.
+  Outcome replayDumping(const std::string& session, const std::string& root,
+                        const std::string& out) const {
+    fs::create_directories(dir / root / "odm/etc/camera");
+    fs::copy_file(dir / "calib.bin", dir / root / "odm/etc/camera/lumo_filter_param.bin");
+    return lumo("replay " + session + " --device-root " + root + " --out " + out +
+                " --prop persist.vendor.camera.lumofilter.dumpMode=3");
+  }
+  // Dump files by name, the preview text dump under one name (its time stamp differs).
+  std::map<std::string, std::string> dumps(const std::string& root) const {
+    std::map<std::string, std::string> out;
+    for (const std::string& f : files(root + "/data/vendor/camera"))
+      out[f.starts_with("lumo_filter_RealTimePreview_") ? "preview text" : f] =
+          readText(dir / root / "data/vendor/camera" / f);
+    return out;
+  }
+};
+
+// The device's dumps, turned into a session and replayed, give the same dumps again.
+TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o calib.bin").status, 0);
+  write(
+      "device.jsonl",
+      R"({"instance": "preview", "frame": 3, "width": 64, "height": 48, "stride": 128, "input": "generated:sunset", "meta": {"stylization": 1, "scene": 13, "lux": 120.5, "cct": 3100, "zoom": 1.0}})"
+      "\n"
+      R"({"instance": "preview", "frame": 4, "width": 64, "height": 48, "input": "generated:plants", "meta": {"stylization": 1, "scene": 3, "lux": 900, "cct": 5200, "zoom": 1.0}})"
+      "\n"
+      R"({"instance": "snapshot", "frame": 5, "width": 64, "height": 48, "input": "generated:food", "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})"
+      "\n"
+      R"({"instance": "snapshot", "frame": 6, "width": 64, "height": 48, "input": "generated:portrait", "meta": {"stylization": 1, "faces": 2, "lux": 50, "cct": 4000, "zoom": 1.5, "image_name": "IMG_8"}})"
+      "\n");
+  Outcome o = replayDumping("device.jsonl", "dev", "out1");
+  ASSERT_EQ(o.status, 0) << o.err;
+  o = lumo("session from-dumps dev/data/vendor/camera -o again/s.jsonl");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(o.out, "again/s.jsonl: 4 frames (2 preview, 2 snapshot), 0 without recorded values\n");
+  EXPECT_EQ(o.err, "");
+  o = replayDumping("again/s.jsonl", "dev2", "out2");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const auto first = dumps("dev"), second = dumps("dev2");
+  EXPECT_EQ(first.size(), 4u * 2 + 2 + 1);  // image pairs, snapshot texts, the preview text
+  for (const auto& [name, bytes] : first) {
+    SCOPED_TRACE(name);
+    ASSERT_EQ(second.count(name), 1u);
+    EXPECT_TRUE(second.at(name) == bytes);
+  }
+  // The replayed output is the device's output dump, byte for byte.
+  EXPECT_EQ(readText(dir / "out2/IMG_7_snapshot_frame5_64x48_64.nv21"),
+            first.at("IMG_7_[lumofilter]_OfflineSnapshot_frame[5]_output_64x48_64.nv21"));
+}
+#endif
+
+class OddPicturesCli : public ToolTest {
+protected:
+  // The geometry the probe plugin was handed, as "WxH/STRIDE/SCANLINE".
+  std::string handed(const char* log) const {
+    std::istringstream in(readText(dir / log));
+    for (std::string line; std::getline(in, line);)
+      if (const auto at = line.find("process "); at != std::string::npos) {
+        std::istringstream words(line.substr(at));
+        std::string w;
+        for (int i = 0; i < 4; ++i) words >> w;
+        return w;
+      }
+    return "not processed";
+  }
+};
+
+// YUV frames of odd size are padded for the plugin and cropped back; a
+// picture is cropped to --width/--height; what generate writes, run reads.
+TEST_F(OddPicturesCli, OddSizesPadAndCropBackAndPicturesCrop) {
+  ASSERT_EQ(lumo("generate food -o p.png --width 33 --height 17").status, 0);
+  ASSERT_EQ(lumo("generate chart -o x.nv21 --width 33 --height 17").status, 0);
+  // run options, output size, geometry handed to the plugin (or the error)
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {"p.png", "33x17", "34x18/34/18"},
+      {"p.png --format nv12 --scanline 20", "33x17", "34x18/34/20"},
+      {"p.png --format rgba", "33x17", "33x17/33/17"},
+      {"p.png --width 20 --height 9", "20x9", "20x10/20/10"},
+      {"x.nv21 --width 33 --height 17", "33x17", "34x18/34/18"},
+      {"p.png --height 18", "", "lumo: run: --height: 18 is larger than p.png (33x17)"},
+      {"p.png --stride 33", "",
+       "lumo: run: --stride: stride 33 is below the width 34 (nv21 frames of odd size are "
+       "padded to 34x18)"},
+      {"p.png --width 32 --height 16 --stride 33", "",
+       "lumo: run: --stride: a 4:2:0 stride must be even, got 33; rgba frames take any stride"},
+  };
+  for (const auto& [args, size, handedOrError] : cases) {
+    SCOPED_TRACE(args);
+    fs::remove(dir / "log.txt");
+    const Outcome o = lumo("run " + args + " -o o.png --logcat log.txt" + kProbe);
+    if (size.empty()) {
+      EXPECT_EQ(o.status, 2);
+      EXPECT_THAT(o.err, HasSubstr("\n" + handedOrError));  // after the calibration note
+      EXPECT_EQ(countOf(o.err, "lumo: "), 2u) << o.err;
+      continue;
+    }
+    ASSERT_EQ(o.status, 0) << o.err;
+    const lumo::Image out = lumo::readImage(path("o.png"));
+    EXPECT_EQ(std::to_string(out.geometry.width) + "x" + std::to_string(out.geometry.height), size);
+    EXPECT_EQ(handed("log.txt"), handedOrError);
+  }
+  // With the host's copy, the crop is the centre of the picture itself.
+  ASSERT_EQ(lumo("run p.png --format rgba --width 20 --height 9 --stylization 0 -o c.png" + kProbe)
+                .status,
+            0);
+  const lumo::Image picture = lumo::readImage(path("p.png")), crop = lumo::readImage(path("c.png"));
+  for (uint32_t y = 0; y < 9; ++y)
+    EXPECT_EQ(0, std::memcmp(crop.row(y), picture.row(y + 4) + 4 * 6, 20 * 4)) << "row " << y;
+}
+
+class OutputsCli : public ToolTest {
+protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    ASSERT_EQ(lumo("generate food -o p.png --width 40 --height 30").status, 0);
+  }
+};
+
+// Only files of a kind the tool writes, laid out as their names say.
+TEST_F(OutputsCli, WritesOnlyWhatTheNameAsksFor) {
+  write("s.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.tiff"})"
+                   "\n");
+  // command, exit status, file it writes (empty: none), text stderr holds
+  const std::tuple<std::string, int, std::string, std::string> cases[] = {
+      {"run p.png -o x.tiff", 2, "", "cannot tell what to write from \".tiff\""},
+      {"run p.png -o noext", 2, "", "from no extension (known: .png, .jpg, .jpeg, .nv21"},
+      {"generate chart -o x.bmp", 2, "", "\".bmp\""},
+      {"replay s.jsonl --out out", 1, "",
+       "lumo: s.jsonl:1: field \"output\": \"x.tiff\": cannot tell what to write"},
+      {"generate chart --width 40 --height 30 -o g_40x30_64.nv21", 0, "g_40x30_64.nv21", ""},
+      {"generate chart --width 40 --height 30 -o g_40x30_64_32.nv12", 0, "g_40x30_64_32.nv12", ""},
+      {"generate chart --width 40 --height 30 -o g_8x8.nv21", 1, "",
+       "g_8x8.nv21: the name says 8x8, the picture is 40x30"},
+      {"generate chart --width 40 --height 30 -o g_40x30_30.nv21", 1, "",
+       "stride 30 is below the width 40"},
+      {"generate chart --width 33 --height 17 -o x.nv21", 0, "x.nv21",
+       "x.nv21 holds nv21 33x17 stride 34 scanline 17: read it with --width 33 --height 17"},
+  };
+  for (const auto& [args, status, written, said] : cases) {
+    SCOPED_TRACE(args);
+    const auto before = files("");
+    const Outcome o = lumo(args + kProbe.substr(args.starts_with("generate") ? kProbe.size() : 0));
+    EXPECT_EQ(o.status, status) << o.err;
+    EXPECT_THAT(o.err, HasSubstr(said));
+    auto now = files("");
+    if (!written.empty()) {
+      EXPECT_EQ(std::count(now.begin(), now.end(), written), 1);
+      now.erase(std::find(now.begin(), now.end(), written));
+    }
+    EXPECT_EQ(now, before);
+  }
+  // The layouts the names asked for, and run reads them back without options.
+  for (const char* raw : {"g_40x30_64.nv21", "g_40x30_64_32.nv12"}) {
+    const lumo::Image g = lumo::readImage(path(raw));
+    EXPECT_EQ(g.geometry.stride, 64u) << raw;
+    EXPECT_EQ(lumo(std::string("run ") + raw + " -o back.png" + kProbe).status, 0) << raw;
+  }
+}
+
+// A JPEG that ends early is an error naming it, not a grey-filled picture.
+TEST_F(OutputsCli, TruncatedJpegIsAnError) {
+  ASSERT_EQ(lumo("generate food -o p.jpg --width 64 --height 48").status, 0);
+  const std::string whole = readText(dir / "p.jpg");
+  write("cut.jpg", whole.substr(0, whole.size() / 2));
+  const Outcome o = lumo("run cut.jpg -o o.png" + kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("cut.jpg: truncated or damaged JPEG: Premature end of JPEG file"));
+  EXPECT_FALSE(fs::exists(dir / "o.png"));
+  EXPECT_EQ(lumo("run p.jpg -o o.png" + kProbe).status, 0);
+}
+
+// Where the output cannot go, the message names the user's folder or file.
+TEST_F(OutputsCli, UnwritableOutputNamesTheUsersFile) {
+  write("s.jsonl", R"({"instance": "snapshot", "input": "p.png"})"
+                   "\n");
+  for (const char* args : {"replay s.jsonl --out /proc", "run p.png -o /proc/x.png"}) {
+    SCOPED_TRACE(args);
+    const Outcome o = lumo(std::string(args) + kProbe);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_THAT(o.err, HasSubstr("lumo: /proc: cannot write output files there"));
+    EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
+  }
+  // A file in the way of a later output's folder.
+  write("s2.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.png"})"
+                    "\n"
+                    R"({"instance": "snapshot", "input": "p.png", "output": "x.png/y.png"})"
+                    "\n");
+  const Outcome o = lumo("replay s2.jsonl --out out" + kProbe);
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err,
+              HasSubstr("lumo: s2.jsonl:2: field \"output\": out/x.png/y.png: cannot create"));
+  EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
+  EXPECT_EQ(files("out"), std::vector<std::string>{});
+}
+
+// Interrupted replays remove their staging folder and end by the signal.
+TEST_F(OutputsCli, SignalsDuringReplayLeaveNothingBehind) {
+  std::string session;
+  for (int i = 0; i < 20000; ++i)
+    session += R"({"instance": "preview", "width": 64, "height": 48, "input": "generated:night"})"
+               "\n";
+  write("s.jsonl", session);
+  for (int sig : {SIGINT, SIGTERM}) {
+    SCOPED_TRACE(sig);
+    fs::remove_all(dir / "out");
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      const std::string cmd = "cd '" + dir.string() +
+                              "' && exec '" LUMO_TOOL "' replay s.jsonl --out out 2>/dev/null" +
+                              kProbe;
+      execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
+      _exit(127);
+    }
+    // Wait until frames are being written into the staging folder.
+    bool staging = false;
+    for (int i = 0; i < 3000 && !staging; ++i) {
+      usleep(2000);
+      std::error_code ec;
+      if (fs::exists(dir / "out", ec))
+        for (const auto& e : fs::recursive_directory_iterator(dir / "out", ec))
+          staging = staging || e.path().string().find("frame_") != std::string::npos;
+    }
+    EXPECT_TRUE(staging);
+    kill(pid, sig);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == sig) << status;
+    EXPECT_EQ(files("out"), std::vector<std::string>{});
+    EXPECT_FALSE(fs::exists(dir / "out" / (".lumo-staging-" + std::to_string(pid))));
+  }
+}
