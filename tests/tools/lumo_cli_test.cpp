@@ -278,8 +278,9 @@ TEST_F(RealPluginCli, ReplayDumpsParametersAndImagesUnderTheDeviceRoot) {
   const std::string exif = readText(dumps / "IMG_7_lumo_filter_OfflineSnapshot_exif.txt");
   EXPECT_THAT(exif, StartsWith("width=64\nheight=48\naiscene=food\nlux=412\ncct=4464\n"
                                "zoom_ratio=2.000000\n"));
-  // The input dump is named with its geometry and holds, pixel for pixel, the
-  // full-range BT.601 luma of the picture handed to the plugin.
+  // The input dump is named with its geometry and holds the full-range BT.601
+  // luma of the picture handed to the plugin (libyuv's fixed-point matrix:
+  // within one code value of the exact one).
   const lumo::Image dumped = lumo::readImage(
       (dumps / "IMG_7_[lumofilter]_OfflineSnapshot_frame[4]_input_64x48_128.nv21").string());
   EXPECT_EQ(dumped.geometry.stride, 128u);
@@ -292,6 +293,6 @@ TEST_F(RealPluginCli, ReplayDumpsParametersAndImagesUnderTheDeviceRoot) {
       const int expected = int(std::floor(0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2] + 0.5));
       worst = std::max(worst, std::abs(expected - int(dumped.row(y)[x])));
     }
-  EXPECT_EQ(worst, 0);
+  EXPECT_LE(worst, 1);
 }
 #endif

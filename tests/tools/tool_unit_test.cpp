@@ -92,6 +92,40 @@ TEST_F(ImageIo, ReadsAcceptOnlyWhatTheDataSupports) {
   }
 }
 
+// An even-sized YUV image goes to JPEG as its own planes and, asked for in
+// its own layout, comes back without a trip through RGB; either way it stays
+// within a few code values of what went in (sizes off the 16-pixel MCU grid,
+// padded strides).
+TEST_F(ImageIo, YuvJpegRoundTripsThroughItsOwnPlanes) {
+  const struct {
+    PixelFormat format;
+    uint32_t width, height, stride;
+  } cases[] = {{PixelFormat::Nv21, 32, 16, 0},
+               {PixelFormat::Nv12, 34, 18, 40},
+               {PixelFormat::Nv21, 6, 4, 8}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(formatName(c.format)) + " " + std::to_string(c.width));
+    const Image in = convertImage(gradient(c.width, c.height), c.format, c.stride);
+    writeImage(path("y.jpg"), in, 100);
+    const Image yuv = readImage(path("y.jpg"), {}, c.format), rgba = readImage(path("y.jpg"));
+    ASSERT_EQ(yuv.geometry.format, c.format);
+    ASSERT_EQ(rgba.geometry.format, PixelFormat::Rgba);
+    const Image expected = convertImage(in, PixelFormat::Rgba);
+    int worstYuv = 0, worstRgb = 0;
+    for (uint32_t y = 0; y < c.height; ++y)
+      for (uint32_t x = 0; x < c.width; ++x) {
+        worstYuv = std::max(worstYuv, std::abs(yuv.row(y)[x] - in.row(y)[x]));
+        if (y % 2 == 0)
+          worstYuv = std::max(worstYuv, std::abs(yuv.chromaRow(y / 2)[x] - in.chromaRow(y / 2)[x]));
+        for (int k = 0; k < 3; ++k)
+          worstRgb =
+              std::max(worstRgb, std::abs(rgba.row(y)[4 * x + k] - expected.row(y)[4 * x + k]));
+      }
+    EXPECT_LE(worstYuv, 2);
+    EXPECT_LE(worstRgb, 6);  // libjpeg's own chroma upsampling against whole-block chroma
+  }
+}
+
 // A raw name says the format written; NV12 and NV21 differ in chroma order only.
 TEST_F(ImageIo, RawWriteConvertsToTheFormatItsNameSays) {
   writeImage(path("x_6x4_6.nv12"), gradient(6, 4));
@@ -124,18 +158,30 @@ TEST(YuvConvert, ReferenceFollowsJfifOnKnownColours) {
   }
 }
 
-TEST(YuvConvert, FastPathAgreesWithTheReferenceWithinTwoCodeValues) {
-  for (PixelFormat f : {PixelFormat::Nv21, PixelFormat::Nv12}) {
-    Image yuv = makeImage({f, 33, 17, 40, 20});
+// libyuv's fixed-point JPEG-matrix kernels against the double-precision
+// reference, both ways, on random bytes with odd sizes and padded rows.
+TEST(YuvConvert, FastPathsAgreeWithTheReferenceWithinTwoCodeValues) {
+  using Convert = void (*)(const Image&, Image&);
+  const struct {
+    PixelFormat from, to;
+    Convert reference, fast;
+  } cases[] = {
+      {PixelFormat::Nv21, PixelFormat::Rgba, yuvToRgbaReference, yuvToRgbaFast},
+      {PixelFormat::Nv12, PixelFormat::Rgba, yuvToRgbaReference, yuvToRgbaFast},
+      {PixelFormat::Rgba, PixelFormat::Nv21, rgbaToYuvReference, rgbaToYuvFast},
+      {PixelFormat::Rgba, PixelFormat::Nv12, rgbaToYuvReference, rgbaToYuvFast},
+  };
+  for (const auto& c : cases) {
+    Image in = makeImage({c.from, 33, 17, 40, 20});
     uint32_t seed = 12345;
-    for (auto& b : yuv.bytes) b = uint8_t((seed = seed * 1103515245u + 12345u) >> 16);
-    Image ref = makeImage({PixelFormat::Rgba, 33, 17, 0, 0}), fast = ref;
-    yuvToRgbaReference(yuv, ref);
-    yuvToRgbaFast(yuv, fast);
+    for (auto& b : in.bytes) b = uint8_t((seed = seed * 1103515245u + 12345u) >> 16);
+    Image ref = makeImage({c.to, 33, 17, 36, 18}), fast = ref;
+    c.reference(in, ref);
+    c.fast(in, fast);
     int worst = 0;
     for (size_t i = 0; i < ref.bytes.size(); ++i)
       worst = std::max(worst, std::abs(int(ref.bytes[i]) - int(fast.bytes[i])));
-    EXPECT_LE(worst, 2) << formatName(f);
+    EXPECT_LE(worst, 2) << formatName(c.from) << " to " << formatName(c.to);
   }
 }
 

@@ -59,8 +59,11 @@ FrameImage loadFrameImage(const SessionFrame& frame, const std::string& baseDir)
     hints.height = frame.height.value_or(0);
     hints.stride = frame.stride.value_or(0);
     hints.scanline = frame.scanline.value_or(0);
+    // A picture that is not cropped may come straight in the buffer's layout.
+    std::optional<PixelFormat> decodeAs;
+    if (!frame.width && !frame.height) decodeAs = frame.format.value_or(PixelFormat::Nv21);
     try {
-      source = readImage(path, hints);
+      source = readImage(path, hints, decodeAs);
     } catch (const Failure& e) {
       throw Failure(frame.where("input") + e.what());
     }

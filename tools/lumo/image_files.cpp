@@ -97,14 +97,15 @@ FileKind fileKindOf(const std::string& path) {
   return FileKind::Raw;
 }
 
-Image readImage(const std::string& path, const RawHints& hints) {
+Image readImage(const std::string& path, const RawHints& hints,
+                std::optional<PixelFormat> decodeAs) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec)) throw Failure(path + ": no such image file");
   switch (fileKindOf(path)) {
     case FileKind::Png:
       return decodePng(path);
     case FileKind::Jpeg:
-      return decodeJpeg(path);
+      return decodeJpeg(path, decodeAs);
     case FileKind::Raw:
       break;
   }
@@ -121,9 +122,13 @@ void writeImage(const std::string& path, const Image& image, int jpegQuality) {
     writeFileAtomically(path, out.bytes.data(), out.bytes.size());
     return;
   }
-  const Image rgba =
-      isYuv(image.geometry.format) ? convertImage(image, PixelFormat::Rgba) : Image{};
-  const Image& source = isYuv(image.geometry.format) ? rgba : image;
+  // JPEG takes an even-sized YUV image as it is (its own 4:2:0 layout);
+  // everything else is encoded from RGBA.
+  const Geometry& g = image.geometry;
+  const bool asIs = !isYuv(g.format) || (kind == FileKind::Jpeg && !imageReferenceForced() &&
+                                         g.width % 2 == 0 && g.height % 2 == 0);
+  const Image rgba = asIs ? Image{} : convertImage(image, PixelFormat::Rgba);
+  const Image& source = asIs ? image : rgba;
   AtomicFile file(path);
   if (kind == FileKind::Png)
     encodePng(source, file.stream(), path);

@@ -21,18 +21,25 @@ struct RawHints {
 };
 
 // Throws Failure naming the file and what is wrong with it.
-Image readImage(const std::string& path, const RawHints& hints = {});
+// `decodeAs` names the format the caller will convert a picture to: a JPEG
+// whose own layout is that YUV layout is then decoded straight to it (other
+// pictures still come back as RGBA).
+Image readImage(const std::string& path, const RawHints& hints = {},
+                std::optional<PixelFormat> decodeAs = {});
 
-// Writes atomically (temporary file beside it, then rename). PNG and JPEG
-// get RGB(A); a raw path gets the buffer as it is laid out, converted first
-// when its extension names another format. Throws Failure.
+// Writes atomically (temporary file beside it, then rename). PNG gets RGBA;
+// JPEG gets an even-sized YUV image's own planes, anything else as RGB; a
+// raw path gets the buffer as it is laid out, converted first when its
+// extension names another format. Throws Failure.
 void writeImage(const std::string& path, const Image& image, int jpegQuality = 92);
 
-// Codecs used by readImage/writeImage. Decoders give RGBA images and throw
-// Failure naming `path`; encoders take RGBA and write to an open stream.
+// Codecs used by readImage/writeImage. Decoders give RGBA images (a 4:2:0
+// JPEG: the YUV layout `yuv` names, when given) and throw Failure naming
+// `path`; encoders take RGBA (JPEG: or even-sized YUV) and write to an open
+// stream.
 Image decodePng(const std::string& path);
-Image decodeJpeg(const std::string& path);
+Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv = {});
 void encodePng(const Image& rgba, std::FILE* out, const std::string& path);
-void encodeJpeg(const Image& rgba, std::FILE* out, const std::string& path, int quality);
+void encodeJpeg(const Image& image, std::FILE* out, const std::string& path, int quality);
 
 }  // namespace lumo

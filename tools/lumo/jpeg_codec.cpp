@@ -1,18 +1,26 @@
-// JPEG through libjpeg(-turbo): decoded to RGB, kept as RGBA; encoded from
-// RGB with 4:2:0 chroma. Library errors longjmp back into small helpers that
-// hold only trivially destructible locals, and turn into Failure there.
+// JPEG through libjpeg(-turbo). A JPEG is already full-range BT.601 YCbCr, so
+// 4:2:0 files are decoded straight to the camera's semi-planar YUV and YUV
+// images encoded straight from it (libjpeg's raw data interface): no trip
+// through RGB. Other files decode to RGBA, and RGBA encodes with 4:2:0
+// chroma. Library errors longjmp back into small helpers that hold only
+// trivially destructible locals, and turn into Failure there.
+#include <algorithm>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <memory>
+#include <vector>
 
 // jpeglib.h needs size_t and FILE declared before it.
 #include <jpeglib.h>
 // The message codes (J_MESSAGE_CODE); jerror.h needs jpeglib.h first.
 #include <jerror.h>
+#include <libyuv/planar_functions.h>
 
 #include "failure.h"
 #include "image_files.h"
+#include "yuv_convert.h"
 
 namespace lumo {
 namespace {
@@ -44,12 +52,82 @@ void onMessage(j_common_ptr info, int level) {
   ++info->err->num_warnings;
 }
 
-bool startDecode(jpeg_decompress_struct& info, ErrorManager& err, std::FILE* file) {
+bool readHeader(jpeg_decompress_struct& info, ErrorManager& err, std::FILE* file) {
   if (setjmp(err.jump)) return false;
   jpeg_stdio_src(&info, file);
   jpeg_read_header(&info, TRUE);
-  info.out_color_space = JCS_EXT_RGBA;
+  return true;
+}
+
+// YCbCr with one chroma sample per 2x2 block, of even size: the layout of
+// an NV21 or NV12 buffer, so its planes can be taken as they are.
+bool isPlainYuv420(const jpeg_decompress_struct& info) {
+  const jpeg_component_info* c = info.comp_info;
+  return info.jpeg_color_space == JCS_YCbCr && info.num_components == 3 &&
+         c[0].h_samp_factor == 2 && c[0].v_samp_factor == 2 && c[1].h_samp_factor == 1 &&
+         c[1].v_samp_factor == 1 && c[2].h_samp_factor == 1 && c[2].v_samp_factor == 1 &&
+         info.image_width % 2 == 0 && info.image_height % 2 == 0 &&
+         info.scale_num == info.scale_denom;
+}
+
+bool startDecode(jpeg_decompress_struct& info, ErrorManager& err, bool raw) {
+  if (setjmp(err.jump)) return false;
+  if (raw) {
+    info.raw_data_out = TRUE;
+    info.out_color_space = JCS_YCbCr;
+  } else {
+    info.out_color_space = JCS_EXT_RGBA;
+  }
   jpeg_start_decompress(&info);
+  return true;
+}
+
+// libjpeg's raw rows cover whole 16x16 MCUs: planes padded to a multiple of
+// 16 pixels (8 chroma samples) wide, 16 luma and 8 chroma rows per call.
+struct RawRows {
+  explicit RawRows(uint32_t width)
+      : lumaWidth((width + 15) & ~15u),
+        chromaWidth(lumaWidth / 2),
+        luma(size_t(lumaWidth) * 16),
+        cb(size_t(chromaWidth) * 8),
+        cr(size_t(chromaWidth) * 8) {
+    for (int i = 0; i < 16; ++i) lumaRows[i] = luma.data() + size_t(i) * lumaWidth;
+    for (int i = 0; i < 8; ++i) {
+      cbRows[i] = cb.data() + size_t(i) * chromaWidth;
+      crRows[i] = cr.data() + size_t(i) * chromaWidth;
+    }
+    planes[0] = lumaRows;
+    planes[1] = cbRows;
+    planes[2] = crRows;
+  }
+  uint32_t lumaWidth, chromaWidth;
+  std::vector<uint8_t> luma, cb, cr;
+  JSAMPROW lumaRows[16], cbRows[8], crRows[8];
+  JSAMPARRAY planes[3];
+};
+
+// Interleaves `rows` chroma rows of planar Cb and Cr into the image's
+// chroma plane from chroma row `first`, in the image's order.
+void mergeChroma(const RawRows& r, Image& yuv, uint32_t first, uint32_t rows) {
+  const bool nv12 = yuv.geometry.format == PixelFormat::Nv12;
+  const uint8_t* u = r.cb.data();
+  const uint8_t* v = r.cr.data();
+  libyuv::MergeUVPlane(nv12 ? u : v, int(r.chromaWidth), nv12 ? v : u, int(r.chromaWidth),
+                       yuv.chromaRow(first), int(yuv.geometry.stride), int(yuv.geometry.width / 2),
+                       int(rows));
+}
+
+bool finishRawDecode(jpeg_decompress_struct& info, ErrorManager& err, Image& yuv, RawRows& r) {
+  if (setjmp(err.jump)) return false;
+  const uint32_t width = yuv.geometry.width, height = yuv.geometry.height;
+  while (info.output_scanline < info.output_height) {
+    const uint32_t top = info.output_scanline;
+    jpeg_read_raw_data(&info, r.planes, 16);
+    const uint32_t rows = std::min(16u, height - top);
+    for (uint32_t i = 0; i < rows; ++i) std::memcpy(yuv.row(top + i), r.lumaRows[i], width);
+    mergeChroma(r, yuv, top / 2, rows / 2);
+  }
+  jpeg_finish_decompress(&info);
   return true;
 }
 
@@ -82,13 +160,54 @@ bool encode(jpeg_compress_struct& info, ErrorManager& err, const Image& rgba, st
   return true;
 }
 
+bool encodeRaw(jpeg_compress_struct& info, ErrorManager& err, const Image& yuv, std::FILE* out,
+               int quality, RawRows& r) {
+  if (setjmp(err.jump)) return false;
+  const Geometry& g = yuv.geometry;
+  jpeg_stdio_dest(&info, out);
+  info.image_width = g.width;
+  info.image_height = g.height;
+  info.input_components = 3;
+  info.in_color_space = JCS_YCbCr;
+  jpeg_set_defaults(&info);
+  jpeg_set_quality(&info, quality, TRUE);
+  info.raw_data_in = TRUE;
+  info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 2;
+  for (int c = 1; c < 3; ++c) info.comp_info[c].h_samp_factor = info.comp_info[c].v_samp_factor = 1;
+  jpeg_start_compress(&info, TRUE);
+  const bool nv12 = g.format == PixelFormat::Nv12;
+  const uint32_t cw = g.width / 2;
+  while (info.next_scanline < info.image_height) {
+    const uint32_t top = info.next_scanline;
+    // Rows and columns past the picture repeat its last ones, as libjpeg's
+    // own edge expansion would.
+    for (uint32_t i = 0; i < 16; ++i) {
+      const uint8_t* src = yuv.row(std::min(top + i, g.height - 1));
+      std::memcpy(r.lumaRows[i], src, g.width);
+      std::memset(r.lumaRows[i] + g.width, src[g.width - 1], r.lumaWidth - g.width);
+    }
+    for (uint32_t i = 0; i < 8; ++i) {
+      const uint8_t* src = yuv.chromaRow(std::min(top / 2 + i, g.height / 2 - 1));
+      uint8_t* u = r.cbRows[i];
+      uint8_t* v = r.crRows[i];
+      libyuv::SplitUVPlane(src, int(g.stride), nv12 ? u : v, int(r.chromaWidth), nv12 ? v : u,
+                           int(r.chromaWidth), int(cw), 1);
+      std::memset(u + cw, u[cw - 1], r.chromaWidth - cw);
+      std::memset(v + cw, v[cw - 1], r.chromaWidth - cw);
+    }
+    jpeg_write_raw_data(&info, r.planes, 16);
+  }
+  jpeg_finish_compress(&info);
+  return true;
+}
+
 struct FileCloser {
   void operator()(std::FILE* f) const { std::fclose(f); }
 };
 
 }  // namespace
 
-Image decodeJpeg(const std::string& path) {
+Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv) {
   std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
   if (!file) throw Failure(path + ": cannot open");
   jpeg_decompress_struct info;
@@ -100,25 +219,39 @@ Image decodeJpeg(const std::string& path) {
   jpeg_create_decompress(&info);
   std::unique_ptr<jpeg_decompress_struct, void (*)(jpeg_decompress_struct*)> guard(
       &info, [](jpeg_decompress_struct* i) { jpeg_destroy_decompress(i); });
-  if (!startDecode(info, err, file.get()))
+  if (!readHeader(info, err, file.get()))
     throw Failure(path + ": cannot decode JPEG: " + err.message);
-  const Geometry g =
-      completeGeometry({PixelFormat::Rgba, info.output_width, info.output_height, 0, 0});
+  const bool raw = yuv && isYuv(*yuv) && !imageReferenceForced() && isPlainYuv420(info);
+  if (!startDecode(info, err, raw)) throw Failure(path + ": cannot decode JPEG: " + err.message);
+  const Geometry g = completeGeometry(
+      {raw ? *yuv : PixelFormat::Rgba, info.output_width, info.output_height, 0, 0});
   const std::string bad = checkGeometry(g);
   if (!bad.empty()) throw Failure(path + ": unusable JPEG size: " + bad);
   Image image = makeImage(g);
-  if (!finishDecode(info, err, image)) throw Failure(path + ": cannot decode JPEG: " + err.message);
+  if (raw) {
+    RawRows rows(g.width);
+    if (!finishRawDecode(info, err, image, rows))
+      throw Failure(path + ": cannot decode JPEG: " + err.message);
+  } else if (!finishDecode(info, err, image)) {
+    throw Failure(path + ": cannot decode JPEG: " + err.message);
+  }
   if (err.lostData[0] != '\0') throw Failure(path + ": truncated or damaged JPEG: " + err.lostData);
   return image;
 }
 
-void encodeJpeg(const Image& rgba, std::FILE* out, const std::string& path, int quality) {
+void encodeJpeg(const Image& image, std::FILE* out, const std::string& path, int quality) {
   jpeg_compress_struct info;
   ErrorManager err;
   info.err = jpeg_std_error(&err.base);
   err.base.error_exit = onError;
   jpeg_create_compress(&info);
-  const bool ok = encode(info, err, rgba, out, quality);
+  bool ok;
+  if (isYuv(image.geometry.format)) {
+    RawRows rows(image.geometry.width);
+    ok = encodeRaw(info, err, image, out, quality, rows);
+  } else {
+    ok = encode(info, err, image, out, quality);
+  }
   jpeg_destroy_compress(&info);
   if (!ok) throw Failure(path + ": cannot encode JPEG: " + err.message);
 }

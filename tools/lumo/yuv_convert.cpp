@@ -1,13 +1,17 @@
-// Full-range BT.601 conversions: a double-precision reference and the
-// libyuv fast path for YUV to RGBA.
+// Full-range BT.601 conversions: a double-precision reference and libyuv's
+// JPEG-matrix kernels.
 #include "yuv_convert.h"
 
 #include <libyuv/convert_argb.h>
+#include <libyuv/convert_from_argb.h>
+#include <libyuv/planar_functions.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <vector>
 
 namespace lumo {
 namespace {
@@ -85,6 +89,27 @@ void yuvToRgbaFast(const Image& yuv, Image& rgba) {
   if (rc != 0) throw std::runtime_error("libyuv conversion failed");
 }
 
+void rgbaToYuvFast(const Image& rgba, Image& yuv) {
+  const Geometry& g = yuv.geometry;
+  const int w = int(g.width), h = int(g.height), cw = (w + 1) / 2, ch = (h + 1) / 2;
+  // libyuv writes planar chroma; the camera's buffers interleave it.
+  std::vector<uint8_t> u(size_t(cw) * ch), v(size_t(cw) * ch);
+  if (libyuv::ABGRToJ420(rgba.row(0), int(rowBytes(rgba.geometry)), yuv.row(0), int(g.stride),
+                         u.data(), cw, v.data(), cw, w, h) != 0)
+    throw std::runtime_error("libyuv conversion failed");
+  const bool nv12 = g.format == PixelFormat::Nv12;
+  libyuv::MergeUVPlane(nv12 ? u.data() : v.data(), cw, nv12 ? v.data() : u.data(), cw,
+                       yuv.chromaRow(0), int(g.stride), cw, ch);
+}
+
+bool imageReferenceForced() {
+  static const bool forced = [] {
+    const char* value = std::getenv("LUMO_IMAGE_REFERENCE");
+    return value != nullptr && std::strcmp(value, "1") == 0;
+  }();
+  return forced;
+}
+
 Image convertImage(const Image& source, PixelFormat format, uint32_t stride, uint32_t scanline) {
   const Geometry& sg = source.geometry;
   Image out = makeImage({format, sg.width, sg.height, stride, scanline});
@@ -97,12 +122,13 @@ Image convertImage(const Image& source, PixelFormat format, uint32_t stride, uin
     }
     return out;
   }
+  const bool reference = imageReferenceForced();
   if (!isYuv(sg.format)) {
-    rgbaToYuvReference(source, out);
+    (reference ? rgbaToYuvReference : rgbaToYuvFast)(source, out);
     return out;
   }
   if (!isYuv(format)) {
-    yuvToRgbaFast(source, out);
+    (reference ? yuvToRgbaReference : yuvToRgbaFast)(source, out);
     return out;
   }
   // NV21 <-> NV12: swap the chroma pair.

@@ -15,9 +15,14 @@ void yuvToRgbaReference(const Image& yuv, Image& rgba);
 // The same through libyuv's JPEG-range kernels (within two code values of
 // the reference).
 void yuvToRgbaFast(const Image& yuv, Image& rgba);
+void rgbaToYuvFast(const Image& rgba, Image& yuv);
 
-// Any image to `format` with the given stride and scanline (0: tight).
-// YUV to RGBA goes through the fast path; RGBA to YUV through the reference.
+// LUMO_IMAGE_REFERENCE=1 sends every conversion and codec through the
+// reference paths (RGB JPEG coding included), for bisecting a difference.
+bool imageReferenceForced();
+
+// Any image to `format` with the given stride and scanline (0: tight),
+// through the libyuv paths unless the reference is forced.
 Image convertImage(const Image& source, PixelFormat format, uint32_t stride = 0,
                    uint32_t scanline = 0);
 
