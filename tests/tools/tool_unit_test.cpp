@@ -15,6 +15,7 @@
 #include "exif_dump.h"
 #include "failure.h"
 #include "image_files.h"
+#include "progress.h"
 #include "session.h"
 #include "tool_runner.h"
 #include "yuv_convert.h"
@@ -198,6 +199,18 @@ TEST(YuvConvert, FastPathsAgreeWithTheReferenceWithinTwoCodeValues) {
       worst = std::max(worst, std::abs(int(ref.bytes[i]) - int(fast.bytes[i])));
     EXPECT_LE(worst, 2) << formatName(c.from) << " to " << formatName(c.to);
   }
+}
+
+TEST(Progress, LineSaysFramesRateAndTimeLeft) {
+  const struct {
+    size_t done, total;
+    double seconds;
+    const char* text;
+  } cases[] = {{0, 8, 0.0, "frames 0/8  0.0 fps"},
+               {2, 8, 1.0, "frames 2/8  2.0 fps  0:03 left"},
+               {1, 200, 2.0, "frames 1/200  0.5 fps  6:38 left"},
+               {8, 8, 4.0, "frames 8/8  2.0 fps"}};
+  for (const auto& c : cases) EXPECT_EQ(progressText(c.done, c.total, c.seconds), c.text);
 }
 
 // Geometry as "WxH stride scanline format" ("-": none in the name; 0 and "?": not said).
