@@ -4,6 +4,7 @@
 #include <hostsim/properties.h>
 #include <system/camera_metadata_tags.h>
 
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <set>
@@ -414,9 +415,14 @@ TEST_F(PluginObject, DumpSnapshotWritesOneFilePerPictureAndItsImages) {
 
 TEST_F(PluginObject, DumpPreviewAppendsOneBlockPerFrameToOneStampedFile) {
   VyLumoFilterPlugin::m_algoDumpMode = 1;
-  const std::time_t before = std::time(nullptr);
+  // The plugin reads the precise clock; time() reads the coarse one, which can
+  // still show the previous second just after a boundary.
+  const auto now = [] {
+    return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  };
+  const std::time_t before = now();
   VyLumoFilterPlugin& plugin = makePlugin(1);
-  const std::time_t after = std::time(nullptr);
+  const std::time_t after = now();
   std::string expected;
   for (uint32_t n : {100u, 101u, 102u}) {
     const bool first = n == 100;

@@ -3,8 +3,10 @@
 
 #include <calib/json_values.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "failure.h"
 #include "image_files.h"
@@ -60,6 +62,12 @@ void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
                "Session stylisation type for frames that give none (0..255; unset: no tag)")
       ->check(CLI::Range(-1, 255));
   c.add_flag("--json", o.json, "Print the per-frame results as JSON");
+  o.jobs = std::max(1u, std::thread::hardware_concurrency());
+  c.add_option("--jobs", o.jobs,
+               "Threads around the plugin: frames read ahead and outputs written behind it on "
+               "N-1 threads each; the plugin sees the same calls in the same order whatever N "
+               "(default: the number of cores)")
+      ->check(CLI::Range(1u, 64u));
   c.add_flag_callback(
       "--png-max", [] { setPngCompression(PngCompression::Smallest); },
       "Write PNG outputs at maximum compression (zlib level 9, every filter; several times "
@@ -75,6 +83,7 @@ std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
   r.outDir = o.outDir;
   r.sessionDir = sessionDir;
   r.keepInputs = keepInputs;
+  r.jobs = o.jobs;
   if (o.stylization >= 0) r.stylization = uint8_t(o.stylization);
   std::vector<FrameReport> reports;
   try {

@@ -14,6 +14,7 @@ struct HostCommandOptions {
   std::string outDir = ".";
   int stylization = -1;  // -1: leave frames without a stylisation type as they are
   bool json = false;
+  unsigned jobs = 1;  // set from --jobs, whose default is the number of cores
 };
 
 // Checks that make bad option values usage errors (exit 2) when parsed.

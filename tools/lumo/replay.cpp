@@ -21,6 +21,7 @@
 
 #include "failure.h"
 #include "filter_tap.h"
+#include "frame_pipeline.h"
 #include "frame_source.h"
 #include "host_setup.h"
 #include "image_files.h"
@@ -98,10 +99,10 @@ std::shared_ptr<VyMetadata> frameMetadata(const SessionFrame& frame, VyMetadata&
   return metadata;
 }
 
-std::unique_ptr<hostsim::ImageBuffer> allocate(const Geometry& g, const SessionFrame& frame) {
+std::unique_ptr<hostsim::ImageBuffer> allocate(BufferPool& pool, const Geometry& g,
+                                               const SessionFrame& frame) {
   std::string error;
-  auto buffer = hostsim::ImageBuffer::allocate(
-      {layoutOf(g.format), g.width, g.height, g.stride, g.scanline}, &error);
+  auto buffer = pool.take({layoutOf(g.format), g.width, g.height, g.stride, g.scanline}, &error);
   if (!buffer) throw Failure(frame.where("width") + "the host cannot allocate the frame: " + error);
   return buffer;
 }
@@ -131,7 +132,20 @@ public:
     const fs::path rel(name);
     if (rel.is_absolute() || rel.lexically_normal().string().starts_with(".."))
       throw Failure(frame.where("output") + "\"" + name + "\" must stay inside the output folder");
-    if (!m_final.emplace(rel.lexically_normal().string(), frame.line).second)
+    const std::string key = rel.lexically_normal().string();
+    // A file cannot also be a folder of another output. Checked here, in
+    // session order, because the writes themselves may run out of order.
+    for (fs::path parent = fs::path(key).parent_path(); !parent.empty();
+         parent = parent.parent_path())
+      if (auto it = m_final.find(parent.string()); it != m_final.end())
+        throw Failure(frame.where("output") + "\"" + name + "\" needs \"" + it->first +
+                      "\" as a folder, but line " + std::to_string(it->second) +
+                      " writes it as a file");
+    if (auto it = m_final.lower_bound(key + "/");
+        it != m_final.end() && it->first.starts_with(key + "/"))
+      throw Failure(frame.where("output") + "\"" + name + "\" is a folder of line " +
+                    std::to_string(it->second) + "'s output \"" + it->first + "\"");
+    if (!m_final.emplace(key, frame.line).second)
       throw Failure(frame.where("output") + "\"" + name + "\" is already written by another frame");
     const fs::path staged = m_dir / rel;
     std::error_code ec;
@@ -142,20 +156,23 @@ public:
     return (m_out / name).lexically_normal().string();
   }
 
-  // Writes `name` into the staging folder; errors name the file the user
-  // gets, not the staged one.
-  void write(const std::string& name, const SessionFrame& frame, const Image& image) {
+  // Claims `name` now (name clashes are found in session order) and returns
+  // the write of `image` into the staging folder, to run now or behind the
+  // frame loop; its errors name the file the user gets, not the staged one.
+  std::function<void()> write(const std::string& name, const SessionFrame& frame, Image image) {
     const std::string staged = stage(name, frame);
-    try {
-      writeImage(staged, image);
-    } catch (const Failure& e) {
-      std::string message = e.what();
-      const std::string user = finalPath(name);
-      for (size_t at = message.find(staged); at != std::string::npos;
-           at = message.find(staged, at + user.size()))
-        message.replace(at, staged.size(), user);
-      throw Failure(frame.where("output") + message);
-    }
+    return
+        [staged, user = finalPath(name), where = frame.where("output"), image = std::move(image)] {
+          try {
+            writeImage(staged, image);
+          } catch (const Failure& e) {
+            std::string message = e.what();
+            for (size_t at = message.find(staged); at != std::string::npos;
+                 at = message.find(staged, at + user.size()))
+              message.replace(at, staged.size(), user);
+            throw Failure(where + message);
+          }
+        };
   }
 
   void commit() {
@@ -268,6 +285,11 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
   std::vector<FrameReport> reports;
   hostsim::LogCapture capture;
   FilterTap tap;
+  // Declared after the staging folder: pending writes finish before it goes.
+  const size_t helpers = options.jobs > 1 ? options.jobs - 1 : 0;
+  BufferPool pool;
+  FramePrefetch prefetch(frames, options.sessionDir, helpers);
+  BackgroundWrites writes(helpers);
   std::map<uint32_t, InstanceTrace> traces;
   FrameEvidence evidence;
   evidence.store = calibrationThere ? StoreState::Loaded : StoreState::Absent;
@@ -286,7 +308,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
         info.processMode = mode;
         plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
       }
-      const FrameImage source = loadFrameImage(frame, options.sessionDir);
+      const FrameImage source = prefetch.get(i);
       const Image& image = source.buffer;
       const Geometry& g = image.geometry;
       // A picture's own size is known only once it is read; the host buffers are not made
@@ -299,8 +321,8 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
                                                          g.format, availableMemoryBytes());
           !problem.empty())
         throw Failure(frame.where("input") + problem);
-      auto in = allocate(g, frame);
-      auto out = allocate(g, frame);
+      auto in = allocate(pool, g, frame);
+      auto out = allocate(pool, g, frame);
       copyPlanes(image, *in, true);
       auto metadata = frameMetadata(frame, session, options.stylization);
       // The store is loaded when the first instance initialises.
@@ -348,9 +370,11 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
 
       Image result = makeImage(g);
       copyPlanes(result, *out, false);
+      pool.give(std::move(in));
+      pool.give(std::move(out));
       shrinkPicture(result, source.width, source.height);  // back from the even padding
       const std::string& name = names[i];
-      staging.write(name, frame, result);
+      writes.submit(staging.write(name, frame, std::move(result)));
       report.output = staging.finalPath(name);
       if (options.keepInputs) {
         const fs::path p(name);
@@ -358,12 +382,13 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
             (p.parent_path() / (p.stem().string() + "_before.png")).string();
         Image before = image;
         shrinkPicture(before, source.width, source.height);
-        staging.write(beforeName, frame, before);
+        writes.submit(staging.write(beforeName, frame, std::move(before)));
         report.before = staging.finalPath(beforeName);
       }
       reports.push_back(report);
       if (onFrame) onFrame(report, i + 1, frames.size());
     }
+    writes.drain();
   } catch (...) {
     destroyAll();
     throw;

@@ -22,6 +22,10 @@ struct ReplayOptions {
   std::string sessionDir = ".";        // resolves relative input names
   std::optional<uint8_t> stylization;  // for frames that do not say
   bool keepInputs = false;             // also write each input as NAME_before.png
+  // Frames read ahead and outputs written behind the plugin on jobs - 1
+  // threads each (1: everything in turn on the calling thread). The plugin
+  // sees the same calls in the same order either way.
+  unsigned jobs = 1;
 };
 
 struct FrameReport {
