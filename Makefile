@@ -1,10 +1,15 @@
 # Entry points. `make demo` renders the bundled demo; `make test` builds and
-# runs the whole suite, plain, under ASan+UBSan, and the concurrency tests
-# under TSan. Both install missing Debian packages first.
+# runs the whole suite, plain, under ASan+UBSan, the concurrency tests under
+# TSan, and a short run of every fuzz target. Both install missing Debian
+# packages first. `make fuzz` is the long fuzzing run (docs/reliability.md).
 JOBS ?= $(shell nproc)
 DEMO_OUT ?= demo-out
 
-.PHONY: all deps build test test-plain test-asan test-tsan demo bench format clean
+# Seconds per fuzz target: the smoke run in `make test`, and `make fuzz`.
+FUZZ_SMOKE_SECONDS ?= 30
+FUZZ_SECONDS ?= 600
+
+.PHONY: all deps build test test-plain test-asan test-tsan fuzz-smoke fuzz demo bench format clean
 
 all: build
 
@@ -15,7 +20,7 @@ build: deps
 	cmake --preset dev
 	cmake --build --preset dev -j $(JOBS)
 
-test: deps test-plain test-asan test-tsan
+test: deps test-plain test-asan test-tsan fuzz-smoke
 
 test-plain:
 	cmake --preset ci
@@ -31,6 +36,13 @@ test-tsan:
 	cmake --preset tsan
 	cmake --build --preset tsan -j $(JOBS) --target tsan_tests
 	ctest --preset tsan
+
+fuzz-smoke:
+	JOBS=$(JOBS) ./scripts/fuzz.sh smoke $(FUZZ_SMOKE_SECONDS)
+	JOBS=$(JOBS) ./scripts/fuzz.sh regress
+
+fuzz: deps
+	JOBS=$(JOBS) ./scripts/fuzz.sh long $(FUZZ_SECONDS)
 
 demo: build
 	./build/dev/bin/lumo demo --out $(DEMO_OUT)

@@ -1,0 +1,18 @@
+// `lumo calib check`'s strict reader: every input must give either a
+// decoded file or issues with offsets inside the input, never a crash.
+#include <calib/calibration_dump.h>
+#include <calib/calibration_reader.h>
+
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::vector<uint8_t> bytes(data, data + size);
+  const calib::ReadResult result = calib::readCalibration(bytes);
+  for (const calib::Issue& issue : result.issues) {
+    // An issue pointing past the end of the file would send the user nowhere.
+    if (issue.offset > size) std::abort();
+    (void)calib::formatIssue("fuzz.bin", issue);
+  }
+  if (result.ok()) (void)calib::dumpText(result, "fuzz.bin");
+  return 0;
+}

@@ -1,0 +1,33 @@
+// Bytes the process has allocated and not freed, from the allocator that is
+// actually in use (the sanitizer's under AddressSanitizer, glibc's otherwise),
+// so that repeated-cycle tests can bound growth in every build.
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/allocator_interface.h>
+#else
+#include <malloc.h>
+#endif
+
+namespace lumotest {
+
+inline size_t heapInUse() {
+#if defined(__SANITIZE_ADDRESS__)
+  return __sanitizer_get_current_allocated_bytes();
+#else
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+#endif
+}
+
+// Cycles a repeated-cycle test runs: LUMO_SOAK_CYCLES overrides `fallback`
+// for a long run.
+inline int soakCycles(int fallback) {
+  const char* text = std::getenv("LUMO_SOAK_CYCLES");
+  return text != nullptr && std::atoi(text) > 0 ? std::atoi(text) : fallback;
+}
+
+}  // namespace lumotest
