@@ -2,16 +2,17 @@
 // over in one process, as a camera app does across sessions: the heap in use
 // must come back to where it was after warm-up (the sanitizer build also
 // checks for leaks at exit).
-#include "heap_in_use.h"
+#include <heap_in_use.h>
+
 #include "plugin_test_support.h"
 
 namespace {
 
 using namespace lumotest;
 
-// Growth allowed over all cycles: far below one object's footprint (the
-// blend buffers alone are 14,739 bytes), so a leak per cycle cannot hide.
-constexpr size_t kAllowedGrowth = 8 * 1024;
+// Measured growth over 5,000 cycles is zero; the smallest leak, one 32-byte
+// chunk a cycle, would give 32 KiB over 1,000 cycles.
+constexpr size_t kAllowedGrowth = 4 * 1024;
 
 TEST(PluginCycles, CreateInitializeDestroyLeavesTheHeapAsItWas) {
   const struct Row {
@@ -43,6 +44,9 @@ TEST(PluginCycles, CreateInitializeDestroyLeavesTheHeapAsItWas) {
         EXPECT_FALSE(frame.outputUntouched());
       }
       plugin->destroy();
+      // The simulator records every createFilter call for the tests that
+      // count them; that record is the host's, not the plugin's.
+      hostsim::resetCreateFilterCalls();
     };
     for (int i = 0; i < 20; ++i) cycle(i);  // first-use caches and the store
     const size_t before = heapInUse();
