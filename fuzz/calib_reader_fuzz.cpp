@@ -10,8 +10,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const calib::ReadResult result = calib::readCalibration(bytes);
   size_t shown = 0;
   for (const calib::Issue& issue : result.issues) {
-    // An issue pointing past the end of the file would send the user nowhere.
-    if (issue.offset > size) std::abort();
+    // An issue points into the file, or past its end only to say where a
+    // record was expected that the file is too short for.
+    if (issue.offset > size && issue.message.rfind("file ends at byte", 0) != 0) std::abort();
     // A broken tree can give tens of thousands of issues of a few kinds;
     // formatting the first ones covers the formatter without slowing the run.
     if (shown++ < 64) (void)calib::formatIssue("fuzz.bin", issue);

@@ -4,6 +4,7 @@ if(TARGET lumo AND TARGET lumo_filter)
   lumo_add_gtest(tool_sessions_test
     SOURCES
       ${CMAKE_CURRENT_LIST_DIR}/tool_sessions_test.cpp
+      ${CMAKE_CURRENT_LIST_DIR}/replay_faults_test.cpp
       ${PROJECT_SOURCE_DIR}/tools/lumo/replay.cpp
       ${PROJECT_SOURCE_DIR}/tools/lumo/frame_source.cpp
       ${PROJECT_SOURCE_DIR}/tools/lumo/host_setup.cpp
