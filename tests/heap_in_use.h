@@ -6,8 +6,17 @@
 #include <cstddef>
 #include <cstdlib>
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
+#if defined(__SANITIZE_ADDRESS__)  // GCC
+#define LUMO_TEST_ASAN_HEAP 1
+#elif defined(__has_feature)  // clang
+#if __has_feature(address_sanitizer)
+#define LUMO_TEST_ASAN_HEAP 1
+#endif
+#endif
+
+#ifdef LUMO_TEST_ASAN_HEAP
+// From the sanitizer runtime; GCC ships no header that declares it.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #else
 #include <malloc.h>
 #endif
@@ -15,7 +24,7 @@
 namespace lumotest {
 
 inline size_t heapInUse() {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef LUMO_TEST_ASAN_HEAP
   return __sanitizer_get_current_allocated_bytes();
 #else
   const struct mallinfo2 info = mallinfo2();
