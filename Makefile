@@ -1,11 +1,16 @@
 # Entry points. `make demo` renders the bundled demo; `make test` builds and
 # runs the whole suite, plain, under ASan+UBSan, the concurrency tests under
-# TSan, and the arm64 cross build under qemu-user. Both install missing
-# Debian packages first.
+# TSan, the arm64 cross build under qemu-user, and a short run of every fuzz
+# target. Both install missing Debian packages first. `make fuzz` is the long
+# fuzzing run (docs/reliability.md).
 JOBS ?= $(shell nproc)
 DEMO_OUT ?= demo-out
 
-.PHONY: all deps build test test-plain test-asan test-tsan test-arm64 demo bench format clean
+# Seconds per fuzz target: the smoke run in `make test`, and `make fuzz`.
+FUZZ_SMOKE_SECONDS ?= 30
+FUZZ_SECONDS ?= 600
+
+.PHONY: all deps build test test-plain test-asan test-tsan test-arm64 fuzz-smoke fuzz demo bench format clean
 
 all: build
 
@@ -16,7 +21,7 @@ build: deps
 	cmake --preset dev
 	cmake --build --preset dev -j $(JOBS)
 
-test: deps test-plain test-asan test-tsan test-arm64
+test: deps test-plain test-asan test-tsan test-arm64 fuzz-smoke
 
 test-plain:
 	cmake --preset ci
@@ -44,6 +49,13 @@ test-arm64:
 	cmake --preset arm64-clang
 	cmake --build --preset arm64-clang -j $(JOBS)
 	ctest --test-dir build/arm64-clang -R '^plugin_abi$$' --output-on-failure
+
+fuzz-smoke:
+	JOBS=$(JOBS) ./scripts/fuzz.sh smoke $(FUZZ_SMOKE_SECONDS)
+	JOBS=$(JOBS) ./scripts/fuzz.sh regress
+
+fuzz: deps
+	JOBS=$(JOBS) ./scripts/fuzz.sh long $(FUZZ_SECONDS)
 
 demo: build
 	./build/dev/bin/lumo demo --out $(DEMO_OUT)

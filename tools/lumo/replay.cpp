@@ -176,6 +176,15 @@ public:
   }
 
   void commit() {
+    // Check every staged file before moving any: the output folder may have
+    // been removed during the session, and moving the survivors would leave
+    // a partial set of outputs.
+    for (const auto& [rel, line] : m_final) {
+      std::error_code ec;
+      if (!fs::is_regular_file(m_dir / rel, ec))
+        throw Failure(m_out.string() + ": output \"" + rel +
+                      "\" vanished before the session ended (was the output folder removed?)");
+    }
     for (const auto& [rel, line] : m_final) {
       const fs::path to = m_out / rel;
       std::error_code ec;

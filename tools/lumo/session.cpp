@@ -263,6 +263,13 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
     const auto colon = what.find("parse error");
     throw Failure(at +
                   "malformed JSON: " + (colon == std::string::npos ? what : what.substr(colon)));
+  } catch (const json::out_of_range& e) {
+    // A number literal too large for a double ("1e400") is well-formed JSON
+    // that the parser still refuses, with an out_of_range error.
+    std::string what = e.what();
+    const auto bracket = what.find("] ");
+    throw Failure(at + "number out of range: " +
+                  (bracket == std::string::npos ? what : what.substr(bracket + 2)));
   }
   if (!j.is_object()) throw Failure(at + "expected one JSON object per line, got " + shown(j));
   if (!j.contains("instance") && !j.contains("process_mode"))

@@ -1,0 +1,57 @@
+// The plugin's calibration store: the input (less a few trailing bytes) is
+// the calibration file as it would arrive with an update; the trailing bytes
+// are the lux, CCT, zoom ratio and scene of a few frames that are then
+// triggered against whatever the store accepted.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstring>
+#include <memory>
+
+#include "fuzz_support.h"
+#include "fuzz_tail.h"
+#include "paramTrigger.h"
+#include "paramUtil.h"
+
+namespace {
+
+// The calibrated scene names, one that no file carries, and the empty name.
+const char* const kSceneNames[] = {"common",   "plants", "night",   "sunrise_sunset",
+                                   "protrait", "food",   "unknown", ""};
+
+param_trigger_t consumeTrigger(FuzzedDataProvider& in) {
+  param_trigger_t t;
+  t.aiscene = kSceneNames[in.ConsumeIntegral<uint8_t>() % std::size(kSceneNames)];
+  t.lux = in.ConsumeIntegral<uint16_t>();
+  t.cct = in.ConsumeIntegral<uint16_t>();
+  const uint32_t zoomBits = in.ConsumeIntegral<uint32_t>();
+  std::memcpy(&t.zoom_ratio, &zoomBits, sizeof(float));
+  return t;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  lumofuzz::quietLogs();
+  FuzzedDataProvider in(data, size);
+  param_trigger_t triggers[lumofuzz::kLoaderTriggers];
+  for (param_trigger_t& t : triggers) t = consumeTrigger(in);
+  const std::vector<uint8_t> file = in.ConsumeRemainingBytes<uint8_t>();
+
+  const std::string& path = lumofuzz::scratchPath("lumo_filter_param.bin");
+  lumofuzz::writeScratch(path, file.data(), file.size());
+  ParamUtil store(path);
+  store.printParam();
+
+  ParamTrigger trigger;
+  param_trigger_init_info info;
+  info.debug_mode = true;
+  info.instance_name = "fuzz";
+  trigger.initialize(info, store);
+  auto lut = std::make_unique<param_lut_t>();
+  auto shading = std::make_unique<param_shading_float_t>();
+  for (const param_trigger_t& t : triggers) {
+    bool changed = false;
+    trigger.trigger(t, lut.get(), shading.get(), changed);
+  }
+  return 0;
+}

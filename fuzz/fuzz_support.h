@@ -1,0 +1,54 @@
+// Helpers shared by the fuzz targets: a scratch file for readers that take a
+// path, and quiet logging so that millions of runs do not flood stderr.
+#pragma once
+
+#include <hostsim/log_sink.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace lumofuzz {
+
+// A file private to this process, rewritten with each input. The folder is
+// made once and removed at exit; libFuzzer runs one input at a time. Each
+// target uses one name: the first call fixes it.
+inline const std::string& scratchPath(const char* fileName) {
+  static const std::string* folder = [] {
+    std::string pattern = "/tmp/lumo_fuzz_XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    auto* kept = new std::string(pattern);
+    std::atexit([] {
+      std::error_code ignored;
+      std::filesystem::remove_all(*folder, ignored);
+    });
+    return kept;
+  }();
+  static const std::string* path = new std::string(*folder + "/" + fileName);
+  return *path;
+}
+
+inline void writeScratch(const std::string& path, const uint8_t* data, size_t size) {
+  FILE* f = std::fopen(path.c_str(), "wb");
+  if (f == nullptr) std::abort();
+  if (size != 0 && std::fwrite(data, 1, size, f) != size) std::abort();
+  std::fclose(f);
+}
+
+// The Android log goes nowhere; the messages are still formatted, so their
+// format strings are exercised with the fuzzed values.
+inline void quietLogs() {
+  static const bool done = [] {
+    hostsim::setAndroidLogFile("-");
+    hostsim::setOfflineLogFile("");
+    return true;
+  }();
+  (void)done;
+}
+
+}  // namespace lumofuzz

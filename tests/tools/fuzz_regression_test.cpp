@@ -1,0 +1,65 @@
+// Inputs the fuzzers once crashed on (fuzz/regressions/<target>/), replayed
+// through the same readers in the normal build, and the messages those
+// inputs now get.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "dump_name.h"
+#include "failure.h"
+#include "session.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readAll(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::vector<fs::path> regressionInputs(const std::string& target) {
+  std::vector<fs::path> out;
+  for (const auto& e : fs::directory_iterator(fs::path(LUMO_FUZZ_REGRESSIONS) / target))
+    out.push_back(e.path());
+  return out;
+}
+
+// What a session line gives: "ok", or the Failure's text.
+std::string sessionOutcome(const std::string& text) {
+  try {
+    lumo::parseFrameLine(text, "s.jsonl", 3);
+    return "ok";
+  } catch (const lumo::Failure& failure) {
+    return failure.what();
+  }
+}
+
+TEST(FuzzRegressions, SessionLinesFailWithTheirLine) {
+  const auto inputs = regressionInputs("session_line");
+  ASSERT_FALSE(inputs.empty());
+  for (const fs::path& input : inputs) {
+    SCOPED_TRACE(input.filename().string());
+    const std::string outcome = sessionOutcome(readAll(input));
+    EXPECT_EQ(outcome.rfind("s.jsonl:3: ", 0), 0u) << outcome;
+  }
+}
+
+TEST(FuzzRegressions, SessionNumbersBeyondDoubleAreRefused) {
+  const struct {
+    const char* line;
+    const char* expected;
+  } rows[] = {
+      {R"({"instance": "preview", "frame": 1e400})",
+       "s.jsonl:3: number out of range: number overflow parsing '1e400'"},
+      {R"({"instance": "preview", "meta": {"lux": -2E+999}})",
+       "s.jsonl:3: number out of range: number overflow parsing '-2E+999'"},
+      {R"({"instance": "preview", "frame": 1e300})",
+       "s.jsonl:3: field \"frame\": expected an integer in 0..4294967295, got 1e+300"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(sessionOutcome(row.line), row.expected) << row.line;
+}
+
+}  // namespace
