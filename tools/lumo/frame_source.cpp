@@ -2,6 +2,7 @@
 #include "frame_source.h"
 
 #include <filesystem>
+#include <utility>
 
 #include "failure.h"
 #include "image_files.h"
@@ -94,7 +95,11 @@ FrameImage loadFrameImage(const SessionFrame& frame, const std::string& baseDir)
       bad += "; rgba frames take any stride";
     throw Failure(frame.where(field) + bad);
   }
-  out.buffer = convertImage(source, format, target.stride, target.scanline);
+  const Geometry& sg = source.geometry;
+  const bool asItIs =
+      sg.format == format && sg.stride == target.stride && sg.scanline == target.scanline;
+  out.buffer =
+      asItIs ? std::move(source) : convertImage(source, format, target.stride, target.scanline);
   return out;
 }
 

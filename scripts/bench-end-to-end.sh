@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# End to end: `lumo` on 12 MP captures against ffmpeg on the same files, in
+# the same run, best of RUNS (default 3) for each side.
+#
+#   scripts/bench-end-to-end.sh [build-dir] [work-dir]
+#
+# It makes eight textured 4000x3000 JPEG frames (testsrc2 with noise, about
+# 5 MB each, like phone photos), one smooth one and one 4000x3000 PNG, finds
+# the LUT the plugin picks for the session's light (all four blend corners
+# on one block, so that block is exactly the LUT it renders), exports it as
+# .cube, and prints:
+#   1. lumo replay, eight textured JPEGs to JPEG / ffmpeg decode + encode
+#      (the codec floor; target at most 1.25x);
+#   2. ffmpeg decode + lut3d tetrahedral + encode / lumo replay (target at
+#      least 1.8x);
+#   3. both figures again for the smooth frame repeated eight times;
+#   4. lumo run raw NV21 to raw NV21 / cp, and PNG in, PNG out / ffmpeg's
+#      PNG decode + encode.
+# Ratios only: on a shared machine absolute times say little.
+set -euo pipefail
+
+build=$(realpath "${1:-build/dev}")
+work=${2:-$build/bench-e2e}
+runs=${RUNS:-3}
+lumo="$build/bin/lumo"
+threads=$(nproc)
+[ -x "$lumo" ] || { echo "no $lumo (build the preset first)" >&2; exit 1; }
+mkdir -p "$work"
+cd "$work"
+
+echo "== making 4000x3000 inputs in $work" >&2
+if [ ! -f tex_8.jpg ]; then
+  ffmpeg -v error -y -f lavfi -i "testsrc2=size=4000x3000:rate=8,noise=alls=20:allf=t+u" \
+    -frames:v 8 -q:v 2 -start_number 1 tex_%d.jpg
+fi
+if [ ! -f smooth_8.jpg ]; then
+  ffmpeg -v error -y -f lavfi -i "testsrc2=size=4000x3000:rate=1" -frames:v 1 -q:v 2 smooth_1.jpg
+  for i in 2 3 4 5 6 7 8; do cp smooth_1.jpg "smooth_$i.jpg"; done
+fi
+[ -f picture.png ] || ffmpeg -v error -y -i tex_1.jpg picture.png
+if [ ! -f raw_4000x3000_4000.nv21 ]; then
+  ffmpeg -v error -y -i tex_1.jpg -pix_fmt nv21 -f rawvideo raw_4000x3000_4000.nv21
+fi
+
+mkdir -p dev/odm/etc/camera dev/data/vendor/camera
+cp "$build/share/lumo/lumo_filter_param.bin" dev/odm/etc/camera/
+meta='"meta": {"stylization": 1, "scene": "food", "lux": 300, "cct": 4000}'
+for set in tex smooth; do
+  : >"$set.jsonl"
+  for i in 1 2 3 4 5 6 7 8; do
+    echo "{\"instance\": \"snapshot\", \"input\": \"${set}_$i.jpg\", \"output\": \"out_$i.jpg\", $meta}" \
+      >>"$set.jsonl"
+  done
+done
+
+# The block the plugin renders for that light, as .cube.
+corners=$("$lumo" run smooth_1.jpg --device-root dev --scene food --lux 300 --cct 4000 \
+  -o probe.jpg --json | tr -d ' \n' | sed -n 's/.*"lut":{"index":\[\([0-9,]*\)\].*/\1/p')
+index=${corners%%,*}
+if [ -z "$corners" ] || [ "$corners" != "$index,$index,$index,$index" ]; then
+  echo "the plugin's four LUT corners differ or were not reported: [$corners]" >&2
+  exit 1
+fi
+rm -rf cubes && "$lumo" calib export dev/odm/etc/camera/lumo_filter_param.bin --json cubes/d.json \
+  --cube-dir cubes >/dev/null
+cube=$(printf 'cubes/lut_%03d.cube' "$index")
+[ -f "$cube" ] || { echo "no $cube after export" >&2; exit 1; }
+
+# best SECONDS of `runs` runs of the command
+best() {
+  local best_time=""
+  for _ in $(seq "$runs"); do
+    local start end t
+    start=$(date +%s.%N)
+    "$@" >/dev/null 2>&1 || { echo "failed: $*" >&2; exit 1; }
+    end=$(date +%s.%N)
+    t=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.4f", b - a }')
+    if [ -z "$best_time" ] || awk -v t="$t" -v b="$best_time" 'BEGIN { exit !(t < b) }'; then
+      best_time=$t
+    fi
+  done
+  echo "$best_time"
+}
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+
+ff() { ffmpeg -v error -y -threads "$threads" "$@"; }
+report_set() {
+  local set=$1
+  rm -rf "out_$set" && mkdir -p "out_$set"
+  local lumo_t floor_t lut_t
+  lumo_t=$(best "$lumo" replay "$set.jsonl" --device-root dev --out "out_$set" --jobs "$threads")
+  floor_t=$(best ff -i "${set}_%d.jpg" -q:v 2 -start_number 1 "out_$set/ff_%d.jpg")
+  lut_t=$(best ff -i "${set}_%d.jpg" -filter_threads "$threads" \
+    -vf "lut3d=file=$cube:interp=tetrahedral" -q:v 2 "out_$set/ff_lut_%d.jpg")
+  printf '%-8s lumo replay %.2f s | codec floor %.2f s | ffmpeg lut3d %.2f s\n' "$set" \
+    "$lumo_t" "$floor_t" "$lut_t"
+  printf '%-8s lumo / floor: %sx (target <= 1.25)   ffmpeg lut3d / lumo: %sx (target >= 1.8)\n' \
+    "$set" "$(ratio "$lumo_t" "$floor_t")" "$(ratio "$lut_t" "$lumo_t")"
+}
+
+echo "== eight 4000x3000 frames, JPEG in, JPEG out; $threads threads each side, best of $runs" >&2
+report_set tex
+report_set smooth
+
+raw_t=$(best "$lumo" run raw_4000x3000_4000.nv21 --device-root dev --stylization 0 -o copy_4000x3000_4000.nv21)
+cp_t=$(best cp raw_4000x3000_4000.nv21 copy_cp.nv21)
+png_t=$(best "$lumo" run picture.png --device-root dev --scene food --lux 300 --cct 4000 -o out.png)
+ffpng_t=$(best ff -i picture.png ff.png)
+printf 'raw NV21 copy: lumo run %.3f s | cp %.3f s | %sx\n' "$raw_t" "$cp_t" "$(ratio "$raw_t" "$cp_t")"
+printf 'PNG in, PNG out: lumo run %.2f s | ffmpeg decode + encode %.2f s | %sx\n' "$png_t" \
+  "$ffpng_t" "$(ratio "$png_t" "$ffpng_t")"
