@@ -83,6 +83,8 @@ std::string dumpText(const ReadResult& result, const std::string& fileName) {
   } else {
     out << "issues:\n";
     for (const Issue& issue : result.issues) out << "  " << formatIssue(fileName, issue) << "\n";
+    if (result.issueCount() > result.issues.size())
+      out << "  ... and " << result.issueCount() - result.issues.size() << " more\n";
   }
   return out.str();
 }

@@ -28,7 +28,10 @@ public:
 
 private:
   void issue(Severity s, size_t offset, const std::string& record, const std::string& message) {
-    m_result.issues.push_back({s, offset, record, message});
+    if (m_result.issues.size() < ReadResult::kMaxIssues)
+      m_result.issues.push_back({s, offset, record, message});
+    else
+      ++(s == Severity::Error ? m_result.unlistedErrors : m_result.unlistedWarnings);
   }
   bool has(size_t offset, size_t size) const { return offset + size <= m_bytes.size(); }
   uint16_t u16(size_t o) const { return uint16_t(m_bytes[o] | (m_bytes[o + 1] << 8)); }
@@ -272,8 +275,9 @@ ReadResult Walker::run() {
 }  // namespace
 
 bool ReadResult::ok() const {
-  return std::none_of(issues.begin(), issues.end(),
-                      [](const Issue& i) { return i.severity == Issue::Severity::Error; });
+  return unlistedErrors == 0 && std::none_of(issues.begin(), issues.end(), [](const Issue& i) {
+           return i.severity == Issue::Severity::Error;
+         });
 }
 
 const std::vector<std::string>& knownSceneNames() {

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <string>
 
+#include <calib/calibration_reader.h>
+
 #include "dump_name.h"
 #include "failure.h"
 #include "session.h"
@@ -60,6 +62,21 @@ TEST(FuzzRegressions, SessionNumbersBeyondDoubleAreRefused) {
        "s.jsonl:3: field \"frame\": expected an integer in 0..4294967295, got 1e+300"},
   };
   for (const auto& row : rows) EXPECT_EQ(sessionOutcome(row.line), row.expected) << row.line;
+}
+
+// A damaged count made the reader list an issue for every record it then
+// misread: the list stops at its cap and the rest are only counted.
+TEST(FuzzRegressions, CalibrationIssueFloodsStopAtTheCap) {
+  const auto inputs = regressionInputs("calib_reader");
+  ASSERT_FALSE(inputs.empty());
+  for (const fs::path& input : inputs) {
+    SCOPED_TRACE(input.filename().string());
+    const std::string bytes = readAll(input);
+    const calib::ReadResult r = calib::readCalibration({bytes.begin(), bytes.end()});
+    EXPECT_FALSE(r.ok());
+    EXPECT_EQ(r.issues.size(), calib::ReadResult::kMaxIssues);
+    EXPECT_GT(r.issueCount(), calib::ReadResult::kMaxIssues);
+  }
 }
 
 }  // namespace

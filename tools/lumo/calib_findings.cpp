@@ -57,22 +57,23 @@ size_t errorCount(const std::vector<calib::Issue>& issues) {
   return n;
 }
 
-std::vector<std::string> findingLines(const std::string& file,
-                                      const std::vector<calib::Issue>& issues) {
+std::vector<std::string> findingLines(const std::string& file, const calib::ReadResult& read) {
+  const std::vector<calib::Issue>& issues = read.issues;
   std::vector<std::string> lines;
   for (size_t k = 0; k < issues.size() && k < kFindingsShown; ++k)
     lines.push_back(escapeBytes(calib::formatIssue(file, issues[k])));
-  if (issues.size() > kFindingsShown) {
-    const size_t rest = issues.size() - kFindingsShown;
-    const size_t restErrors =
-        errorCount(issues) - errorCount({issues.begin(), issues.begin() + long(kFindingsShown)});
+  if (read.issueCount() > kFindingsShown) {
+    const size_t rest = read.issueCount() - kFindingsShown;
+    const size_t restErrors = errorCount(issues) + read.unlistedErrors -
+                              errorCount({issues.begin(), issues.begin() + long(kFindingsShown)});
     lines.push_back(escapeBytes(file) + ": ... and " + std::to_string(rest) + " more findings (" +
                     std::to_string(restErrors) + " errors)");
   }
   return lines;
 }
 
-nlohmann::json findingsJson(const std::vector<calib::Issue>& issues) {
+nlohmann::json findingsJson(const calib::ReadResult& read) {
+  const std::vector<calib::Issue>& issues = read.issues;
   nlohmann::json list = nlohmann::json::array();
   for (size_t k = 0; k < issues.size() && k < kFindingsShown; ++k) {
     const calib::Issue& i = issues[k];
@@ -81,11 +82,11 @@ nlohmann::json findingsJson(const std::vector<calib::Issue>& issues) {
                     {"record", escapeBytes(i.record)},
                     {"message", escapeBytes(i.message)}});
   }
-  const size_t errors = errorCount(issues);
+  const size_t errors = errorCount(issues) + read.unlistedErrors;
   return {{"issues", list},
-          {"issue_count", issues.size()},
+          {"issue_count", read.issueCount()},
           {"errors", errors},
-          {"warnings", issues.size() - errors}};
+          {"warnings", read.issueCount() - errors}};
 }
 
 }  // namespace lumo

@@ -21,11 +21,10 @@ std::string escapeBytes(const std::string& text, bool keepNewlines = false);
 
 // "FILE: offset N (record): severity: message" lines for the first
 // kFindingsShown issues, then "FILE: ... and N more findings" when there are more.
-std::vector<std::string> findingLines(const std::string& file,
-                                      const std::vector<calib::Issue>& issues);
+std::vector<std::string> findingLines(const std::string& file, const calib::ReadResult& read);
 
 // {"issues": [...first kFindingsShown...], "issue_count": N, "errors": E, "warnings": W}
-nlohmann::json findingsJson(const std::vector<calib::Issue>& issues);
+nlohmann::json findingsJson(const calib::ReadResult& read);
 
 size_t errorCount(const std::vector<calib::Issue>& issues);
 

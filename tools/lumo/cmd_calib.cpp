@@ -48,11 +48,12 @@ void addBuild(CLI::App& calibApp) {
     }
     // What `calib check` would reject is not written; what it warns about is said here.
     const calib::ReadResult checked = calib::readCalibration(bytes);
-    for (const std::string& line : findingLines(*out, checked.issues))
+    for (const std::string& line : findingLines(*out, checked))
       std::fprintf(stderr, "lumo: %s\n", line.c_str());
     if (!checked.ok())
       throw Failure(*desc + ": not built: the file would break the format (" +
-                    std::to_string(errorCount(checked.issues)) + " errors above)");
+                    std::to_string(errorCount(checked.issues) + checked.unlistedErrors) +
+                    " errors above)");
     std::string error;
     if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
     std::printf("%s: %zu scenes, %zu zoom ratios, %zu LUTs, %zu shadings\n", out->c_str(),
@@ -79,13 +80,12 @@ void addCheck(CLI::App& calibApp) {
       const bool bad = !r.ok() || (*strict && !r.issues.empty());
       failed = failed || bad;
       if (*json) {
-        nlohmann::json entry = findingsJson(r.issues);
+        nlohmann::json entry = findingsJson(r);
         entry["file"] = escapeBytes(path);
         entry["ok"] = !bad;
         report.push_back(entry);
       } else {
-        for (const std::string& line : findingLines(path, r.issues))
-          std::printf("%s\n", line.c_str());
+        for (const std::string& line : findingLines(path, r)) std::printf("%s\n", line.c_str());
         std::printf("%s: %s\n", escapeBytes(path).c_str(), bad ? "FAILED" : "ok");
       }
     }
@@ -101,10 +101,11 @@ void addDump(CLI::App& calibApp) {
   c->callback([file] {
     const calib::ReadResult r = readOrFail(*file);
     if (!r.ok()) {
-      for (const std::string& line : findingLines(*file, r.issues))
+      for (const std::string& line : findingLines(*file, r))
         std::fprintf(stderr, "%s\n", line.c_str());
       throw Failure(*file + ": not dumped: not a readable calibration file (" +
-                    std::to_string(errorCount(r.issues)) + " errors; see `lumo calib check`)");
+                    std::to_string(errorCount(r.issues) + r.unlistedErrors) +
+                    " errors; see `lumo calib check`)");
     }
     std::fputs(escapeBytes(calib::dumpText(r, *file), true).c_str(), stdout);
   });
@@ -124,7 +125,7 @@ void addExport(CLI::App& calibApp) {
   c->callback([file, json, cubeDir] {
     const calib::ReadResult r = readOrFail(*file);
     if (!r.ok()) {
-      for (const std::string& line : findingLines(*file, r.issues))
+      for (const std::string& line : findingLines(*file, r))
         std::fprintf(stderr, "%s\n", line.c_str());
       throw Failure(*file + ": not exported: the file breaks the format");
     }

@@ -41,8 +41,8 @@ Image decodePng(const std::string& path);
 Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv = {});
 void encodePng(const Image& rgba, std::FILE* out, const std::string& path);
 
-// PNG output: Fast (zlib level 1, the default: 12 MP captures in a fraction
-// of the time, files about a fifth larger) or Smallest (level 9, every
+// PNG output: Fast (zlib level 1, the default: a 12 MP capture in about a
+// quarter of the time, a file about 6% larger) or Smallest (level 9, every
 // filter tried).
 enum class PngCompression { Fast, Smallest };
 void setPngCompression(PngCompression compression);

