@@ -34,6 +34,19 @@ private:
       ++(s == Severity::Error ? m_result.unlistedErrors : m_result.unlistedWarnings);
   }
   bool has(size_t offset, size_t size) const { return offset + size <= m_bytes.size(); }
+  // Blocks whose declared sizes overlap make every later block re-read the
+  // same bytes; once the issues run into the thousands, the walk stops
+  // (saying so) instead of spending seconds listing more of the same.
+  bool flooded(size_t offset, const std::string& record) {
+    if (m_result.issueCount() < ReadResult::kStopAfter) return false;
+    // Listed even past the cap: a reader of the list must know it is partial.
+    if (!m_stopped)
+      m_result.issues.push_back({Severity::Error, std::min(offset, m_bytes.size()), record,
+                                 "over " + std::to_string(ReadResult::kStopAfter) +
+                                     " issues so far: the rest of the file is not examined"});
+    m_stopped = true;
+    return true;
+  }
   uint16_t u16(size_t o) const { return uint16_t(m_bytes[o] | (m_bytes[o + 1] << 8)); }
   float f32(size_t o) const {
     uint32_t v = uint32_t(m_bytes[o]) | uint32_t(m_bytes[o + 1]) << 8 |
@@ -72,6 +85,7 @@ private:
   const std::vector<uint8_t>& m_bytes;
   ReadResult m_result;
   int m_lastLut = -1, m_lastShading = -1;
+  bool m_stopped = false;
   std::vector<std::pair<int, std::pair<size_t, std::string>>> m_lutRefs, m_shadingRefs;
 };
 
@@ -175,6 +189,7 @@ ReadResult Walker::run() {
   std::set<std::string> names;
   for (size_t i = 0; i < a; ++i) {
     std::string record = "scene block " + std::to_string(i);
+    if (flooded(pos, record)) break;
     layout.sceneOffsets.push_back(pos);
     SceneBlock block;
     if (need(pos, kSceneNameBytes, record, "the scene name")) {
@@ -198,6 +213,7 @@ ReadResult Walker::run() {
   std::set<float> ratios;
   for (size_t j = 0; j < z; ++j) {
     std::string record = "zoom block " + std::to_string(j);
+    if (flooded(pos, record)) break;
     layout.zoomOffsets.push_back(pos);
     ZoomBlock block;
     if (need(pos, 4, record, "the zoom ratio")) {
@@ -228,7 +244,7 @@ ReadResult Walker::run() {
   layout.shadingCount = size_t(m_lastShading + 1);
   auto checkRefs = [&](const auto& refs, size_t count, const char* pool, const char* tree) {
     for (const auto& [index, where] : refs)
-      if (size_t(index) >= count)
+      if (size_t(index) >= count && !flooded(where.first, where.second))
         issue(Severity::Error, where.first, where.second,
               "block index " + std::to_string(index) + " points past the " + pool + " pool of " +
                   std::to_string(count) + " blocks: the pool holds the last " + tree +

@@ -36,9 +36,13 @@ struct ReadResult {
   // A damaged count field can make every record after it wrong: past this
   // many, issues are only counted, so a flipped bit cannot cost gigabytes.
   static constexpr size_t kMaxIssues = 1000;
+  // ...and past this many the reader stops walking the file (one last
+  // error says so): a file of a few kilobytes can otherwise declare
+  // millions of overlapping records.
+  static constexpr size_t kStopAfter = 10000;
   CalibrationFile file;  // whatever could be decoded
   Layout layout;
-  std::vector<Issue> issues;                        // the first kMaxIssues
+  std::vector<Issue> issues;  // the first kMaxIssues, and the stop when there was one
   size_t unlistedErrors = 0, unlistedWarnings = 0;  // found after those, counted only
   size_t issueCount() const { return issues.size() + unlistedErrors + unlistedWarnings; }
   bool ok() const;  // no errors (warnings allowed)
