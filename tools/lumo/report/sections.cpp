@@ -349,8 +349,12 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
       instances.push_back(f.instance);
   for (const std::string& instance : instances) {
     Timeline t;
-    Lane lux{"lux", {}, true, {}}, cct{"CCT K", {}, false, {}}, zoom{"zoom", {}, false, {}},
-        scene{"AI scene", {}, false, {}};
+    Lane lux, cct, zoom, scene;
+    lux.label = "lux";
+    lux.logScale = true;
+    cct.label = "CCT K";
+    zoom.label = "zoom";
+    scene.label = "AI scene";
     for (size_t i = 0; i < frames.size(); ++i) {
       const ReplayFrame& f = frames[i];
       if (f.instance != instance) continue;
@@ -358,6 +362,10 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
       cct.values.push_back(f.cct.value_or(NAN));
       zoom.values.push_back(f.zoom.value_or(NAN));
       scene.categories.push_back(f.scene.empty() ? "(none)" : f.scene);
+      // The same scene has the same colour in every instance's timeline.
+      const auto& known = calib::knownSceneNames();
+      const size_t at = size_t(std::find(known.begin(), known.end(), f.scene) - known.begin());
+      scene.categoryFill.push_back(paletteColour(at));
       t.frameHref.push_back("#frame-" + std::to_string(i));
       t.frameTitle.push_back("frame " + std::to_string(f.frame) + ": " + f.outcome);
       t.frameMark.push_back(f.filtered ? Rgb8{46, 125, 50} : Rgb8{198, 40, 40});
@@ -365,24 +373,6 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
     t.lanes = {lux, cct, zoom, scene};
     body += "<h3 class=\"instance\">" + escapeHtml(instance) + "</h3>" + timelineChart(t);
   }
-  body +=
-      "<p class=\"note\">Mark under a frame: green filtered, red copied. \"changed\": the four "
-      "LUT corners differ from the instance's previous frame, so the plugin re-blended.</p>";
-  body +=
-      "<table class=\"frames\"><tr><th>#</th><th>frame</th><th>instance</th><th>scene</th>"
-      "<th>lux</th><th>CCT</th><th>zoom</th><th>plugin</th><th>LUT corners × weights</th>"
-      "<th>changed</th></tr>";
-  for (size_t i = 0; i < frames.size(); ++i) {
-    const ReplayFrame& f = frames[i];
-    body += "<tr class=\"frame-row\"><td><a href=\"#frame-" + std::to_string(i) + "\">" +
-            std::to_string(i) + "</a></td><td>" + std::to_string(f.frame) + "</td><td>" +
-            escapeHtml(f.instance) + "</td><td>" + escapeHtml(f.scene) + "</td><td>" +
-            optionalText(f.lux, 1) + "</td><td>" + optionalText(f.cct, 0) + "</td><td>" +
-            optionalText(f.zoom, 2) + "</td><td class=\"" + (f.filtered ? "ok" : "warn") + "\">" +
-            escapeHtml(f.outcome) + "</td><td>" + escapeHtml(cornersText(f)) + "</td><td>" +
-            (f.selectionChanged ? "yes" : "") + "</td></tr>";
-  }
-  body += "</table>";
   for (size_t i = 0; i < frames.size(); ++i) {
     const ReplayFrame& f = frames[i];
     body += "<div class=\"frame\" id=\"frame-" + std::to_string(i) + "\"><h3>frame " +
@@ -412,6 +402,24 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
     if (!f.script.empty()) body += "<pre class=\"script\">" + escapeHtml(f.script) + "</pre>";
     body += "</div>";
   }
+  body +=
+      "<p class=\"note\">Mark under a frame: green filtered, red copied. \"changed\": the four "
+      "LUT corners differ from the instance's previous frame, so the plugin re-blended.</p>";
+  body +=
+      "<table class=\"frames\"><tr><th>#</th><th>frame</th><th>instance</th><th>scene</th>"
+      "<th>lux</th><th>CCT</th><th>zoom</th><th>plugin</th><th>LUT corners × weights</th>"
+      "<th>changed</th></tr>";
+  for (size_t i = 0; i < frames.size(); ++i) {
+    const ReplayFrame& f = frames[i];
+    body += "<tr class=\"frame-row\"><td><a href=\"#frame-" + std::to_string(i) + "\">" +
+            std::to_string(i) + "</a></td><td>" + std::to_string(f.frame) + "</td><td>" +
+            escapeHtml(f.instance) + "</td><td>" + escapeHtml(f.scene) + "</td><td>" +
+            optionalText(f.lux, 1) + "</td><td>" + optionalText(f.cct, 0) + "</td><td>" +
+            optionalText(f.zoom, 2) + "</td><td class=\"" + (f.filtered ? "ok" : "warn") + "\">" +
+            escapeHtml(f.outcome) + "</td><td>" + escapeHtml(cornersText(f)) + "</td><td>" +
+            (f.selectionChanged ? "yes" : "") + "</td></tr>";
+  }
+  body += "</table>";
   return {"replay", "Replay", body};
 }
 

@@ -194,8 +194,10 @@ std::string timelineChart(const Timeline& t, int width) {
         const auto at = categoryColour.try_emplace(lane.categories[i], categoryColour.size()).first;
         svg += "<rect x=\"" + num(left + double(i) * step) + "\" y=\"" + num(y + 8) +
                "\" width=\"" + num(std::max(step, 1.0)) + "\" height=\"" + num(laneH - 16) +
-               "\" fill=\"" + cssColour(paletteColour(at->second)) + "\"><title>" +
-               escapeHtml(lane.categories[i]) + "</title></rect>";
+               "\" fill=\"" +
+               cssColour(i < lane.categoryFill.size() ? lane.categoryFill[i]
+                                                      : paletteColour(at->second)) +
+               "\"><title>" + escapeHtml(lane.categories[i]) + "</title></rect>";
       }
     } else {
       const auto value = [&](double v) { return lane.logScale ? std::log10(std::max(v, 1.0)) : v; };

@@ -53,6 +53,7 @@ struct Lane {
   std::vector<double> values;  // numeric lane
   bool logScale = false;
   std::vector<std::string> categories;  // category lane (values unused)
+  std::vector<Rgb8> categoryFill;       // colour per category entry (empty: by first use)
 };
 struct Timeline {
   std::vector<Lane> lanes;
