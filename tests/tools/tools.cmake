@@ -37,3 +37,10 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/lumo_filter/VyLumoFilterPlugin.cpp)
   target_compile_definitions(lumo_cli_tests PRIVATE LUMO_REAL_PLUGIN=1)
   add_dependencies(lumo_cli_tests lumo_filter lumo_demo_calibration)
 endif()
+
+# The HTML report's pieces (they link the plugin's core for its selection).
+if(TARGET lumo_report)
+  lumo_add_gtest(lumo_report_tests
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/report_test.cpp
+    LIBS lumo_report)
+endif()

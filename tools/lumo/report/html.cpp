@@ -1,6 +1,7 @@
 // Page frame and the checks the report holds itself to.
 #include "html.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <regex>
@@ -155,12 +156,16 @@ std::vector<std::string> unbalancedTags(const std::string& html) {
     if (kVoid.find(" " + name + " ") != std::string::npos || rest.ends_with("/")) continue;
     if (!closing) {
       open.push_back(name);
-    } else if (!open.empty() && open.back() == name) {
-      open.pop_back();
     } else {
-      problems.push_back("</" + name + "> closes " +
-                         (open.empty() ? "nothing" : "<" + open.back() + ">"));
-      if (problems.size() > 20) return problems;
+      const auto at = std::find(open.rbegin(), open.rend(), name);
+      if (at == open.rend()) {
+        problems.push_back("</" + name + "> closes nothing open");
+        continue;
+      }
+      // Elements above the one closed were left open.
+      for (auto left = open.rbegin(); left != at; ++left)
+        problems.push_back("<" + *left + "> never closed");
+      open.erase(std::prev(at.base()), open.end());
     }
   }
   for (const std::string& name : open) problems.push_back("<" + name + "> never closed");

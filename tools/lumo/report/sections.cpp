@@ -197,7 +197,8 @@ std::string legend(const std::vector<CoverageMap>& maps, const char* what) {
 }
 
 template <typename Block>
-void bandFindings(const std::string& where, const Block& block, std::vector<CoverageFinding>& out) {
+void bandFindings(const std::string& where, const Block& block, bool luts,
+                  std::vector<CoverageFinding>& out) {
   const auto& bands = block.luxBands;
   if (bands.empty()) {
     out.push_back({where, "no lux band: every frame gets block 0 or nothing"});
@@ -207,7 +208,7 @@ void bandFindings(const std::string& where, const Block& block, std::vector<Cove
   for (size_t l = 0; l < bands.size(); ++l) {
     const calib::LuxBand& lux = bands[l];
     under50 = under50 || lux.start < 50;
-    if (lux.ccts.size() == 1)
+    if (luts && lux.ccts.size() == 1)
       out.push_back({where, "lux band " + range(lux.start, lux.end) +
                                 " has one CCT band only: no blending across colour temperature"});
     if (l > 0 && lux.start <= bands[l - 1].end)
@@ -251,8 +252,9 @@ std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file
       out.push_back({"scene " + known,
                      "the camera reports this scene but the file has no entry "
                      "for it: its frames are copied unfiltered"});
-  for (const calib::SceneBlock& s : file.scenes) bandFindings("scene " + s.name, s, out);
-  for (const calib::ZoomBlock& z : file.zooms) bandFindings("zoom " + zoomText(z.ratio), z, out);
+  for (const calib::SceneBlock& s : file.scenes) bandFindings("scene " + s.name, s, true, out);
+  for (const calib::ZoomBlock& z : file.zooms)
+    bandFindings("zoom " + zoomText(z.ratio), z, false, out);
 
   // Blocks a tree entry names that no sample chooses with a weight.
   const auto unused = [&](const std::string& where, const std::vector<calib::LuxBand>& bands,

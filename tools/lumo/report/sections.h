@@ -27,7 +27,7 @@ struct CoverageFinding {
   std::string where;  // "scene night", "zoom 2"
   std::string text;
 };
-// Warnings that follow from the band trees alone (one CCT band only, no
+// Warnings that follow from the band trees alone (a scene with one CCT band only, no
 // band under 50 lux, duplicate keys, unsorted or overlapping bands, a scene
 // of the camera's list with no entry) and from what the maps show (a block
 // no sample ever chooses).
