@@ -9,6 +9,7 @@ packages=(
   libhwy-dev libyuv-dev libjpeg-dev libpng-dev
   nlohmann-json3-dev libcli11-dev libopencolorio-dev
   ffmpeg
+  chromium
 )
 
 missing=()

@@ -59,25 +59,36 @@ struct TempDir {
   fs::path path;
 };
 
+// Band limits worth seeing: an open-ended last band (up to 65535) would
+// otherwise squeeze everything else into a corner of the map.
+constexpr double kOpenEnd = 60000;
+
 double maxLuxOf(const calib::CalibrationFile& file) {
   double top = 100;
-  for (const auto& s : file.scenes)
-    for (const auto& l : s.luxBands) top = std::max(top, double(l.end));
-  for (const auto& z : file.zooms)
-    for (const auto& l : z.luxBands) top = std::max(top, double(l.end));
-  return std::min(65535.0, top * 2);
+  const auto take = [&](const std::vector<calib::LuxBand>& bands) {
+    for (const auto& l : bands) {
+      top = std::max(top, double(l.start));
+      if (l.end < kOpenEnd) top = std::max(top, double(l.end));
+    }
+  };
+  for (const auto& s : file.scenes) take(s.luxBands);
+  for (const auto& z : file.zooms) take(z.luxBands);
+  return std::min(65535.0, top * 4);
 }
 
 std::pair<double, double> cctRangeOf(const calib::CalibrationFile& file) {
   double lo = 2000, hi = 8000;
   const auto take = [&](const std::vector<calib::LuxBand>& bands) {
     for (const auto& l : bands)
-      for (const auto& c : l.ccts)
-        lo = std::min(lo, double(c.start)), hi = std::max(hi, double(c.end));
+      for (const auto& c : l.ccts) {
+        lo = std::min(lo, double(c.start));
+        hi = std::max(hi, double(c.start));
+        if (c.end < kOpenEnd) hi = std::max(hi, double(c.end));
+      }
   };
   for (const auto& s : file.scenes) take(s.luxBands);
   for (const auto& z : file.zooms) take(z.luxBands);
-  return {std::max(0.0, lo - 500), std::min(65535.0, hi + 1000)};
+  return {std::max(0.0, lo - 500), std::min(65535.0, hi + 2000)};
 }
 
 void addCalibrationSections(const calib::CalibrationFile& file, const std::string& path,

@@ -2,9 +2,10 @@
 #include "html.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <regex>
+#include <cstring>
 
 namespace lumo::report {
 
@@ -121,52 +122,98 @@ std::string page(const std::string& title, const std::vector<Section>& sections,
   return html;
 }
 
+namespace {
+
+// Plain scanning, no std::regex: its recursive matcher overflows the stack
+// on the long data URIs a page carries.
+std::string lower(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) c = char(std::tolower(static_cast<unsigned char>(c)));
+  return out;
+}
+
+bool urlEnd(char c) {
+  return c == '"' || c == '\'' || c == ')' || c == '<' || c == '>' ||
+         std::isspace(static_cast<unsigned char>(c));
+}
+
+// The value that starts at `at` (after an optional quote).
+std::string valueAt(const std::string& text, size_t at) {
+  while (at < text.size() && (text[at] == '"' || text[at] == '\'' || text[at] == ' ')) ++at;
+  size_t end = at;
+  while (end < text.size() && !urlEnd(text[end])) ++end;
+  return text.substr(at, end - at);
+}
+
+}  // namespace
+
 std::vector<std::string> externalReferences(const std::string& html) {
   std::vector<std::string> found;
-  static const std::regex web("https?://[^\"' )<>]*", std::regex::icase);
-  for (auto it = std::sregex_iterator(html.begin(), html.end(), web); it != std::sregex_iterator();
-       ++it)
-    found.push_back(it->str());
-  static const std::regex attr(
-      "(?:\\b(?:src|href|xlink:href|action|srcset)\\s*=\\s*[\"']?|url\\()"
-      "\\s*[\"']?([^\"'\\s)>]*)",
-      std::regex::icase);
-  for (auto it = std::sregex_iterator(html.begin(), html.end(), attr); it != std::sregex_iterator();
-       ++it) {
-    const std::string value = (*it)[1].str();
-    if (value.starts_with("data:") || value.starts_with("#")) continue;
-    found.push_back(value.empty() ? it->str() : value);
+  const std::string text = lower(html);
+  for (const char* scheme : {"http://", "https://"})
+    for (size_t at = text.find(scheme); at != std::string::npos; at = text.find(scheme, at + 1))
+      found.push_back(valueAt(html, at));
+  for (const char* attr : {"src=", "href=", "action=", "srcset=", "url("}) {
+    const size_t n = std::strlen(attr);
+    for (size_t at = text.find(attr); at != std::string::npos; at = text.find(attr, at + n)) {
+      // An attribute name stands alone: "xlink:href=" counts, "data-href=" does not.
+      if (attr[n - 1] == '=' && at > 0 &&
+          (std::isalnum(static_cast<unsigned char>(text[at - 1])) || text[at - 1] == '-'))
+        continue;
+      const std::string value = valueAt(html, at + n);
+      if (lower(value).starts_with("data:") || value.starts_with("#")) continue;
+      found.push_back(value.empty() ? std::string(attr) : value);
+    }
   }
   return found;
 }
 
 std::vector<std::string> unbalancedTags(const std::string& html) {
-  static const std::regex tag("<(/?)([a-zA-Z][a-zA-Z0-9]*)([^>]*)>");
   static const std::string kVoid = " area base br col embed hr img input link meta source wbr ";
   std::vector<std::string> open, problems;
-  // Script and style bodies are text: skip them whole.
-  std::string text = std::regex_replace(html, std::regex("<script>[\\s\\S]*?</script>"), "");
-  text = std::regex_replace(text, std::regex("<style>[\\s\\S]*?</style>"), "");
-  for (auto it = std::sregex_iterator(text.begin(), text.end(), tag); it != std::sregex_iterator();
-       ++it) {
-    const bool closing = !(*it)[1].str().empty();
-    std::string name = (*it)[2].str();
-    for (char& c : name) c = char(std::tolower(static_cast<unsigned char>(c)));
-    const std::string rest = (*it)[3].str();
-    if (kVoid.find(" " + name + " ") != std::string::npos || rest.ends_with("/")) continue;
+  const std::string text = lower(html);
+  for (size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at + 1)) {
+    const bool closing = at + 1 < text.size() && text[at + 1] == '/';
+    size_t nameEnd = at + 1 + (closing ? 1 : 0);
+    const size_t nameBegin = nameEnd;
+    if (nameBegin >= text.size() || !std::isalpha(static_cast<unsigned char>(text[nameBegin])))
+      continue;  // "<!DOCTYPE", "a < b" in text
+    while (nameEnd < text.size() &&
+           (std::isalnum(static_cast<unsigned char>(text[nameEnd])) || text[nameEnd] == '-'))
+      ++nameEnd;
+    const std::string name = text.substr(nameBegin, nameEnd - nameBegin);
+    const size_t close = text.find('>', nameEnd);
+    if (close == std::string::npos) {
+      problems.push_back("<" + name + " never ends");
+      break;
+    }
+    const bool selfClosing = text[close - 1] == '/';
+    if (!closing && (name == "script" || name == "style")) {
+      // Their bodies are text.
+      const size_t end = text.find("</" + name, close);
+      if (end == std::string::npos) {
+        problems.push_back("<" + name + "> never closed");
+        break;
+      }
+      at = text.find('>', end);
+      if (at == std::string::npos) break;
+      continue;
+    }
+    at = close;
+    if (kVoid.find(" " + name + " ") != std::string::npos || selfClosing) continue;
     if (!closing) {
       open.push_back(name);
-    } else {
-      const auto at = std::find(open.rbegin(), open.rend(), name);
-      if (at == open.rend()) {
-        problems.push_back("</" + name + "> closes nothing open");
-        continue;
-      }
-      // Elements above the one closed were left open.
-      for (auto left = open.rbegin(); left != at; ++left)
-        problems.push_back("<" + *left + "> never closed");
-      open.erase(std::prev(at.base()), open.end());
+      continue;
     }
+    const auto match = std::find(open.rbegin(), open.rend(), name);
+    if (match == open.rend()) {
+      problems.push_back("</" + name + "> closes nothing open");
+      continue;
+    }
+    // Elements above the one closed were left open.
+    for (auto left = open.rbegin(); left != match; ++left)
+      problems.push_back("<" + *left + "> never closed");
+    open.erase(std::prev(match.base()), open.end());
   }
   for (const std::string& name : open) problems.push_back("<" + name + "> never closed");
   return problems;

@@ -121,7 +121,7 @@ std::string curveChart(const std::vector<Curve>& curves, const std::string& xLab
 
 std::string planeChart(const Plane& plane, int cellWidth, int cellHeight) {
   const size_t nx = plane.xs.size(), ny = plane.ys.size();
-  const int left = 48, bottom = 30, top = 4;
+  const int left = 48, bottom = 30, top = 16;
   const int width = left + int(nx) * cellWidth + 10, height = top + int(ny) * cellHeight + bottom;
   std::string svg = "<svg class=\"plane\" width=\"" + std::to_string(width) + "\" height=\"" +
                     std::to_string(height) + "\">";
@@ -169,7 +169,7 @@ std::string planeChart(const Plane& plane, int cellWidth, int cellHeight) {
     }
   }
   svg += text(left + double(nx) * cellWidth / 2, double(height) - 4, plane.xLabel, "middle");
-  svg += text(2, top + 10, plane.yLabel);
+  svg += text(2, 10, plane.yLabel);
   return svg + "</svg>";
 }
 
