@@ -183,3 +183,34 @@ TEST_F(ReportBrowser, PageLoadsOfflineWithEverySectionAndAWorkingSlider) {
     }
   }
 }
+
+// The command's own answers, without a browser.
+class ReportCli : public ToolTest {};
+
+TEST_F(ReportCli, ExitCodesAndNothingHalfWritten) {
+  write("broken.bin", std::string(10, '\x01'));
+  const std::string calib = LUMO_DEMO_CALIBRATION;
+  const struct {
+    std::string args;
+    int status;
+    const char* inErr;
+    bool page;
+  } cases[] = {
+      {"report -o r.html", 2, "give a calibration file, a session or both", false},
+      {"report --calib missing.bin -o r.html", 2, "missing.bin", false},
+      {"report --calib broken.bin -o r.html", 1, "not a readable calibration file", false},
+      {"report --calib '" + calib + "' -o r.html", 0, "coverage", true},
+  };
+  for (const auto& c : cases) {
+    fs::remove(dir / "r.html");
+    const Outcome o = lumo(c.args);
+    EXPECT_EQ(o.status, c.status) << c.args << "\n" << o.err;
+    EXPECT_NE(o.err.find(c.inErr), std::string::npos) << c.args << "\n" << o.err;
+    EXPECT_EQ(fs::exists(dir / "r.html"), c.page) << c.args;
+    if (!c.page) continue;
+    const std::string html = readText(dir / "r.html");
+    EXPECT_LT(html.size(), lumo::report::kPageBudgetBytes);
+    EXPECT_EQ(countOf(html, "data-section="), 3u) << "calibration, coverage, strength";
+    EXPECT_EQ(lumo::report::unbalancedTags(html), std::vector<std::string>{});
+  }
+}
