@@ -214,3 +214,24 @@ TEST_F(ReportCli, ExitCodesAndNothingHalfWritten) {
     EXPECT_EQ(lumo::report::unbalancedTags(html), std::vector<std::string>{});
   }
 }
+
+// `lumo replay --report`: the same page for a replay the user ran, with the
+// calibration under the device root, the outputs where the user wanted them.
+TEST_F(ReportCli, ReplayWritesThePageOfItsRun) {
+  fs::create_directories(dir / "dev/odm/etc/camera");
+  fs::copy_file(LUMO_DEMO_CALIBRATION, dir / "dev/odm/etc/camera/lumo_filter_param.bin");
+  write(
+      "s.jsonl",
+      R"({"instance": "preview", "input": "generated:chart", "meta": {"stylization": 1, "scene": "common", "lux": 220, "cct": 4500}})"
+      "\n"
+      R"({"instance": "snapshot", "input": "generated:food", "output": "food.jpg", "meta": {"stylization": 1, "scene": "food", "lux": 450, "cct": 4000}})"
+      "\n");
+  const Outcome o = lumo("replay s.jsonl --device-root dev --out out --report r.html");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(files("out"), (std::vector<std::string>{"food.jpg", "frame_000000_preview.png"}));
+  const std::string html = readText(dir / "r.html");
+  for (const char* id : {"calibration", "coverage", "replay", "strength"})
+    EXPECT_EQ(countOf(html, std::string("data-section=\"") + id + "\""), 1u) << id;
+  EXPECT_EQ(countOf(html, "type=\"range\""), 2u);
+  EXPECT_EQ(countOf(html, "pictures not readable"), 0u);
+}

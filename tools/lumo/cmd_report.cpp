@@ -18,9 +18,11 @@
 #include "host_options.h"
 #include "host_setup.h"
 #include "image_files.h"
+#include "picture_crop.h"
 #include "report/coverage.h"
 #include "report/pictures.h"
 #include "report/sections.h"
+#include "report_command.h"
 
 namespace lumo {
 namespace {
@@ -114,13 +116,23 @@ void addCalibrationSections(const calib::CalibrationFile& file, const std::strin
   (void)path;
 }
 
-std::string pictureUri(const std::string& path) {
-  const Image picture = thumbnail(toRgba(readImage(path)), kPictureSide);
-  return dataUri("image/jpeg", jpegBytes(picture, kPictureQuality));
+std::string pictureUri(const Image& rgba) {
+  return dataUri("image/jpeg", jpegBytes(thumbnail(rgba, kPictureSide), kPictureQuality));
+}
+
+// The frame's input as the plugin got it: the copy the replay kept, or the
+// input loaded again the way the replay loads it.
+Image beforePicture(const SessionFrame& frame, const FrameReport& report,
+                    const std::string& sessionDir) {
+  if (!report.before.empty()) return toRgba(readImage(report.before));
+  FrameImage source = loadFrameImage(frame, sessionDir);
+  shrinkPicture(source.buffer, source.width, source.height);
+  return toRgba(source.buffer);
 }
 
 std::vector<ReplayFrame> replayFrames(const std::vector<SessionFrame>& frames,
-                                      const std::vector<FrameReport>& reports, size_t budget) {
+                                      const std::vector<FrameReport>& reports,
+                                      const std::string& sessionDir, size_t budget) {
   std::vector<ReplayFrame> out;
   std::map<uint32_t, std::optional<std::array<int, 4>>> previous;
   size_t used = 0;
@@ -135,8 +147,7 @@ std::vector<ReplayFrame> replayFrames(const std::vector<SessionFrame>& frames,
     if (s.meta.zoom) f.zoom = *s.meta.zoom;
     f.scene = r.aiscene;
     f.filtered = r.outcome.filtered;
-    f.outcome =
-        r.outcome.filtered ? "filtered" : std::string("copied: ") + reasonText(r.outcome.reason);
+    f.outcome = reasonText(r.outcome.reason);
     f.detail = r.outcome.detail;
     f.lutIndex = r.outcome.lutIndex;
     f.lutWeight = r.outcome.lutWeight;
@@ -145,14 +156,19 @@ std::vector<ReplayFrame> replayFrames(const std::vector<SessionFrame>& frames,
     auto& last = previous[r.processMode];
     f.selectionChanged = f.lutIndex && f.lutIndex != last;
     if (f.lutIndex) last = f.lutIndex;
-    if (used < budget && !r.before.empty()) {
-      f.before = pictureUri(r.before);
-      f.after = pictureUri(r.output);
-      used += f.before.size() + f.after.size();
-    }
-    if (f.before.empty())
+    if (used < budget) {
+      try {
+        f.before = pictureUri(beforePicture(s, r, sessionDir));
+        f.after = pictureUri(toRgba(readImage(r.output)));
+        used += f.before.size() + f.after.size();
+      } catch (const Failure& e) {
+        f.before.clear();
+        f.pictureNote = std::string("pictures not readable: ") + e.what();
+      }
+    } else {
       f.pictureNote = "pictures left out to keep the page within " +
                       std::to_string(kPageBudgetBytes >> 20) + " MiB";
+    }
     out.push_back(std::move(f));
   }
   return out;
@@ -169,10 +185,19 @@ void addReplaySections(const ReportOptions& o, const SelectionProbe* probe,
   std::vector<SessionFrame> renamed = frames;
   for (size_t i = 0; i < renamed.size(); ++i) renamed[i].output = "f" + std::to_string(i) + ".png";
   const auto dir = fs::path(o.session).parent_path();
+  const std::string sessionDir = dir.empty() ? "." : dir.string();
   progress("replay: " + std::to_string(frames.size()) + " frames");
-  const auto reports = runFrames(renamed, host, dir.empty() ? "." : dir.string(), true, false);
-  sections.push_back(
-      replaySection(replayFrames(frames, reports, kPageBudgetBytes - kPageReserveBytes)));
+  const auto reports = runFrames(renamed, host, sessionDir, true, false);
+  addSessionSections(frames, reports, sessionDir, probe, sections);
+}
+
+}  // namespace
+
+void addSessionSections(const std::vector<SessionFrame>& frames,
+                        const std::vector<FrameReport>& reports, const std::string& sessionDir,
+                        const SelectionProbe* probe, std::vector<Section>& sections) {
+  sections.push_back(replaySection(
+      replayFrames(frames, reports, sessionDir, kPageBudgetBytes - kPageReserveBytes)));
 
   // The strip: the first filtered frame, its LUT as the plugin blends it.
   for (size_t i = 0; i < reports.size(); ++i) {
@@ -183,15 +208,15 @@ void addReplaySections(const ReportOptions& o, const SelectionProbe* probe,
     const uint16_t cct = uint16_t(std::min<uint32_t>(m.cct.value_or(0), 65535));
     std::vector<uint8_t> lut;
     if (!probe->blendedLut(r.aiscene, lux, cct, lut)) continue;
-    const Image before = thumbnail(toRgba(readImage(r.before)), kPictureSide);
     std::vector<StrengthPicture> strip;
     try {
+      const Image before = thumbnail(beforePicture(frames[i], r, sessionDir), kPictureSide);
       for (const double s : kStrengths)
         strip.push_back({s, dataUri("image/jpeg",
                                     jpegBytes(applyScript(before, r.outcome.script, lut.data(), s),
                                               kPictureQuality))});
-    } catch (const std::invalid_argument&) {
-      continue;
+    } catch (const std::exception&) {
+      continue;  // a picture the tool cannot read again, or a script the renderer refuses
     }
     sections.push_back(strengthSection(
         "frame " + std::to_string(r.frame) + " (" + modeLabel(r.processMode) + ", scene " +
@@ -202,6 +227,8 @@ void addReplaySections(const ReportOptions& o, const SelectionProbe* probe,
     return;
   }
 }
+
+namespace {
 
 void addChartStrip(const calib::CalibrationFile& file, std::vector<Section>& sections) {
   for (const auto& s : file.scenes)
@@ -221,6 +248,41 @@ void addChartStrip(const calib::CalibrationFile& file, std::vector<Section>& sec
       }
 }
 
+// The calibration part of a page; the probe stays for the session part.
+struct CalibrationPart {
+  calib::ReadResult parsed;
+  std::unique_ptr<SelectionProbe> probe;
+};
+
+CalibrationPart addCalibration(const std::string& path, std::vector<Section>& sections,
+                               std::string& styles) {
+  CalibrationPart part;
+  if (!fs::is_regular_file(path)) throw Failure(path + ": no such file");
+  part.parsed = calib::readCalibrationFile(path);
+  if (!part.parsed.ok()) {
+    for (const std::string& line : findingLines(path, part.parsed.issues))
+      std::fprintf(stderr, "%s\n", line.c_str());
+    throw Failure(path + ": no report: not a readable calibration file (" +
+                  std::to_string(errorCount(part.parsed.issues)) +
+                  " errors; see `lumo calib check`)");
+  }
+  part.probe = std::make_unique<SelectionProbe>(path);
+  addCalibrationSections(part.parsed.file, path, *part.probe, sections, styles);
+  return part;
+}
+
+void finishPage(std::vector<Section>& sections, const std::string& styles,
+                const CalibrationPart* calibration, const std::string& title,
+                const std::string& output) {
+  const bool hasStrip = std::any_of(sections.begin(), sections.end(),
+                                    [](const Section& s) { return s.id == "strength"; });
+  if (!hasStrip && calibration != nullptr) addChartStrip(calibration->parsed.file, sections);
+  const std::string html = page(title, sections, styles);
+  writeFileAtomically(output, html.data(), html.size());
+  std::printf("%s: %zu sections, %zu KiB (budget %zu KiB)\n", output.c_str(), sections.size(),
+              html.size() >> 10, kPageBudgetBytes >> 10);
+}
+
 void writeReport(ReportOptions& o) {
   if (o.calib.empty() && o.session.empty())
     throw CLI::ValidationError("--calib/--session", "give a calibration file, a session or both");
@@ -238,36 +300,31 @@ void writeReport(ReportOptions& o) {
     fs::copy_file(calibPath, device.path / "odm/etc/camera/lumo_filter_param.bin");
     o.host.setup.deviceRoot = device.path.string();
   }
-  std::unique_ptr<SelectionProbe> probe;
-  calib::ReadResult parsed;
-  if (!calibPath.empty()) {
-    if (!fs::is_regular_file(calibPath)) throw Failure(calibPath + ": no such file");
-    parsed = calib::readCalibrationFile(calibPath);
-    if (!parsed.ok()) {
-      for (const std::string& line : findingLines(calibPath, parsed.issues))
-        std::fprintf(stderr, "%s\n", line.c_str());
-      throw Failure(calibPath + ": no report: not a readable calibration file (" +
-                    std::to_string(errorCount(parsed.issues)) + " errors; see `lumo calib check`)");
-    }
-    probe = std::make_unique<SelectionProbe>(calibPath);
-    addCalibrationSections(parsed.file, calibPath, *probe, sections, styles);
-  }
-  if (!o.session.empty()) addReplaySections(o, probe.get(), sections);
-  if (o.session.empty() || std::none_of(sections.begin(), sections.end(),
-                                        [](const Section& s) { return s.id == "strength"; }))
-    if (!calibPath.empty()) addChartStrip(parsed.file, sections);
-
+  CalibrationPart calibration;
+  if (!calibPath.empty()) calibration = addCalibration(calibPath, sections, styles);
+  if (!o.session.empty()) addReplaySections(o, calibration.probe.get(), sections);
   const std::string title =
       "Lumo report: " + (o.calib.empty() ? std::string() : fs::path(o.calib).filename().string()) +
       (!o.calib.empty() && !o.session.empty() ? ", " : "") +
       (o.session.empty() ? std::string() : fs::path(o.session).filename().string());
-  const std::string html = page(title, sections, styles);
-  writeFileAtomically(o.output, html.data(), html.size());
-  std::printf("%s: %zu sections, %zu KiB (budget %zu KiB)\n", o.output.c_str(), sections.size(),
-              html.size() >> 10, kPageBudgetBytes >> 10);
+  finishPage(sections, styles, calibPath.empty() ? nullptr : &calibration, title, o.output);
 }
 
 }  // namespace
+
+void writeSessionReport(const std::vector<SessionFrame>& frames,
+                        const std::vector<FrameReport>& reports, const std::string& sessionDir,
+                        const std::string& sessionName, const std::string& output) {
+  std::vector<Section> sections;
+  std::string styles;
+  const std::string calibPath = calibrationFilePath();
+  CalibrationPart calibration;
+  const bool withCalibration = fs::is_regular_file(calibPath);
+  if (withCalibration) calibration = addCalibration(calibPath, sections, styles);
+  addSessionSections(frames, reports, sessionDir, calibration.probe.get(), sections);
+  finishPage(sections, styles, withCalibration ? &calibration : nullptr,
+             "Lumo report: " + sessionName, output);
+}
 
 void addReportCommand(CLI::App& app) {
   auto o = std::make_shared<ReportOptions>();
