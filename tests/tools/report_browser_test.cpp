@@ -74,7 +74,9 @@ protected:
     const std::string cmd =
         "cd '" + dir.string() + "' && timeout 120 '" + browser +
         "' --headless --no-sandbox --disable-gpu --no-first-run --disable-extensions "
-        "--disable-background-networking --disable-sync --hide-scrollbars "
+        "--disable-background-networking --disable-sync --hide-scrollbars --user-data-dir='" +
+        path("profile") +
+        "' "
         "--host-resolver-rules='MAP * ~NOTFOUND' --enable-logging=stderr --v=0 " +
         flags + " 'file://" + path(page) + "' >" + out + " 2>" + log;
     const int raw = std::system(cmd.c_str());
