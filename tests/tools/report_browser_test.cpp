@@ -49,6 +49,8 @@ window.addEventListener('load', function () {
     sliders: q('input.wipe[type=range]').length,
     strip: q('#strength img').length,
     broken: broken,
+    requests: performance.getEntriesByType('resource').map(function (e) { return e.name; })
+        .filter(function (n) { return n.indexOf('data:') !== 0; }),
     clipBefore: before,
     clipAfter: slider ? slider.parentNode.querySelector('.after').style.clipPath : ''
   });
@@ -160,6 +162,7 @@ TEST_F(ReportBrowser, PageLoadsOfflineWithEverySectionAndAWorkingSlider) {
   EXPECT_EQ(seen["sliders"], 6);
   EXPECT_EQ(seen["strip"], 5);
   EXPECT_EQ(seen["broken"], 0);
+  EXPECT_EQ(seen["requests"], nlohmann::json::array());  // nothing fetched from anywhere
   EXPECT_EQ(seen["clipBefore"], "inset(0px 0px 0px 50%)");
   EXPECT_EQ(seen["clipAfter"], "inset(0px 0px 0px 20%)");
 
