@@ -261,3 +261,34 @@ TEST(ReportPictures, ChartStrengthAndThumbnails) {
   EXPECT_EQ(pngBytes(chart)[1], 'P');
   EXPECT_EQ(jpegBytes(chart, 80)[0], 0xFF);
 }
+
+// A cell naming a block past the pool: the plugin gives such frames no
+// parameters, and the map marks every sample whose corners include it.
+TEST_F(ReportCalib, BlocksOutsideThePoolAreMarkedAsThePluginRefusesThem) {
+  calib::CalibrationFile file = fourCornerFile();
+  file.scenes[0].luxBands[0].ccts[1].index = 5;  // the pool still ends at block 3
+  const std::string p = writeCalib(file);
+  SelectionProbe probe(p);
+  ParamUtil store(p);
+  const struct {
+    uint16_t lux, cct;
+    bool inPool;
+  } cases[] = {{50, 3000, true},
+               {50, 4500, false},
+               {50, 7000, false},
+               {150, 7000, false},
+               {500, 7000, true}};
+  for (const auto& c : cases) {
+    const CoverageSample s = probe.lut("common", c.lux, c.cct);
+    EXPECT_EQ(s.inPool, c.inPool) << c.lux << " " << c.cct;
+    ParamTrigger trigger;
+    trigger.initialize({false, "t"}, store);
+    param_trigger_t input;
+    input.lux = c.lux;
+    input.cct = c.cct;
+    input.aiscene = "common";
+    param_lut_t lut{};
+    bool changed = false;
+    EXPECT_EQ(trigger.triggerLut(input, &lut, changed), c.inPool) << c.lux << " " << c.cct;
+  }
+}

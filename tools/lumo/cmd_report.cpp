@@ -93,9 +93,8 @@ std::pair<double, double> cctRangeOf(const calib::CalibrationFile& file) {
   return {std::max(0.0, lo - 500), std::min(65535.0, hi + 2000)};
 }
 
-void addCalibrationSections(const calib::CalibrationFile& file, const std::string& path,
-                            const SelectionProbe& probe, std::vector<Section>& sections,
-                            std::string& styles) {
+void addCalibrationSections(const calib::CalibrationFile& file, const SelectionProbe& probe,
+                            std::vector<Section>& sections, std::string& styles) {
   progress("calibration: " + std::to_string(file.scenes.size()) + " scenes, " +
            std::to_string(file.luts.size()) + " LUT swatches");
   sections.push_back(calibrationSection(file, styles));
@@ -113,7 +112,6 @@ void addCalibrationSections(const calib::CalibrationFile& file, const std::strin
     if (std::find(ratios.begin(), ratios.end(), z.ratio) == ratios.end()) ratios.push_back(z.ratio);
   for (const float r : ratios) zooms.push_back(probe.zoomMap(r, lux, cct));
   sections.push_back(coverageSection(scenes, zooms, coverageFindings(file, scenes, zooms, &probe)));
-  (void)path;
 }
 
 std::string pictureUri(const Image& rgba) {
@@ -267,7 +265,7 @@ CalibrationPart addCalibration(const std::string& path, std::vector<Section>& se
                   " errors; see `lumo calib check`)");
   }
   part.probe = std::make_unique<SelectionProbe>(path);
-  addCalibrationSections(part.parsed.file, path, *part.probe, sections, styles);
+  addCalibrationSections(part.parsed.file, *part.probe, sections, styles);
   return part;
 }
 

@@ -38,7 +38,8 @@ CoverageSample sampleOf(const ParamTrigger::Choice& c, uint32_t blocks) {
   for (int i = 0; i < 4; ++i) {
     s.corner[i] = c.corner[i];
     s.weight[i] = c.weight[i];
-    if (c.corner[i] >= blocks && c.weight[i] != 0.0f) s.inPool = false;
+    // The plugin refuses a cell naming any block it does not hold, weighted or not.
+    if (c.corner[i] >= blocks) s.inPool = false;
   }
   return s;
 }

@@ -16,7 +16,7 @@ struct CoverageSample {
   bool found = false;  // the scene has a parameter set
   std::array<uint16_t, 4> corner{};
   std::array<float, 4> weight{};
-  bool inPool = true;  // every corner with weight names a block the store holds
+  bool inPool = true;  // every corner names a block the store holds
 };
 
 struct CoverageMap {
