@@ -44,6 +44,18 @@ calib::CalibrationFile fourCornerFile() {
   return f;
 }
 
+// What a freshly initialised trigger makes of the "common" scene at lux, cct.
+bool freshTrigger(ParamUtil& store, uint16_t lux, uint16_t cct, ParamTrigger& trigger,
+                  param_lut_t& lut) {
+  trigger.initialize({false, "t"}, store);
+  param_trigger_t input;
+  input.lux = lux;
+  input.cct = cct;
+  input.aiscene = "common";
+  bool changed = false;
+  return trigger.triggerLut(input, &lut, changed);
+}
+
 class ReportCalib : public ScratchTest {
 protected:
   std::string writeCalib(const calib::CalibrationFile& f) {
@@ -161,14 +173,8 @@ TEST_F(ReportCalib, CoverageSamplesAreTheTriggersChoice) {
     ASSERT_TRUE(s.found);
     EXPECT_EQ(s.corner, c.corners) << c.lux << " " << c.cct;
     ParamTrigger trigger;
-    trigger.initialize({false, "t"}, store);
-    param_trigger_t input;
-    input.lux = c.lux;
-    input.cct = c.cct;
-    input.aiscene = "common";
     param_lut_t lut{};
-    bool changed = false;
-    ASSERT_TRUE(trigger.triggerLut(input, &lut, changed));
+    ASSERT_TRUE(freshTrigger(store, c.lux, c.cct, trigger, lut));
     for (int i = 0; i < 4; ++i) EXPECT_EQ(uint16_t(trigger.m_lutIndex[i]), s.corner[i]);
     double expected = 0;
     for (int i = 0; i < 4; ++i) expected += double(s.weight[i]) * (10 + 40 * s.corner[i]);
@@ -282,13 +288,7 @@ TEST_F(ReportCalib, BlocksOutsideThePoolAreMarkedAsThePluginRefusesThem) {
     const CoverageSample s = probe.lut("common", c.lux, c.cct);
     EXPECT_EQ(s.inPool, c.inPool) << c.lux << " " << c.cct;
     ParamTrigger trigger;
-    trigger.initialize({false, "t"}, store);
-    param_trigger_t input;
-    input.lux = c.lux;
-    input.cct = c.cct;
-    input.aiscene = "common";
     param_lut_t lut{};
-    bool changed = false;
-    EXPECT_EQ(trigger.triggerLut(input, &lut, changed), c.inPool) << c.lux << " " << c.cct;
+    EXPECT_EQ(freshTrigger(store, c.lux, c.cct, trigger, lut), c.inPool) << c.lux << " " << c.cct;
   }
 }
