@@ -138,6 +138,43 @@ ParamTrigger::Cell ParamTrigger::findCell(const param_t* set, uint16_t lux, uint
   return cell;
 }
 
+const param_t* ParamTrigger::zoomSet(float zoomRatio) const {
+  // The set with the largest key not above the zoom ratio; the first below
+  // every key, the last for NaN (no comparison with NaN holds).
+  auto entry = m_zoomRatioParams.begin();
+  if (entry == m_zoomRatioParams.end()) return nullptr;
+  for (auto next = std::next(entry); next != m_zoomRatioParams.end() && !(zoomRatio < next->first);
+       ++next) {
+    entry = next;
+  }
+  return &entry->second;
+}
+
+namespace {
+
+void fillChoice(const ParamTrigger::Cell& cell, uint16_t lux, uint16_t cct,
+                ParamTrigger::Choice& choice) {
+  const CornerWeights cw = cornerWeights(cell, lux, cct);
+  for (int i = 0; i < 4; i++) {
+    choice.corner[i] = cell.corner[i];
+    choice.weight[i] = cw.w[i];
+  }
+}
+
+}  // namespace
+
+bool ParamTrigger::chooseLut(const param_trigger_t& input, Choice& choice) const {
+  const auto scene = m_aiSceneParams.find(input.aiscene);
+  if (scene == m_aiSceneParams.end()) return false;
+  fillChoice(findCell(&scene->second, input.lux, input.cct), input.lux, input.cct, choice);
+  return true;
+}
+
+void ParamTrigger::chooseShading(const param_trigger_t& input, Choice& choice) const {
+  fillChoice(findCell(zoomSet(input.zoom_ratio), input.lux, input.cct), input.lux, input.cct,
+             choice);
+}
+
 bool ParamTrigger::triggerLut(param_trigger_t input, param_lut_t* lut, bool& changed) {
   const auto scene = m_aiSceneParams.find(input.aiscene);
   if (scene == m_aiSceneParams.end()) return false;
@@ -178,18 +215,7 @@ bool ParamTrigger::triggerLut(param_trigger_t input, param_lut_t* lut, bool& cha
 
 bool ParamTrigger::triggerShading(param_trigger_t input, param_shading_float_t* shading,
                                   bool& changed) {
-  // The set with the largest key not above the zoom ratio; the first below
-  // every key, the last for NaN (no comparison with NaN holds).
-  const param_t* set = nullptr;
-  auto entry = m_zoomRatioParams.begin();
-  if (entry != m_zoomRatioParams.end()) {
-    for (auto next = std::next(entry);
-         next != m_zoomRatioParams.end() && !(input.zoom_ratio < next->first); ++next) {
-      entry = next;
-    }
-    set = &entry->second;
-  }
-  const Cell cell = findCell(set, input.lux, input.cct);
+  const Cell cell = findCell(zoomSet(input.zoom_ratio), input.lux, input.cct);
   const uint16_t* k = cell.corner;
   LUMO_LOGD("[LumoFilter][%s] shading index %d, %d, %d, %d", m_name.c_str(), k[0], k[1], k[2],
             k[3]);

@@ -36,6 +36,17 @@ public:
   int16_t m_lutIndex[4] = {-1, -1, -1, -1};
   int16_t m_shadingIndex[4] = {-1, -1, -1, -1};
 
+  // What the LUT or shading selection picks for `input`: the four corner
+  // indices (order as above) and their blend weights, with no change detection
+  // and nothing written. Tools draw a calibration's coverage with it, so the
+  // picture is the selection itself. chooseLut is false for an unknown scene.
+  struct Choice {
+    uint16_t corner[4];
+    float weight[4];
+  };
+  bool chooseLut(const param_trigger_t& input, Choice& choice) const;
+  void chooseShading(const param_trigger_t& input, Choice& choice) const;
+
   // The bracket records of one lux/CCT cell and its corner indices a, b, c, d.
   struct Cell {
     param_lux_t luxPrev, luxElem;
@@ -46,6 +57,8 @@ public:
 private:
   // The three bracket searches of a band list (null: no set, an empty list).
   static Cell findCell(const param_t* set, uint16_t lux, uint16_t cct);
+  // The shading set of a zoom ratio (null when there is none).
+  const param_t* zoomSet(float zoomRatio) const;
 
   uint8_t m_debugMode = 0;
   std::string m_name;

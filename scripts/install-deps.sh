@@ -10,6 +10,7 @@ packages=(
   nlohmann-json3-dev libcli11-dev libopencolorio-dev
   ffmpeg
   clang libfuzzer-14-dev libclang-rt-14-dev
+  chromium
 )
 
 missing=()

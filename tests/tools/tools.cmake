@@ -38,3 +38,28 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/lumo_filter/VyLumoFilterPlugin.cpp)
   target_compile_definitions(lumo_cli_tests PRIVATE LUMO_REAL_PLUGIN=1)
   add_dependencies(lumo_cli_tests lumo_filter lumo_demo_calibration)
 endif()
+
+# The HTML report's pieces (they link the plugin's core for its selection).
+if(TARGET lumo_report)
+  lumo_add_gtest(lumo_report_tests
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/report_test.cpp
+    LIBS lumo_report)
+endif()
+
+# The report in Debian's chromium (installed by scripts/install-deps.sh). Not
+# in cross builds: the browser runs on the build machine, the page is the same.
+if(TARGET lumo_report AND NOT CMAKE_CROSSCOMPILING)
+  find_program(LUMO_CHROMIUM NAMES chromium chromium-browser)
+  if(NOT LUMO_CHROMIUM)
+    message(STATUS "chromium not found: the report's browser test will say so when run")
+    set(LUMO_CHROMIUM "")
+  endif()
+  lumo_add_gtest(lumo_report_browser_tests
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/report_browser_test.cpp
+    LIBS lumo_report)
+  target_compile_definitions(lumo_report_browser_tests PRIVATE
+    LUMO_TOOL="$<TARGET_FILE:lumo>"
+    LUMO_CHROMIUM="${LUMO_CHROMIUM}"
+    LUMO_DEMO_CALIBRATION="${CMAKE_BINARY_DIR}/share/lumo/lumo_filter_param.bin")
+  add_dependencies(lumo_report_browser_tests lumo lumo_filter lumo_demo_calibration)
+endif()

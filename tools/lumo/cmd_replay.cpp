@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "host_options.h"
+#include "report_command.h"
 #include "session.h"
 
 namespace lumo {
@@ -24,12 +25,15 @@ struct RunOptions {
 void addReplayCommand(CLI::App& app) {
   auto o = std::make_shared<HostCommandOptions>();
   auto session = std::make_shared<std::string>();
+  auto reportPage = std::make_shared<std::string>();
   CLI::App* c = app.add_subcommand(
       "replay",
       "Feed a capture session (one JSON object per line, one line per frame) through "
       "the plugin as the camera host does");
   c->add_option("SESSION", *session, "Session file (.jsonl); - reads standard input")->required();
   addHostOptions(*c, *o);
+  c->add_option("--report", *reportPage,
+                "Also write an offline HTML page of the run (docs/report.md)");
   c->footer(
       "Session line: {\"instance\": \"preview\"|\"snapshot\", \"frame\": N, \"width\": W, "
       "\"height\": H, \"stride\": S, \"scanline\": L, \"format\": \"nv21\"|\"nv12\"|\"rgba\", "
@@ -37,7 +41,7 @@ void addReplayCommand(CLI::App& app) {
       "\"scene\": ID|NAME, \"faces\": N, \"zoom\": Z, \"image_name\": S, \"stylization\": N, "
       "\"tags\": {...}}}. Only \"instance\" is required. YUV frames are bound to RGB with "
       "full-range BT.601 (JFIF). See docs/lumo.md.");
-  c->callback([o, session] {
+  c->callback([o, session, reportPage] {
     const auto frames = readSession(*session);
     if (frames.empty()) throw Failure(*session + ": no frames in the session");
     for (const SessionFrame& f : frames)
@@ -45,7 +49,11 @@ void addReplayCommand(CLI::App& app) {
         if (const std::string why = outputNameProblem(*f.output); !why.empty())
           throw Failure(f.where("output") + "\"" + *f.output + "\": " + why);
     const auto dir = std::filesystem::path(*session).parent_path();
-    runFrames(frames, *o, dir.empty() ? "." : dir.string());
+    const std::string sessionDir = dir.empty() ? "." : dir.string();
+    const auto reports = runFrames(frames, *o, sessionDir);
+    if (!reportPage->empty())
+      writeSessionReport(frames, reports, sessionDir,
+                         std::filesystem::path(*session).filename().string(), *reportPage);
   });
 }
 

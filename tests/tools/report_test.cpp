@@ -1,0 +1,294 @@
+// The report's pieces: escaping, data URIs and the page's own checks; every
+// section builder gives a well-formed page with no outside reference; the
+// coverage samples against the plugin's trigger; the findings in words; the
+// pictures (chart, LUT strength, thumbnails).
+#include <calib/calibration_file.h>
+#include <calib/looks.h>
+#include <gtest/gtest.h>
+#include <paramTrigger.h>
+#include <paramUtil.h>
+
+#include <cmath>
+#include <numeric>
+
+#include "report/coverage.h"
+#include "report/html.h"
+#include "report/pictures.h"
+#include "report/sections.h"
+#include "tool_runner.h"
+
+using namespace lumo;
+using namespace lumo::report;
+using lumo_test::ScratchTest;
+
+namespace {
+
+calib::LutBlock flatLut(uint8_t value) { return calib::LutBlock(calib::kLutBlockBytes, value); }
+
+calib::LuxBand luxBand(uint16_t start, uint16_t end, std::vector<calib::CctBand> ccts) {
+  return {start, end, std::move(ccts)};
+}
+
+// Two lux bands with a gap, each with two CCT bands with a gap; LUT k is
+// flat at 10 + 40k so a blend's bytes tell its weights.
+calib::CalibrationFile fourCornerFile() {
+  calib::CalibrationFile f;
+  f.scenes.push_back({"common",
+                      {luxBand(0, 100, {{2000, 4000, 0}, {5000, 9000, 1}}),
+                       luxBand(200, 1000, {{2000, 4000, 2}, {5000, 9000, 3}})},
+                      {}});
+  f.zooms.push_back({1.0f, {luxBand(0, 1000, {{2000, 9000, 0}})}, {}});
+  f.zooms.push_back({2.0f, {luxBand(0, 1000, {{2000, 9000, 1}})}, {}});
+  for (uint8_t k = 0; k < 4; ++k) f.luts.push_back(flatLut(uint8_t(10 + 40 * k)));
+  f.shadings = {{0.2f, 0.9f, 1, 0.5f, 0, 1, 0, 1}, {0, 1, 1, -0.3f, 0, 1, 0, 1}};
+  return f;
+}
+
+// What a freshly initialised trigger makes of the "common" scene at lux, cct.
+bool freshTrigger(ParamUtil& store, uint16_t lux, uint16_t cct, ParamTrigger& trigger,
+                  param_lut_t& lut) {
+  trigger.initialize({false, "t"}, store);
+  param_trigger_t input;
+  input.lux = lux;
+  input.cct = cct;
+  input.aiscene = "common";
+  bool changed = false;
+  return trigger.triggerLut(input, &lut, changed);
+}
+
+class ReportCalib : public ScratchTest {
+protected:
+  std::string writeCalib(const calib::CalibrationFile& f) {
+    std::string error;
+    const std::string p = path("calib.bin");
+    EXPECT_TRUE(calib::writeFile(f, p, &error)) << error;
+    return p;
+  }
+};
+
+}  // namespace
+
+TEST(ReportHtml, EscapesBase64AndDataUris) {
+  const struct {
+    std::string in, escaped, b64;
+  } cases[] = {
+      {"", "", ""},
+      {"f", "f", "Zg=="},
+      {"fo", "fo", "Zm8="},
+      {"foo", "foo", "Zm9v"},
+      {"foob", "foob", "Zm9vYg=="},
+      {"fooba", "fooba", "Zm9vYmE="},
+      {"foobar", "foobar", "Zm9vYmFy"},
+      {"<a href='x'>&\"", "&lt;a href=&#39;x&#39;&gt;&amp;&quot;", "PGEgaHJlZj0neCc+JiI="},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(escapeHtml(c.in), c.escaped) << c.in;
+    EXPECT_EQ(base64(reinterpret_cast<const uint8_t*>(c.in.data()), c.in.size()), c.b64) << c.in;
+  }
+  EXPECT_EQ(dataUri("image/png", {'f', 'o', 'o'}), "data:image/png;base64,Zm9v");
+}
+
+TEST(ReportHtml, FindsOutsideReferencesAndUnbalancedTags) {
+  const struct {
+    std::string html;
+    size_t outside;
+    size_t unbalanced;
+  } cases[] = {
+      {"<p><img src=\"data:image/png;base64,AA\"><a href=\"#frame-1\">x</a></p>", 0, 0},
+      {"<script src=\"app.js\"></script>", 1, 0},
+      {"<link href=\"https://cdn.example/x.css\">", 2, 0},  // the URL, and the attribute
+      {"<div style=\"background:url(pic.png)\"></div>", 1, 0},
+      {"<svg><path d=\"M0 0\"/><rect/></svg>", 0, 0},
+      {"<div><span></div>", 0, 1},  // <span> never closed
+      {"<table><tr><td>x</td></tr>", 0, 1},
+      {"<p>text</p></p>", 0, 1},
+      {"<ul><li>a<li>b</ul>", 0, 2},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(externalReferences(c.html).size(), c.outside) << c.html;
+    EXPECT_EQ(unbalancedTags(c.html).size(), c.unbalanced) << c.html;
+  }
+}
+
+TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
+  const calib::CalibrationFile file = fourCornerFile();
+  SelectionProbe probe(writeCalib(file));
+  const auto lux = luxAxis(2000, 24), cct = cctAxis(1500, 10000, 12);
+  const std::vector<CoverageMap> scenes{probe.sceneMap("common", lux, cct)};
+  const std::vector<CoverageMap> zooms{probe.zoomMap(1.0f, lux, cct),
+                                       probe.zoomMap(2.0f, lux, cct)};
+  ReplayFrame shown, copied;
+  shown.instance = "preview";
+  shown.filtered = true;
+  shown.outcome = "filtered";
+  shown.lux = 150;
+  shown.lutIndex = std::array<int, 4>{0, 1, 2, 3};
+  shown.lutWeight = std::array<double, 4>{0.25, 0.25, 0.25, 0.25};
+  shown.script = "CubeLutEffect;cube_strength=1;lut_type=1.0;<x-injected>";
+  shown.before = shown.after = dataUri("image/png", pngBytes(referenceChart()));
+  copied.instance = "snapshot";
+  copied.outcome = "copied: bypass switch";
+  copied.pictureNote = "left out";
+  std::string styles;
+  const Section built[] = {
+      calibrationSection(file, styles),
+      coverageSection(scenes, zooms, coverageFindings(file, scenes, zooms, &probe)),
+      replaySection({shown, copied}),
+      strengthSection("chart", {{0.0, shown.before}, {1.0, shown.after}}),
+  };
+  for (const Section& s : built) {
+    const std::string html = page("t", {s}, styles);
+    EXPECT_EQ(unbalancedTags(html), std::vector<std::string>{}) << s.id;
+    EXPECT_EQ(externalReferences(html), std::vector<std::string>{}) << s.id;
+    EXPECT_NE(html.find("id=\"" + s.id + "\""), std::string::npos);
+    EXPECT_EQ(html.find("<x-injected>"), std::string::npos) << "unescaped text in " << s.id;
+  }
+  // One cell per CCT band plus the chart; one panel per frame, a slider only with pictures.
+  EXPECT_EQ(lumo_test::countOf(built[0].body, "class=\"cell\""), 4u + 2u + 1u);
+  EXPECT_EQ(lumo_test::countOf(built[2].body, "class=\"frame\""), 2u);
+  EXPECT_EQ(lumo_test::countOf(built[2].body, "type=\"range\""), 1u);
+  EXPECT_EQ(lumo_test::countOf(built[1].body, "class=\"map "), 3u);
+}
+
+// Each sample is what a fresh trigger selects for the same input: the same
+// corners, and weights that reproduce the trigger's blend of flat LUTs.
+TEST_F(ReportCalib, CoverageSamplesAreTheTriggersChoice) {
+  const calib::CalibrationFile file = fourCornerFile();
+  const std::string p = writeCalib(file);
+  SelectionProbe probe(p);
+  ParamUtil store(p);
+  const struct {
+    uint16_t lux, cct;
+    std::array<uint16_t, 4> corners;
+  } cases[] = {
+      {50, 3000, {0, 0, 0, 0}},   // inside one cell
+      {50, 4500, {0, 1, 0, 1}},   // CCT gap inside a lux band
+      {150, 3000, {0, 0, 2, 2}},  // lux gap
+      {150, 4500, {0, 1, 2, 3}},  // both gaps: four blocks
+      {0, 1000, {0, 0, 0, 0}},    // below everything: clamps to the first cell
+      {700, 8000, {3, 3, 3, 3}},
+  };
+  for (const auto& c : cases) {
+    const CoverageSample s = probe.lut("common", c.lux, c.cct);
+    ASSERT_TRUE(s.found);
+    EXPECT_EQ(s.corner, c.corners) << c.lux << " " << c.cct;
+    ParamTrigger trigger;
+    param_lut_t lut{};
+    ASSERT_TRUE(freshTrigger(store, c.lux, c.cct, trigger, lut));
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(uint16_t(trigger.m_lutIndex[i]), s.corner[i]);
+    double expected = 0;
+    for (int i = 0; i < 4; ++i) expected += double(s.weight[i]) * (10 + 40 * s.corner[i]);
+    EXPECT_NEAR(lut.data[100], expected, 1.0) << c.lux << " " << c.cct;
+    std::vector<uint8_t> blended;
+    ASSERT_TRUE(probe.blendedLut("common", c.lux, c.cct, blended));
+    EXPECT_EQ(blended[100], lut.data[100]);
+  }
+  EXPECT_FALSE(probe.lut("Common", 50, 3000).found);  // scene names are exact
+  // Above every lux band the search fails; the weights are not finite there.
+  const CoverageSample above = probe.lut("common", 5000, 3000);
+  EXPECT_FALSE(std::isfinite(above.weight[0]) && std::isfinite(above.weight[1]));
+  EXPECT_EQ(sampleColour(above).r, 90);
+  // Zoom: 1.5 takes the 1.0 set (block 0), 3 the 2.0 set (block 1).
+  EXPECT_EQ(probe.shading(1.5f, 50, 3000).corner[0], 0);
+  EXPECT_EQ(probe.shading(3.0f, 50, 3000).corner[0], 1);
+}
+
+TEST_F(ReportCalib, FindingsSayWhatTheTreesAndMapsShow) {
+  using Edit = void (*)(calib::CalibrationFile&);
+  const struct {
+    const char* name;
+    Edit edit;
+    const char* expected;  // in some finding's text
+  } cases[] = {
+      {"one cct band", [](calib::CalibrationFile& f) { f.scenes[0].luxBands[0].ccts.pop_back(); },
+       "has one CCT band only"},
+      {"no low light", [](calib::CalibrationFile& f) { f.scenes[0].luxBands[0].start = 60; },
+       "no band under 50 lux"},
+      {"duplicate scene", [](calib::CalibrationFile& f) { f.scenes.push_back(f.scenes[0]); },
+       "duplicate key"},
+      {"duplicate zoom", [](calib::CalibrationFile& f) { f.zooms.push_back(f.zooms[0]); },
+       "duplicate key"},
+      {"shadowed band",
+       [](calib::CalibrationFile& f) {
+         // The second lux band lies inside the first: the first always wins.
+         f.scenes[0].luxBands[0].end = 1000;
+       },
+       "block 2 is named by a band but never chosen"},
+      {"unsorted cct",
+       [](calib::CalibrationFile& f) { f.scenes[0].luxBands[1].ccts[1].start = 3000; },
+       "does not start above the band before it"},
+  };
+  for (const auto& c : cases) {
+    calib::CalibrationFile file = fourCornerFile();
+    c.edit(file);
+    SelectionProbe probe(writeCalib(file));
+    const auto lux = luxAxis(2000, 32), cct = cctAxis(1500, 10000, 16);
+    const std::vector<CoverageMap> scenes{probe.sceneMap("common", lux, cct)};
+    const auto findings = coverageFindings(file, scenes, {}, &probe);
+    bool found = false;
+    for (const auto& f : findings) found = found || f.text.find(c.expected) != std::string::npos;
+    EXPECT_TRUE(found) << c.name;
+  }
+  // The plain file: only the scenes the camera reports and the file lacks.
+  const calib::CalibrationFile plain = fourCornerFile();
+  SelectionProbe probe(writeCalib(plain));
+  const auto findings = coverageFindings(plain, {}, {}, &probe);
+  EXPECT_EQ(findings.size(), 5u);
+  for (const auto& f : findings)
+    EXPECT_NE(f.text.find("has no entry"), std::string::npos) << f.text;
+}
+
+TEST(ReportPictures, ChartStrengthAndThumbnails) {
+  const Image chart = referenceChart();
+  ASSERT_EQ(chart.geometry.width, uint32_t(kChartColumns * kChartPatch));
+  ASSERT_EQ(chartPatches().size(), size_t(kChartColumns * kChartRows));
+  const calib::LutBlock identity = calib::identityLut();
+  const calib::LutBlock black = flatLut(0);
+  const struct {
+    const calib::LutBlock* lut;
+    double strength;
+    int expectedR;  // of the first patch (dark skin, red 115)
+  } cases[] = {{&identity, 1.0, 115}, {&black, 0.0, 115}, {&black, 1.0, 0}, {&black, 0.5, 58}};
+  for (const auto& c : cases) {
+    const Image out = applyLut(chart, c.lut->data(), c.strength);
+    EXPECT_NEAR(out.row(0)[0], c.expectedR, 1) << c.strength;
+    EXPECT_EQ(out.row(0)[3], 255);
+  }
+  const struct {
+    uint32_t w, h, side, tw, th;
+  } sizes[] = {{640, 480, 320, 320, 240}, {100, 400, 320, 80, 320}, {200, 100, 320, 200, 100}};
+  for (const auto& s : sizes) {
+    Image big = makeImage(completeGeometry({PixelFormat::Rgba, s.w, s.h, 0, 0}));
+    const Image t = thumbnail(big, s.side);
+    EXPECT_EQ(t.geometry.width, s.tw);
+    EXPECT_EQ(t.geometry.height, s.th);
+  }
+  // Encoded pictures start as their formats do.
+  EXPECT_EQ(pngBytes(chart)[1], 'P');
+  EXPECT_EQ(jpegBytes(chart, 80)[0], 0xFF);
+}
+
+// A cell naming a block past the pool: the plugin gives such frames no
+// parameters, and the map marks every sample whose corners include it.
+TEST_F(ReportCalib, BlocksOutsideThePoolAreMarkedAsThePluginRefusesThem) {
+  calib::CalibrationFile file = fourCornerFile();
+  file.scenes[0].luxBands[0].ccts[1].index = 5;  // the pool still ends at block 3
+  const std::string p = writeCalib(file);
+  SelectionProbe probe(p);
+  ParamUtil store(p);
+  const struct {
+    uint16_t lux, cct;
+    bool inPool;
+  } cases[] = {{50, 3000, true},
+               {50, 4500, false},
+               {50, 7000, false},
+               {150, 7000, false},
+               {500, 7000, true}};
+  for (const auto& c : cases) {
+    const CoverageSample s = probe.lut("common", c.lux, c.cct);
+    EXPECT_EQ(s.inPool, c.inPool) << c.lux << " " << c.cct;
+    ParamTrigger trigger;
+    param_lut_t lut{};
+    EXPECT_EQ(freshTrigger(store, c.lux, c.cct, trigger, lut), c.inPool) << c.lux << " " << c.cct;
+  }
+}
