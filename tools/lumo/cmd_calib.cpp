@@ -21,6 +21,16 @@ calib::ReadResult readOrFail(const std::string& path) {
   return calib::readCalibrationFile(path);
 }
 
+// How each look read from a file was brought onto the lattice, and what looks wrong with it.
+void printLookSources(const std::vector<calib::LookSource>& sources) {
+  for (const calib::LookSource& s : sources) {
+    std::printf("%s: %s: %s\n", s.field.c_str(), escapeBytes(s.path).c_str(), s.summary.c_str());
+    for (const calib::LutProblem& p : s.problems)
+      std::printf("%s: %s: warning: %s (%s)\n", s.field.c_str(), escapeBytes(s.path).c_str(),
+                  p.message.c_str(), p.code.c_str());
+  }
+}
+
 void addBuild(CLI::App& calibApp) {
   auto desc = std::make_shared<std::string>();
   auto out = std::make_shared<std::string>();
@@ -30,18 +40,23 @@ void addBuild(CLI::App& calibApp) {
   c->add_option("-o,--output", *out, "Calibration file to write")->required();
   c->footer(
       "Description: {\"looks\": {NAME: {\"generate\": {exposure, temperature, tint, contrast, "
-      "saturation, shadows, highlights, fade, gamma}} | {\"cube\": FILE}}, \"shadings\": {NAME: "
+      "saturation, shadows, highlights, fade, gamma}} | {\"lut\": FILE}}, \"shadings\": {NAME: "
       "[8 floats]}, \"scenes\": [{\"name\": SCENE, \"lux\": [{\"start\": N, \"end\": N, \"cct\": "
       "[{\"start\": N, \"end\": N, \"lut\": NAME}]}]}], \"zooms\": [{\"ratio\": R, \"lux\": [... "
       "\"shading\": NAME ...]}]}. Scene names the camera reports: common, plants, night, "
       "sunrise_sunset, food, protrait. Bands ascend without overlap. The file is checked as "
       "`calib check` would before it is written. Full description: docs/lumo.md (lumo calib); "
-      "`calib export` of an existing file gives a worked example.");
+      "`calib export` of an existing file gives a worked example. LUT files: any format "
+      "OpenColorIO reads (.cube in both dialects, .3dl, .clf, .ctf, .csp, .spi3d, ...), any "
+      "lattice of 2 to 129 points, evaluated at the 17-point lattice; each is reported with its "
+      "resampling error (maximum and mean in code values over a 52^3 grid) and what `lumo lut "
+      "doctor` finds wrong with it. Formats: docs/calibration.md.");
   c->callback([desc, out] {
     calib::CalibrationFile file;
     std::vector<uint8_t> bytes;
+    std::vector<calib::LookSource> sources;
     try {
-      file = calib::readDescription(*desc);
+      file = calib::readDescription(*desc, &sources);
       bytes = calib::serialize(file);
     } catch (const std::invalid_argument& e) {
       throw Failure(e.what());
@@ -55,6 +70,7 @@ void addBuild(CLI::App& calibApp) {
                     std::to_string(errorCount(checked.issues)) + " errors above)");
     std::string error;
     if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
+    printLookSources(sources);
     std::printf("%s: %zu scenes, %zu zoom ratios, %zu LUTs, %zu shadings\n", out->c_str(),
                 file.scenes.size(), file.zooms.size(), file.luts.size(), file.shadings.size());
   });
