@@ -305,36 +305,29 @@ std::string describeImport(const LutImport& import) {
 std::vector<LutProblem> lutProblems(const LutImport& import) {
   std::vector<LutProblem> out;
   const LutSourceInfo& info = import.info;
-  const std::vector<float>& l = info.lattice;
-  char text[160];
+  char text[256];
   if (info.domainMin != std::array<double, 3>{0, 0, 0} ||
       info.domainMax != std::array<double, 3>{1, 1, 1}) {
-    std::snprintf(text, sizeof(text),
-                  "input domain %g %g %g .. %g %g %g, not 0..1: inputs outside it are clamped",
-                  info.domainMin[0], info.domainMin[1], info.domainMin[2], info.domainMax[0],
-                  info.domainMax[1], info.domainMax[2]);
+    std::snprintf(
+        text, sizeof(text),
+        "input domain %g %g %g .. %g %g %g, not 0..1: the camera's 0..1 inputs are mapped "
+        "through it (built in)",
+        info.domainMin[0], info.domainMin[1], info.domainMin[2], info.domainMax[0],
+        info.domainMax[1], info.domainMax[2]);
     out.push_back({"domain", text});
   }
-  if (l.empty()) return out;
-  const int n = info.size3d;
+  // Values and order are the file's own lattice's.
+  const std::vector<float>& l = info.lattice;
   size_t nan = 0, outside = 0;
-  double lo = 1e300, hi = -1e300, identityDev = 0, spread = 0;
-  std::array<double, 3> cmin{1e300, 1e300, 1e300}, cmax{-1e300, -1e300, -1e300};
-  for (size_t i = 0; i < l.size(); ++i) {
-    const double v = l[i];
+  double lo = 1e300, hi = -1e300;
+  for (const float v : l) {
     if (!std::isfinite(v)) {
       ++nan;
       continue;
     }
     if (v < -1e-6 || v > 1 + 1e-6) ++outside;
-    lo = std::min(lo, v), hi = std::max(hi, v);
-    const int c = int(i % 3);
-    cmin[c] = std::min(cmin[c], v), cmax[c] = std::max(cmax[c], v);
-    const size_t p = i / 3;
-    const size_t idx[3] = {p % n, (p / n) % n, p / (size_t(n) * n)};
-    identityDev = std::max(identityDev, std::fabs(v - double(idx[c]) / (n - 1)));
+    lo = std::min(lo, double(v)), hi = std::max(hi, double(v));
   }
-  for (int c = 0; c < 3; ++c) spread = std::max(spread, cmax[c] - cmin[c]);
   if (nan != 0) {
     std::snprintf(text, sizeof(text), "%zu lattice values are NaN or infinite (built as 0)", nan);
     out.push_back({"nan", text});
@@ -345,18 +338,31 @@ std::vector<LutProblem> lutProblems(const LutImport& import) {
                   outside, lo, hi);
     out.push_back({"out-of-range", text});
   }
-  if (looksBlueFastest(l, n))
+  if (looksBlueFastest(l, info.size3d))
     out.push_back({"blue-fastest",
                    "lattice looks written blue-fastest: output red follows the blue index (the "
                    "format wants red fastest; red and blue would swap)"});
-  if (nan != l.size() && identityDev * 255 < 1.0) {
+  // Identity and constancy are of the whole transform (shaper and domain
+  // included), as the built block has it.
+  const LutBlock& b = import.lut;
+  int identityDev = 0;
+  std::array<int, 3> cmin{255, 255, 255}, cmax{0, 0, 0};
+  for (size_t i = 0; i < b.size(); ++i) {
+    const size_t p = i / 3, c = i % 3;
+    const size_t idx[3] = {p % kLutEdge, (p / kLutEdge) % kLutEdge, p / (kLutEdge * kLutEdge)};
+    const int expected = int(std::lround(255.0 * double(idx[c]) / double(kLutEdge - 1)));
+    identityDev = std::max(identityDev, std::abs(int(b[i]) - expected));
+    cmin[c] = std::min(cmin[c], int(b[i])), cmax[c] = std::max(cmax[c], int(b[i]));
+  }
+  const int spread = std::max({cmax[0] - cmin[0], cmax[1] - cmin[1], cmax[2] - cmin[2]});
+  if (!b.empty() && identityDev <= 1) {
     std::snprintf(text, sizeof(text),
-                  "lattice is nearly the identity (at most %.2f code values from it)",
-                  identityDev * 255);
+                  "the look is nearly the identity (at most %d code value%s from it)", identityDev,
+                  identityDev == 1 ? "" : "s");
     out.push_back({"near-identity", text});
-  } else if (nan != l.size() && spread * 255 < 2.0) {
-    std::snprintf(text, sizeof(text), "lattice is nearly constant (outputs span %.2f code values)",
-                  spread * 255);
+  } else if (!b.empty() && spread < 2) {
+    std::snprintf(text, sizeof(text), "the look is nearly constant (outputs span %d code value%s)",
+                  spread, spread == 1 ? "" : "s");
     out.push_back({"near-constant", text});
   }
   return out;

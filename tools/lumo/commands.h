@@ -15,6 +15,7 @@ void addCalibCommand(CLI::App& app);
 void addGenerateCommand(CLI::App& app);
 void addYuvCommand(CLI::App& app);
 void addSessionCommand(CLI::App& app);
+void addLutCommand(CLI::App& app);
 
 // A group of commands ("lumo GROUP NAME") with its first command.
 inline CLI::App* addGroupedCommand(CLI::App& app, const std::string& group,

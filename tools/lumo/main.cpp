@@ -66,6 +66,7 @@ int main(int argc, char** argv) {
   lumo::addGenerateCommand(app);
   lumo::addYuvCommand(app);
   lumo::addSessionCommand(app);
+  lumo::addLutCommand(app);
   if (!commandsKnown(app, argc, argv)) return 2;
   try {
     app.parse(argc, argv);

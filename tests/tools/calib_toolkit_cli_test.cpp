@@ -1,0 +1,71 @@
+// Black-box tests of the LUT and calibration-file examination commands:
+// `lut doctor`, `calib lint` and `calib diff`, text and JSON, and their exit
+// statuses.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tool_runner.h"
+
+using namespace lumo_test;
+using ::testing::HasSubstr;
+
+namespace {
+
+// A .cube of `edge` points, rows red-fastest unless `blueFastest`.
+std::string cube(int edge, bool blueFastest, double gain = 1, const std::string& header = "") {
+  std::string text = header + "LUT_3D_SIZE " + std::to_string(edge) + "\n";
+  for (int s = 0; s < edge; ++s)
+    for (int m = 0; m < edge; ++m)
+      for (int q = 0; q < edge; ++q) {
+        const int r = blueFastest ? s : q, b = blueFastest ? q : s;
+        char row[80];
+        std::snprintf(row, sizeof(row), "%.6f %.6f %.6f\n", gain * r / (edge - 1.0),
+                      0.5 * m / (edge - 1.0), b / (edge - 1.0) * 0.8);
+        text += row;
+      }
+  return text;
+}
+
+}  // namespace
+
+class LutDoctorCli : public ToolTest {};
+
+TEST_F(LutDoctorCli, EachProblemIsNamedAndSetsTheExitStatus) {
+  const struct {
+    const char* name;
+    std::string text;
+    const char* problem;  // nullptr: the file is fine
+  } cases[] = {
+      {"good.cube", cube(33, false), nullptr},
+      {"transposed.cube", cube(33, true), "(blue-fastest)"},
+      {"hot.cube", cube(9, false, 1.5), "(out-of-range)"},
+      {"domain.cube", cube(5, false, 1, "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 2 1\n"), "(domain)"},
+      {"broken.cube", "LUT_3D_SIZE 2\n0 0 0\n", "calib build would refuse it"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    write(c.name, c.text);
+    const Outcome o = lumo(std::string("lut doctor ") + c.name);
+    EXPECT_EQ(o.status, c.problem == nullptr ? 0 : 1);
+    if (c.problem == nullptr) {
+      EXPECT_THAT(o.out,
+                  HasSubstr(std::string(c.name) + ": iridas_cube (Iridas dialect), "
+                                                  "33-point lattice, no shaper, domain 0..1"));
+      EXPECT_THAT(o.out, HasSubstr("33-point lattice resampled to 17 (tetrahedral); error max"));
+      EXPECT_THAT(o.out, HasSubstr(std::string(c.name) + ": ok\n"));
+    } else {
+      EXPECT_THAT(o.out, HasSubstr(c.problem));
+      EXPECT_THAT(o.err, HasSubstr("lut doctor: 1 of 1 files have problems"));
+    }
+  }
+  const Outcome all = lumo("lut doctor --json good.cube transposed.cube");
+  EXPECT_EQ(all.status, 1);
+  const nlohmann::json j = nlohmann::json::parse(all.out);
+  ASSERT_EQ(j.size(), 2u);
+  EXPECT_EQ(j[0]["ok"], true);
+  EXPECT_EQ(j[0]["lattice_size"], 33);
+  EXPECT_EQ(j[1]["problems"][0]["code"], "blue-fastest");
+  EXPECT_LT(j[0]["build"]["error_mean"].get<double>(), j[0]["build"]["error_max"].get<double>());
+}
