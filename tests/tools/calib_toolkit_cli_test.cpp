@@ -69,3 +69,32 @@ TEST_F(LutDoctorCli, EachProblemIsNamedAndSetsTheExitStatus) {
   EXPECT_EQ(j[1]["problems"][0]["code"], "blue-fastest");
   EXPECT_LT(j[0]["build"]["error_mean"].get<double>(), j[0]["build"]["error_max"].get<double>());
 }
+
+class CalibLintCli : public ToolTest {};
+
+TEST_F(CalibLintCli, SilentOnTheDemoStrictFailsOnAFindingBrokenFilesAreRefused) {
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o demo.bin").status, 0);
+  Outcome o = lumo("calib lint --strict demo.bin");
+  EXPECT_EQ(o.status, 0) << o.out;
+  EXPECT_EQ(o.out, "demo.bin: 0 findings\n");
+  // Only the common scene, with a single CCT band from 100 lux.
+  write("one.json", R"({"looks": {"a": {"generate": {}}}, "shadings": {"s": [0,0,0,0,0,0,0,0]},
+    "scenes": [{"name": "common", "lux": [{"start": 100, "end": 65535,
+                "cct": [{"start": 0, "end": 65535, "lut": "a"}]}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+               "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})");
+  ASSERT_EQ(lumo("calib build one.json -o one.bin").status, 0);
+  o = lumo("calib lint one.bin");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_THAT(o.out, HasSubstr("one.bin: scene block 0 \"common\": warning: one CCT band only"));
+  EXPECT_THAT(o.out, HasSubstr("(no-low-lux)"));
+  EXPECT_THAT(o.out, HasSubstr("one.bin: scene \"night\": warning: "));
+  EXPECT_THAT(o.out, HasSubstr("one.bin: 7 findings\n"));
+  o = lumo("calib lint --strict --json one.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(nlohmann::json::parse(o.out)[0]["warnings"], 7);
+  write("junk.bin", "not a calibration file");
+  o = lumo("calib lint junk.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("junk.bin: not linted: the file breaks the format"));
+}

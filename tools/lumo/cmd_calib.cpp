@@ -10,6 +10,7 @@
 
 #include "atomic_file.h"
 #include "calib_findings.h"
+#include "calib_lint.h"
 #include "commands.h"
 #include "failure.h"
 
@@ -158,15 +159,62 @@ void addExport(CLI::App& calibApp) {
   });
 }
 
+void addLint(CLI::App& calibApp) {
+  auto files = std::make_shared<std::vector<std::string>>();
+  auto json = std::make_shared<bool>(false);
+  auto strict = std::make_shared<bool>(false);
+  CLI::App* c = calibApp.add_subcommand(
+      "lint",
+      "What a valid calibration file allows but is probably a mistake; each finding names the "
+      "record. Exit 1 when a file breaks the format (see `calib check`), or with --strict on "
+      "any finding");
+  c->add_option("FILE", *files, "Calibration files")->required();
+  c->add_flag("--json", *json, "Report as JSON");
+  c->add_flag("--strict", *strict, "Exit 1 when any finding fires");
+  c->footer(
+      "Rules: single-cct (a scene whose every lux band has one CCT band: the look never follows "
+      "white balance); no-low-lux (a scene or zoom block whose lowest lux band starts at 50 lux "
+      "or more); never-chosen (a scene or zoom block repeating an earlier name or ratio, a LUT "
+      "or shading block no CCT band refers to); missing-scene (a scene the camera reports with "
+      "no block); zoom-order (zoom ratios not ascending in file order). Details: "
+      "docs/calibration.md.");
+  c->callback([files, json, strict] {
+    bool failed = false;
+    nlohmann::json report = nlohmann::json::array();
+    for (const std::string& path : *files) {
+      const calib::ReadResult r = readOrFail(path);
+      if (!r.ok()) {
+        for (const std::string& line : findingLines(path, r.issues))
+          std::fprintf(stderr, "%s\n", line.c_str());
+        throw Failure(path + ": not linted: the file breaks the format (" +
+                      std::to_string(errorCount(r.issues)) + " errors; see `lumo calib check`)");
+      }
+      const std::vector<LintFinding> findings = lintCalibration(r.file);
+      failed = failed || (*strict && !findings.empty());
+      if (*json) {
+        nlohmann::json entry = lintJson(findings);
+        entry["file"] = escapeBytes(path);
+        report.push_back(entry);
+      } else {
+        for (const LintFinding& f : findings) std::printf("%s\n", lintLine(path, f).c_str());
+        std::printf("%s: %zu findings\n", escapeBytes(path).c_str(), findings.size());
+      }
+    }
+    if (*json) std::printf("%s\n", report.dump(2).c_str());
+    if (failed) throw Failure("calib lint: findings with --strict");
+  });
+}
+
 }  // namespace
 
 void addCalibCommand(CLI::App& app) {
-  CLI::App* c = app.add_subcommand("calib", "Calibration files: build, check, dump, export");
+  CLI::App* c = app.add_subcommand("calib", "Calibration files: build, check, dump, export, lint");
   c->require_subcommand(1);
   addBuild(*c);
   addCheck(*c);
   addDump(*c);
   addExport(*c);
+  addLint(*c);
 }
 
 }  // namespace lumo
