@@ -98,3 +98,40 @@ TEST_F(CalibLintCli, SilentOnTheDemoStrictFailsOnAFindingBrokenFilesAreRefused) 
   EXPECT_EQ(o.status, 1);
   EXPECT_THAT(o.err, HasSubstr("junk.bin: not linted: the file breaks the format"));
 }
+
+class CalibDiffCli : public ToolTest {};
+
+TEST_F(CalibDiffCli, ALookSwappedInOneCellIsMeasuredOnTheChart) {
+  const std::string base =
+      R"({"looks": {"a": {"generate": {}}, "b": {"generate": {"temperature": 0.5}}},
+    "shadings": {"s": [0,0,0,0,0,0,0,0]},
+    "scenes": [{"name": "common", "lux": [{"start": 0, "end": 65535,
+                "cct": [{"start": 0, "end": 4000, "lut": "a"}, {"start": 4001, "end": 65535, "lut": "LOOK"}]}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+               "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})";
+  for (const char* look : {"a", "b"}) {
+    std::string text = base;
+    text.replace(text.find("LOOK"), 4, look);
+    write(std::string(look) + ".json", text);
+    ASSERT_EQ(lumo(std::string("calib build ") + look + ".json -o " + look + ".bin").status, 0);
+  }
+  Outcome o = lumo("calib diff a.bin a.bin");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "0 changes\n");
+  o = lumo("calib diff a.bin b.bin");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_THAT(o.out, HasSubstr("scene \"common\", lux band 0, cct band 1: LUT block 0 -> 1: "
+                               "contents changed, dE00 mean "));
+  o = lumo("calib diff --json a.bin b.bin");
+  const nlohmann::json j = nlohmann::json::parse(o.out);
+  bool measured = false;
+  for (const auto& e : j)
+    if (e.contains("ciede2000")) {
+      measured = true;
+      EXPECT_GT(e["ciede2000"]["max"].get<double>(), 1.0);
+      EXPECT_EQ(e["ciede2000"]["worst"].size(), 3u);
+    }
+  EXPECT_TRUE(measured) << o.out;
+  write("junk.bin", "x");
+  EXPECT_EQ(lumo("calib diff a.bin junk.bin").status, 1);
+}

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "atomic_file.h"
+#include "calib_diff.h"
 #include "calib_findings.h"
 #include "calib_lint.h"
 #include "commands.h"
@@ -205,16 +206,52 @@ void addLint(CLI::App& calibApp) {
   });
 }
 
+void addDiff(CLI::App& calibApp) {
+  auto a = std::make_shared<std::string>();
+  auto b = std::make_shared<std::string>();
+  auto json = std::make_shared<bool>(false);
+  CLI::App* c = calibApp.add_subcommand(
+      "diff",
+      "What changed from calibration file A to B, per scene, band and zoom ratio; for LUT "
+      "blocks the colour difference on the reference chart");
+  c->add_option("A", *a, "Calibration file before")->required();
+  c->add_option("B", *b, "Calibration file after")->required();
+  c->add_flag("--json", *json, "Report as JSON");
+  c->footer(
+      "Scenes are matched by name and zoom blocks by ratio, as the plugin finds them; lux and CCT "
+      "bands by position. Reported: header texts, added and removed scenes, zoom ratios and "
+      "bands, changed band limits, a cell pointing at another block, and changed block contents. "
+      "A LUT block whose contents changed is measured on the 24-patch reference chart: CIEDE2000 "
+      "mean and maximum, with the three worst patches. Exit 0 whether or not the files differ; 1 "
+      "when either breaks the format.");
+  c->callback([a, b, json] {
+    calib::ReadResult ra = readOrFail(*a), rb = readOrFail(*b);
+    for (const auto* r : {&ra, &rb})
+      if (!r->ok())
+        throw Failure((r == &ra ? *a : *b) +
+                      ": not compared: the file breaks the format (see `lumo calib check`)");
+    const std::vector<DiffEntry> entries = diffCalibration(ra.file, rb.file);
+    if (*json) {
+      std::printf("%s\n", diffJson(entries).dump(2).c_str());
+      return;
+    }
+    for (const DiffEntry& e : entries) std::printf("%s\n", diffLine(e).c_str());
+    std::printf("%zu changes\n", entries.size());
+  });
+}
+
 }  // namespace
 
 void addCalibCommand(CLI::App& app) {
-  CLI::App* c = app.add_subcommand("calib", "Calibration files: build, check, dump, export, lint");
+  CLI::App* c =
+      app.add_subcommand("calib", "Calibration files: build, check, dump, export, lint, diff");
   c->require_subcommand(1);
   addBuild(*c);
   addCheck(*c);
   addDump(*c);
   addExport(*c);
   addLint(*c);
+  addDiff(*c);
 }
 
 }  // namespace lumo
