@@ -96,34 +96,32 @@ private:
     if (a != b) add(record, "\"" + escapeBytes(a) + "\" -> \"" + escapeBytes(b) + "\"");
   }
 
+  // A band present on one side only is reported as added or removed (false);
+  // on both sides, changed limits are reported (true: compare further).
+  template <typename Band>
+  bool bothSides(const std::string& record, const std::vector<Band>& a, const std::vector<Band>& b,
+                 size_t i, const std::string& kind) {
+    if (i >= b.size() || i >= a.size()) {
+      const Band& only = i >= b.size() ? a[i] : b[i];
+      add(record, std::string(i >= b.size() ? "removed (" : "added (") + kind + " " +
+                      range(only.start, only.end) + ")");
+      return false;
+    }
+    if (a[i].start != b[i].start || a[i].end != b[i].end)
+      add(record, kind + " " + range(a[i].start, a[i].end) + " -> " + range(b[i].start, b[i].end));
+    return true;
+  }
+
   void bands(const std::string& record, const std::vector<calib::LuxBand>& a,
              const std::vector<calib::LuxBand>& b, bool luts) {
     for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
       const std::string lr = record + ", lux band " + quoted(i);
-      if (i >= b.size()) {
-        add(lr, "removed (lux " + range(a[i].start, a[i].end) + ")");
-        continue;
-      }
-      if (i >= a.size()) {
-        add(lr, "added (lux " + range(b[i].start, b[i].end) + ")");
-        continue;
-      }
-      if (a[i].start != b[i].start || a[i].end != b[i].end)
-        add(lr, "lux " + range(a[i].start, a[i].end) + " -> " + range(b[i].start, b[i].end));
+      if (!bothSides(lr, a, b, i, "lux")) continue;
       const auto& ca = a[i].ccts;
       const auto& cb = b[i].ccts;
       for (size_t k = 0; k < std::max(ca.size(), cb.size()); ++k) {
         const std::string cr = lr + ", cct band " + quoted(k);
-        if (k >= cb.size()) {
-          add(cr, "removed (cct " + range(ca[k].start, ca[k].end) + ")");
-          continue;
-        }
-        if (k >= ca.size()) {
-          add(cr, "added (cct " + range(cb[k].start, cb[k].end) + ")");
-          continue;
-        }
-        if (ca[k].start != cb[k].start || ca[k].end != cb[k].end)
-          add(cr, "cct " + range(ca[k].start, ca[k].end) + " -> " + range(cb[k].start, cb[k].end));
+        if (!bothSides(cr, ca, cb, k, "cct")) continue;
         luts ? lutCell(cr, ca[k].index, cb[k].index) : shadingCell(cr, ca[k].index, cb[k].index);
       }
     }
