@@ -9,7 +9,6 @@
 #include <sstream>
 #include <stdexcept>
 
-
 namespace calib {
 
 LutBlock readCube(const std::string& path, CubeInfo* info) {

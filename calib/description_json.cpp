@@ -104,7 +104,7 @@ public:
   }
 
   LutBlock look(const json& entry, const std::string& field) const {
-    keys(entry, field, {"generate", "cube", "lut"});
+    keys(entry, field, {"generate", "cube", "lut", "layout"});
     const char* source = entry.contains("cube") ? "cube" : entry.contains("lut") ? "lut" : nullptr;
     if (source != nullptr) {
       if (entry.contains("generate") || (entry.contains("cube") && entry.contains("lut")))
@@ -112,7 +112,9 @@ public:
       fs::path p = text(entry[source], join(field, source));
       if (p.is_relative()) p = fs::path(m_base) / p;
       try {
-        LutImport imported = importLut(p.string());
+        const std::string layout =
+            entry.contains("layout") ? text(entry["layout"], join(field, "layout")) : "";
+        LutImport imported = importLut(p.string(), layout);
         if (m_sources != nullptr)
           m_sources->push_back(
               {field, p.string(), describeImport(imported), lutProblems(imported)});

@@ -1,6 +1,7 @@
 // LUT files of any format OpenColorIO reads, evaluated onto the 17-point
 // lattice, with the header facts and the lattice kept for the doctor.
 #include <OpenColorIO/OpenColorIO.h>
+#include <calib/image_lut.h>
 #include <calib/lut_source.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -138,7 +140,9 @@ void readStructure(const OCIO::ConstProcessorRcPtr& processor, LutSourceInfo& in
 
 double codeValue(float v) { return std::isfinite(v) ? std::clamp(double(v), 0.0, 1.0) * 255 : 0; }
 
-ResampleError measure(const OCIO::ConstCPUProcessorRcPtr& cpu, const LutBlock& lut) {
+// `exact` evaluates the source in place on RGB float triples.
+ResampleError measure(const std::function<void(std::vector<float>&)>& evaluate,
+                      const LutBlock& lut) {
   std::vector<float> exact(size_t(kErrorGrid) * kErrorGrid * kErrorGrid * 3);
   size_t o = 0;
   for (int b = 0; b < kErrorGrid; ++b)
@@ -146,8 +150,7 @@ ResampleError measure(const OCIO::ConstCPUProcessorRcPtr& cpu, const LutBlock& l
       for (int r = 0; r < kErrorGrid; ++r)
         for (int c : {r, g, b}) exact[o++] = float(c) / float(kErrorGrid - 1);
   const std::vector<float> points = exact;
-  OCIO::PackedImageDesc image(exact.data(), long(exact.size() / 3), 1, 3);
-  cpu->apply(image);
+  evaluate(exact);
   std::vector<float> block(lut.begin(), lut.end());
   ResampleError e;
   double sum = 0;
@@ -210,7 +213,49 @@ bool looksBlueFastest(const std::vector<float>& lattice, int edge) {
   return corr(0, 2) > corr(0, 0) + 0.1 && corr(2, 0) > corr(2, 2) + 0.1;
 }
 
-LutImport importLut(const std::string& path) {
+namespace {
+
+// A picture's lattice, resampled with tetrahedral interpolation.
+LutImport importImage(const std::string& path, const std::string& layout) {
+  LutImport result;
+  ImageLutRead read;
+  try {
+    read = readImageLut(path, layout);
+  } catch (const std::invalid_argument& e) {
+    throw std::runtime_error(path + ": " + e.what());
+  }
+  LutSourceInfo& info = result.info;
+  info.format = "image";
+  info.dialect = read.layout.name();
+  info.size3d = read.layout.edge;
+  info.lattice = std::move(read.lattice);
+  result.lut.resize(kLutBlockBytes);
+  size_t o = 0;
+  for (size_t b = 0; b < kLutEdge; ++b)
+    for (size_t g = 0; g < kLutEdge; ++g)
+      for (size_t r = 0; r < kLutEdge; ++r) {
+        const double k = double(kLutEdge - 1);
+        const auto v = tetrahedral(info.lattice.data(), info.size3d, {r / k, g / k, b / k});
+        for (double x : v) result.lut[o++] = uint8_t(std::lround(codeValue(float(x))));
+      }
+  result.error = measure(
+      [&](std::vector<float>& p) {
+        for (size_t i = 0; i < p.size(); i += 3) {
+          const auto v = tetrahedral(info.lattice.data(), info.size3d, {p[i], p[i + 1], p[i + 2]});
+          for (int c = 0; c < 3; ++c) p[i + c] = float(v[c]);
+        }
+      },
+      result.lut);
+  return result;
+}
+
+}  // namespace
+
+LutImport importLut(const std::string& path, const std::string& imageLayout) {
+  if (isImageLutPath(path)) {
+    if (!fs::is_regular_file(path)) throw std::runtime_error(path + ": cannot open picture LUT");
+    return importImage(path, imageLayout);
+  }
   const std::string ext = lower(fs::path(path).extension().string());
   const std::string kind = (ext.empty() ? "LUT" : ext) + " file";
   if (!fs::is_regular_file(path)) throw std::runtime_error(path + ": cannot open " + kind);
@@ -281,7 +326,12 @@ LutImport importLut(const std::string& path) {
   result.lut.resize(kLutBlockBytes);
   for (size_t i = 0; i < result.lut.size(); ++i)
     result.lut[i] = uint8_t(std::lround(codeValue(points[i])));
-  result.error = measure(cpu, result.lut);
+  result.error = measure(
+      [&](std::vector<float>& p) {
+        OCIO::PackedImageDesc image(p.data(), long(p.size() / 3), 1, 3);
+        cpu->apply(image);
+      },
+      result.lut);
   return result;
 }
 

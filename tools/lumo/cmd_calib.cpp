@@ -14,6 +14,7 @@
 #include "calib_lint.h"
 #include "commands.h"
 #include "failure.h"
+#include "lut_doctor.h"
 
 namespace lumo {
 namespace {
@@ -50,7 +51,9 @@ void addBuild(CLI::App& calibApp) {
       "`calib check` would before it is written. Full description: docs/lumo.md (lumo calib); "
       "`calib export` of an existing file gives a worked example. LUT files: any format "
       "OpenColorIO reads (.cube in both dialects, .3dl, .clf, .ctf, .csp, .spi3d, ...), any "
-      "lattice of 2 to 129 points, evaluated at the 17-point lattice; each is reported with its "
+      "lattice of 2 to 129 points, and picture LUTs (.png, .jpg: Hald CLUT or 2D tiles, layout "
+      "detected, or forced with \"layout\": \"hald\"|\"tiles\"|\"tiles-up\"|\"strip\"), evaluated "
+      "at the 17-point lattice; each is reported with its "
       "resampling error (maximum and mean in code values over a 52^3 grid) and what `lumo lut "
       "doctor` finds wrong with it. Formats: docs/calibration.md.");
   c->callback([desc, out] {

@@ -2,11 +2,14 @@
 // problems lutProblems() finds, and the import `calib build` would make.
 #include "lut_doctor.h"
 
+#include <calib/image_lut.h>
+
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "calib_findings.h"
+#include "image_files.h"
 
 namespace lumo {
 namespace {
@@ -24,11 +27,27 @@ std::string domainText(const calib::LutSourceInfo& info) {
 
 }  // namespace
 
-LutDiagnosis diagnoseLut(const std::string& path) {
+void usePictureDecoders() {
+  calib::setImageReader([](const std::string& path) {
+    const Image rgba = fileKindOf(path) == FileKind::Png ? decodePng(path) : decodeJpeg(path);
+    calib::RgbImage out;
+    out.width = int(rgba.geometry.width);
+    out.height = int(rgba.geometry.height);
+    out.rgb.reserve(size_t(out.width) * size_t(out.height) * 3);
+    for (uint32_t y = 0; y < rgba.geometry.height; ++y) {
+      const uint8_t* row = rgba.row(y);
+      for (uint32_t x = 0; x < rgba.geometry.width; ++x)
+        out.rgb.insert(out.rgb.end(), row + 4 * x, row + 4 * x + 3);
+    }
+    return out;
+  });
+}
+
+LutDiagnosis diagnoseLut(const std::string& path, const std::string& imageLayout) {
   LutDiagnosis d;
   d.file = path;
   try {
-    d.import = calib::importLut(path);
+    d.import = calib::importLut(path, imageLayout);
     d.problems = calib::lutProblems(d.import);
   } catch (const std::exception& e) {
     d.readError = e.what();
@@ -42,7 +61,9 @@ std::vector<std::string> diagnosisLines(const LutDiagnosis& d) {
     return {escapeBytes(d.readError), file + ": calib build would refuse it", file + ": 1 problem"};
   const calib::LutSourceInfo& info = d.import.info;
   std::string what = file + ": " + info.format;
-  if (!info.dialect.empty()) what += " (" + info.dialect + " dialect)";
+  if (!info.dialect.empty())
+    what += " (" + (info.format == "image" ? "layout " + info.dialect : info.dialect + " dialect") +
+            ")";
   what += info.size3d != 0 ? ", " + std::to_string(info.size3d) + "-point lattice" : ", no lattice";
   what += info.size1d != 0 ? ", " + std::to_string(info.size1d) + "-entry shaper" : ", no shaper";
   what += ", domain " + domainText(info);

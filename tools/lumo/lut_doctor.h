@@ -18,7 +18,10 @@ struct LutDiagnosis {
   bool ok() const { return readError.empty() && problems.empty(); }
 };
 
-LutDiagnosis diagnoseLut(const std::string& path);
+LutDiagnosis diagnoseLut(const std::string& path, const std::string& imageLayout = "");
+
+// Lets the calibration toolkit read picture LUTs with the tool's PNG and JPEG decoders.
+void usePictureDecoders();
 
 // "FILE: ..." lines: what the file is, each problem, what calib build would
 // do, then "FILE: ok" or "FILE: N problems".

@@ -20,8 +20,8 @@ constexpr int kMinSourceEdge = 2;
 constexpr int kMaxSourceEdge = 129;
 
 struct LutSourceInfo {
-  std::string format;   // OpenColorIO's format name ("iridas_cube", "resolve_cube", "flame", ...)
-  std::string dialect;  // .cube only: "Iridas" or "Resolve"
+  std::string format;   // OpenColorIO's format name ("iridas_cube", "flame", ...) or "image"
+  std::string dialect;  // .cube: "Iridas" or "Resolve"; pictures: the layout ("tiles 8x8")
   std::string title;    // empty when the file has none
   int size3d = 0;       // lattice points per edge, 0 when the file has no 3D lattice
   int size1d = 0;       // entries of a 1D shaper or 1D LUT, 0 when absent
@@ -44,7 +44,9 @@ struct LutImport {
 };
 
 // Throws std::runtime_error "FILE: ..." naming what could not be read.
-LutImport importLut(const std::string& path);
+// Pictures (.png, .jpg) are read as Hald CLUTs or 2D tile layouts
+// (image_lut.h); `imageLayout` forces one ("hald", "tiles", "strip", ...).
+LutImport importLut(const std::string& path, const std::string& imageLayout = "");
 
 // Tetrahedral interpolation in a lattice of `edge` points, red fastest,
 // RGB floats; `rgb` in 0..1.
