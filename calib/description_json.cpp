@@ -1,6 +1,7 @@
 // Reading the JSON description of a calibration file, and exporting one.
 #include <calib/cube_lut.h>
 #include <calib/description_json.h>
+#include <calib/image_lut.h>
 #include <calib/json_values.h>
 #include <calib/looks.h>
 #include <calib/lut_source.h>
@@ -114,6 +115,8 @@ public:
       try {
         const std::string layout =
             entry.contains("layout") ? text(entry["layout"], join(field, "layout")) : "";
+        if (!layout.empty() && !isImageLutPath(p.string()))
+          fail(join(field, "layout"), "only picture LUTs (.png, .jpg) have a layout");
         LutImport imported = importLut(p.string(), layout);
         if (m_sources != nullptr)
           m_sources->push_back(

@@ -136,8 +136,10 @@ TEST(LutSource, FilesBakedByOpenColorIOReadBackAtEverySize) {
                         {"Academy/ASC Common LUT Format", ".clf", false, 2},
                         {"Color Transform Format", ".ctf", false, 2}};
   for (const Case& c : cases) {
-    for (int size : {2, 17, 33, 65}) {
+    for (int size : {2, 17, 33, 65, 129}) {
       if (size < c.smallest) continue;
+      // The largest lattice is a 58 MB text; one format is enough for it.
+      if (size == 129 && std::string(c.format) != "iridas_cube") continue;
       // Two points per edge hold an affine look exactly; larger lattices
       // contain our 17 points, so the curved look survives to the code value.
       const bool affine = size == 2;

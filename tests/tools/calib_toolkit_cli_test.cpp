@@ -135,3 +135,55 @@ TEST_F(CalibDiffCli, ALookSwappedInOneCellIsMeasuredOnTheChart) {
   write("junk.bin", "x");
   EXPECT_EQ(lumo("calib diff a.bin junk.bin").status, 1);
 }
+
+class CalibBuildSourcesCli : public ToolTest {};
+
+TEST_F(CalibBuildSourcesCli, EachLutFileIsReportedWithItsErrorAndProblemsAndLayoutsAreChecked) {
+  write("t.cube", cube(33, true));
+  const std::string tree = R"(, "shadings": {"s": [0,0,0,0,0,0,0,0]},
+    "scenes": [{"name": "common", "lux": [{"start": 0, "end": 65535,
+                "cct": [{"start": 0, "end": 65535, "lut": "t"}]}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+               "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})";
+  write("d.json", R"({"looks": {"t": {"lut": "t.cube"}})" + tree);
+  const Outcome o = lumo("calib build d.json -o d.bin");
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.out, HasSubstr("looks.t: ./t.cube: iridas_cube (Iridas): 33-point lattice "
+                               "resampled to 17 (tetrahedral); error max "));
+  EXPECT_THAT(o.out, HasSubstr("looks.t: ./t.cube: warning: lattice looks written blue-fastest"));
+  write("x.png", "");
+  const struct {
+    const char* look;
+    const char* message;
+  } bad[] = {
+      {R"({"lut": "t.cube", "layout": "hald"})",
+       "field \"looks.t.layout\": only picture LUTs (.png, .jpg) have a layout"},
+      {R"({"lut": "x.png", "layout": "spiral"})",
+       "layout \"spiral\": expected auto, hald, tiles, tiles-up or strip"},
+  };
+  for (const auto& c : bad) {
+    write("bad.json", std::string(R"({"looks": {"t": )") + c.look + "}" + tree);
+    const Outcome b = lumo("calib build bad.json -o bad.bin");
+    EXPECT_EQ(b.status, 1);
+    EXPECT_THAT(b.err, HasSubstr(c.message));
+    EXPECT_FALSE(fs::exists(dir / "bad.bin"));
+  }
+}
+
+TEST_F(CalibBuildSourcesCli, HelpTextsSayWhatIsChecked) {
+  const struct {
+    const char* command;
+    std::vector<std::string> mentions;
+  } cases[] = {
+      {"lut doctor --help", {"blue-fastest", "outside 0..1", "NaN", "domain", "identity", "52^3"}},
+      {"calib lint --help",
+       {"single-cct", "no-low-lux", "never-chosen", "missing-scene", "zoom-order"}},
+      {"calib diff --help", {"CIEDE2000", "three worst patches", "by ratio"}},
+      {"calib build --help", {".3dl", ".clf", ".csp", ".spi3d", "Hald", "resampling error"}},
+  };
+  for (const auto& c : cases) {
+    const Outcome o = lumo(c.command);
+    EXPECT_EQ(o.status, 0) << c.command;
+    for (const std::string& m : c.mentions) EXPECT_THAT(o.out, HasSubstr(m)) << c.command;
+  }
+}
