@@ -41,13 +41,15 @@ std::string readText(const std::string& path) {
 
 // The header facts of a .cube that OpenColorIO does not hand back, and the
 // text it should be given: OpenColorIO's Resolve reader refuses TITLE,
-// which Resolve itself writes, so title lines are taken out before it sees
-// the file (the title is kept here).
-std::string scanCube(const std::string& text, LutSourceInfo& info) {
+// which Resolve itself writes, so title lines become comments before it
+// sees the file (the title is kept here; line numbers stay). OpenColorIO
+// also takes a DOMAIN line of fewer than three numbers without a word,
+// which is refused here with `path` and the line.
+std::string scanCube(const std::string& text, const std::string& path, LutSourceInfo& info) {
   std::istringstream in(text);
   std::string line, cleaned;
   bool resolveKeys = false, sizes1d = false, sizes3d = false;
-  while (std::getline(in, line)) {
+  for (size_t number = 1; std::getline(in, line); ++number) {
     std::string body = line;
     if (!body.empty() && body.back() == '\r') body.pop_back();
     std::istringstream words(body);
@@ -62,12 +64,16 @@ std::string scanCube(const std::string& text, LutSourceInfo& info) {
         std::getline(words >> std::ws, rest);
         info.title = rest;
       }
+      cleaned += "#\n";
       continue;
     }
     if (key == "LUT_1D_INPUT_RANGE" || key == "LUT_3D_INPUT_RANGE") resolveKeys = true;
     if (key == "DOMAIN_MIN" || key == "DOMAIN_MAX") {
       std::array<double, 3>& d = key == "DOMAIN_MIN" ? info.domainMin : info.domainMax;
-      words >> d[0] >> d[1] >> d[2];
+      std::string extra;
+      if (!(words >> d[0] >> d[1] >> d[2]) || (words >> extra))
+        throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
+                                 ": " + key + ": expected three numbers, got \"" + body + "\"");
     }
     if (key == "LUT_1D_SIZE") sizes1d = true;
     if (key == "LUT_3D_SIZE") sizes3d = true;
@@ -264,7 +270,7 @@ LutImport importLut(const std::string& path, const std::string& imageLayout) {
   std::unique_ptr<TempCopy> copy;
   std::string source = path;
   if (ext == ".cube") {
-    copy = std::make_unique<TempCopy>(scanCube(readText(path), info), ext);
+    copy = std::make_unique<TempCopy>(scanCube(readText(path), path, info), ext);
     // OpenColorIO takes an empty domain and divides by zero at every point.
     for (int c = 0; c < 3; ++c)
       if (!(info.domainMax[c] > info.domainMin[c]))
