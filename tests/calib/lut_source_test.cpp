@@ -324,3 +324,25 @@ TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
   }
   fs::remove(unknown);
 }
+
+TEST(LutSource, TransformsWithoutALatticeAreEvaluatedExactly) {
+  const fs::path p = writeFile("halve_red.clf", R"(<?xml version="1.0" encoding="UTF-8"?>
+<ProcessList id="halve" compCLFversion="3">
+  <Matrix inBitDepth="32f" outBitDepth="32f">
+    <Array dim="3 3">0.5 0 0 0 1 0 0 0 1</Array>
+  </Matrix>
+</ProcessList>
+)");
+  const LutImport got = importLut(p.string());
+  EXPECT_EQ(got.info.size3d, 0);
+  EXPECT_TRUE(got.info.lattice.empty());
+  EXPECT_EQ(describeImport(got).find("no 3D lattice; transform evaluated at the 17-point lattice"),
+            std::string("Academy/ASC Common LUT Format: ").size());
+  for (int r = 0; r < 17; ++r) {
+    const size_t at = 3 * size_t(r);  // green = blue = 0
+    EXPECT_EQ(got.lut[at], uint8_t(std::lround(127.5 * r / 16)));
+  }
+  // A linear transform is held exactly by the lattice: only 8-bit rounding remains.
+  EXPECT_LE(got.error.max, 0.5 + 1e-6);
+  fs::remove(p);
+}
