@@ -120,9 +120,16 @@ ImageLutRead readImageLut(const std::string& path, const std::string& layoutChoi
     std::vector<float> lattice = latticeOf(image, l);
     const double d = identityDistance(lattice, l.edge);
     if (d < best.identityDistance) {
+      if (best.identityDistance < 1e300) {
+        best.runnerUp = best.layout;
+        best.runnerUpDistance = best.identityDistance;
+      }
       best.layout = l;
       best.lattice = std::move(lattice);
       best.identityDistance = d;
+    } else if (!best.runnerUp || d < best.runnerUpDistance) {
+      best.runnerUp = l;
+      best.runnerUpDistance = d;
     }
   }
   return best;

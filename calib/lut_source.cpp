@@ -27,6 +27,10 @@ namespace {
 // multiple of 16 so that it falls between the block's lattice points.
 constexpr int kErrorGrid = 52;
 
+// Two picture layouts whose readings are this close to the identity (mean,
+// 0..1; 2.5 code values) cannot be told apart by the round trip.
+constexpr double kLayoutMargin = 0.01;
+
 std::string lower(std::string s) {
   for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
   return s;
@@ -235,6 +239,15 @@ LutImport importImage(const std::string& path, const std::string& layout) {
   info.dialect = read.layout.name();
   info.size3d = read.layout.edge;
   info.lattice = std::move(read.lattice);
+  if (read.runnerUp && read.runnerUpDistance - read.identityDistance < kLayoutMargin) {
+    char text[200];
+    std::snprintf(text, sizeof(text),
+                  "layouts \"%s\" and \"%s\" read almost alike (mean distance from the identity "
+                  "%.1f and %.1f code values): force one with \"layout\"",
+                  read.layout.name().c_str(), read.runnerUp->name().c_str(),
+                  read.identityDistance * 255, read.runnerUpDistance * 255);
+    info.layoutDoubt = text;
+  }
   result.lut.resize(kLutBlockBytes);
   size_t o = 0;
   for (size_t b = 0; b < kLutEdge; ++b)
@@ -394,6 +407,7 @@ std::vector<LutProblem> lutProblems(const LutImport& import) {
                   outside, lo, hi);
     out.push_back({"out-of-range", text});
   }
+  if (!info.layoutDoubt.empty()) out.push_back({"layout-ambiguous", info.layoutDoubt});
   if (looksBlueFastest(l, info.size3d))
     out.push_back({"blue-fastest",
                    "lattice looks written blue-fastest: output red follows the blue index (the "

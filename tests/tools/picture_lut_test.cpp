@@ -135,3 +135,18 @@ TEST(PictureLut, CandidateLayoutsFollowThePictureSize) {
     EXPECT_EQ(names, c.names) << c.width << "x" << c.height;
   }
 }
+
+TEST(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
+  usePictureDecoders();
+  // A flat grey picture reads the same in every layout its size allows.
+  Image grey = makeImage({PixelFormat::Rgba, 64, 64, 0, 0});
+  for (size_t i = 0; i < grey.bytes.size(); ++i) grey.bytes[i] = (i % 4 == 3) ? 255 : 120;
+  const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_grey.png";
+  writeImage(p.string(), grey);
+  std::vector<std::string> codes;
+  for (const auto& problem : diagnoseLut(p.string()).problems) codes.push_back(problem.code);
+  EXPECT_EQ(codes, (std::vector<std::string>{"layout-ambiguous", "near-constant"}));
+  // Forcing Hald leaves a single candidate: nothing to doubt.
+  EXPECT_TRUE(calib::importLut(p.string(), "hald").info.layoutDoubt.empty());
+  fs::remove(p);
+}

@@ -34,7 +34,8 @@ void addLutCommand(CLI::App& app) {
       "the "
       "blue index rather than the red one), values outside 0..1, NaN or infinite values, an input "
       "domain other than 0..1, a lattice within 1 code value of the identity, a lattice whose "
-      "outputs span under 2 code values. Then says what `calib build` would do: the 17-point "
+      "outputs span under 2 code values, a picture whose runner-up layout reads almost as close to "
+      "the identity (layout-ambiguous). Then says what `calib build` would do: the 17-point "
       "lattice it would make and the error of that resampling (maximum and mean in code values "
       "over a 52^3 grid). Formats and checks: docs/calibration.md.");
   c->callback([files, json, layout] {

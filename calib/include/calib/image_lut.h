@@ -56,6 +56,9 @@ struct ImageLutRead {
   std::vector<float> lattice;
   double identityDistance = 0;
   size_t candidates = 0;
+  // The runner-up, when there was one: a small gap means the choice is a guess.
+  std::optional<ImageLayout> runnerUp;
+  double runnerUpDistance = 0;
 };
 // Throws std::runtime_error "FILE: ..." when no layout fits.
 ImageLutRead readImageLut(const std::string& path, const std::string& layoutChoice);

@@ -27,6 +27,8 @@ struct LutSourceInfo {
   int size1d = 0;       // entries of a 1D shaper or 1D LUT, 0 when absent
   std::array<double, 3> domainMin{0, 0, 0};
   std::array<double, 3> domainMax{1, 1, 1};
+  // Pictures: set when another layout reads almost as close to the identity.
+  std::string layoutDoubt;
   // The file's own 3D lattice, red index fastest, RGB floats (empty without one).
   std::vector<float> lattice;
 };
