@@ -1,8 +1,10 @@
 // Reading the JSON description of a calibration file, and exporting one.
 #include <calib/cube_lut.h>
 #include <calib/description_json.h>
+#include <calib/image_lut.h>
 #include <calib/json_values.h>
 #include <calib/looks.h>
+#include <calib/lut_source.h>
 
 #include <algorithm>
 #include <cmath>
@@ -29,8 +31,8 @@ struct BlockRef {
 
 class Parser {
 public:
-  Parser(std::string file, std::string baseDir)
-      : m_file(std::move(file)), m_base(std::move(baseDir)) {}
+  Parser(std::string file, std::string baseDir, std::vector<LookSource>* sources)
+      : m_file(std::move(file)), m_base(std::move(baseDir)), m_sources(sources) {}
 
   [[noreturn]] void fail(const std::string& field, const std::string& message) const {
     throw std::invalid_argument(m_file + ": field \"" + field + "\": " + message);
@@ -105,18 +107,28 @@ public:
   }
 
   LutBlock look(const json& entry, const std::string& field) const {
-    keys(entry, field, {"generate", "cube"});
-    if (entry.contains("cube")) {
-      if (entry.contains("generate")) fail(field, "give either \"generate\" or \"cube\", not both");
-      fs::path p = text(entry["cube"], join(field, "cube"));
+    keys(entry, field, {"generate", "cube", "lut", "layout"});
+    const char* source = entry.contains("cube") ? "cube" : entry.contains("lut") ? "lut" : nullptr;
+    if (source != nullptr) {
+      if (entry.contains("generate") || (entry.contains("cube") && entry.contains("lut")))
+        fail(field, "give one of \"generate\", \"cube\" or \"lut\"");
+      fs::path p = text(entry[source], join(field, source));
       if (p.is_relative()) p = fs::path(m_base) / p;
       try {
-        return readCube(p.string());
+        const std::string layout =
+            entry.contains("layout") ? text(entry["layout"], join(field, "layout")) : "";
+        if (!layout.empty() && !isImageLutPath(p.string()))
+          fail(join(field, "layout"), "only picture LUTs (.png, .jpg) have a layout");
+        LutImport imported = importLut(p.string(), layout);
+        if (m_sources != nullptr)
+          m_sources->push_back(
+              {field, p.string(), describeImport(imported), lutProblems(imported)});
+        return std::move(imported.lut);
       } catch (const std::exception& e) {
-        fail(join(field, "cube"), e.what());
+        fail(join(field, source), e.what());
       }
     }
-    if (!entry.contains("generate")) fail(field, "expected \"generate\" or \"cube\"");
+    if (!entry.contains("generate")) fail(field, "expected \"generate\", \"cube\" or \"lut\"");
     try {
       return generateLook(lookFromJson(entry["generate"], "generate"));
     } catch (const std::invalid_argument& e) {
@@ -263,6 +275,7 @@ private:
 
   std::string m_file;
   std::string m_base;
+  std::vector<LookSource>* m_sources;
 };
 
 json floatJson(float v) {
@@ -291,11 +304,11 @@ json bandsJson(const std::vector<LuxBand>& bands, const char* refKey) {
 }  // namespace
 
 CalibrationFile parseDescription(const json& description, const std::string& file,
-                                 const std::string& baseDir) {
-  return Parser(file, baseDir).parse(description);
+                                 const std::string& baseDir, std::vector<LookSource>* sources) {
+  return Parser(file, baseDir, sources).parse(description);
 }
 
-CalibrationFile readDescription(const std::string& path) {
+CalibrationFile readDescription(const std::string& path, std::vector<LookSource>* sources) {
   std::ifstream in(path);
   if (!in) throw std::invalid_argument(path + ": cannot open");
   json j;
@@ -305,7 +318,7 @@ CalibrationFile readDescription(const std::string& path) {
     throw std::invalid_argument(path + ": malformed JSON: " + e.what());
   }
   const fs::path base = fs::path(path).parent_path();
-  return parseDescription(j, path, base.empty() ? "." : base.string());
+  return parseDescription(j, path, base.empty() ? "." : base.string(), sources);
 }
 
 json exportDescription(const CalibrationFile& file, const std::string& jsonDir,

@@ -12,6 +12,7 @@
 #include "tool_runner.h"
 
 using namespace lumo_test;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
@@ -205,8 +206,11 @@ TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
 // The validator's and the description reader's messages are checked in tests/calib;
 // here: one report per file, exit 1 when one fails, and no output left behind.
 TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
-  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out,
-            "a.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n");
+  // Each look read from a file is reported before the summary line.
+  const std::string built =
+      lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out;
+  ASSERT_THAT(built, EndsWith("\na.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n"));
+  EXPECT_THAT(built, HasSubstr("looks.faded_film: "));
   Outcome o = lumo("calib dump a.bin");
   for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
     EXPECT_THAT(o.out, HasSubstr(std::string("scene \"") + scene + "\""));

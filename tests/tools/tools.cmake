@@ -5,6 +5,8 @@ lumo_add_gtest(lumo_tool_unit_tests
     ${CMAKE_CURRENT_LIST_DIR}/frame_outcome_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/raw_layout_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/dump_session_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/calib_lint_diff_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/picture_lut_test.cpp
   LIBS lumo_tool_core)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
@@ -21,6 +23,7 @@ lumo_add_gtest(lumo_cli_tests
     ${CMAKE_CURRENT_LIST_DIR}/field_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/field_workflow_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline_cli_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/calib_toolkit_cli_test.cpp
   LIBS lumo_tool_core GTest::gmock)
 target_compile_definitions(lumo_cli_tests PRIVATE
   LUMO_TOOL="$<TARGET_FILE:lumo>"

@@ -9,9 +9,12 @@
 #include <nlohmann/json.hpp>
 
 #include "atomic_file.h"
+#include "calib_diff.h"
 #include "calib_findings.h"
+#include "calib_lint.h"
 #include "commands.h"
 #include "failure.h"
+#include "lut_doctor.h"
 
 namespace lumo {
 namespace {
@@ -19,6 +22,16 @@ namespace {
 calib::ReadResult readOrFail(const std::string& path) {
   if (!std::filesystem::is_regular_file(path)) throw Failure(path + ": no such file");
   return calib::readCalibrationFile(path);
+}
+
+// How each look read from a file was brought onto the lattice, and what looks wrong with it.
+void printLookSources(const std::vector<calib::LookSource>& sources) {
+  for (const calib::LookSource& s : sources) {
+    std::printf("%s: %s: %s\n", s.field.c_str(), escapeBytes(s.path).c_str(), s.summary.c_str());
+    for (const calib::LutProblem& p : s.problems)
+      std::printf("%s: %s: warning: %s (%s)\n", s.field.c_str(), escapeBytes(s.path).c_str(),
+                  p.message.c_str(), p.code.c_str());
+  }
 }
 
 void addBuild(CLI::App& calibApp) {
@@ -30,18 +43,25 @@ void addBuild(CLI::App& calibApp) {
   c->add_option("-o,--output", *out, "Calibration file to write")->required();
   c->footer(
       "Description: {\"looks\": {NAME: {\"generate\": {exposure, temperature, tint, contrast, "
-      "saturation, shadows, highlights, fade, gamma}} | {\"cube\": FILE}}, \"shadings\": {NAME: "
+      "saturation, shadows, highlights, fade, gamma}} | {\"lut\": FILE}}, \"shadings\": {NAME: "
       "[8 floats]}, \"scenes\": [{\"name\": SCENE, \"lux\": [{\"start\": N, \"end\": N, \"cct\": "
       "[{\"start\": N, \"end\": N, \"lut\": NAME}]}]}], \"zooms\": [{\"ratio\": R, \"lux\": [... "
       "\"shading\": NAME ...]}]}. Scene names the camera reports: common, plants, night, "
       "sunrise_sunset, food, protrait. Bands ascend without overlap. The file is checked as "
       "`calib check` would before it is written. Full description: docs/lumo.md (lumo calib); "
-      "`calib export` of an existing file gives a worked example.");
+      "`calib export` of an existing file gives a worked example. LUT files: any format "
+      "OpenColorIO reads (.cube in both dialects, .3dl, .clf, .ctf, .csp, .spi3d, ...), any "
+      "lattice of 2 to 129 points, and picture LUTs (.png, .jpg: Hald CLUT or 2D tiles, layout "
+      "detected, or forced with \"layout\": \"hald\"|\"tiles\"|\"tiles-up\"|\"strip\"), evaluated "
+      "at the 17-point lattice; each is reported with its "
+      "resampling error (maximum and mean in code values over a 52^3 grid) and what `lumo lut "
+      "doctor` finds wrong with it. Formats: docs/calibration.md.");
   c->callback([desc, out] {
     calib::CalibrationFile file;
     std::vector<uint8_t> bytes;
+    std::vector<calib::LookSource> sources;
     try {
-      file = calib::readDescription(*desc);
+      file = calib::readDescription(*desc, &sources);
       bytes = calib::serialize(file);
     } catch (const std::invalid_argument& e) {
       throw Failure(e.what());
@@ -56,6 +76,7 @@ void addBuild(CLI::App& calibApp) {
                     " errors above)");
     std::string error;
     if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
+    printLookSources(sources);
     std::printf("%s: %zu scenes, %zu zoom ratios, %zu LUTs, %zu shadings\n", out->c_str(),
                 file.scenes.size(), file.zooms.size(), file.luts.size(), file.shadings.size());
   });
@@ -143,15 +164,99 @@ void addExport(CLI::App& calibApp) {
   });
 }
 
+void addLint(CLI::App& calibApp) {
+  auto files = std::make_shared<std::vector<std::string>>();
+  auto json = std::make_shared<bool>(false);
+  auto strict = std::make_shared<bool>(false);
+  CLI::App* c = calibApp.add_subcommand(
+      "lint",
+      "What a valid calibration file allows but is probably a mistake; each finding names the "
+      "record. Exit 1 when a file breaks the format (see `calib check`), or with --strict on "
+      "any finding");
+  c->add_option("FILE", *files, "Calibration files")->required();
+  c->add_flag("--json", *json, "Report as JSON");
+  c->add_flag("--strict", *strict, "Exit 1 when any finding fires");
+  c->footer(
+      "Rules: single-cct (a scene whose every lux band has one CCT band: the look never follows "
+      "white balance); no-low-lux (a scene or zoom block whose lowest lux band starts at 50 lux "
+      "or more); never-chosen (a scene or zoom block repeating an earlier name or ratio, a LUT "
+      "or shading block no CCT band refers to); missing-scene (a scene the camera reports with "
+      "no block); zoom-order (zoom ratios not ascending in file order). Details: "
+      "docs/calibration.md.");
+  c->callback([files, json, strict] {
+    bool failed = false;
+    nlohmann::json report = nlohmann::json::array();
+    for (const std::string& path : *files) {
+      const calib::ReadResult r = readOrFail(path);
+      if (!r.ok()) {
+        for (const std::string& line : findingLines(path, r))
+          std::fprintf(stderr, "%s\n", line.c_str());
+        throw Failure(path + ": not linted: the file breaks the format (" +
+                      std::to_string(errorCount(r.issues) + r.unlistedErrors) +
+                      " errors; see `lumo calib check`)");
+      }
+      const std::vector<LintFinding> findings = lintCalibration(r.file);
+      failed = failed || (*strict && !findings.empty());
+      if (*json) {
+        nlohmann::json entry = lintJson(findings);
+        entry["file"] = escapeBytes(path);
+        report.push_back(entry);
+      } else {
+        for (const LintFinding& f : findings) std::printf("%s\n", lintLine(path, f).c_str());
+        std::printf("%s: %zu findings\n", escapeBytes(path).c_str(), findings.size());
+      }
+    }
+    if (*json) std::printf("%s\n", report.dump(2).c_str());
+    if (failed) throw Failure("calib lint: findings with --strict");
+  });
+}
+
+void addDiff(CLI::App& calibApp) {
+  auto a = std::make_shared<std::string>();
+  auto b = std::make_shared<std::string>();
+  auto json = std::make_shared<bool>(false);
+  CLI::App* c = calibApp.add_subcommand(
+      "diff",
+      "What changed from calibration file A to B, per scene, band and zoom ratio; for LUT "
+      "blocks the colour difference on the reference chart");
+  c->add_option("A", *a, "Calibration file before")->required();
+  c->add_option("B", *b, "Calibration file after")->required();
+  c->add_flag("--json", *json, "Report as JSON");
+  c->footer(
+      "Scenes are matched by name and zoom blocks by ratio, as the plugin finds them; lux and CCT "
+      "bands by position. Reported: header texts, added and removed scenes, zoom ratios and "
+      "bands, changed band limits, a cell pointing at another block, and changed block contents. "
+      "A LUT block whose contents changed is measured on the 24-patch reference chart: CIEDE2000 "
+      "mean and maximum, with the three worst patches. Exit 0 whether or not the files differ; 1 "
+      "when either breaks the format.");
+  c->callback([a, b, json] {
+    calib::ReadResult ra = readOrFail(*a), rb = readOrFail(*b);
+    for (const auto* r : {&ra, &rb})
+      if (!r->ok())
+        throw Failure((r == &ra ? *a : *b) +
+                      ": not compared: the file breaks the format (see `lumo calib check`)");
+    const std::vector<DiffEntry> entries = diffCalibration(ra.file, rb.file);
+    if (*json) {
+      std::printf("%s\n", diffJson(entries).dump(2).c_str());
+      return;
+    }
+    for (const DiffEntry& e : entries) std::printf("%s\n", diffLine(e).c_str());
+    std::printf("%zu changes\n", entries.size());
+  });
+}
+
 }  // namespace
 
 void addCalibCommand(CLI::App& app) {
-  CLI::App* c = app.add_subcommand("calib", "Calibration files: build, check, dump, export");
+  CLI::App* c =
+      app.add_subcommand("calib", "Calibration files: build, check, dump, export, lint, diff");
   c->require_subcommand(1);
   addBuild(*c);
   addCheck(*c);
   addDump(*c);
   addExport(*c);
+  addLint(*c);
+  addDiff(*c);
 }
 
 }  // namespace lumo

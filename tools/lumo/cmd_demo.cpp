@@ -4,6 +4,7 @@
 #include <calib/calibration_reader.h>
 #include <calib/cube_lut.h>
 #include <calib/looks.h>
+#include <calib/lut_source.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -64,8 +65,12 @@ std::map<size_t, std::string> lookNames(const calib::CalibrationFile& file, cons
   for (const auto& [name, entry] : j["looks"].items()) {
     calib::LutBlock lut;
     try {
-      if (entry.contains("cube"))
-        lut = calib::readCube((json.parent_path() / entry["cube"].get<std::string>()).string());
+      if (entry.contains("cube") || entry.contains("lut"))
+        lut = calib::importLut((json.parent_path() /
+                                entry[entry.contains("cube") ? "cube" : "lut"].get<std::string>())
+                                   .string(),
+                               entry.value("layout", ""))
+                  .lut;
       else
         lut = calib::generateLook(
             calib::lookFromJson(entry.value("generate", nlohmann::json::object()), name));

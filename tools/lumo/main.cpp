@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
   lumo::addYuvCommand(app);
   lumo::addSessionCommand(app);
   lumo::addReportCommand(app);
+  lumo::addLutCommand(app);
   if (!commandsKnown(app, argc, argv)) return 2;
   try {
     app.parse(argc, argv);

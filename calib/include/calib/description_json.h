@@ -3,7 +3,8 @@
 // trees that refer to them, and the header texts. Also its export.
 //
 //   {"trigger_control": "...", "param_type": "...", "param_range": "...",
-//    "looks": {"warm": {"generate": {"temperature": 0.4}}, "film": {"cube": "film.cube"}},
+//    "looks": {"warm": {"generate": {"temperature": 0.4}}, "film": {"cube": "film.cube"},
+//              "print": {"lut": "print.3dl"}},
 //    "shadings": {"flat": [0, 0, 0, 0, 0, 0, 0, 0]},
 //    "scenes": [{"name": "common", "lux": [{"start": 0, "end": 400,
 //                "cct": [{"start": 0, "end": 4500, "lut": "warm"}]}]}],
@@ -17,17 +18,29 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <calib/lut_source.h>
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
 namespace calib {
 
+// A look read from a LUT file: where, how it was resampled and what looks wrong.
+struct LookSource {
+  std::string field;  // "looks.film"
+  std::string path;
+  std::string summary;  // describeImport()
+  std::vector<LutProblem> problems;
+};
+
 // Throws std::invalid_argument: "FILE: field "scenes[1].lux[0].cct[2].lut": ...".
 // Relative .cube paths are taken from `baseDir`.
+// Each look read from a LUT file is reported in `sources` when given.
 CalibrationFile parseDescription(const nlohmann::json& description, const std::string& file,
-                                 const std::string& baseDir);
-CalibrationFile readDescription(const std::string& path);
+                                 const std::string& baseDir,
+                                 std::vector<LookSource>* sources = nullptr);
+CalibrationFile readDescription(const std::string& path,
+                                std::vector<LookSource>* sources = nullptr);
 
 // The description of a file in array form; LUT blocks are written as
 // lut_NNN.cube into `cubeDir` (created if needed) and referred to by a path

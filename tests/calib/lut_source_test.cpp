@@ -1,0 +1,348 @@
+// LUT sources of every format and size: files baked by OpenColorIO's own
+// writers read back onto the 17-point lattice, dialect and header facts,
+// domains, lattice-order detection, what the doctor flags, and reader
+// faults made by breaking a good file one field at a time.
+#include <OpenColorIO/OpenColorIO.h>
+#include <calib/looks.h>
+#include <calib/lut_source.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+using namespace calib;
+namespace fs = std::filesystem;
+namespace OCIO = OCIO_NAMESPACE;
+
+namespace {
+
+fs::path writeFile(const std::string& name, const std::string& text) {
+  const fs::path p = fs::temp_directory_path() / ("lumo_lut_test_" + name);
+  std::ofstream(p, std::ios::binary) << text;
+  return p;
+}
+
+// A curved, channel-mixing transform that OpenColorIO evaluates exactly.
+OCIO::CDLTransformRcPtr curvedLook(bool affine) {
+  OCIO::CDLTransformRcPtr cdl = OCIO::CDLTransform::Create();
+  // Kept inside 0..1: clipping puts kinks between lattice points that no
+  // lattice holds, which would hide what is being measured here.
+  const double slope[3] = {0.9, 0.95, 0.8}, offset[3] = {0.05, 0.02, 0.1};
+  const double power[3] = {1.4, 0.8, 1.1}, identityPower[3] = {1, 1, 1};
+  cdl->setSlope(slope);
+  cdl->setOffset(offset);
+  cdl->setPower(affine ? identityPower : power);
+  cdl->setSat(0.7);  // mixes channels, so no writer can reduce it to 1D tables
+  return cdl;
+}
+
+OCIO::ConstConfigRcPtr lookConfig(bool affine) {
+  OCIO::ConfigRcPtr config = OCIO::Config::CreateRaw()->createEditableCopy();
+  // The raw config's own space holds data, which colour conversions pass through.
+  OCIO::ColorSpaceRcPtr source = OCIO::ColorSpace::Create();
+  source->setName("source");
+  config->addColorSpace(source);
+  OCIO::ColorSpaceRcPtr look = OCIO::ColorSpace::Create();
+  look->setName("look");
+  look->setTransform(curvedLook(affine), OCIO::COLORSPACE_DIR_FROM_REFERENCE);
+  config->addColorSpace(look);
+  OCIO::ColorSpaceRcPtr shaper = OCIO::ColorSpace::Create();
+  shaper->setName("shaper");
+  OCIO::ExponentTransformRcPtr gamma = OCIO::ExponentTransform::Create();
+  const double g[4] = {2.2, 2.2, 2.2, 1};
+  gamma->setValue(g);
+  gamma->setDirection(OCIO::TRANSFORM_DIR_INVERSE);
+  shaper->setTransform(gamma, OCIO::COLORSPACE_DIR_FROM_REFERENCE);
+  config->addColorSpace(shaper);
+  return config;
+}
+
+// The look at our lattice points, as exactly as OpenColorIO computes it.
+LutBlock exactBlock(bool affine) {
+  std::vector<float> p;
+  for (int b = 0; b < 17; ++b)
+    for (int g = 0; g < 17; ++g)
+      for (int r = 0; r < 17; ++r)
+        for (int c : {r, g, b}) p.push_back(float(c) / 16);
+  OCIO::ConstConfigRcPtr config = lookConfig(affine);
+  auto cpu = config->getProcessor("source", "look")->getDefaultCPUProcessor();
+  OCIO::PackedImageDesc image(p.data(), long(p.size() / 3), 1, 3);
+  cpu->apply(image);
+  LutBlock out;
+  for (float v : p) out.push_back(uint8_t(std::lround(std::fmin(std::fmax(v, 0.f), 1.f) * 255)));
+  return out;
+}
+
+std::string bake(const char* format, int size, bool affine, bool shaper = false) {
+  OCIO::BakerRcPtr baker = OCIO::Baker::Create();
+  baker->setConfig(lookConfig(affine));
+  baker->setFormat(format);
+  baker->setInputSpace("source");
+  baker->setTargetSpace("look");
+  if (shaper) {
+    baker->setShaperSpace("shaper");
+    baker->setShaperSize(256);
+  }
+  baker->setCubeSize(size);
+  std::ostringstream out;
+  baker->bake(out);
+  return out.str();
+}
+
+int maxDifference(const LutBlock& a, const LutBlock& b) {
+  int worst = 0;
+  for (size_t i = 0; i < a.size() && i < b.size(); ++i)
+    worst = std::max(worst, std::abs(a[i] - b[i]));
+  return worst;
+}
+
+// A .cube text of `edge` points from f(r, g, b), rows written in the given order.
+std::string cubeOf(int edge, const std::function<std::array<double, 3>(double, double, double)>& f,
+                   bool blueFastest = false, const std::string& header = "") {
+  std::string text = header + "LUT_3D_SIZE " + std::to_string(edge) + "\n";
+  char row[96];
+  for (int s = 0; s < edge; ++s)
+    for (int m = 0; m < edge; ++m)
+      for (int q = 0; q < edge; ++q) {
+        const int r = blueFastest ? s : q, b = blueFastest ? q : s;
+        const auto v = f(r / double(edge - 1), m / double(edge - 1), b / double(edge - 1));
+        std::snprintf(row, sizeof(row), "%.6f %.6f %.6f\n", v[0], v[1], v[2]);
+        text += row;
+      }
+  return text;
+}
+
+std::array<double, 3> identity(double r, double g, double b) { return {r, g, b}; }
+std::array<double, 3> warm(double r, double g, double b) {
+  return applyLook(LookParams{.temperature = 0.6, .contrast = 0.3}, {r, g, b});
+}
+
+}  // namespace
+
+TEST(LutSource, FilesBakedByOpenColorIOReadBackAtEverySize) {
+  struct Case {
+    const char* format;
+    const char* extension;
+    bool shaper;   // OpenColorIO's Resolve writer leaves the lattice out without one
+    int smallest;  // its .3dl writer's 2-point file has a shaper line its reader refuses
+  };
+  const Case cases[] = {{"iridas_cube", ".cube", false, 2},
+                        {"resolve_cube", ".cube", true, 17},
+                        {"flame", ".3dl", false, 17},
+                        {"cinespace", ".csp", false, 2},
+                        {"Academy/ASC Common LUT Format", ".clf", false, 2},
+                        {"Color Transform Format", ".ctf", false, 2}};
+  for (const Case& c : cases) {
+    for (int size : {2, 17, 33, 65, 129}) {
+      if (size < c.smallest) continue;
+      // The largest lattice is a 58 MB text; one format is enough for it.
+      if (size == 129 && std::string(c.format) != "iridas_cube") continue;
+      // Two points per edge hold an affine look exactly; larger lattices
+      // contain our 17 points, so the curved look survives to the code value.
+      const bool affine = size == 2;
+      SCOPED_TRACE(std::string(c.format) + " " + std::to_string(size));
+      const fs::path p = writeFile("baked_" + std::to_string(size) + c.extension,
+                                   bake(c.format, size, affine, c.shaper));
+      const LutImport got = importLut(p.string());
+      EXPECT_EQ(got.info.format, c.format);
+      EXPECT_EQ(got.info.size3d, size);
+      EXPECT_LE(maxDifference(got.lut, exactBlock(affine)), c.shaper ? 3 : 1);
+      // The block is compared with the file itself over the dense grid.
+      EXPECT_LE(got.error.mean, got.error.max);
+      EXPECT_LT(got.error.max, affine ? 1.0 : 6.0);
+      EXPECT_LT(got.error.mean, affine ? 0.5 : 1.0);
+      EXPECT_FALSE(looksBlueFastest(got.info.lattice, size));
+      fs::remove(p);
+    }
+  }
+}
+
+TEST(LutSource, ResampledLatticesReportTheirErrorAndCoarseOnesMoreOfIt) {
+  std::vector<double> means;
+  for (int size : {5, 9, 17, 33}) {
+    const fs::path p =
+        writeFile("curve_" + std::to_string(size) + ".cube", bake("iridas_cube", size, false));
+    means.push_back(importLut(p.string()).error.mean);
+    fs::remove(p);
+  }
+  // A coarse source is itself a poor fit of the curve, but the error measured
+  // is of the block against the file: it shrinks as the file's own lattice
+  // gets closer to ours and is never zero for a curve.
+  for (double m : means) EXPECT_GT(m, 0.0);
+  EXPECT_LT(means[0], 0.6);
+}
+
+TEST(LutSource, ResolveShapersAndTitlesAreKeptAndBakedIn) {
+  std::string text = bake("resolve_cube", 33, false, true);
+  text = "TITLE \"graded look\"\n" + text;
+  const fs::path p = writeFile("shaper.cube", text);
+  const LutImport got = importLut(p.string());
+  EXPECT_EQ(got.info.dialect, "Resolve");
+  EXPECT_EQ(got.info.title, "graded look");
+  EXPECT_GT(got.info.size1d, 0);
+  EXPECT_LE(maxDifference(got.lut, exactBlock(false)), 3);
+  fs::remove(p);
+}
+
+TEST(LutSource, DomainsAndInputRangesAreAppliedNotIgnored) {
+  // The lattice spans 0..2; an input of x lands at x/2 and gives x back, so
+  // the block is the identity only when the domain is honoured.
+  const auto twice = [](double r, double g, double b) {
+    return std::array<double, 3>{2 * r, 2 * g, 2 * b};
+  };
+  const struct {
+    const char* name;
+    std::string header;
+    std::string dialect;
+  } cases[] = {{"iridas", "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 2 2 2\n", "Iridas"},
+               {"resolve", "LUT_3D_INPUT_RANGE 0 2\n", "Resolve"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const fs::path p =
+        writeFile(std::string("domain_") + c.name + ".cube", cubeOf(9, twice, false, c.header));
+    const LutImport got = importLut(p.string());
+    EXPECT_EQ(got.info.dialect, c.dialect);
+    EXPECT_EQ(got.info.domainMax, (std::array<double, 3>{2, 2, 2}));
+    EXPECT_LE(maxDifference(got.lut, identityLut()), 1);
+    std::vector<std::string> codes;
+    for (const LutProblem& problem : lutProblems(got)) codes.push_back(problem.code);
+    EXPECT_NE(std::find(codes.begin(), codes.end(), "domain"), codes.end());
+    fs::remove(p);
+  }
+}
+
+TEST(LutSource, SpiLatticesAndUnquotedTitlesRead) {
+  std::string spi = "SPILUT 1.0\n3 3\n2 2 2\n";
+  for (int r = 0; r < 2; ++r)
+    for (int g = 0; g < 2; ++g)
+      for (int b = 0; b < 2; ++b)
+        spi += std::to_string(r) + " " + std::to_string(g) + " " + std::to_string(b) + " " +
+               std::to_string(1 - r) + " " + std::to_string(1 - g) + " " + std::to_string(1 - b) +
+               "\n";
+  const fs::path p = writeFile("invert.spi3d", spi);
+  const LutImport got = importLut(p.string());
+  EXPECT_EQ(got.info.format, "spi3d");
+  EXPECT_EQ(got.info.size3d, 2);
+  EXPECT_EQ(got.lut[0], 255);
+  const fs::path q = writeFile("unquoted.cube", cubeOf(3, identity, false, "TITLE my look\n"));
+  EXPECT_EQ(importLut(q.string()).info.title, "my look");
+  fs::remove(p);
+  fs::remove(q);
+}
+
+TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
+  const auto constant = [](double, double, double) { return std::array<double, 3>{0.4, 0.4, 0.4}; };
+  const auto loud = [](double r, double g, double b) {
+    return std::array<double, 3>{1.4 * r - 0.1, g, b};
+  };
+  const auto nearId = [](double r, double g, double b) {
+    return std::array<double, 3>{0.998 * r + 0.001, g, b};
+  };
+  const struct {
+    const char* name;
+    std::string text;
+    std::vector<std::string> codes;
+  } cases[] = {
+      {"plain", cubeOf(17, warm), {}},
+      {"transposed_look", cubeOf(33, warm, true), {"blue-fastest"}},
+      {"transposed_identity", cubeOf(17, identity, true), {"blue-fastest"}},
+      {"identity", cubeOf(33, identity), {"near-identity"}},
+      {"near_identity", cubeOf(9, nearId), {"near-identity"}},
+      {"constant", cubeOf(5, constant), {"near-constant"}},
+      {"out_of_range", cubeOf(9, loud), {"out-of-range"}},
+      {"nan", "LUT_3D_SIZE 2\nnan 1 1\n0 1 1\n1 0 1\n0 0 1\n1 1 0\n0 1 0\n1 0 0\n0 0 0\n", {"nan"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const fs::path p = writeFile(std::string("order_") + c.name + ".cube", c.text);
+    std::vector<std::string> codes;
+    for (const LutProblem& problem : lutProblems(importLut(p.string())))
+      codes.push_back(problem.code);
+    EXPECT_EQ(codes, c.codes);
+    fs::remove(p);
+  }
+}
+
+TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
+  const std::string good = cubeOf(2, identity, false, "TITLE \"good\"\n");
+  const struct {
+    const char* name;
+    std::string from, to;
+    std::string expected;  // after "FILE: cannot read .cube file: "; NAME is the file's name
+  } cases[] = {
+      {"size_word", "LUT_3D_SIZE 2", "LUT_3D_SIZE two",
+       "Error parsing Iridas .cube file (NAME).  At line (2): 'LUT_3D_SIZE two'.  Malformed "
+       "LUT_3D_SIZE tag."},
+      {"short_table", "1.000000 1.000000 1.000000\n", "",
+       "Error parsing Iridas .cube file (NAME).  Incorrect number of 3D LUT entries. Found 7, "
+       "expected 8."},
+      {"bad_value", "1.000000 1.000000 0.000000", "1 one 0",
+       "Error parsing Iridas .cube file (NAME).  At line (6): '1 one 0'.  Malformed color triples "
+       "specified."},
+      {"too_large", "LUT_3D_SIZE 2", "LUT_3D_SIZE 130",
+       "Error parsing Iridas .cube file (NAME).  Incorrect number of 3D LUT entries. Found 8, "
+       "expected 2197000."},
+      {"input_range", "LUT_3D_SIZE 2", "LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE 0",
+       "Error parsing Resolve .cube file (NAME).  At line (3): 'LUT_3D_INPUT_RANGE 0'.  Malformed "
+       "LUT_3D_INPUT_RANGE tag."},
+      {"domain_short", "TITLE \"good\"", "DOMAIN_MIN 0 0",
+       "line 1: DOMAIN_MIN: expected three numbers, got \"DOMAIN_MIN 0 0\""},
+      {"domain_empty", "TITLE \"good\"", "DOMAIN_MIN 0 0 1\nDOMAIN_MAX 1 1 1",
+       "DOMAIN_MAX must exceed DOMAIN_MIN in every channel (channel B: 1.000000 .. 1.000000)"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string text = good;
+    const size_t at = text.rfind(c.from);
+    ASSERT_NE(at, std::string::npos);
+    text.replace(at, c.from.size(), c.to);
+    const fs::path p = writeFile(std::string("broken_") + c.name + ".cube", text);
+    std::string expected = c.expected;
+    if (const size_t n = expected.find("NAME"); n != std::string::npos)
+      expected.replace(n, 4, p.filename().string());
+    try {
+      importLut(p.string());
+      ADD_FAILURE() << "read without complaint";
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(std::string(e.what()), p.string() + ": cannot read .cube file: " + expected);
+    }
+    fs::remove(p);
+  }
+  EXPECT_THROW(importLut((fs::temp_directory_path() / "lumo_lut_test_missing.cube").string()),
+               std::runtime_error);
+  const fs::path unknown = writeFile("look.xyz", "1 2 3\n");
+  try {
+    importLut(unknown.string());
+    ADD_FAILURE();
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(std::string(e.what()), unknown.string() +
+                                         ": not a LUT format this tool reads (extension \".xyz\"; "
+                                         "see docs/calibration.md)");
+  }
+  fs::remove(unknown);
+}
+
+TEST(LutSource, TransformsWithoutALatticeAreEvaluatedExactly) {
+  const fs::path p = writeFile("halve_red.clf", R"(<?xml version="1.0" encoding="UTF-8"?>
+<ProcessList id="halve" compCLFversion="3">
+  <Matrix inBitDepth="32f" outBitDepth="32f">
+    <Array dim="3 3">0.5 0 0 0 1 0 0 0 1</Array>
+  </Matrix>
+</ProcessList>
+)");
+  const LutImport got = importLut(p.string());
+  EXPECT_EQ(got.info.size3d, 0);
+  EXPECT_TRUE(got.info.lattice.empty());
+  EXPECT_EQ(describeImport(got).find("no 3D lattice; transform evaluated at the 17-point lattice"),
+            std::string("Academy/ASC Common LUT Format: ").size());
+  for (int r = 0; r < 17; ++r) {
+    const size_t at = 3 * size_t(r);  // green = blue = 0
+    EXPECT_EQ(got.lut[at], uint8_t(std::lround(127.5 * r / 16)));
+  }
+  // A linear transform is held exactly by the lattice: only 8-bit rounding remains.
+  EXPECT_LE(got.error.max, 0.5 + 1e-6);
+  fs::remove(p);
+}

@@ -1,0 +1,189 @@
+// Black-box tests of the LUT and calibration-file examination commands:
+// `lut doctor`, `calib lint` and `calib diff`, text and JSON, and their exit
+// statuses.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tool_runner.h"
+
+using namespace lumo_test;
+using ::testing::HasSubstr;
+
+namespace {
+
+// A .cube of `edge` points, rows red-fastest unless `blueFastest`.
+std::string cube(int edge, bool blueFastest, double gain = 1, const std::string& header = "") {
+  std::string text = header + "LUT_3D_SIZE " + std::to_string(edge) + "\n";
+  for (int s = 0; s < edge; ++s)
+    for (int m = 0; m < edge; ++m)
+      for (int q = 0; q < edge; ++q) {
+        const int r = blueFastest ? s : q, b = blueFastest ? q : s;
+        char row[80];
+        std::snprintf(row, sizeof(row), "%.6f %.6f %.6f\n", gain * r / (edge - 1.0),
+                      0.5 * m / (edge - 1.0), b / (edge - 1.0) * 0.8);
+        text += row;
+      }
+  return text;
+}
+
+}  // namespace
+
+class LutDoctorCli : public ToolTest {};
+
+TEST_F(LutDoctorCli, EachProblemIsNamedAndSetsTheExitStatus) {
+  const struct {
+    const char* name;
+    std::string text;
+    const char* problem;  // nullptr: the file is fine
+  } cases[] = {
+      {"good.cube", cube(33, false), nullptr},
+      {"transposed.cube", cube(33, true), "(blue-fastest)"},
+      {"hot.cube", cube(9, false, 1.5), "(out-of-range)"},
+      {"domain.cube", cube(5, false, 1, "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 2 1\n"), "(domain)"},
+      {"broken.cube", "LUT_3D_SIZE 2\n0 0 0\n", "calib build would refuse it"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    write(c.name, c.text);
+    const Outcome o = lumo(std::string("lut doctor ") + c.name);
+    EXPECT_EQ(o.status, c.problem == nullptr ? 0 : 1);
+    if (c.problem == nullptr) {
+      EXPECT_THAT(o.out,
+                  HasSubstr(std::string(c.name) + ": iridas_cube (Iridas dialect), "
+                                                  "33-point lattice, no shaper, domain 0..1"));
+      EXPECT_THAT(o.out, HasSubstr("33-point lattice resampled to 17 (tetrahedral); error max"));
+      EXPECT_THAT(o.out, HasSubstr(std::string(c.name) + ": ok\n"));
+    } else {
+      EXPECT_THAT(o.out, HasSubstr(c.problem));
+      EXPECT_THAT(o.err, HasSubstr("lut doctor: 1 of 1 files have problems"));
+    }
+  }
+  const Outcome all = lumo("lut doctor --json good.cube transposed.cube");
+  EXPECT_EQ(all.status, 1);
+  const nlohmann::json j = nlohmann::json::parse(all.out);
+  ASSERT_EQ(j.size(), 2u);
+  EXPECT_EQ(j[0]["ok"], true);
+  EXPECT_EQ(j[0]["lattice_size"], 33);
+  EXPECT_EQ(j[1]["problems"][0]["code"], "blue-fastest");
+  EXPECT_LT(j[0]["build"]["error_mean"].get<double>(), j[0]["build"]["error_max"].get<double>());
+}
+
+class CalibLintCli : public ToolTest {};
+
+TEST_F(CalibLintCli, SilentOnTheDemoStrictFailsOnAFindingBrokenFilesAreRefused) {
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o demo.bin").status, 0);
+  Outcome o = lumo("calib lint --strict demo.bin");
+  EXPECT_EQ(o.status, 0) << o.out;
+  EXPECT_EQ(o.out, "demo.bin: 0 findings\n");
+  // Only the common scene, with a single CCT band from 100 lux.
+  write("one.json", R"({"looks": {"a": {"generate": {}}}, "shadings": {"s": [0,0,0,0,0,0,0,0]},
+    "scenes": [{"name": "common", "lux": [{"start": 100, "end": 65535,
+                "cct": [{"start": 0, "end": 65535, "lut": "a"}]}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+               "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})");
+  ASSERT_EQ(lumo("calib build one.json -o one.bin").status, 0);
+  o = lumo("calib lint one.bin");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_THAT(o.out, HasSubstr("one.bin: scene block 0 \"common\": warning: one CCT band only"));
+  EXPECT_THAT(o.out, HasSubstr("(no-low-lux)"));
+  EXPECT_THAT(o.out, HasSubstr("one.bin: scene \"night\": warning: "));
+  EXPECT_THAT(o.out, HasSubstr("one.bin: 7 findings\n"));
+  o = lumo("calib lint --strict --json one.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(nlohmann::json::parse(o.out)[0]["warnings"], 7);
+  write("junk.bin", "not a calibration file");
+  o = lumo("calib lint junk.bin");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("junk.bin: not linted: the file breaks the format"));
+}
+
+class CalibDiffCli : public ToolTest {};
+
+TEST_F(CalibDiffCli, ALookSwappedInOneCellIsMeasuredOnTheChart) {
+  const std::string base =
+      R"({"looks": {"a": {"generate": {}}, "b": {"generate": {"temperature": 0.5}}},
+    "shadings": {"s": [0,0,0,0,0,0,0,0]},
+    "scenes": [{"name": "common", "lux": [{"start": 0, "end": 65535,
+                "cct": [{"start": 0, "end": 4000, "lut": "a"}, {"start": 4001, "end": 65535, "lut": "LOOK"}]}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+               "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})";
+  for (const char* look : {"a", "b"}) {
+    std::string text = base;
+    text.replace(text.find("LOOK"), 4, look);
+    write(std::string(look) + ".json", text);
+    ASSERT_EQ(lumo(std::string("calib build ") + look + ".json -o " + look + ".bin").status, 0);
+  }
+  Outcome o = lumo("calib diff a.bin a.bin");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "0 changes\n");
+  o = lumo("calib diff a.bin b.bin");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_THAT(o.out, HasSubstr("scene \"common\", lux band 0, cct band 1: LUT block 0 -> 1: "
+                               "contents changed, dE00 mean "));
+  o = lumo("calib diff --json a.bin b.bin");
+  const nlohmann::json j = nlohmann::json::parse(o.out);
+  bool measured = false;
+  for (const auto& e : j)
+    if (e.contains("ciede2000")) {
+      measured = true;
+      EXPECT_GT(e["ciede2000"]["max"].get<double>(), 1.0);
+      EXPECT_EQ(e["ciede2000"]["worst"].size(), 3u);
+    }
+  EXPECT_TRUE(measured) << o.out;
+  write("junk.bin", "x");
+  EXPECT_EQ(lumo("calib diff a.bin junk.bin").status, 1);
+}
+
+class CalibBuildSourcesCli : public ToolTest {};
+
+TEST_F(CalibBuildSourcesCli, EachLutFileIsReportedWithItsErrorAndProblemsAndLayoutsAreChecked) {
+  write("t.cube", cube(33, true));
+  const std::string tree = R"(, "shadings": {"s": [0,0,0,0,0,0,0,0]},
+    "scenes": [{"name": "common", "lux": [{"start": 0, "end": 65535,
+                "cct": [{"start": 0, "end": 65535, "lut": "t"}]}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+               "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})";
+  write("d.json", R"({"looks": {"t": {"lut": "t.cube"}})" + tree);
+  const Outcome o = lumo("calib build d.json -o d.bin");
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.out, HasSubstr("looks.t: ./t.cube: iridas_cube (Iridas): 33-point lattice "
+                               "resampled to 17 (tetrahedral); error max "));
+  EXPECT_THAT(o.out, HasSubstr("looks.t: ./t.cube: warning: lattice looks written blue-fastest"));
+  write("x.png", "");
+  const struct {
+    const char* look;
+    const char* message;
+  } bad[] = {
+      {R"({"lut": "t.cube", "layout": "hald"})",
+       "field \"looks.t.layout\": only picture LUTs (.png, .jpg) have a layout"},
+      {R"({"lut": "x.png", "layout": "spiral"})",
+       "layout \"spiral\": expected auto, hald, tiles, tiles-up or strip"},
+  };
+  for (const auto& c : bad) {
+    write("bad.json", std::string(R"({"looks": {"t": )") + c.look + "}" + tree);
+    const Outcome b = lumo("calib build bad.json -o bad.bin");
+    EXPECT_EQ(b.status, 1);
+    EXPECT_THAT(b.err, HasSubstr(c.message));
+    EXPECT_FALSE(fs::exists(dir / "bad.bin"));
+  }
+}
+
+TEST_F(CalibBuildSourcesCli, HelpTextsSayWhatIsChecked) {
+  const struct {
+    const char* command;
+    std::vector<std::string> mentions;
+  } cases[] = {
+      {"lut doctor --help", {"blue-fastest", "outside 0..1", "NaN", "domain", "identity", "52^3"}},
+      {"calib lint --help",
+       {"single-cct", "no-low-lux", "never-chosen", "missing-scene", "zoom-order"}},
+      {"calib diff --help", {"CIEDE2000", "three worst patches", "by ratio"}},
+      {"calib build --help", {".3dl", ".clf", ".csp", ".spi3d", "Hald", "resampling error"}},
+  };
+  for (const auto& c : cases) {
+    const Outcome o = lumo(c.command);
+    EXPECT_EQ(o.status, 0) << c.command;
+    for (const std::string& m : c.mentions) EXPECT_THAT(o.out, HasSubstr(m)) << c.command;
+  }
+}

@@ -1,0 +1,152 @@
+// Picture LUTs: every layout written from a known look is detected from the
+// picture alone and reads back as that look; a forced layout wins; pictures
+// no layout fits are refused with their size.
+#include <calib/image_lut.h>
+#include <calib/looks.h>
+#include <calib/lut_source.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+
+#include "image_files.h"
+#include "lut_doctor.h"
+
+using namespace lumo;
+namespace fs = std::filesystem;
+
+namespace {
+
+const calib::LookParams kWarm{.temperature = 0.5, .contrast = 0.3, .saturation = 1.2};
+
+// The look written as a picture in `layout`.
+Image pictureOf(const calib::ImageLayout& layout, int width, int height) {
+  Image image = makeImage({PixelFormat::Rgba, uint32_t(width), uint32_t(height), 0, 0});
+  const int n = layout.edge;
+  for (int b = 0; b < n; ++b)
+    for (int g = 0; g < n; ++g)
+      for (int r = 0; r < n; ++r) {
+        int x, y;
+        if (layout.kind == calib::ImageLayout::Kind::Hald) {
+          const int i = r + n * (g + n * b);
+          x = i % width, y = i / width;
+        } else {
+          x = (b % layout.columns) * n + r;
+          y = (b / layout.columns) * n + (layout.greenUp ? n - 1 - g : g);
+        }
+        const auto c = calib::applyLook(kWarm, {r / (n - 1.0), g / (n - 1.0), b / (n - 1.0)});
+        uint8_t* px = image.row(uint32_t(y)) + 4 * x;
+        for (int k = 0; k < 3; ++k) px[k] = uint8_t(std::lround(c[k] * 255));
+      }
+  return image;
+}
+
+int maxDifference(const calib::LutBlock& a, const calib::LutBlock& b) {
+  int worst = 0;
+  for (size_t i = 0; i < a.size(); ++i) worst = std::max(worst, std::abs(a[i] - b[i]));
+  return worst;
+}
+
+}  // namespace
+
+TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
+  usePictureDecoders();
+  using K = calib::ImageLayout::Kind;
+  const struct {
+    calib::ImageLayout layout;
+    int width, height;
+    std::string name;
+  } cases[] = {
+      {{K::Hald, 16, 0, false}, 64, 64, "hald level 4"},
+      {{K::Hald, 64, 0, false}, 512, 512, "hald level 8"},
+      {{K::Tiles, 16, 4, false}, 64, 64, "tiles 4x4"},
+      {{K::Tiles, 64, 8, false}, 512, 512, "tiles 8x8"},
+      {{K::Tiles, 16, 16, false}, 256, 16, "strip 16x1"},
+      {{K::Tiles, 16, 1, false}, 16, 256, "strip 1x16"},
+      {{K::Tiles, 32, 32, true}, 1024, 32, "strip 32x1, green upwards"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const fs::path p = fs::temp_directory_path() / ("lumo_picture_lut_" + std::to_string(c.width) +
+                                                    "x" + std::to_string(c.height) + ".png");
+    writeImage(p.string(), pictureOf(c.layout, c.width, c.height));
+    const calib::LutImport got = calib::importLut(p.string());
+    EXPECT_EQ(got.info.format, "image");
+    EXPECT_EQ(got.info.dialect, c.name);
+    EXPECT_EQ(got.info.size3d, c.layout.edge);
+    // A 16-point lattice misses the curve between its points by a few code values.
+    EXPECT_LE(maxDifference(got.lut, calib::generateLook(kWarm)), 5);
+    EXPECT_LT(got.error.mean, 1.0);
+    fs::remove(p);
+  }
+}
+
+TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
+  usePictureDecoders();
+  // 64x64 is both a Hald level 4 and 4x4 tiles of 16; forcing Hald reads the
+  // tiles picture as Hald, which scrambles the look.
+  const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_forced.jpg";
+  writeImage(p.string(), pictureOf({calib::ImageLayout::Kind::Tiles, 16, 4, false}, 64, 64), 98);
+  EXPECT_EQ(calib::importLut(p.string()).info.dialect, "tiles 4x4");
+  const calib::LutImport forced = calib::importLut(p.string(), "hald");
+  EXPECT_EQ(forced.info.dialect, "hald level 4");
+  EXPECT_GT(maxDifference(forced.lut, calib::generateLook(kWarm)), 40);
+  const struct {
+    std::string layout;
+    int width, height;
+    std::string message;
+  } refused[] = {
+      {"", 50, 40, "50x40 pixels fit no LUT layout"},
+      {"strip", 64, 64, "64x64 pixels fit no strip layout"},
+      {"diagonal", 64, 64, "layout \"diagonal\": expected auto, hald, tiles, tiles-up or strip"},
+  };
+  for (const auto& r : refused) {
+    SCOPED_TRACE(r.message);
+    const fs::path q = fs::temp_directory_path() / "lumo_picture_lut_refused.png";
+    writeImage(q.string(),
+               makeImage({PixelFormat::Rgba, uint32_t(r.width), uint32_t(r.height), 0, 0}));
+    try {
+      calib::importLut(q.string(), r.layout);
+      ADD_FAILURE() << "accepted";
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(std::string(e.what()).rfind(q.string() + ": " + r.message, 0), 0u) << e.what();
+    }
+    fs::remove(q);
+  }
+  fs::remove(p);
+}
+
+TEST(PictureLut, CandidateLayoutsFollowThePictureSize) {
+  const struct {
+    int width, height;
+    std::vector<std::string> names;
+  } cases[] = {
+      {64, 64, {"hald level 4", "tiles 4x4", "tiles 4x4, green upwards"}},
+      {8, 8, {"hald level 2", "tiles 2x2", "tiles 2x2, green upwards"}},
+      {256, 16, {"strip 16x1", "strip 16x1, green upwards"}},
+      {512, 64, {"tiles 16x2", "tiles 16x2, green upwards"}},
+      {100, 100, {}},
+      {30, 20, {}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> names;
+    for (const auto& l : calib::candidateLayouts(c.width, c.height)) names.push_back(l.name());
+    EXPECT_EQ(names, c.names) << c.width << "x" << c.height;
+  }
+}
+
+TEST(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
+  usePictureDecoders();
+  // A flat grey picture reads the same in every layout its size allows.
+  Image grey = makeImage({PixelFormat::Rgba, 64, 64, 0, 0});
+  for (size_t i = 0; i < grey.bytes.size(); ++i) grey.bytes[i] = (i % 4 == 3) ? 255 : 120;
+  const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_grey.png";
+  writeImage(p.string(), grey);
+  std::vector<std::string> codes;
+  for (const auto& problem : diagnoseLut(p.string()).problems) codes.push_back(problem.code);
+  EXPECT_EQ(codes, (std::vector<std::string>{"layout-ambiguous", "near-constant"}));
+  // Forcing Hald leaves a single candidate: nothing to doubt.
+  EXPECT_TRUE(calib::importLut(p.string(), "hald").info.layoutDoubt.empty());
+  fs::remove(p);
+}

@@ -1,0 +1,307 @@
+// Structural comparison of two decoded calibration files. Scenes are
+// matched by name and zoom blocks by ratio (the plugin's keys), bands by
+// position within their list.
+#include "calib_diff.h"
+
+#include <calib/lut_source.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "calib_findings.h"
+
+namespace lumo {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+double deg(double rad) { return rad * 180 / kPi; }
+double rad(double degrees) { return degrees * kPi / 180; }
+
+std::string range(uint16_t start, uint16_t end) {
+  return std::to_string(start) + ".." + std::to_string(end);
+}
+
+template <typename T>
+std::string quoted(const T& v) {
+  std::ostringstream s;
+  s << v;
+  return s.str();
+}
+
+class Differ {
+public:
+  Differ(const calib::CalibrationFile& a, const calib::CalibrationFile& b) : m_a(a), m_b(b) {}
+
+  std::vector<DiffEntry> run() {
+    text("header, trigger_control", m_a.triggerControl, m_b.triggerControl);
+    text("header, param_type", m_a.paramType, m_b.paramType);
+    text("header, param_range", m_a.paramRange, m_b.paramRange);
+    if (m_a.lut3dSize != m_b.lut3dSize)
+      add("header, lut3d_size", quoted(m_a.lut3dSize) + " -> " + quoted(m_b.lut3dSize));
+    for (const calib::SceneBlock& s : m_a.scenes) {
+      const std::string record = "scene \"" + escapeBytes(s.name) + "\"";
+      const calib::SceneBlock* other = findScene(m_b, s.name);
+      if (other == nullptr)
+        add(record, "removed");
+      else if (findScene(m_a, s.name) == &s)
+        bands(record, s.luxBands, other->luxBands, true);
+    }
+    for (const calib::SceneBlock& s : m_b.scenes)
+      if (findScene(m_a, s.name) == nullptr)
+        add("scene \"" + escapeBytes(s.name) + "\"",
+            "added (" + quoted(s.luxBands.size()) + " lux bands)");
+    for (const calib::ZoomBlock& z : m_a.zooms) {
+      const std::string record = "zoom " + quoted(z.ratio);
+      const calib::ZoomBlock* other = findZoom(m_b, z.ratio);
+      if (other == nullptr)
+        add(record, "removed");
+      else if (findZoom(m_a, z.ratio) == &z)
+        bands(record, z.luxBands, other->luxBands, false);
+    }
+    for (const calib::ZoomBlock& z : m_b.zooms)
+      if (findZoom(m_a, z.ratio) == nullptr)
+        add("zoom " + quoted(z.ratio), "added (" + quoted(z.luxBands.size()) + " lux bands)");
+    if (m_a.luts.size() != m_b.luts.size())
+      add("LUT pool", quoted(m_a.luts.size()) + " -> " + quoted(m_b.luts.size()) + " blocks");
+    if (m_a.shadings.size() != m_b.shadings.size())
+      add("shading pool",
+          quoted(m_a.shadings.size()) + " -> " + quoted(m_b.shadings.size()) + " blocks");
+    return std::move(m_out);
+  }
+
+private:
+  // The plugin keeps the first block of a name or ratio.
+  static const calib::SceneBlock* findScene(const calib::CalibrationFile& f,
+                                            const std::string& name) {
+    for (const calib::SceneBlock& s : f.scenes)
+      if (s.name == name) return &s;
+    return nullptr;
+  }
+  static const calib::ZoomBlock* findZoom(const calib::CalibrationFile& f, float ratio) {
+    for (const calib::ZoomBlock& z : f.zooms)
+      if (z.ratio == ratio) return &z;
+    return nullptr;
+  }
+
+  void add(std::string record, std::string change, std::optional<ChartDelta> colour = {}) {
+    m_out.push_back({std::move(record), std::move(change), std::move(colour)});
+  }
+
+  void text(const char* record, const std::string& a, const std::string& b) {
+    if (a != b) add(record, "\"" + escapeBytes(a) + "\" -> \"" + escapeBytes(b) + "\"");
+  }
+
+  // A band present on one side only is reported as added or removed (false);
+  // on both sides, changed limits are reported (true: compare further).
+  template <typename Band>
+  bool bothSides(const std::string& record, const std::vector<Band>& a, const std::vector<Band>& b,
+                 size_t i, const std::string& kind) {
+    if (i >= b.size() || i >= a.size()) {
+      const Band& only = i >= b.size() ? a[i] : b[i];
+      add(record, std::string(i >= b.size() ? "removed (" : "added (") + kind + " " +
+                      range(only.start, only.end) + ")");
+      return false;
+    }
+    if (a[i].start != b[i].start || a[i].end != b[i].end)
+      add(record, kind + " " + range(a[i].start, a[i].end) + " -> " + range(b[i].start, b[i].end));
+    return true;
+  }
+
+  void bands(const std::string& record, const std::vector<calib::LuxBand>& a,
+             const std::vector<calib::LuxBand>& b, bool luts) {
+    for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+      const std::string lr = record + ", lux band " + quoted(i);
+      if (!bothSides(lr, a, b, i, "lux")) continue;
+      const auto& ca = a[i].ccts;
+      const auto& cb = b[i].ccts;
+      for (size_t k = 0; k < std::max(ca.size(), cb.size()); ++k) {
+        const std::string cr = lr + ", cct band " + quoted(k);
+        if (!bothSides(cr, ca, cb, k, "cct")) continue;
+        luts ? lutCell(cr, ca[k].index, cb[k].index) : shadingCell(cr, ca[k].index, cb[k].index);
+      }
+    }
+  }
+
+  void lutCell(const std::string& record, uint16_t ia, uint16_t ib) {
+    const std::string which =
+        ia == ib ? "LUT block " + quoted(ia) : "LUT block " + quoted(ia) + " -> " + quoted(ib);
+    if (ia >= m_a.luts.size() || ib >= m_b.luts.size()) {
+      if (ia != ib) add(record, which + " (outside a pool)");
+      return;
+    }
+    if (m_a.luts[ia] == m_b.luts[ib]) {
+      if (ia != ib) add(record, which + " (same contents)");
+      return;
+    }
+    add(record, which + ": contents changed", lutDelta(m_a.luts[ia], m_b.luts[ib]));
+  }
+
+  void shadingCell(const std::string& record, uint16_t ia, uint16_t ib) {
+    const std::string which = ia == ib ? "shading block " + quoted(ia)
+                                       : "shading block " + quoted(ia) + " -> " + quoted(ib);
+    if (ia >= m_a.shadings.size() || ib >= m_b.shadings.size()) {
+      if (ia != ib) add(record, which + " (outside a pool)");
+      return;
+    }
+    const calib::ShadingBlock& sa = m_a.shadings[ia];
+    const calib::ShadingBlock& sb = m_b.shadings[ib];
+    std::string changed;
+    for (size_t j = 0; j < sa.size(); ++j)
+      if (std::memcmp(&sa[j], &sb[j], sizeof(float)) != 0)
+        changed += (changed.empty() ? "" : ", ") + quoted(j) + ": " + quoted(sa[j]) + " -> " +
+                   quoted(sb[j]);
+    if (!changed.empty())
+      add(record, which + ": values " + changed);
+    else if (ia != ib)
+      add(record, which + " (same contents)");
+  }
+
+  const calib::CalibrationFile& m_a;
+  const calib::CalibrationFile& m_b;
+  std::vector<DiffEntry> m_out;
+};
+
+}  // namespace
+
+const std::vector<ChartPatch>& referenceChart() {
+  // The classic 24-patch colour checker in sRGB, row by row.
+  static const std::vector<ChartPatch> chart = {
+      {"dark skin", {115, 82, 68}},     {"light skin", {194, 150, 130}},
+      {"blue sky", {98, 122, 157}},     {"foliage", {87, 108, 67}},
+      {"blue flower", {133, 128, 177}}, {"bluish green", {103, 189, 170}},
+      {"orange", {214, 126, 44}},       {"purplish blue", {80, 91, 166}},
+      {"moderate red", {193, 90, 99}},  {"purple", {94, 60, 108}},
+      {"yellow green", {157, 188, 64}}, {"orange yellow", {224, 163, 46}},
+      {"blue", {56, 61, 150}},          {"green", {70, 148, 73}},
+      {"red", {175, 54, 60}},           {"yellow", {231, 199, 31}},
+      {"magenta", {187, 86, 149}},      {"cyan", {8, 133, 161}},
+      {"white", {243, 243, 242}},       {"neutral 8", {200, 200, 200}},
+      {"neutral 6.5", {160, 160, 160}}, {"neutral 5", {122, 122, 121}},
+      {"neutral 3.5", {85, 85, 85}},    {"black", {52, 52, 52}}};
+  return chart;
+}
+
+std::array<double, 3> srgbToLab(const std::array<double, 3>& rgb) {
+  double lin[3];
+  for (int c = 0; c < 3; ++c) {
+    const double v = std::clamp(rgb[c], 0.0, 1.0);
+    lin[c] = v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+  }
+  const double x = 0.4124564 * lin[0] + 0.3575761 * lin[1] + 0.1804375 * lin[2];
+  const double y = 0.2126729 * lin[0] + 0.7151522 * lin[1] + 0.0721750 * lin[2];
+  const double z = 0.0193339 * lin[0] + 0.1191920 * lin[1] + 0.9503041 * lin[2];
+  auto f = [](double t) {
+    return t > 216.0 / 24389 ? std::cbrt(t) : (24389.0 / 27 * t + 16) / 116;
+  };
+  const double fx = f(x / 0.95047), fy = f(y), fz = f(z / 1.08883);
+  return {116 * fy - 16, 500 * (fx - fy), 200 * (fy - fz)};
+}
+
+double ciede2000(const std::array<double, 3>& lab1, const std::array<double, 3>& lab2) {
+  const auto [L1, a1, b1] = lab1;
+  const auto [L2, a2, b2] = lab2;
+  const double cBar = (std::hypot(a1, b1) + std::hypot(a2, b2)) / 2;
+  const double c7 = std::pow(cBar, 7);
+  const double g = 0.5 * (1 - std::sqrt(c7 / (c7 + std::pow(25.0, 7))));
+  const double a1p = (1 + g) * a1, a2p = (1 + g) * a2;
+  const double c1p = std::hypot(a1p, b1), c2p = std::hypot(a2p, b2);
+  auto hue = [](double b, double a) {
+    if (a == 0 && b == 0) return 0.0;
+    const double h = deg(std::atan2(b, a));
+    return h < 0 ? h + 360 : h;
+  };
+  const double h1p = hue(b1, a1p), h2p = hue(b2, a2p);
+  const double dLp = L2 - L1, dCp = c2p - c1p;
+  double dhp = 0;
+  if (c1p * c2p != 0) {
+    dhp = h2p - h1p;
+    if (dhp > 180) dhp -= 360;
+    if (dhp < -180) dhp += 360;
+  }
+  const double dHp = 2 * std::sqrt(c1p * c2p) * std::sin(rad(dhp / 2));
+  const double lBar = (L1 + L2) / 2, cBarP = (c1p + c2p) / 2;
+  double hBarP = h1p + h2p;
+  if (c1p * c2p != 0) {
+    if (std::fabs(h1p - h2p) <= 180)
+      hBarP /= 2;
+    else
+      hBarP = h1p + h2p < 360 ? (hBarP + 360) / 2 : (hBarP - 360) / 2;
+  }
+  const double t = 1 - 0.17 * std::cos(rad(hBarP - 30)) + 0.24 * std::cos(rad(2 * hBarP)) +
+                   0.32 * std::cos(rad(3 * hBarP + 6)) - 0.20 * std::cos(rad(4 * hBarP - 63));
+  const double dTheta = 30 * std::exp(-std::pow((hBarP - 275) / 25, 2));
+  const double cBarP7 = std::pow(cBarP, 7);
+  const double rc = 2 * std::sqrt(cBarP7 / (cBarP7 + std::pow(25.0, 7)));
+  const double sl = 1 + 0.015 * std::pow(lBar - 50, 2) / std::sqrt(20 + std::pow(lBar - 50, 2));
+  const double sc = 1 + 0.045 * cBarP, sh = 1 + 0.015 * cBarP * t;
+  const double rt = -std::sin(rad(2 * dTheta)) * rc;
+  const double l = dLp / sl, c = dCp / sc, h = dHp / sh;
+  return std::sqrt(l * l + c * c + h * h + rt * c * h);
+}
+
+ChartDelta lutDelta(const calib::LutBlock& a, const calib::LutBlock& b) {
+  const std::vector<float> fa(a.begin(), a.end()), fb(b.begin(), b.end());
+  ChartDelta d;
+  std::vector<PatchDelta> all;
+  for (const ChartPatch& p : referenceChart()) {
+    const std::array<double, 3> in{p.srgb[0] / 255.0, p.srgb[1] / 255.0, p.srgb[2] / 255.0};
+    auto through = [&](const std::vector<float>& lut) {
+      std::array<double, 3> out = calib::tetrahedral(lut.data(), int(calib::kLutEdge), in);
+      for (double& v : out) v /= 255;
+      return srgbToLab(out);
+    };
+    all.push_back({p.name, ciede2000(through(fa), through(fb))});
+    d.mean += all.back().de;
+    d.max = std::max(d.max, all.back().de);
+  }
+  d.mean /= double(all.size());
+  std::stable_sort(all.begin(), all.end(),
+                   [](const PatchDelta& x, const PatchDelta& y) { return x.de > y.de; });
+  all.resize(std::min(all.size(), kWorstPatches));
+  d.worst = all;
+  return d;
+}
+
+std::vector<DiffEntry> diffCalibration(const calib::CalibrationFile& a,
+                                       const calib::CalibrationFile& b) {
+  return Differ(a, b).run();
+}
+
+std::string diffLine(const DiffEntry& e) {
+  std::string line = e.record + ": " + e.change;
+  if (e.colour) {
+    char text[96];
+    std::snprintf(text, sizeof(text), ", dE00 mean %.2f max %.2f (worst:", e.colour->mean,
+                  e.colour->max);
+    line += text;
+    for (size_t i = 0; i < e.colour->worst.size(); ++i) {
+      std::snprintf(text, sizeof(text), "%s %s %.2f", i == 0 ? "" : ",",
+                    e.colour->worst[i].patch.c_str(), e.colour->worst[i].de);
+      line += text;
+    }
+    line += ")";
+  }
+  return line;
+}
+
+nlohmann::json diffJson(const std::vector<DiffEntry>& entries) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const DiffEntry& e : entries) {
+    nlohmann::json j = {{"record", e.record}, {"change", e.change}};
+    if (e.colour) {
+      nlohmann::json worst = nlohmann::json::array();
+      for (const PatchDelta& p : e.colour->worst)
+        worst.push_back({{"patch", p.patch}, {"de", p.de}});
+      j["ciede2000"] = {{"mean", e.colour->mean}, {"max", e.colour->max}, {"worst", worst}};
+    }
+    list.push_back(j);
+  }
+  return list;
+}
+
+}  // namespace lumo
