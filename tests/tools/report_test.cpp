@@ -12,6 +12,7 @@
 #include <numeric>
 
 #include "report/coverage.h"
+#include "report/diff_section.h"
 #include "report/html.h"
 #include "report/pictures.h"
 #include "report/sections.h"
@@ -135,6 +136,7 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
       coverageSection(scenes, zooms, coverageFindings(file, scenes, zooms, &probe)),
       replaySection({shown, copied}),
       strengthSection("chart", {{0.0, shown.before}, {1.0, shown.after}}),
+      diffSection(file, file, "a.bin", "<x-injected>", styles),
   };
   for (const Section& s : built) {
     const std::string html = page("t", {s}, styles);
@@ -148,6 +150,23 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   EXPECT_EQ(lumo_test::countOf(built[2].body, "class=\"frame\""), 2u);
   EXPECT_EQ(lumo_test::countOf(built[2].body, "type=\"range\""), 1u);
   EXPECT_EQ(lumo_test::countOf(built[1].body, "class=\"map "), 3u);
+}
+
+// The diff heat map: one cell per compared CCT band, zero where the block is
+// the same, the changed block's cell among the worst; a missing scene said.
+TEST_F(ReportCalib, DiffShowsWhichCellsMoveTheChart) {
+  const calib::CalibrationFile a = fourCornerFile();
+  calib::CalibrationFile b = a;
+  b.luts[3] = flatLut(200);
+  b.scenes.push_back({"night", {luxBand(0, 100, {{2000, 4000, 0}})}, {}});
+  std::string styles;
+  const Section d = diffSection(a, b, "a.bin", "b.bin", styles);
+  EXPECT_EQ(lumo_test::countOf(d.body, "class=\"heat\""), 4u);
+  EXPECT_EQ(lumo_test::countOf(d.body, ">0.00</td>"), 3u);
+  EXPECT_EQ(lumo_test::countOf(d.body, "class=\"worst\""), 1u);
+  EXPECT_NE(d.body.find("lux band 1, cct band 1: mean"), std::string::npos);
+  EXPECT_NE(diffSection(b, a, "b.bin", "a.bin", styles).body.find("not in a.bin"),
+            std::string::npos);
 }
 
 // Each sample is what a fresh trigger selects for the same input: the same

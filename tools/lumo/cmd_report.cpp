@@ -13,6 +13,7 @@
 #include "atomic_file.h"
 #include "calib_findings.h"
 #include "commands.h"
+#include "diff_section.h"
 #include "failure.h"
 #include "frame_source.h"
 #include "host_options.h"
@@ -40,6 +41,7 @@ struct ReportOptions {
   HostCommandOptions host;
   std::string calib;
   std::string session;
+  std::string against;  // a second calibration to compare with --calib
   std::string output;
 };
 
@@ -300,6 +302,18 @@ void writeReport(ReportOptions& o) {
   }
   CalibrationPart calibration;
   if (!calibPath.empty()) calibration = addCalibration(calibPath, sections, styles);
+  if (!o.against.empty()) {
+    if (o.calib.empty()) throw CLI::ValidationError("--against", "needs --calib to compare with");
+    const calib::ReadResult other = calib::readCalibrationFile(o.against);
+    if (!other.ok())
+      throw Failure(o.against + ": no diff: not a readable calibration file (" +
+                    std::to_string(errorCount(other.issues) + other.unlistedErrors) +
+                    " errors; see `lumo calib check`)");
+    progress("diff: the chart through every cell of both files");
+    sections.push_back(diffSection(calibration.parsed.file, other.file,
+                                   fs::path(o.calib).filename().string(),
+                                   fs::path(o.against).filename().string(), styles));
+  }
   if (!o.session.empty()) addReplaySections(o, calibration.probe.get(), sections);
   const std::string title =
       "Lumo report: " + (o.calib.empty() ? std::string() : fs::path(o.calib).filename().string()) +
@@ -332,6 +346,10 @@ void addReportCommand(CLI::App& app) {
       "the plugin's selection over lux and CCT, and a session's frames with before/after");
   c->add_option("--calib", o->calib, "Calibration file to show")->check(CLI::ExistingFile);
   c->add_option("--session", o->session, "Session to replay and show (.jsonl)")
+      ->check(CLI::ExistingFile);
+  c->add_option("--against", o->against,
+                "Second calibration file: adds a diff section (CIEDE2000 per cell on the "
+                "colour checker, changes in words, worst cells side by side)")
       ->check(CLI::ExistingFile);
   c->add_option("-o,--output", o->output, "HTML file to write")->required();
   addHostOptions(*c, o->host, false);

@@ -1,0 +1,122 @@
+// Diff section: heat maps of chart colour differences and the worst cells.
+#include "diff_section.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <vector>
+
+#include "calib_diff.h"
+#include "pictures.h"
+
+namespace lumo::report {
+namespace {
+
+constexpr size_t kWorstCells = 5;
+// Mean differences at or above this are drawn fully red: past about 10 a
+// look is plainly another look.
+constexpr double kHeatTop = 10.0;
+
+struct CellDelta {
+  std::string where;
+  uint16_t blockA = 0, blockB = 0;
+  ChartDelta delta;
+};
+
+bool inPool(const calib::CalibrationFile& f, uint16_t index) {
+  return index < f.luts.size() && f.luts[index].size() == calib::kLutBlockBytes;
+}
+
+std::string heat(double mean) {
+  const double t = std::clamp(mean / kHeatTop, 0.0, 1.0);
+  char colour[32];
+  std::snprintf(colour, sizeof(colour), "rgb(255,%d,%d)", int(255 * (1 - t)), int(255 * (1 - t)));
+  return colour;
+}
+
+std::string swatchClass(const std::string& side, uint16_t block) {
+  return "d" + side + std::to_string(block);
+}
+
+}  // namespace
+
+Section diffSection(const calib::CalibrationFile& a, const calib::CalibrationFile& b,
+                    const std::string& nameA, const std::string& nameB, std::string& styles) {
+  std::string body = "<p class=\"note\">Each cell: CIEDE2000 between " + escapeHtml(nameA) +
+                     "'s and " + escapeHtml(nameB) +
+                     "'s LUT for the same scene, lux band and CCT band, over the 24 patches "
+                     "of the colour checker (mean, and maximum in the hover text); white is "
+                     "no change, full red a mean of " +
+                     fixed(kHeatTop, 0) + " or more.</p>";
+  std::vector<CellDelta> cells;
+  for (const calib::SceneBlock& sa : a.scenes) {
+    const auto sb = std::find_if(b.scenes.begin(), b.scenes.end(),
+                                 [&](const calib::SceneBlock& s) { return s.name == sa.name; });
+    body += "<h3 class=\"scene\">scene " + escapeHtml(sa.name) + "</h3>";
+    if (sb == b.scenes.end()) {
+      body += "<p class=\"warn\">not in " + escapeHtml(nameB) + "</p>";
+      continue;
+    }
+    body += "<table class=\"diff\">";
+    for (size_t l = 0; l < sa.luxBands.size(); ++l) {
+      const calib::LuxBand& la = sa.luxBands[l];
+      body +=
+          "<tr><th>lux " + std::to_string(la.start) + "&ndash;" + std::to_string(la.end) + "</th>";
+      for (size_t c = 0; c < la.ccts.size(); ++c) {
+        const calib::CctBand& ca = la.ccts[c];
+        const bool there = l < sb->luxBands.size() && c < sb->luxBands[l].ccts.size();
+        const uint16_t ib = there ? sb->luxBands[l].ccts[c].index : 0;
+        if (!there || !inPool(a, ca.index) || !inPool(b, ib)) {
+          body += "<td class=\"warn\">no cell to compare</td>";
+          continue;
+        }
+        CellDelta cell{
+            sa.name + ", lux band " + std::to_string(l) + ", cct band " + std::to_string(c),
+            ca.index, ib, lutDelta(a.luts[ca.index], b.luts[ib])};
+        body += "<td class=\"heat\" style=\"background:" + heat(cell.delta.mean) + "\" title=\"" +
+                escapeHtml(cell.where + ": blocks " + std::to_string(ca.index) + " / " +
+                           std::to_string(ib) + ", max " + fixed(cell.delta.max, 2)) +
+                "\">" + fixed(cell.delta.mean, 2) + "</td>";
+        cells.push_back(std::move(cell));
+      }
+      body += "</tr>";
+    }
+    body += "</table>";
+  }
+
+  const std::vector<DiffEntry> changes = diffCalibration(a, b);
+  body += "<h3>Changes</h3>";
+  if (changes.empty()) body += "<p>none</p>";
+  body += "<ul class=\"changes\">";
+  for (const DiffEntry& e : changes) body += "<li>" + escapeHtml(diffLine(e)) + "</li>";
+  body += "</ul>";
+
+  std::sort(cells.begin(), cells.end(),
+            [](const CellDelta& x, const CellDelta& y) { return x.delta.max > y.delta.max; });
+  while (!cells.empty() && cells.back().delta.max <= 0) cells.pop_back();
+  if (cells.size() > kWorstCells) cells.resize(kWorstCells);
+  body += "<h3>Worst cells</h3>";
+  if (cells.empty()) body += "<p>every compared cell renders the chart alike</p>";
+  const Image chart = referenceChart();
+  std::map<std::string, bool> drawn;
+  for (const CellDelta& cell : cells) {
+    for (const auto& [side, file, block] : {std::tuple{std::string("a"), &a, cell.blockA},
+                                            std::tuple{std::string("b"), &b, cell.blockB}}) {
+      const std::string cls = swatchClass(side, block);
+      if (drawn.emplace(cls, true).second)
+        styles += "." + cls + "{background-image:url(" +
+                  dataUri("image/png", pngBytes(applyLut(chart, file->luts[block].data()))) + ")}";
+    }
+    body += "<div class=\"worst\"><p>" + escapeHtml(cell.where) + ": mean " +
+            fixed(cell.delta.mean, 2) + ", max " + fixed(cell.delta.max, 2) + "</p>";
+    body += "<div class=\"cell\"><div class=\"swatch " + swatchClass("a", cell.blockA) +
+            "\"></div><br>" + escapeHtml(nameA) + " block " + std::to_string(cell.blockA) +
+            "</div>";
+    body += "<div class=\"cell\"><div class=\"swatch " + swatchClass("b", cell.blockB) +
+            "\"></div><br>" + escapeHtml(nameB) + " block " + std::to_string(cell.blockB) +
+            "</div></div>";
+  }
+  return {"diff", "Diff", body};
+}
+
+}  // namespace lumo::report
