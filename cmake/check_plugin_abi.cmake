@@ -33,7 +33,8 @@ endif()
 
 execute_process(COMMAND ${READELF} --dynamic --wide ${LIB} OUTPUT_VARIABLE dyn)
 string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*\\[[^]]+\\]" needed_lines "${dyn}")
-set(allowed "^(libc|libm|libdl|libstdc\\+\\+|libc\\+\\+|libc\\+\\+_shared|libgcc_s|ld-linux-aarch64|ld-linux-x86-64|libvyhost|libvideoprocess)\\.so")
+# Sanitizer builds also need their runtime; a phone build never has one.
+set(allowed "^(libc|libm|libdl|libstdc\\+\\+|libc\\+\\+|libc\\+\\+_shared|libgcc_s|ld-linux-aarch64|ld-linux-x86-64|libvyhost|libvideoprocess|libasan|libubsan|libtsan)\\.so")
 set(needed "")
 foreach(line IN LISTS needed_lines)
   string(REGEX REPLACE ".*\\[([^]]+)\\]" "\\1" name "${line}")

@@ -24,6 +24,17 @@ namespace fs = std::filesystem;
 // bookkeeping); the smallest leak, one 32-byte chunk a session, would give
 // 16 KiB over the 500 sessions of a row.
 constexpr size_t kAllowedGrowth = 8 * 1024;
+// Under AddressSanitizer glibc's atexit list grows by two slots per plugin
+// load (the plugin's initialize registers a static's destructor through the
+// sanitizer's __cxa_atexit, and the freed slot is not at the list's tail, the
+// only place glibc reuses): one 1040-byte block per 16 sessions, about 65
+// bytes a session, held by glibc, seen only in that build. The plain build's
+// bound stays exact, and LeakSanitizer checks the process at exit.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr size_t kSanitizerAtexitBytes = 80;
+#else
+constexpr size_t kSanitizerAtexitBytes = 0;
+#endif
 
 class ToolSessions : public ::testing::Test {
 protected:
@@ -86,7 +97,7 @@ TEST_F(ToolSessions, RepeatedSessionsLeaveTheHeapAsItWas) {
     const size_t before = lumotest::heapInUse();
     for (int i = 0; i < sessions && !HasFatalFailure(); ++i) run();
     const size_t after = lumotest::heapInUse();
-    EXPECT_LE(after, before + kAllowedGrowth)
+    EXPECT_LE(after, before + kAllowedGrowth + size_t(sessions) * kSanitizerAtexitBytes)
         << sessions << " sessions grew the heap by " << (after - before) << " bytes";
   }
 }
