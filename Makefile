@@ -64,6 +64,7 @@ demo: build
 
 bench: build
 	./scripts/run-benchmarks.sh build/dev
+	./scripts/bench-end-to-end.sh build/dev
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
