@@ -284,7 +284,8 @@ TEST_F(OutputsCli, SignalsDuringReplayLeaveNothingBehind) {
     ASSERT_GE(pid, 0);
     if (pid == 0) {
       const std::string cmd = "cd '" + dir.string() +
-                              "' && exec '" LUMO_TOOL "' replay s.jsonl --out out 2>/dev/null" +
+                              "' && exec " LUMO_TOOL_EMULATOR "'" LUMO_TOOL
+                              "' replay s.jsonl --out out 2>/dev/null" +
                               kProbe;
       execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
       _exit(127);
