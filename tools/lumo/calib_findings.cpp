@@ -57,6 +57,10 @@ size_t errorCount(const std::vector<calib::Issue>& issues) {
   return n;
 }
 
+size_t errorCount(const calib::ReadResult& read) {
+  return errorCount(read.issues) + read.unlistedErrors;
+}
+
 std::vector<std::string> findingLines(const std::string& file, const calib::ReadResult& read) {
   const std::vector<calib::Issue>& issues = read.issues;
   std::vector<std::string> lines;
@@ -64,8 +68,8 @@ std::vector<std::string> findingLines(const std::string& file, const calib::Read
     lines.push_back(escapeBytes(calib::formatIssue(file, issues[k])));
   if (read.issueCount() > kFindingsShown) {
     const size_t rest = read.issueCount() - kFindingsShown;
-    const size_t restErrors = errorCount(issues) + read.unlistedErrors -
-                              errorCount({issues.begin(), issues.begin() + long(kFindingsShown)});
+    const size_t restErrors =
+        errorCount(read) - errorCount({issues.begin(), issues.begin() + long(kFindingsShown)});
     lines.push_back(escapeBytes(file) + ": ... and " + std::to_string(rest) + " more findings (" +
                     std::to_string(restErrors) + " errors)");
   }
@@ -82,7 +86,7 @@ nlohmann::json findingsJson(const calib::ReadResult& read) {
                     {"record", escapeBytes(i.record)},
                     {"message", escapeBytes(i.message)}});
   }
-  const size_t errors = errorCount(issues) + read.unlistedErrors;
+  const size_t errors = errorCount(read);
   return {{"issues", list},
           {"issue_count", read.issueCount()},
           {"errors", errors},

@@ -27,5 +27,7 @@ std::vector<std::string> findingLines(const std::string& file, const calib::Read
 nlohmann::json findingsJson(const calib::ReadResult& read);
 
 size_t errorCount(const std::vector<calib::Issue>& issues);
+// Every error the reader found, listed or only counted.
+size_t errorCount(const calib::ReadResult& read);
 
 }  // namespace lumo

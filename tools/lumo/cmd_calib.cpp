@@ -72,8 +72,7 @@ void addBuild(CLI::App& calibApp) {
       std::fprintf(stderr, "lumo: %s\n", line.c_str());
     if (!checked.ok())
       throw Failure(*desc + ": not built: the file would break the format (" +
-                    std::to_string(errorCount(checked.issues) + checked.unlistedErrors) +
-                    " errors above)");
+                    std::to_string(errorCount(checked)) + " errors above)");
     std::string error;
     if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
     printLookSources(sources);
@@ -125,8 +124,7 @@ void addDump(CLI::App& calibApp) {
       for (const std::string& line : findingLines(*file, r))
         std::fprintf(stderr, "%s\n", line.c_str());
       throw Failure(*file + ": not dumped: not a readable calibration file (" +
-                    std::to_string(errorCount(r.issues) + r.unlistedErrors) +
-                    " errors; see `lumo calib check`)");
+                    std::to_string(errorCount(r)) + " errors; see `lumo calib check`)");
     }
     std::fputs(escapeBytes(calib::dumpText(r, *file), true).c_str(), stdout);
   });
@@ -192,8 +190,7 @@ void addLint(CLI::App& calibApp) {
         for (const std::string& line : findingLines(path, r))
           std::fprintf(stderr, "%s\n", line.c_str());
         throw Failure(path + ": not linted: the file breaks the format (" +
-                      std::to_string(errorCount(r.issues) + r.unlistedErrors) +
-                      " errors; see `lumo calib check`)");
+                      std::to_string(errorCount(r)) + " errors; see `lumo calib check`)");
       }
       const std::vector<LintFinding> findings = lintCalibration(r.file);
       failed = failed || (*strict && !findings.empty());

@@ -263,8 +263,7 @@ CalibrationPart addCalibration(const std::string& path, std::vector<Section>& se
     for (const std::string& line : findingLines(path, part.parsed))
       std::fprintf(stderr, "%s\n", line.c_str());
     throw Failure(path + ": no report: not a readable calibration file (" +
-                  std::to_string(errorCount(part.parsed.issues) + part.parsed.unlistedErrors) +
-                  " errors; see `lumo calib check`)");
+                  std::to_string(errorCount(part.parsed)) + " errors; see `lumo calib check`)");
   }
   part.probe = std::make_unique<SelectionProbe>(path);
   addCalibrationSections(part.parsed.file, *part.probe, sections, styles);
@@ -307,8 +306,7 @@ void writeReport(ReportOptions& o) {
     const calib::ReadResult other = calib::readCalibrationFile(o.against);
     if (!other.ok())
       throw Failure(o.against + ": no diff: not a readable calibration file (" +
-                    std::to_string(errorCount(other.issues) + other.unlistedErrors) +
-                    " errors; see `lumo calib check`)");
+                    std::to_string(errorCount(other)) + " errors; see `lumo calib check`)");
     progress("diff: the chart through every cell of both files");
     sections.push_back(diffSection(calibration.parsed.file, other.file,
                                    fs::path(o.calib).filename().string(),
