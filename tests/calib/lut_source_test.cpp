@@ -323,6 +323,18 @@ TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
                                          "see docs/calibration.md)");
   }
   fs::remove(unknown);
+  // Past the largest lattice the refusal comes before any entry is read.
+  const fs::path huge = writeFile("huge.spi3d", "SPILUT 1.0\n3 3\n130 130 130\n0 0 0 0 0 0\n");
+  try {
+    importLut(huge.string());
+    ADD_FAILURE();
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(std::string(e.what()),
+              huge.string() +
+                  ": cannot read .spi3d file: LUT 3D: Grid size '130' must not be "
+                  "greater than '129'.");
+  }
+  fs::remove(huge);
 }
 
 TEST(LutSource, TransformsWithoutALatticeAreEvaluatedExactly) {

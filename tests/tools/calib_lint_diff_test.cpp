@@ -63,6 +63,15 @@ TEST(CalibLint, CleanFileIsSilentAndEachMistakeFiresItsRule) {
        "never-chosen", "zoom block 2 (2)"},
       {"missing scene", [](auto& f) { f.scenes.erase(f.scenes.begin() + 3); }, "missing-scene",
        "scene \"sunrise_sunset\""},
+      {"copied index: block 0 in two patches, one beside block 1 only",
+       [](auto& f) {
+         f.luts.push_back(f.luts[0]);
+         f.scenes[1].luxBands[0].ccts = {
+             {0, 3000, 0}, {3001, 4000, 1}, {4001, 5000, 2}, {5001, 65535, 0}};
+         f.scenes[1].luxBands[1].ccts = {
+             {0, 3000, 1}, {3001, 4000, 1}, {4001, 5000, 1}, {5001, 65535, 1}};
+       },
+       "shared-block", "scene block 1 \"plants\" lux band 0 CCT band 3"},
       {"zoom order", [](auto& f) { std::swap(f.zooms[0].ratio, f.zooms[1].ratio); }, "zoom-order",
        "zoom block 1 (1)"},
   };

@@ -55,6 +55,66 @@ void unusedPool(const char* pool, size_t count, const std::set<uint16_t>& used,
                      "never chosen: no CCT band refers to it"});
 }
 
+// A block reused over a patch of neighbouring cells is a deliberate plateau.
+// The same block in two separate patches whose surroundings differ is more
+// often an index copied into the wrong cell: the blends around the two differ.
+// Cells neighbour when they are CCT neighbours in one lux band, or sit at the
+// same CCT position in adjacent lux bands.
+void sharedBlocks(const std::string& record, const char* pool,
+                  const std::vector<calib::LuxBand>& bands, std::vector<LintFinding>& out) {
+  struct Patch {
+    uint16_t block;
+    std::pair<size_t, size_t> first;
+    std::set<uint16_t> around;
+  };
+  std::vector<Patch> patches;
+  std::vector<std::vector<int>> patchOf(bands.size());
+  for (size_t i = 0; i < bands.size(); ++i) patchOf[i].assign(bands[i].ccts.size(), -1);
+  const auto at = [&](size_t i, size_t j) -> const calib::CctBand* {
+    return i < bands.size() && j < bands[i].ccts.size() ? &bands[i].ccts[j] : nullptr;
+  };
+  for (size_t i = 0; i < bands.size(); ++i)
+    for (size_t j = 0; j < bands[i].ccts.size(); ++j) {
+      if (patchOf[i][j] >= 0) continue;
+      Patch p{bands[i].ccts[j].index, {i, j}, {}};
+      std::vector<std::pair<size_t, size_t>> todo{{i, j}};
+      patchOf[i][j] = int(patches.size());
+      while (!todo.empty()) {
+        const auto [ci, cj] = todo.back();
+        todo.pop_back();
+        for (const auto& [ni, nj] :
+             {std::pair{ci, cj - 1}, {ci, cj + 1}, {ci - 1, cj}, {ci + 1, cj}}) {
+          const calib::CctBand* n = at(ni, nj);
+          if (!n) continue;
+          if (n->index != p.block) {
+            p.around.insert(n->index);
+          } else if (patchOf[ni][nj] < 0) {
+            patchOf[ni][nj] = int(patches.size());
+            todo.push_back({ni, nj});
+          }
+        }
+      }
+      for (const Patch& q : patches)
+        if (q.block == p.block && q.around != p.around) {
+          const auto list = [](const std::set<uint16_t>& s) {
+            std::string r;
+            for (uint16_t b : s) r += (r.empty() ? "" : ", ") + std::to_string(b);
+            return r.empty() ? std::string("none") : r;
+          };
+          out.push_back(
+              {"shared-block",
+               record + " lux band " + std::to_string(i) + " CCT band " + std::to_string(j),
+               std::string(pool) + " block " + std::to_string(p.block) +
+                   " is also used at lux band " + std::to_string(q.first.first) + " CCT band " +
+                   std::to_string(q.first.second) + ", whose neighbours differ (blocks " +
+                   list(p.around) + " here, " + list(q.around) +
+                   " there): an index copied into the wrong cell?"});
+          break;
+        }
+      patches.push_back(std::move(p));
+    }
+}
+
 }  // namespace
 
 std::vector<LintFinding> lintCalibration(const calib::CalibrationFile& file) {
@@ -72,12 +132,14 @@ std::vector<LintFinding> lintCalibration(const calib::CalibrationFile& file) {
       out.push_back({"single-cct", record,
                      "one CCT band only in every lux band: the look never follows white balance"});
     lowLux(record, s.luxBands, out);
+    sharedBlocks(record, "LUT pool", s.luxBands, out);
   }
   for (size_t j = 0; j < file.zooms.size(); ++j) {
     const calib::ZoomBlock& z = file.zooms[j];
     for (const calib::LuxBand& lux : z.luxBands)
       for (const calib::CctBand& c : lux.ccts) usedShadings.insert(c.index);
     lowLux(zoomRecord(j, z), z.luxBands, out);
+    sharedBlocks(zoomRecord(j, z), "shading pool", z.luxBands, out);
     if (j > 0 && !(file.zooms[j - 1].ratio < z.ratio)) {
       std::ostringstream m;
       m << "zoom ratio " << z.ratio << " follows " << file.zooms[j - 1].ratio

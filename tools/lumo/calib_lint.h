@@ -12,7 +12,8 @@
 namespace lumo {
 
 struct LintFinding {
-  std::string rule;    // "single-cct", "no-low-lux", "never-chosen", "missing-scene", "zoom-order"
+  std::string rule;    // "single-cct", "no-low-lux", "never-chosen", "missing-scene", "zoom-order",
+                       // "shared-block"
   std::string record;  // "scene block 2 \"night\"", "LUT pool block 7", ...
   std::string message;
 };

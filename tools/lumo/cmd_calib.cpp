@@ -179,7 +179,9 @@ void addLint(CLI::App& calibApp) {
       "white balance); no-low-lux (a scene or zoom block whose lowest lux band starts at 50 lux "
       "or more); never-chosen (a scene or zoom block repeating an earlier name or ratio, a LUT "
       "or shading block no CCT band refers to); missing-scene (a scene the camera reports with "
-      "no block); zoom-order (zoom ratios not ascending in file order). Details: "
+      "no block); zoom-order (zoom ratios not ascending in file order); shared-block (one block "
+      "in two separate patches of a grid whose neighbouring blocks differ: an index copied into "
+      "the wrong cell?). Details: "
       "docs/calibration.md.");
   c->callback([files, json, strict] {
     bool failed = false;
