@@ -48,6 +48,7 @@ window.addEventListener('load', function () {
     rows: q('#replay tr.frame-row').length,
     sliders: q('input.wipe[type=range]').length,
     strip: q('#strength img').length,
+    heat: q('#diff td.heat').length,
     broken: broken,
     requests: performance.getEntriesByType('resource').map(function (e) { return e.name; })
         .filter(function (n) { return n.indexOf('data:') !== 0; }),
@@ -114,6 +115,7 @@ TEST_F(ReportBrowser, PageLoadsOfflineWithEverySectionAndAWorkingSlider) {
     scenes.insert(s.name);
     for (const auto& l : s.luxBands) cctBands += l.ccts.size();
   }
+  const size_t sceneCctBands = cctBands;
   for (const auto& z : parsed.file.zooms) {
     zooms.insert(z.ratio);
     for (const auto& l : z.luxBands) cctBands += l.ccts.size();
@@ -134,7 +136,8 @@ TEST_F(ReportBrowser, PageLoadsOfflineWithEverySectionAndAWorkingSlider) {
       "\n"
       R"({"instance": "snapshot", "input": "generated:portrait", "meta": {"stylization": 1, "faces": 1, "lux": 120, "cct": 4200, "zoom": 1}})"
       "\n");
-  const Outcome o = lumo("report --calib '" + calibPath + "' --session s.jsonl -o r.html");
+  const Outcome o = lumo("report --calib '" + calibPath +
+                         "' --against '" LUMO_DEMO_PREVIOUS "' --session s.jsonl -o r.html");
   ASSERT_EQ(o.status, 0) << o.err;
   const std::string html = readText(dir / "r.html");
   EXPECT_LT(html.size(), lumo::report::kPageBudgetBytes);
@@ -154,13 +157,15 @@ TEST_F(ReportBrowser, PageLoadsOfflineWithEverySectionAndAWorkingSlider) {
       text.replace(p, std::string(entity).size(), c);
   const nlohmann::json seen = nlohmann::json::parse(text);
   EXPECT_EQ(seen["sections"],
-            nlohmann::json::array({"calibration", "coverage", "replay", "strength"}));
+            nlohmann::json::array({"calibration", "coverage", "diff", "replay", "strength"}));
   EXPECT_EQ(seen["cells"], cctBands + 1);  // every CCT band of both trees, and the chart
   EXPECT_EQ(seen["maps"], scenes.size() + zooms.size());
   EXPECT_EQ(seen["frames"], 6);
   EXPECT_EQ(seen["rows"], 6);
   EXPECT_EQ(seen["sliders"], 6);
   EXPECT_EQ(seen["strip"], 5);
+  // Both files share every scene's grid: one heat cell per scene CCT band.
+  EXPECT_EQ(seen["heat"], sceneCctBands);
   EXPECT_EQ(seen["broken"], 0);
   EXPECT_EQ(seen["requests"], nlohmann::json::array());  // nothing fetched from anywhere
   EXPECT_EQ(seen["clipBefore"], "inset(0px 0px 0px 50%)");
@@ -178,7 +183,7 @@ TEST_F(ReportBrowser, PageLoadsOfflineWithEverySectionAndAWorkingSlider) {
 
   // Pictures for the documentation: one section at a time, the first frame opened.
   if (const char* shots = std::getenv("LUMO_REPORT_SHOTS")) {
-    for (const std::string id : {"calibration", "coverage", "replay", "strength"}) {
+    for (const std::string id : {"calibration", "coverage", "replay", "strength", "diff"}) {
       std::string one = html;
       one.insert(one.find("</style>"),
                  "section.report:not(#" + id + "){display:none}#frame-1{display:block}");

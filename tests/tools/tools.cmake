@@ -63,6 +63,7 @@ if(TARGET lumo_report AND NOT CMAKE_CROSSCOMPILING)
   target_compile_definitions(lumo_report_browser_tests PRIVATE
     LUMO_TOOL="$<TARGET_FILE:lumo>"
     LUMO_CHROMIUM="${LUMO_CHROMIUM}"
-    LUMO_DEMO_CALIBRATION="${CMAKE_BINARY_DIR}/share/lumo/lumo_filter_param.bin")
+    LUMO_DEMO_CALIBRATION="${CMAKE_BINARY_DIR}/share/lumo/lumo_filter_param.bin"
+    LUMO_DEMO_PREVIOUS="${CMAKE_BINARY_DIR}/share/lumo/lumo_filter_param_previous.bin")
   add_dependencies(lumo_report_browser_tests lumo lumo_filter lumo_demo_calibration)
 endif()
