@@ -1,6 +1,7 @@
 // Debug output of the plugin: the parameter text dump ("exif" files) and the
-// input/output image dumps. Nothing here logs or reports failures: dumping
-// must never change what the frame does.
+// input/output image dumps. Dumping must never change what the frame does:
+// nothing here logs or fails the frame; a text dump that could not be
+// written whole is removed and its error handed to the caller to log.
 #include <platform/device_path.h>
 #include <sys/stat.h>
 #include <vyalgo2/PluginUtils.h>

@@ -49,10 +49,13 @@ constexpr Condition kConditions[] = {
     {90, 4400, 3, 1},  {150, 4600, 3, 2},  {2500, 2800, 13, 1}, {999, 4500, 13, 2},
     {40, 7000, 0, 1},  {300, 3300, 9, 2},  {1200, 5000, 3, 1},  {10, 2500, 13, 2},
 };
-constexpr size_t kPeriod = std::size(kConditions);
-// Successive frames step through the table 5 at a time (coprime to its size),
-// so that every frame moves to another cell.
-const Condition& conditionOf(uint32_t frameNum) { return kConditions[(frameNum * 5) % kPeriod]; }
+// Each condition holds for four frames (the trigger's unchanged path), then
+// the next one is 5 rows on (coprime to the table's size), another cell.
+constexpr uint32_t kHold = 4;
+constexpr uint32_t kPeriod = std::size(kConditions) * kHold;
+const Condition& conditionOf(uint32_t frameNum) {
+  return kConditions[(frameNum / kHold * 5) % std::size(kConditions)];
+}
 
 uint64_t outputHash(const Frame& frame) {
   uint64_t h = 1469598103934665603ull;  // FNV-1a
@@ -86,9 +89,23 @@ struct Reference {
   uint64_t at(uint32_t n) const { return hashes[n < 2 * kPeriod ? n : kPeriod + n % kPeriod]; }
 };
 
-// A leak of one small record per frame over the default run (2 x 3,000 frames
-// of at least 64 bytes) exceeds this; measured growth is in docs/reliability.md.
-constexpr size_t kAllowedRssGrowth = 1024 * 1024;
+// After warm-up the heap in use may grow by at most kAllowedHeapGrowth (a
+// leak of one 32-byte block per 100 frames of the default run exceeds it),
+// and resident memory by at most kAllowedRssGrowth (a leak of 1 KiB a frame
+// of the default run exceeds it). Resident memory moves in steps that do not
+// grow with the run (up to 1.2 MiB measured, over 2,000 and 20,000 frames
+// alike, with or without the calibration changes): the malloc arenas of the
+// two threads and the mappings of the frame buffers. Under the sanitizers it
+// also holds their shadow memory, race history and (ASan) quarantine of
+// freed blocks, which grow by design, so only the heap counts there.
+// Measured growth is in docs/reliability.md.
+constexpr size_t kAllowedHeapGrowth = 16 * 1024;
+constexpr size_t kAllowedRssGrowth = 4 * 1024 * 1024;
+#ifdef LUMO_TEST_SANITIZER_HEAP
+constexpr bool kResidentCounts = false;
+#else
+constexpr bool kResidentCounts = true;
+#endif
 
 TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
 #ifndef LUMO_HAVE_RENDERER
@@ -103,10 +120,10 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
   EXPECT_NE(pluginLines(*firstLoad, "lumo_filter/paramUtil"), std::vector<PluginLine>{});
   firstLoad.reset();
   size_t distinct = std::set<uint64_t>(preview.hashes.begin(), preview.hashes.end()).size();
-  EXPECT_GE(distinct, kPeriod / 2) << "the conditions must pick different cells";
+  EXPECT_GE(distinct, std::size(kConditions) / 2) << "the conditions must pick different cells";
 
-  const uint32_t frames = uint32_t(soakCycles(3000));
-  const uint32_t warmUp = 4 * kPeriod;
+  const uint32_t warmUp = 2 * kPeriod;
+  const uint32_t frames = std::max(uint32_t(soakCycles(2000)), 2 * warmUp);
   size_t changed = 0;
   struct Instance {
     vyalgo2::PluginWraper& plugin;
@@ -120,14 +137,14 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
       i.done.store(n + 1, std::memory_order_relaxed);
     }
   };
-  auto onTwoThreads = [&](uint32_t from, uint32_t to) {
+  // `meanwhile` runs on this thread (no new thread, no new malloc arena
+  // whose pages would count as growth).
+  auto onTwoThreads = [&](uint32_t from, uint32_t to, const std::function<void()>& meanwhile) {
     std::thread a(run, std::ref(instances[0]), from, to), b(run, std::ref(instances[1]), from, to);
+    meanwhile();
     a.join();
     b.join();
   };
-  onTwoThreads(0, warmUp);
-  const size_t warm = residentBytes();
-
   // The calibration changes at a quarter, a half and three quarters of the run.
   const std::string path = prepareDevice() + "/odm/etc/camera/lumo_filter_param.bin";
   calib::CalibrationFile grey = cellCalibration();
@@ -137,7 +154,10 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
       [&] { std::filesystem::resize_file(path, 100); },
       [&] { std::filesystem::remove(path); },
   };
-  std::thread changer([&] {
+  onTwoThreads(0, warmUp, [] {});
+  const size_t warm = residentBytes(), warmHeap = heapInUse();
+
+  onTwoThreads(warmUp, frames, [&] {
     for (size_t k = 0; k < std::size(changes); ++k) {
       const uint32_t at = warmUp + (frames - warmUp) * uint32_t(k + 1) / 4;
       while (std::min(instances[0].done.load(), instances[1].done.load()) < at)
@@ -146,18 +166,21 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
       ++changed;
     }
   });
-  onTwoThreads(warmUp, std::max(frames, warmUp));
-  changer.join();
-  const size_t after = residentBytes();
+  const size_t after = residentBytes(), afterHeap = heapInUse();
 
   EXPECT_EQ(changed, std::size(changes));
   EXPECT_EQ(instances[0].wrong, 0u);
   EXPECT_EQ(instances[1].wrong, 0u);
-  EXPECT_LE(after, warm + kAllowedRssGrowth)
-      << frames << " frames per instance grew resident memory by " << (after - warm) << " bytes";
+  EXPECT_LE(afterHeap, warmHeap + kAllowedHeapGrowth)
+      << frames << " frames per instance grew the heap by " << (afterHeap - warmHeap) << " bytes";
+  if (kResidentCounts) {
+    EXPECT_LE(after, warm + kAllowedRssGrowth)
+        << frames << " frames per instance grew resident memory by " << (after - warm) << " bytes";
+  }
   std::printf(
-      "[ soak     ] %u frames per instance: resident %zu KiB after warm-up, %zu KiB at the end\n",
-      frames, warm / 1024, after / 1024);
+      "[ soak     ] %u frames per instance, after warm-up and at the end: resident %zu and "
+      "%zu KiB, heap %zd bytes of growth\n",
+      frames, warm / 1024, after / 1024, ssize_t(afterHeap) - ssize_t(warmHeap));
 
   // New instances made after the file went away still get the store read at
   // start-up: same frames, and the store is not built again (it would log).
