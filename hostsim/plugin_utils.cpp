@@ -12,6 +12,7 @@
 #include <string>
 
 #include "buffer_planes.h"
+#include "device_files.h"
 
 namespace vyalgo2 {
 namespace {
@@ -77,20 +78,25 @@ int PluginUtils::dumpToFile(VyImageBuffer* buffer, const char* name) {
     return -1;
   }
   const std::string path = folder + name + dumpExtension(buffer->format);
-  FILE* f = std::fopen(path.c_str(), "wb");
+  FILE* f = hostsim::openHostFile(path, "wb");
   if (f == nullptr) {
     __android_log_print(ANDROID_LOG_ERROR, kTag, "dumpToFile: cannot open %s: %s", path.c_str(),
                         std::strerror(errno));
     return -1;
   }
-  bool ok = true;
-  for (uint32_t p = 0; p < planes.count && ok; ++p) {
+  errno = 0;
+  int error = 0;
+  const auto failed = [] { return errno != 0 ? errno : EIO; };
+  for (uint32_t p = 0; p < planes.count && error == 0; ++p) {
     const hostsim::PlaneSpan& s = planes.planes[p];
-    ok = std::fwrite(s.data, 1, s.pitch * s.rows, f) == s.pitch * s.rows;
+    if (std::fwrite(s.data, 1, s.pitch * s.rows, f) != s.pitch * s.rows) error = failed();
   }
-  if (std::fclose(f) != 0) ok = false;
-  if (!ok) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "dumpToFile: short write to %s", path.c_str());
+  if (std::fclose(f) != 0 && error == 0) error = failed();
+  if (error != 0) {
+    // A dump cut short looks like a smaller picture to readers: none is better.
+    std::remove(path.c_str());
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "dumpToFile: cannot write %s: %s; removed",
+                        path.c_str(), std::strerror(error));
     return -1;
   }
   return 0;

@@ -1,0 +1,143 @@
+// Faults of the dump folder while dumping is on: missing, read-only, and full
+// from the start, in the middle of the parameter text or in the middle of the
+// image dumps (the simulator's file layer makes the last two, so they need
+// no privileges). The frame must come out as without the fault, the request
+// still returns 0, the log says which dump failed and why, and no dump is
+// left cut short.
+#include <hostsim/file_faults.h>
+
+#include <map>
+#include <regex>
+
+#include "plugin_test_support.h"
+
+namespace {
+
+using namespace lumotest;
+namespace fs = std::filesystem;
+
+struct Outcome {
+  std::vector<uint8_t> output;
+  std::map<std::string, std::string> files;  // by kind: text, input, output
+  std::vector<std::string> errors;           // error lines of the Android log
+};
+
+std::string kindOf(const std::string& name) {
+  if (name.ends_with("_exif.txt")) return "text";
+  return name.find("_input_") != std::string::npos ? "input" : "output";
+}
+
+// One frame through a new instance of `mode`, then destroy (which closes the
+// preview's text file), with `fault` made after the instance was created.
+Outcome runOne(Host& host, uint32_t mode, const std::function<void()>& fault) {
+  fs::remove_all(dumpFolder());
+  fs::create_directories(dumpFolder());
+  hostsim::PluginPtr plugin = host.registry.create(kProviderName);
+  Outcome out;
+  hostsim::LogCapture capture;
+  fault();
+  vyalgo2::CreateInfo info;
+  info.processMode = mode;
+  plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
+  Frame frame = makeFrame(32, 16, 1, sceneTags(0, 300.0f, 5000, 1.0f, "IMG"));
+  EXPECT_EQ(plugin->processRequest(&frame.request), 0);
+  plugin->destroy();
+  hostsim::setFileFaults({});
+  out.output.assign(frame.output->data(), frame.output->data() + frame.output->size());
+  for (const std::string& name : filesIn(dumpFolder()))
+    out.files[kindOf(name)] = readFile(dumpFolder() + "/" + name);
+  for (const hostsim::LogRecord& r : capture.records())
+    if (!r.offline && r.priority == 6) out.errors.push_back(r.message);
+  return out;
+}
+
+TEST(DumpFaults, FramesPassAndNoDumpIsLeftCutShort) {
+#ifndef LUMO_HAVE_RENDERER
+  GTEST_SKIP() << "no filter SDK built";
+#endif
+  EXPECT_EQ(runInChild([] {
+              Host host({{"dumpMode", "3"}}, /*recordFilters=*/false);
+              if (!host.loaded) return;
+              const std::map<uint32_t, Outcome> clean = {{0, runOne(host, 0, [] {})},
+                                                         {1, runOne(host, 1, [] {})}};
+              for (const auto& [mode, outcome] : clean) {
+                ASSERT_EQ(outcome.files.size(), 3u) << "mode " << mode;
+                ASSERT_EQ(outcome.errors, std::vector<std::string>{});
+              }
+              const std::string noSpace = "No space left on device; removed";
+              const std::string image = "_32x16_32.nv21: ";
+              const std::string text = "exif dump /data/vendor/camera/";
+              const std::vector<std::string> allThree = {
+                  ".*" + text + ".*_exif.txt: " + noSpace,
+                  "dumpToFile: cannot write .*_input" + image + noSpace,
+                  "dumpToFile: cannot write .*_output" + image + noSpace};
+              const struct Row {
+                const char* what;
+                std::vector<uint32_t> modes;
+                std::function<void(uint32_t mode)> fault;
+                std::vector<std::string> kept;
+                std::vector<std::string> errors;  // regular expressions, in order
+              } rows[] = {
+                  {"the folder is missing",
+                   {0, 1},
+                   [](uint32_t) { fs::remove_all(dumpFolder()); },
+                   {},
+                   {"dumpToFile .*_input_32x16_32: dump folder .* does not exist",
+                    "dumpToFile .*_output_32x16_32: dump folder .* does not exist"}},
+                  {"the partition is read-only",
+                   {0, 1},
+                   [](uint32_t) {
+                     hostsim::setFileFaults({true, -1});
+                   },
+                   {},
+                   {"dumpToFile: cannot open .*_input" + image + "Read-only file system",
+                    "dumpToFile: cannot open .*_output" + image + "Read-only file system"}},
+                  {"the partition is full",
+                   {0, 1},
+                   [](uint32_t) {
+                     hostsim::setFileFaults({false, 0});
+                   },
+                   {},
+                   allThree},
+                  {"the partition fills up inside the LUT line of the text",
+                   {0, 1},
+                   [](uint32_t) {
+                     hostsim::setFileFaults({false, 20000});
+                   },
+                   {},
+                   allThree},
+                  // The preview's text is still partly buffered when its images are
+                  // written, so only the snapshot fills up at a known point here.
+                  {"the partition fills up inside the input image",
+                   {0},
+                   [&](uint32_t mode) {
+                     hostsim::setFileFaults(
+                         {false, int64_t(clean.at(mode).files.at("text").size()) + 300});
+                   },
+                   {"text"},
+                   {"dumpToFile: cannot write .*_input" + image + noSpace,
+                    "dumpToFile: cannot write .*_output" + image + noSpace}},
+              };
+              for (const Row& row : rows) {
+                for (uint32_t mode : row.modes) {
+                  SCOPED_TRACE(std::string(row.what) + (mode == 0 ? ", snapshot" : ", preview"));
+                  const Outcome got = runOne(host, mode, [&] { row.fault(mode); });
+                  EXPECT_TRUE(got.output == clean.at(mode).output);
+                  std::vector<std::string> kept;
+                  for (const auto& [kind, content] : got.files) {
+                    kept.push_back(kind);
+                    EXPECT_TRUE(content == clean.at(mode).files.at(kind)) << kind << " cut short";
+                  }
+                  EXPECT_EQ(kept, row.kept);
+                  ASSERT_EQ(got.errors.size(), row.errors.size())
+                      << ::testing::PrintToString(got.errors);
+                  for (size_t i = 0; i < got.errors.size(); ++i)
+                    EXPECT_TRUE(std::regex_search(got.errors[i], std::regex(row.errors[i])))
+                        << got.errors[i] << "\n  expected " << row.errors[i];
+                }
+              }
+            }),
+            0);
+}
+
+}  // namespace
