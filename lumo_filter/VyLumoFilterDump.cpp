@@ -1,12 +1,11 @@
 // Debug output of the plugin: the parameter text dump ("exif" files) and the
-// input/output image dumps. Dumping must never change what the frame does:
-// nothing here logs or fails the frame; a text dump that could not be
-// written whole is removed and its error handed to the caller to log.
+// input/output image dumps. Nothing here logs or reports failures: dumping
+// must never change what the frame does, and the text dump's writes are
+// deliberately unchecked (a full partition can leave a text cut short).
 #include <platform/device_path.h>
 #include <sys/stat.h>
 #include <vyalgo2/PluginUtils.h>
 
-#include <cerrno>
 #include <chrono>
 #include <ctime>
 #include <iomanip>
@@ -52,20 +51,12 @@ void VyLumoFilterPlugin::openExifFile(const char* fileName) {
   closeExifFile();  // a second initialize must not leak the first file
   // The name is the phone's; only the open goes through the host's mapping.
   m_exifFile = vyplatform::openDeviceFile(path, "wb+");
-  m_exifPath = path;
   chmod(vyplatform::devicePath(path).c_str(), 0666);
 }
 
-int VyLumoFilterPlugin::closeExifFile() {
-  if (m_exifFile == nullptr) return 0;
-  const auto failure = [] { return errno != 0 ? errno : EIO; };
-  int error = std::ferror(m_exifFile) != 0 ? failure() : 0;
-  if (std::fclose(m_exifFile) != 0 && error == 0) error = failure();
+void VyLumoFilterPlugin::closeExifFile() {
+  if (m_exifFile != nullptr) std::fclose(m_exifFile);
   m_exifFile = nullptr;
-  // A block cut short (a full partition) would read as a valid dump with a
-  // short LUT line; the reader is better served by no file.
-  if (error != 0) std::remove(vyplatform::devicePath(m_exifPath.c_str()).c_str());
-  return error;
 }
 
 void VyLumoFilterPlugin::exifDump(FILE* file, param_lut_t* lut, param_shading_float_t* /*shading*/,

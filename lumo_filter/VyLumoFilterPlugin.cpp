@@ -12,8 +12,6 @@
 #include <vyalgo2/PluginUtils.h>
 #include <vyalgo2/VyMetadata.h>
 
-#include <cstring>
-
 #include "lumoEffectScript.h"
 #include "lumoFrameMetadata.h"
 #include "lumo_log.h"
@@ -176,19 +174,10 @@ void VyLumoFilterPlugin::reset() { LUMO_LOGD("[LumoFilter][%s], reset", m_instan
 void VyLumoFilterPlugin::destroy() {
   LUMO_LOGD("[LumoFilter][%s], destroy", m_instanceName.c_str());
   m_filter.reset();
-  if (m_processMode == kModePreview && m_dumpEnable && m_exifFile != nullptr) endExifFile();
+  if (m_processMode == kModePreview && m_dumpEnable && m_exifFile != nullptr) closeExifFile();
   m_lut.reset();
   m_shading.reset();
   m_paramTrigger.reset();
-}
-
-void VyLumoFilterPlugin::endExifFile() {
-  const std::string path = m_exifPath;
-  const int error = closeExifFile();
-  if (error != 0) {
-    LUMO_LOGE("[LumoFilter][%s] exif dump %s: %s; removed", m_instanceName.c_str(), path.c_str(),
-              std::strerror(error));
-  }
 }
 
 int VyLumoFilterPlugin::processRequest(vyalgo2::ProcessRequestInfo* request) {
@@ -225,9 +214,7 @@ int VyLumoFilterPlugin::processRequest(vyalgo2::ProcessRequestInfo* request) {
     if (m_processMode == kModeSnapshot) openSnapshotExifFile();
     if (m_exifFile != nullptr) {
       exifDump(m_exifFile, m_lut.get(), nullptr, request->frameNum);
-      // A preview file that failed a write stops here: later blocks would
-      // follow a cut one.
-      if (m_processMode == kModeSnapshot || std::ferror(m_exifFile) != 0) endExifFile();
+      if (m_processMode == kModeSnapshot) closeExifFile();
     }
   }
 

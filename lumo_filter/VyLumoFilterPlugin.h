@@ -68,10 +68,7 @@ private:
   void openPreviewExifFile();
   void openSnapshotExifFile();
   void openExifFile(const char* fileName);
-  // 0, or the error that left the file incomplete; such a file is removed.
-  int closeExifFile();
-  // Closes the file and says on the log when it had to be removed.
-  void endExifFile();
+  void closeExifFile();
 
   int32_t m_width = 0;
   int32_t m_height = 0;
@@ -83,7 +80,6 @@ private:
   bool m_filterValid = false;
   bool m_dumpEnable = false;
   FILE* m_exifFile = nullptr;
-  std::string m_exifPath;  // device path of m_exifFile
   std::string m_instanceName;
   param_trigger_t m_debugTriggerInfo;
   ParamUtil* m_paramUtil = nullptr;  // the process-wide store, not owned
