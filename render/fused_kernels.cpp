@@ -27,9 +27,9 @@ using VF = hn::Vec<DF>;
 using VI = hn::Vec<DI>;
 using VU = hn::Vec<DU>;
 
-struct Colour {
-  VF r, g, b;
-};
+// Vectors live only in locals, arguments and references: SVE's vector types
+// are sizeless and cannot be members of a struct or elements of an array.
+// Colours therefore travel as three vectors, updated in place.
 
 HWY_INLINE VF Clamp(VF v, VF lo, VF hi) { return hn::Min(hn::Max(v, lo), hi); }
 
@@ -109,28 +109,37 @@ HWY_INLINE VF ByteOfLane(VU v, int byte) {
 #endif
 }
 
-// The two lattice points of a packed pair: bytes 0-2 of `low`, then byte 3
-// of `low` and bytes 0-1 of `high`.
-HWY_INLINE void UnpackPair(VU low, VU high, VF first[3], VF second[3]) {
-  first[0] = ByteOfLane(low, 0);
-  first[1] = ByteOfLane(low, 1);
-  first[2] = ByteOfLane(low, 2);
-  second[0] = ByteOfLane(low, 3);
-  second[1] = ByteOfLane(high, 0);
-  second[2] = ByteOfLane(high, 1);
+// Byte `byte` (0..7) of a packed pair split into `low` and `high`: channel
+// ch of the pair's first point is byte ch, of its second byte 3 + ch.
+HWY_INLINE VF PairByte(VU low, VU high, int byte) {
+  return byte < 4 ? ByteOfLane(low, byte) : ByteOfLane(high, byte - 4);
+}
+
+// One channel of the tetrahedral interpolation between the corners c0 (low
+// and high halves of `cornersLow/High`, first point), c1, c2 (the edge pair)
+// and c3 (second corner point).
+HWY_INLINE VF Interpolate(VU cornersLow, VU cornersHigh, VU edgesLow, VU edgesHigh, int ch, VF fmax,
+                          VF fmid, VF fmin) {
+  const VF c0 = PairByte(cornersLow, cornersHigh, ch);
+  const VF c3 = PairByte(cornersLow, cornersHigh, 3 + ch);
+  const VF c1 = PairByte(edgesLow, edgesHigh, ch);
+  const VF c2 = PairByte(edgesLow, edgesHigh, 3 + ch);
+  const VF v = hn::MulAdd(hn::Sub(c1, c0), fmax, c0);
+  return hn::MulAdd(hn::Sub(c3, c2), fmin, hn::MulAdd(hn::Sub(c2, c1), fmid, v));
 }
 
 // Tetrahedral look-up of colours already in 0..255 (the fused chain always
 // looks up first, on clamped input). One gather
 // fetches the cell's low and high corners, a second the two corners in
-// between for the tetrahedron the fractions select (FusedTables).
-HWY_INLINE Colour Lookup(const FusedParams& p, const Colour& c) {
+// between for the tetrahedron the fractions select (FusedTables). Writes
+// the looked-up colour to `outR`, `outG`, `outB`.
+HWY_INLINE void Lookup(const FusedParams& p, VF r, VF g, VF b, VF& outR, VF& outG, VF& outB) {
   const DF df;
   const DI di;
   const VF scale = hn::Set(df, float(kLutSize - 1) / 255.0f);
-  const VF xr = hn::Mul(c.r, scale);
-  const VF xg = hn::Mul(c.g, scale);
-  const VF xb = hn::Mul(c.b, scale);
+  const VF xr = hn::Mul(r, scale);
+  const VF xg = hn::Mul(g, scale);
+  const VF xb = hn::Mul(b, scale);
   const VF lr = hn::Floor(xr), lg = hn::Floor(xg), lb = hn::Floor(xb);
   const VF fr = hn::Sub(xr, lr), fg = hn::Sub(xg, lg), fb = hn::Sub(xb, lb);
   // Cells run to 16 on each axis (FusedTables), so a colour at 255 needs no clamp.
@@ -147,46 +156,42 @@ HWY_INLINE Colour Lookup(const FusedParams& p, const Colour& c) {
   const VF fmin = hn::Min(fr, hn::Min(fg, fb));
   const VF fmid = hn::Max(hn::Min(fr, fg), hn::Min(hn::Max(fr, fg), fb));
 
-  VU low, high;
-  VF c0[3], c3[3], c1[3], c2[3];
-  GatherPairs(p.corners, cell, low, high);
-  UnpackPair(low, high, c0, c3);
-  GatherPairs(p.edges, hn::Add(hn::ShiftLeft<3>(cell), tet), low, high);
-  UnpackPair(low, high, c1, c2);
-  VF out[3];
-  for (int ch = 0; ch < 3; ++ch) {
-    VF v = hn::MulAdd(hn::Sub(c1[ch], c0[ch]), fmax, c0[ch]);
-    v = hn::MulAdd(hn::Sub(c2[ch], c1[ch]), fmid, v);
-    out[ch] = hn::MulAdd(hn::Sub(c3[ch], c2[ch]), fmin, v);
-  }
-  return {out[0], out[1], out[2]};
+  VU cornersLow, cornersHigh, edgesLow, edgesHigh;
+  GatherPairs(p.corners, cell, cornersLow, cornersHigh);
+  GatherPairs(p.edges, hn::Add(hn::ShiftLeft<3>(cell), tet), edgesLow, edgesHigh);
+  outR = Interpolate(cornersLow, cornersHigh, edgesLow, edgesHigh, 0, fmax, fmid, fmin);
+  outG = Interpolate(cornersLow, cornersHigh, edgesLow, edgesHigh, 1, fmax, fmid, fmin);
+  outB = Interpolate(cornersLow, cornersHigh, edgesLow, edgesHigh, 2, fmax, fmid, fmin);
 }
 
-HWY_INLINE VF Luma(const Colour& c) {
+HWY_INLINE VF Luma(VF r, VF g, VF b) {
   const DF df;
   return hn::MulAdd(
-      hn::Set(df, float(kRToY)), c.r,
-      hn::MulAdd(hn::Set(df, float(kGToY)), c.g, hn::Mul(hn::Set(df, float(kBToY)), c.b)));
+      hn::Set(df, float(kRToY)), r,
+      hn::MulAdd(hn::Set(df, float(kGToY)), g, hn::Mul(hn::Set(df, float(kBToY)), b)));
 }
 
 // LUT then style for one vector of pixels at columns `x` of a row whose
-// squared normalised vertical offset is `dy2`. Returns the output colour and
-// its luma (0..255).
-HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& luma) {
+// squared normalised vertical offset is `dy2`. Replaces the colour `r`, `g`,
+// `b` with the output colour and returns its luma (0..255).
+HWY_INLINE VF ApplyChain(const FusedParams& p, VF& r, VF& g, VF& b, VF x, VF dy2) {
   const DF df;
   if (p.hasLut) {
-    const Colour l = Lookup(p, c);
+    VF lr, lg, lb;
+    Lookup(p, r, g, b, lr, lg, lb);
     if (p.strength == 1.0f) {
-      c = l;
+      r = lr;
+      g = lg;
+      b = lb;
     } else {
       const VF s = hn::Set(df, p.strength);
-      c.r = hn::MulAdd(hn::Sub(l.r, c.r), s, c.r);
-      c.g = hn::MulAdd(hn::Sub(l.g, c.g), s, c.g);
-      c.b = hn::MulAdd(hn::Sub(l.b, c.b), s, c.b);
+      r = hn::MulAdd(hn::Sub(lr, r), s, r);
+      g = hn::MulAdd(hn::Sub(lg, g), s, g);
+      b = hn::MulAdd(hn::Sub(lb, b), s, b);
     }
   }
-  luma = Luma(c);
-  if (!p.hasStyle) return c;
+  const VF luma = Luma(r, g, b);
+  if (!p.hasStyle) return luma;
   const VF zero = hn::Zero(df), one = hn::Set(df, 1.0f);
   const VF dx = hn::MulAdd(hn::Set(df, p.ax), x, hn::Set(df, p.bx));
   const VF d = hn::Sqrt(hn::MulAdd(dx, dx, dy2));
@@ -208,45 +213,38 @@ HWY_INLINE Colour ApplyChain(const FusedParams& p, Colour c, VF x, VF dy2, VF& l
     protect = hn::Mul(protect, h);
   }
   const VF gain = hn::MulAdd(hn::Mul(hn::Set(df, p.valueScale), f), protect, one);
-  luma = hn::Mul(luma, gain);
-  return {hn::Mul(c.r, gain), hn::Mul(c.g, gain), hn::Mul(c.b, gain)};
+  r = hn::Mul(r, gain);
+  g = hn::Mul(g, gain);
+  b = hn::Mul(b, gain);
+  return hn::Mul(luma, gain);
 }
 
-// Chroma offsets of the RGB conversion, shared by the pixels of a block.
-struct ChromaOffsets {
-  VF r, g, b;
-};
-
-// Accumulated output colour of the pixels of a block.
-struct ColourSum {
-  VF r, g, b;
-};
-
-// One vector of pixels with luma `y` at columns `x`: converted, clamped,
-// put through the chain; returns the output luma bytes and adds the output
-// colour to `sum`.
-HWY_INLINE VI RenderPixels(const FusedParams& p, VF y, VF x, VF dy2, const ChromaOffsets& o,
-                           ColourSum& sum) {
+// One vector of pixels with luma `y` at columns `x`, with the block's chroma
+// offsets `or`, `og`, `ob`: converted, clamped, put through the chain;
+// returns the output luma bytes and adds the output colour to `sumR`,
+// `sumG`, `sumB`.
+HWY_INLINE VI RenderPixels(const FusedParams& p, VF y, VF x, VF dy2, VF offR, VF offG, VF offB,
+                           VF& sumR, VF& sumG, VF& sumB) {
   const DF df;
   const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f);
-  Colour c{Clamp(hn::Add(y, o.r), zero, top), Clamp(hn::Add(y, o.g), zero, top),
-           Clamp(hn::Add(y, o.b), zero, top)};
-  VF luma;
-  c = ApplyChain(p, c, x, dy2, luma);
-  sum.r = hn::Add(sum.r, c.r);
-  sum.g = hn::Add(sum.g, c.g);
-  sum.b = hn::Add(sum.b, c.b);
+  VF r = Clamp(hn::Add(y, offR), zero, top);
+  VF g = Clamp(hn::Add(y, offG), zero, top);
+  VF b = Clamp(hn::Add(y, offB), zero, top);
+  const VF luma = ApplyChain(p, r, g, b, x, dy2);
+  sumR = hn::Add(sumR, r);
+  sumG = hn::Add(sumG, g);
+  sumB = hn::Add(sumB, b);
   return ToByte(luma);
 }
 
-// Renders one luma row of a row pair (written out so that no vector lives
-// in an array and the four pixel groups of a block can overlap).
+// Renders one luma row of a row pair (written out so that the four pixel
+// groups of a block can overlap).
 HWY_INLINE void RenderRow(const FusedParams& p, const uint8_t* in, uint8_t* out, VF xEven, VF xOdd,
-                          VF dy2, const ChromaOffsets& o, ColourSum& sum) {
+                          VF dy2, VF offR, VF offG, VF offB, VF& sumR, VF& sumG, VF& sumB) {
   VF yEven, yOdd;
   LoadBytePairs(in, yEven, yOdd);
-  const VI even = RenderPixels(p, yEven, xEven, dy2, o, sum);
-  const VI odd = RenderPixels(p, yOdd, xOdd, dy2, o, sum);
+  const VI even = RenderPixels(p, yEven, xEven, dy2, offR, offG, offB, sumR, sumG, sumB);
+  const VI odd = RenderPixels(p, yOdd, xOdd, dy2, offR, offG, offB, sumR, sumG, sumB);
   StoreBytePairs(even, odd, out);
 }
 
@@ -264,18 +262,22 @@ size_t FusedYuvRows(const FusedParams& p, const YuvRowPair& r, size_t start, siz
     LoadBytePairs(r.chroma + 2 * x, first, second);
     const VF u = hn::Sub(r.inCrFirst ? second : first, mid);
     const VF v = hn::Sub(r.inCrFirst ? first : second, mid);
-    const ChromaOffsets o{
-        hn::Mul(hn::Set(df, float(kCrToR)), v),
-        hn::MulAdd(hn::Set(df, float(kCbToG)), u, hn::Mul(hn::Set(df, float(kCrToG)), v)),
-        hn::Mul(hn::Set(df, float(kCbToB)), u)};
+    // Chroma offsets of the RGB conversion, shared by the pixels of the block.
+    const VF offR = hn::Mul(hn::Set(df, float(kCrToR)), v);
+    const VF offG =
+        hn::MulAdd(hn::Set(df, float(kCbToG)), u, hn::Mul(hn::Set(df, float(kCrToG)), v));
+    const VF offB = hn::Mul(hn::Set(df, float(kCbToB)), u);
     const VF xEven = hn::Add(lanes2, hn::Set(df, float(2 * x)));
     const VF xOdd = hn::Add(xEven, hn::Set(df, 1.0f));
-    ColourSum sum{hn::Zero(df), hn::Zero(df), hn::Zero(df)};
-    RenderRow(p, r.y[0] + 2 * x, r.outY[0] + 2 * x, xEven, xOdd, dy2First, o, sum);
-    if (kPaired) RenderRow(p, r.y[1] + 2 * x, r.outY[1] + 2 * x, xEven, xOdd, dy2Second, o, sum);
+    VF sumR = hn::Zero(df), sumG = hn::Zero(df), sumB = hn::Zero(df);
+    RenderRow(p, r.y[0] + 2 * x, r.outY[0] + 2 * x, xEven, xOdd, dy2First, offR, offG, offB, sumR,
+              sumG, sumB);
+    if (kPaired)
+      RenderRow(p, r.y[1] + 2 * x, r.outY[1] + 2 * x, xEven, xOdd, dy2Second, offR, offG, offB,
+                sumR, sumG, sumB);
     // Chroma is linear in RGB: the mean of the pixels' chroma is the chroma of their mean.
-    const VF mr = hn::Mul(sum.r, invCount), mg = hn::Mul(sum.g, invCount);
-    const VF mb = hn::Mul(sum.b, invCount);
+    const VF mr = hn::Mul(sumR, invCount), mg = hn::Mul(sumG, invCount);
+    const VF mb = hn::Mul(sumB, invCount);
     const VF cb = hn::MulAdd(hn::Set(df, float(kRToCb)), mr,
                              hn::MulAdd(hn::Set(df, float(kGToCb)), mg,
                                         hn::MulAdd(hn::Set(df, float(kBToCb)), mb, mid)));
@@ -315,11 +317,10 @@ size_t FusedRgbaRow(const FusedParams& params, const uint8_t* in, uint8_t* out, 
   size_t x = 0;
   for (; x + n <= width; x += n) {
     const VU px = hn::LoadU(du, reinterpret_cast<const uint32_t*>(in + 4 * x));
-    Colour c{ByteOfLane(px, 0), ByteOfLane(px, 1), ByteOfLane(px, 2)};
-    VF luma;
-    c = ApplyChain(p, c, hn::Add(hn::Iota(df, 0.0f), hn::Set(df, float(x))), dy2v, luma);
+    VF r = ByteOfLane(px, 0), g = ByteOfLane(px, 1), b = ByteOfLane(px, 2);
+    ApplyChain(p, r, g, b, hn::Add(hn::Iota(df, 0.0f), hn::Set(df, float(x))), dy2v);
     const VI rgb =
-        hn::Or(ToByte(c.r), hn::Or(hn::ShiftLeft<8>(ToByte(c.g)), hn::ShiftLeft<16>(ToByte(c.b))));
+        hn::Or(ToByte(r), hn::Or(hn::ShiftLeft<8>(ToByte(g)), hn::ShiftLeft<16>(ToByte(b))));
     const VU result = hn::Or(hn::And(px, alphaMask), hn::BitCast(du, rgb));
     hn::StoreU(result, du, reinterpret_cast<uint32_t*>(out + 4 * x));
   }
@@ -495,6 +496,8 @@ const char* fusedKernelTarget() {
   const auto targets = hwy::SupportedAndGeneratedTargets();
   return targets.empty() ? "none" : hwy::TargetName(targets.front());
 }
+
+int64_t fusedKernelTargetsBuilt() { return HWY_TARGETS; }
 
 }  // namespace lumo::render
 #endif  // HWY_ONCE

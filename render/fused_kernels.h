@@ -78,4 +78,7 @@ bool mirroredRowsPay(const FixedPointParams& fixed, const FrameView& in);
 // Name of the instruction set the dispatcher picks now.
 const char* fusedKernelTarget();
 
+// The instruction sets the kernels were compiled for (Highway target bits).
+int64_t fusedKernelTargetsBuilt();
+
 }  // namespace lumo::render
