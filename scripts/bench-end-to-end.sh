@@ -14,6 +14,11 @@
 #   2. ffmpeg decode + lut3d tetrahedral + encode / lumo replay (target at
 #      least 1.8x);
 #   3. both figures again for the smooth frame repeated eight times;
+#   after each set, lumo against an equal-quality floor: libjpeg-turbo's
+#   djpeg | cjpeg -quality 92 (lumo's own quality), one process per frame,
+#   as many at once as there are cores, with each side's output size, since
+#   ffmpeg's -q:v 2 writes several times the bytes and so is no like-for-like
+#   floor on its own;
 #   4. lumo run raw NV21 to raw NV21 / cp, and PNG in, PNG out / ffmpeg's
 #      PNG decode + encode.
 # Ratios only: on a shared machine absolute times say little.
@@ -25,6 +30,10 @@ runs=${RUNS:-3}
 lumo="$build/bin/lumo"
 threads=$(nproc)
 [ -x "$lumo" ] || { echo "no $lumo (build the preset first)" >&2; exit 1; }
+command -v cjpeg >/dev/null || {
+  echo "no cjpeg (scripts/install-deps.sh installs libjpeg-turbo-progs)" >&2
+  exit 1
+}
 mkdir -p "$work"
 cd "$work"
 
@@ -82,20 +91,36 @@ best() {
   echo "$best_time"
 }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+# mean size in MB of the files given
+mean_mb() { stat -c %s "$@" | awk '{ s += $1 } END { printf "%.2f", s / NR / 1e6 }'; }
+
+# The equal-quality floor: eight frames of SET decoded and encoded again at
+# quality 92 (what lumo writes) by libjpeg-turbo's tools, into DIR.
+turbo_floor() {
+  local set=$1 dir=$2
+  seq 8 | xargs -P "$threads" -I{} sh -c \
+    "djpeg '${set}_{}.jpg' | cjpeg -quality 92 -outfile '$dir/tj_{}.jpg'"
+}
 
 ff() { ffmpeg -v error -y -threads "$threads" "$@"; }
 report_set() {
   local set=$1
   rm -rf "out_$set" && mkdir -p "out_$set"
-  local lumo_t floor_t lut_t
+  local lumo_t floor_t lut_t turbo_t
   lumo_t=$(best "$lumo" replay "$set.jsonl" --device-root dev --out "out_$set" --jobs "$threads")
   floor_t=$(best ff -i "${set}_%d.jpg" -q:v 2 -start_number 1 "out_$set/ff_%d.jpg")
   lut_t=$(best ff -i "${set}_%d.jpg" -filter_threads "$threads" \
     -vf "lut3d=file=$cube:interp=tetrahedral" -q:v 2 "out_$set/ff_lut_%d.jpg")
+  turbo_t=$(best turbo_floor "$set" "out_$set")
   printf '%-8s lumo replay %.2f s | codec floor %.2f s | ffmpeg lut3d %.2f s\n' "$set" \
     "$lumo_t" "$floor_t" "$lut_t"
   printf '%-8s lumo / floor: %sx (target <= 1.25)   ffmpeg lut3d / lumo: %sx (target >= 1.8)\n' \
     "$set" "$(ratio "$lumo_t" "$floor_t")" "$(ratio "$lut_t" "$lumo_t")"
+  printf '%-8s equal quality: lumo / djpeg | cjpeg -quality 92 (%.2f s): %sx;' "$set" "$turbo_t" \
+    "$(ratio "$lumo_t" "$turbo_t")"
+  printf ' MB a frame: lumo %s, cjpeg %s, ffmpeg -q:v 2 %s\n' \
+    "$(mean_mb out_"$set"/out_*.jpg)" "$(mean_mb out_"$set"/tj_*.jpg)" \
+    "$(mean_mb out_"$set"/ff_[0-9]*.jpg)"
 }
 
 echo "== eight 4000x3000 frames, JPEG in, JPEG out; $threads threads each side, best of $runs" >&2

@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libhwy-dev libyuv-dev libjpeg-dev libpng-dev
   nlohmann-json3-dev libcli11-dev libopencolorio-dev
-  ffmpeg
+  ffmpeg libjpeg-turbo-progs
   clang libfuzzer-14-dev libclang-rt-14-dev
   chromium
 )

@@ -2,18 +2,16 @@
 // harness would run them: each loads the plugin, makes both instances, runs
 // frames and tears everything down. The heap in use must come back to where
 // it was after warm-up (the sanitizer build also checks for leaks at exit).
-#include <calib/calibration_file.h>
 #include <gtest/gtest.h>
 #include <heap_in_use.h>
 #include <hostsim/filter_factory.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "host_setup.h"
 #include "replay.h"
+#include "replay_root.h"
 #include "session.h"
 
 namespace {
@@ -36,30 +34,7 @@ constexpr size_t kSanitizerAtexitBytes = 80;
 constexpr size_t kSanitizerAtexitBytes = 0;
 #endif
 
-class ToolSessions : public ::testing::Test {
-protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "lumo_sessions_XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    root = pattern;
-    lumo::HostSetup setup;
-    setup.deviceRoot = root + "/device";
-    fs::create_directories(setup.deviceRoot);
-    setup.logLevel = "error";
-    lumo::applyHostSetup(setup);
-    calib::CalibrationFile file;
-    file.scenes = {{"common", {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
-    file.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
-    file.luts = {calib::LutBlock(calib::kLutBlockBytes, 0x80)};
-    file.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f}};
-    fs::create_directories(fs::path(lumo::calibrationFilePath()).parent_path());
-    std::string error;
-    ASSERT_TRUE(calib::writeFile(file, lumo::calibrationFilePath(), &error)) << error;
-  }
-  void TearDown() override { fs::remove_all(root); }
-
-  std::string root;
-};
+using ToolSessions = lumotest::ReplayRoot;
 
 TEST_F(ToolSessions, RepeatedSessionsLeaveTheHeapAsItWas) {
   const struct Row {

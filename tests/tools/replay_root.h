@@ -1,0 +1,42 @@
+// A temporary folder with a simulated device root holding a small
+// calibration file, for tests that replay sessions in their own process.
+#pragma once
+
+#include <calib/calibration_file.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+
+#include "host_setup.h"
+
+namespace lumotest {
+
+class ReplayRoot : public ::testing::Test {
+protected:
+  void SetUp() override {
+    namespace fs = std::filesystem;
+    std::string pattern = (fs::temp_directory_path() / "lumo_sessions_XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    root = pattern;
+    lumo::HostSetup setup;
+    setup.deviceRoot = root + "/device";
+    fs::create_directories(setup.deviceRoot);
+    setup.logLevel = "error";
+    lumo::applyHostSetup(setup);
+    calib::CalibrationFile file;
+    file.scenes = {{"common", {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
+    file.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
+    file.luts = {calib::LutBlock(calib::kLutBlockBytes, 0x80)};
+    file.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f}};
+    fs::create_directories(fs::path(lumo::calibrationFilePath()).parent_path());
+    std::string error;
+    ASSERT_TRUE(calib::writeFile(file, lumo::calibrationFilePath(), &error)) << error;
+  }
+  void TearDown() override { std::filesystem::remove_all(root); }
+
+  std::string root;
+};
+
+}  // namespace lumotest
