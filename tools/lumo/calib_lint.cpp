@@ -55,6 +55,12 @@ void unusedPool(const char* pool, size_t count, const std::set<uint16_t>& used,
                      "never chosen: no CCT band refers to it"});
 }
 
+std::string blockList(const std::set<uint16_t>& blocks) {
+  std::string r;
+  for (uint16_t b : blocks) r += (r.empty() ? "" : ", ") + std::to_string(b);
+  return r.empty() ? std::string("none") : r;
+}
+
 // A block reused over a patch of neighbouring cells is a deliberate plateau.
 // The same block in two separate patches whose surroundings differ is more
 // often an index copied into the wrong cell: the blends around the two differ.
@@ -96,18 +102,13 @@ void sharedBlocks(const std::string& record, const char* pool,
       }
       for (const Patch& q : patches)
         if (q.block == p.block && q.around != p.around) {
-          const auto list = [](const std::set<uint16_t>& s) {
-            std::string r;
-            for (uint16_t b : s) r += (r.empty() ? "" : ", ") + std::to_string(b);
-            return r.empty() ? std::string("none") : r;
-          };
           out.push_back(
               {"shared-block",
                record + " lux band " + std::to_string(i) + " CCT band " + std::to_string(j),
                std::string(pool) + " block " + std::to_string(p.block) +
                    " is also used at lux band " + std::to_string(q.first.first) + " CCT band " +
                    std::to_string(q.first.second) + ", whose neighbours differ (blocks " +
-                   list(p.around) + " here, " + list(q.around) +
+                   blockList(p.around) + " here, " + blockList(q.around) +
                    " there): an index copied into the wrong cell?"});
           break;
         }
