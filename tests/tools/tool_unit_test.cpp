@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <system/camera_metadata.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -150,6 +151,38 @@ TEST_F(ImageIo, RawWriteConvertsToTheFormatItsNameSays) {
   EXPECT_EQ(nv21.chromaRow(1)[2], nv12.chromaRow(1)[3]);
   EXPECT_EQ(nv21.chromaRow(1)[3], nv12.chromaRow(1)[2]);
   EXPECT_THROW(writeImage(path("nodir/x.png"), nv12), Failure);
+}
+
+// A raw dump's bytes land unchanged at every size the frame memory serves
+// from the heap or from whole mappings; a tight dump's missing chroma rows
+// come back neutral, and fresh images start blank.
+TEST_F(ImageIo, RawDumpsReadBackExactlyWithNeutralMissingRows) {
+  struct Case {
+    uint32_t width, height, scanline;
+    bool tight;
+  } cases[] = {
+      {6, 4, 0, false}, {64, 10, 12, true}, {1024, 720, 0, false}, {4000, 3000, 3008, true}};
+  for (const Case& c : cases) {
+    const Geometry g{PixelFormat::Nv21, c.width, c.height, c.width,
+                     c.scanline ? c.scanline : c.height};
+    const size_t full = bufferBytes(g);
+    const size_t size = c.tight ? chromaOffset(g) + size_t(g.stride) * (c.height / 2) : full;
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i) bytes[i] = char(i * 2654435761u >> 13);
+    const std::string name = "d_" + std::to_string(c.width) + "x" + std::to_string(c.height) + "_" +
+                             std::to_string(c.width) + "_" + std::to_string(g.scanline) + ".nv21";
+    write(name, bytes);
+    const Image image = readImage(path(name));
+    SCOPED_TRACE(name);
+    ASSERT_EQ(image.bytes.size(), full);
+    EXPECT_EQ(std::memcmp(image.bytes.data(), bytes.data(), size), 0);
+    EXPECT_EQ(std::count(image.bytes.begin() + std::ptrdiff_t(size), image.bytes.end(), 128),
+              std::ptrdiff_t(full - size));
+    const Image blank = makeImage(g);
+    EXPECT_EQ(
+        std::count(blank.bytes.begin(), blank.bytes.begin() + std::ptrdiff_t(chromaOffset(g)), 0),
+        std::ptrdiff_t(chromaOffset(g)));
+  }
 }
 
 // Full-range BT.601 as JFIF defines it, worked out by hand: Y per pixel, chroma

@@ -1,31 +1,11 @@
 // Geometry arithmetic and allocation of the tool's images.
 #include "image.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <limits>
 
 namespace lumo {
-namespace {
-
-// Reserves `bytes` in `out` and asks the kernel to back the block's whole
-// 2 MB stretches with huge pages: a fresh 12 MP frame (18 MB) then faults in
-// a few huge pages instead of about 4,400 small ones when it is first
-// written. Only advice: where huge pages are off nothing changes.
-void reserveFrameBytes(std::vector<uint8_t>& out, size_t bytes) {
-  constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
-  out.reserve(bytes);
-  if (bytes < 2 * kHugePage) return;
-  const uintptr_t begin = reinterpret_cast<uintptr_t>(out.data());
-  const uintptr_t first = (begin + kHugePage - 1) & ~(kHugePage - 1);
-  const uintptr_t last = (begin + bytes) & ~(kHugePage - 1);
-  if (last > first) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-}
-
-}  // namespace
-
 const char* formatName(PixelFormat format) {
   switch (format) {
     case PixelFormat::Nv21:
@@ -85,8 +65,7 @@ Image makeImage(Geometry geometry) {
   Image image;
   image.geometry = completeGeometry(geometry);
   const Geometry& g = image.geometry;
-  reserveFrameBytes(image.bytes, bufferBytes(g));
-  image.bytes.assign(bufferBytes(g), 0);
+  image.bytes.resize(bufferBytes(g));  // arrives as zeros
   if (isYuv(g.format)) {
     std::fill(image.bytes.begin() + chromaOffset(g), image.bytes.end(), uint8_t{128});
   } else {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "frame_memory.h"
+
 namespace lumo {
 
 enum class PixelFormat { Nv21, Nv12, Rgba };
@@ -37,7 +39,7 @@ size_t chromaOffset(const Geometry& geometry);
 
 struct Image {
   Geometry geometry;
-  std::vector<uint8_t> bytes;  // bufferBytes(geometry)
+  FrameBytes bytes;  // bufferBytes(geometry)
 
   uint8_t* row(uint32_t y) { return bytes.data() + y * rowBytes(geometry); }
   const uint8_t* row(uint32_t y) const { return bytes.data() + y * rowBytes(geometry); }

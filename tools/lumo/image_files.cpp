@@ -2,6 +2,7 @@
 // reader with its geometry checks.
 #include "image_files.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -58,10 +59,15 @@ Image readRaw(const std::string& path, const RawHints& hints) {
     throw Failure(path + ": " + std::to_string(size) + " bytes do not match " +
                   describeGeometry(g) + " (expected " + expected + " bytes)");
   }
-  Image image = makeImage(g);
+  // Every byte the file holds is read over the buffer, so only a tight
+  // dump's missing chroma padding rows are filled in (neutral chroma).
+  Image image;
+  image.geometry = g;
+  image.bytes.resize(full);
   std::ifstream in(path, std::ios::binary);
   if (!in.read(reinterpret_cast<char*>(image.bytes.data()), std::streamsize(size)))
     throw Failure(path + ": cannot read");
+  std::fill(image.bytes.begin() + std::ptrdiff_t(size), image.bytes.end(), uint8_t{128});
   return image;
 }
 

@@ -1,0 +1,62 @@
+// Memory for frame images. A 12 MP frame is 18 MB: taken from the heap it
+// arrives as untouched pages that fault in one by one when first written,
+// and a vector clears it on top. On the machines the tool runs on (virtual
+// ones above all) those faults cost more than the frame's copies, so large
+// blocks are mapped whole, backed by huge pages where the kernel allows,
+// and populated in one call; and nothing clears memory that already
+// arrives as zeros.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <utility>
+#include <vector>
+
+namespace lumo {
+
+// Zeroed, populated memory of at least `bytes`; frameFree with the same size.
+void* frameAlloc(size_t bytes);
+void frameFree(void* p, size_t bytes) noexcept;
+
+// An allocator whose memory arrives zeroed and whose elements are left as
+// they are by resize() and the like (default-initialised), so that a fresh
+// image is not cleared twice and a buffer about to be overwritten is not
+// cleared at all.
+template <class T>
+struct FrameAllocator {
+  using value_type = T;
+  FrameAllocator() = default;
+  template <class U>
+  FrameAllocator(const FrameAllocator<U>&) noexcept {}
+
+  T* allocate(size_t n) {
+    if (n > SIZE_MAX / sizeof(T)) throw std::bad_alloc();
+    return static_cast<T*>(frameAlloc(n * sizeof(T)));
+  }
+  void deallocate(T* p, size_t n) noexcept { frameFree(p, n * sizeof(T)); }
+
+  template <class U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <class U, class... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+
+  template <class U>
+  bool operator==(const FrameAllocator<U>&) const noexcept {
+    return true;
+  }
+  template <class U>
+  bool operator!=(const FrameAllocator<U>&) const noexcept {
+    return false;
+  }
+};
+
+// A frame's bytes. resize() on a fresh one gives zeros without writing them;
+// on one that already held bytes the new tail is left undefined.
+using FrameBytes = std::vector<uint8_t, FrameAllocator<uint8_t>>;
+
+}  // namespace lumo
