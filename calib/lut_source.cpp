@@ -1,6 +1,5 @@
 // LUT files of any format OpenColorIO reads, evaluated onto the 17-point
 // lattice, with the header facts and the lattice kept for the doctor.
-#include <OpenColorIO/OpenColorIO.h>
 #include <calib/image_lut.h>
 #include <calib/lut_source.h>
 #include <unistd.h>
@@ -17,7 +16,8 @@
 #include <sstream>
 #include <stdexcept>
 
-namespace OCIO = OCIO_NAMESPACE;
+#include "ocio/ocio_module.h"
+
 namespace fs = std::filesystem;
 
 namespace calib {
@@ -88,13 +88,6 @@ std::string scanCube(const std::string& text, const std::string& path, LutSource
   return cleaned;
 }
 
-const char* formatOfExtension(const std::string& ext) {
-  for (int i = 0; i < OCIO::FileTransform::GetNumFormats(); ++i)
-    if (ext == OCIO::FileTransform::GetFormatExtensionByIndex(i))
-      return OCIO::FileTransform::GetFormatNameByIndex(i);
-  return nullptr;
-}
-
 // A private copy for OpenColorIO, removed when the import ends.
 struct TempCopy {
   fs::path path;
@@ -111,42 +104,6 @@ struct TempCopy {
   TempCopy(const TempCopy&) = delete;
   TempCopy& operator=(const TempCopy&) = delete;
 };
-
-void readStructure(const OCIO::ConstProcessorRcPtr& processor, LutSourceInfo& info) {
-  const OCIO::GroupTransformRcPtr group = processor->createGroupTransform();
-  for (int i = 0; i < group->getNumTransforms(); ++i) {
-    const OCIO::ConstTransformRcPtr t = group->getTransform(i);
-    if (auto lut3 = OCIO::DynamicPtrCast<const OCIO::Lut3DTransform>(t)) {
-      const int n = int(lut3->getGridSize());
-      info.size3d = n;
-      info.lattice.resize(size_t(n) * n * n * 3);
-      size_t o = 0;
-      for (int b = 0; b < n; ++b)
-        for (int g = 0; g < n; ++g)
-          for (int r = 0; r < n; ++r) {
-            float v[3];
-            lut3->getValue(r, g, b, v[0], v[1], v[2]);
-            for (float x : v) info.lattice[o++] = x;
-          }
-    } else if (auto lut1 = OCIO::DynamicPtrCast<const OCIO::Lut1DTransform>(t)) {
-      info.size1d = int(lut1->getLength());
-    } else if (auto m = OCIO::DynamicPtrCast<const OCIO::MatrixTransform>(t)) {
-      // A domain is a scale and offset in front of the lattice: in' = (in - min) / (max - min).
-      double m44[16], offset[4];
-      m->getMatrix(m44);
-      m->getOffset(offset);
-      for (int c = 0; c < 3; ++c) {
-        const double scale = m44[c * 5];
-        if (scale == 0) continue;
-        info.domainMin[c] = -offset[c] / scale;
-        info.domainMax[c] = info.domainMin[c] + 1 / scale;
-      }
-    } else if (auto range = OCIO::DynamicPtrCast<const OCIO::RangeTransform>(t)) {
-      if (range->hasMinInValue()) info.domainMin.fill(range->getMinInValue());
-      if (range->hasMaxInValue()) info.domainMax.fill(range->getMaxInValue());
-    }
-  }
-}
 
 double codeValue(float v) { return std::isfinite(v) ? std::clamp(double(v), 0.0, 1.0) * 255 : 0; }
 
@@ -293,7 +250,8 @@ LutImport importLut(const std::string& path, const std::string& imageLayout) {
                                  std::to_string(info.domainMax[c]) + ")");
     source = copy->path.string();
   } else {
-    const char* name = ext.empty() ? nullptr : formatOfExtension(ext.substr(1));
+    const char* name =
+        ext.empty() ? nullptr : ocio::module().formatOfExtension(ext.substr(1).c_str());
     if (name == nullptr)
       throw std::runtime_error(path + ": not a LUT format this tool reads (extension \"" + ext +
                                "\"; see docs/calibration.md)");
@@ -305,23 +263,14 @@ LutImport importLut(const std::string& path, const std::string& imageLayout) {
     for (size_t g = 0; g < kLutEdge; ++g)
       for (size_t r = 0; r < kLutEdge; ++r)
         for (size_t c : {r, g, b}) points[o++] = float(c) / float(kLutEdge - 1);
-  OCIO::ConstCPUProcessorRcPtr cpu;
+  const ocio::Module& reader = ocio::module();
+  std::unique_ptr<void, void (*)(void*)> lut(nullptr, reader.close);
   try {
-    // Files are cached by name; a name seen before may hold new contents.
-    OCIO::ClearAllCaches();
-    OCIO::ConstConfigRcPtr config = OCIO::Config::CreateRaw();
-    OCIO::FileTransformRcPtr file = OCIO::FileTransform::Create();
-    file->setSrc(source.c_str());
-    // "Best" is tetrahedral for lattices and still allowed for 1D tables.
-    file->setInterpolation(OCIO::INTERP_BEST);
-    file->setDirection(OCIO::TRANSFORM_DIR_FORWARD);
-    OCIO::ConstProcessorRcPtr processor = config->getProcessor(file);
-    readStructure(processor, info);
-    cpu = processor->getOptimizedCPUProcessor(OCIO::BIT_DEPTH_F32, OCIO::BIT_DEPTH_F32,
-                                              OCIO::OPTIMIZATION_NONE);
-    OCIO::PackedImageDesc image(points.data(), long(kLutEdge * kLutEdge * kLutEdge), 1, 3);
-    cpu->apply(image);
-  } catch (const OCIO::Exception& e) {
+    std::string error;
+    lut.reset(reader.open(source.c_str(), &info, &error));
+    if (!lut) throw std::runtime_error(error);
+    reader.apply(lut.get(), points.data(), long(kLutEdge * kLutEdge * kLutEdge));
+  } catch (const std::exception& e) {
     std::string what = e.what();
     // OpenColorIO names the copy it was given; the user knows the file by its own name.
     if (copy) {
@@ -345,12 +294,9 @@ LutImport importLut(const std::string& path, const std::string& imageLayout) {
   result.lut.resize(kLutBlockBytes);
   for (size_t i = 0; i < result.lut.size(); ++i)
     result.lut[i] = uint8_t(std::lround(codeValue(points[i])));
-  result.error = measure(
-      [&](std::vector<float>& p) {
-        OCIO::PackedImageDesc image(p.data(), long(p.size() / 3), 1, 3);
-        cpu->apply(image);
-      },
-      result.lut);
+  result.error =
+      measure([&](std::vector<float>& p) { reader.apply(lut.get(), p.data(), long(p.size() / 3)); },
+              result.lut);
   return result;
 }
 
