@@ -110,6 +110,28 @@ std::string validateGeometry(const ImageGeometry& geometry) {
   return std::string();
 }
 
+namespace {
+
+// Every byte of a frame buffer is written soon after it is made, so its
+// pages are brought in up front: one call costs far less than faulting them
+// in one by one. MAP_POPULATE alone is not enough on a shared mapping: it
+// maps the pages for reading, and the first write still faults on each one
+// (about twice the time, measured on a 12 MP buffer); populating for
+// writing (Linux 5.14 on) avoids that. Huge pages are only asked for: shared
+// memory gets them where the system allows it (shmem_enabled "advise").
+void* mapFrame(int fd, size_t size) {
+#ifdef MADV_POPULATE_WRITE
+  void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (p == MAP_FAILED) return p;
+  madvise(p, size, MADV_HUGEPAGE);
+  if (madvise(p, size, MADV_POPULATE_WRITE) == 0) return p;
+  munmap(p, size);
+#endif
+  return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0);
+}
+
+}  // namespace
+
 std::unique_ptr<ImageBuffer> ImageBuffer::allocate(const ImageGeometry& geometry,
                                                    std::string* error) {
   auto fail = [error](const std::string& why) {
@@ -125,9 +147,7 @@ std::unique_ptr<ImageBuffer> ImageBuffer::allocate(const ImageGeometry& geometry
   if (b->m_fd < 0) return fail(std::string("memfd_create: ") + std::strerror(errno));
   if (ftruncate(b->m_fd, static_cast<off_t>(b->m_size)) != 0)
     return fail(std::string("ftruncate: ") + std::strerror(errno));
-  // Every byte of a frame buffer is written soon after it is made: mapping
-  // the pages in one go costs far less than faulting them in one by one.
-  void* p = mmap(nullptr, b->m_size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, b->m_fd, 0);
+  void* p = mapFrame(b->m_fd, b->m_size);
   if (p == MAP_FAILED) return fail(std::string("mmap: ") + std::strerror(errno));
   b->m_data = static_cast<uint8_t*>(p);
 
