@@ -155,7 +155,7 @@ TEST_F(ImageIo, RawWriteConvertsToTheFormatItsNameSays) {
 
 // A raw dump's bytes land unchanged at every size the frame memory serves
 // from the heap or from whole mappings; a tight dump's missing chroma rows
-// come back neutral, and fresh images start blank.
+// come back neutral, and new images start blank, on reused memory too.
 TEST_F(ImageIo, RawDumpsReadBackExactlyWithNeutralMissingRows) {
   struct Case {
     uint32_t width, height, scanline;
@@ -178,6 +178,8 @@ TEST_F(ImageIo, RawDumpsReadBackExactlyWithNeutralMissingRows) {
     EXPECT_EQ(std::memcmp(image.bytes.data(), bytes.data(), size), 0);
     EXPECT_EQ(std::count(image.bytes.begin() + std::ptrdiff_t(size), image.bytes.end(), 128),
               std::ptrdiff_t(full - size));
+    // Memory handed back by an earlier frame is cleared before it serves again.
+    makeImage(g).bytes.assign(full, 0xEE);
     const Image blank = makeImage(g);
     EXPECT_EQ(
         std::count(blank.bytes.begin(), blank.bytes.begin() + std::ptrdiff_t(chromaOffset(g)), 0),
