@@ -72,9 +72,9 @@ struct Tables {
 };
 
 // Dot products of one group of pixels, one per 64-bit lane (8 on AVX-512,
-// 4 on AVX2, 2 on NEON): corners per channel widened to 16 bits against the four
-// weights, leaving c0 w0 + c1 w1 and c2 w2 + c3 w3 in the two halves of
-// each lane.
+// 4 on AVX2, 2 on NEON): corners per channel widened to 16 bits against the
+// four weights, leaving c0 w0 + c1 w1 and c2 w2 + c3 w3 in the two halves
+// of each lane.
 struct GroupSums {
   V r, g, b;
 };

@@ -58,8 +58,9 @@ struct RadialRows {
 // True when the instruction set chosen now has the kernel.
 bool fixedPointKernelPresent();
 
-// Renders the first multiple of 32 (AVX-512), 16 (AVX2) or 8 (NEON) column pairs of a
-// row pair; returns how many it did (0 where the CPU has no such kernel).
+// Renders the first multiple of 32 (AVX-512), 16 (AVX2) or 8 (NEON) column
+// pairs of a row pair; returns how many it did (0 where the CPU has no such
+// kernel).
 size_t renderFixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused,
                                const YuvRowPair& rows, size_t pairs, RadialRows& radial);
 

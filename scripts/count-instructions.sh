@@ -12,7 +12,8 @@
 # The build's bin/render_instructions decides the architecture: arm64 counts
 # the float kernels on NEON and SVE at 128, 256 and 512 bits and the
 # fixed-point kernel on the 128-bit targets that have it (NEON, SVE2_128);
-# x86-64 counts SSE4 and AVX2 (qemu 7.2 emulates AVX2 but not AVX-512). Prints one line per configuration.
+# x86-64 counts SSE4 and AVX2 (qemu 7.2 emulates AVX2 but not AVX-512).
+# Prints one line per configuration.
 set -euo pipefail
 
 build=${1:-build/arm64}
