@@ -449,8 +449,11 @@ FixedPointParams makeFixedPointParams(const FusedParams& fused, const EffectChai
   if (!fused.hasLut || tables.rg.empty()) return p;
   const double strength = fused.strength;
   if (!(strength >= 0 && strength <= 1)) return p;
-  p.blend = strength < 1;
-  p.strength = toQ(strength, 32768);
+  // A strength within half a Q15 step of 1 is 1: 32768 does not fit the
+  // 16-bit factor (it would wrap to -1 and mirror the look).
+  const long q15Strength = std::lround(strength * 32768);
+  p.blend = q15Strength < 32768;
+  p.strength = int16_t(std::min(q15Strength, 32767L));
   p.rg = tables.rg.data();
   p.b = tables.b.data();
   if (fused.hasStyle) {

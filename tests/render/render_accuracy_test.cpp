@@ -212,8 +212,9 @@ TEST(RenderAccuracy, EveryExpectedInstructionSetIsBuiltAndRuns) {
 }
 
 TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
-  // Random, smooth and identity lattices at strengths 1, 0.5 and 0, without a
-  // style, with one in range and with a gain near 2, in place.
+  // Random, smooth and identity lattices at strengths 1, just below 1 (which
+  // rounds to 1 in Q15), 0.5 and 0, without a style, with one in range and
+  // with a gain near 2, in place.
   const Geometry geometries[] = {{FrameLayout::NV21, 256, 64, 0},
                                  {FrameLayout::NV12, 200, 31, 24},
                                  {FrameLayout::NV21, 450, 9, 3}};
@@ -233,7 +234,7 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
     std::mt19937 rng(99);
     for (const Geometry& g : geometries)
       for (int lattice = 0; lattice < 3; ++lattice)
-        for (double strength : {1.0, 0.5, 0.0})
+        for (double strength : {1.0, 0.99999, 0.5, 0.0})
           for (int style = 0; style < 3; ++style) {
             SCOPED_TRACE(std::to_string(g.width) + "x" + std::to_string(g.height) + " lattice " +
                          std::to_string(lattice) + " strength " + std::to_string(strength) +
