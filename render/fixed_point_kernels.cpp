@@ -1,7 +1,9 @@
 // 16-bit fixed-point kernel for 4:2:0 frames. Each 16-bit lane is one chroma
 // column; its even and odd pixels on both rows share the chroma offsets.
-// Written for AVX-512 (32 lanes) and AVX2 (16 lanes) in the operations of
-// fixed_point_ops-inl.h; other instruction sets report no columns done.
+// Written for AVX-512 (32 lanes), AVX2 (16 lanes) and arm64's 128-bit NEON
+// and SVE2_128 (8 lanes) in the operations of fixed_point_ops-inl.h; other
+// instruction sets (SVE at its variable or 256-bit width among them, whose
+// float kernels already execute fewer instructions) report no columns done.
 #include "fixed_point_kernels.h"
 
 #include <algorithm>
@@ -20,7 +22,7 @@ HWY_BEFORE_NAMESPACE();
 namespace lumo::render {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX2
+#if LUMO_FX_PRESENT
 
 using fx::kLanes;
 using fx::V;
@@ -70,9 +72,9 @@ struct Tables {
 };
 
 // Dot products of one group of pixels, one per 64-bit lane (8 on AVX-512,
-// 4 on AVX2): corners per channel widened to 16 bits against the four
-// weights, leaving c0 w0 + c1 w1 and c2 w2 + c3 w3 in the two halves of
-// each lane.
+// 4 on AVX2, 2 on NEON): corners per channel widened to 16 bits against the
+// four weights, leaving c0 w0 + c1 w1 and c2 w2 + c3 w3 in the two halves
+// of each lane.
 struct GroupSums {
   V r, g, b;
 };
@@ -334,13 +336,13 @@ size_t FixedPointRows(const FixedPointParams& fixed, const FusedParams& fused,
     Rgb16 mean = Row<kBlend, kStyle, kKnee>(p, t, r.y[0] + 2 * x, r.outY[0] + 2 * x, offsets,
                                             radialAt(0, 0), radialAt(0, 1));
     if (paired) {
-      const Rgb16 second = Row<kBlend, kStyle, kKnee>(p, t, r.y[1] + 2 * x, r.outY[1] + 2 * x,
-                                                      offsets, radialAt(1, 0), radialAt(1, 1));
+      const Rgb16 lower = Row<kBlend, kStyle, kKnee>(p, t, r.y[1] + 2 * x, r.outY[1] + 2 * x,
+                                                     offsets, radialAt(1, 0), radialAt(1, 1));
       // avg rounds up, and each row's mean already did: lowering one side
       // by a step makes this one round down, so the block mean is unbiased.
       const V one = Set(1);
-      mean = Average(mean, {fx::SubSatU16(second.r, one), fx::SubSatU16(second.g, one),
-                            fx::SubSatU16(second.b, one)});
+      mean = Average(mean, {fx::SubSatU16(lower.r, one), fx::SubSatU16(lower.g, one),
+                            fx::SubSatU16(lower.b, one)});
     }
     const V cb = Chroma<kStyle>(mean, kRToCb, kGToCb, kBToCb);
     const V cr = Chroma<kStyle>(mean, kRToCr, kGToCr, kBToCr);
@@ -447,8 +449,11 @@ FixedPointParams makeFixedPointParams(const FusedParams& fused, const EffectChai
   if (!fused.hasLut || tables.rg.empty()) return p;
   const double strength = fused.strength;
   if (!(strength >= 0 && strength <= 1)) return p;
-  p.blend = strength < 1;
-  p.strength = toQ(strength, 32768);
+  // A strength within half a Q15 step of 1 is 1: 32768 does not fit the
+  // 16-bit factor (it would wrap to -1 and mirror the look).
+  const long q15Strength = std::lround(strength * 32768);
+  p.blend = q15Strength < 32768;
+  p.strength = int16_t(std::min(q15Strength, 32767L));
   p.rg = tables.rg.data();
   p.b = tables.b.data();
   if (fused.hasStyle) {

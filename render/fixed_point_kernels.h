@@ -1,6 +1,7 @@
 // The 4:2:0 LUT + style chain in 16-bit fixed point, 32 chroma columns per
-// vector on AVX-512 (16 on AVX2): twice the lanes of the float kernels and integer dot products for
-// the tetrahedral weights. It covers the parameter ranges where its formats
+// vector on AVX-512 (16 on AVX2, 8 on arm64's 128-bit NEON and SVE2_128):
+// twice the lanes of the float kernels and integer dot products for the
+// tetrahedral weights. It covers the parameter ranges where its formats
 // cannot overflow (makeFixedPointParams says when); everything else, and
 // every CPU without the kernel, goes through the float kernels.
 #pragma once
@@ -57,8 +58,9 @@ struct RadialRows {
 // True when the instruction set chosen now has the kernel.
 bool fixedPointKernelPresent();
 
-// Renders the first multiple of 32 (AVX-512) or 16 (AVX2) column pairs of a
-// row pair; returns how many it did (0 where the CPU has no such kernel).
+// Renders the first multiple of 32 (AVX-512), 16 (AVX2) or 8 (NEON) column
+// pairs of a row pair; returns how many it did (0 where the CPU has no such
+// kernel).
 size_t renderFixedPointRowPair(const FixedPointParams& fixed, const FusedParams& fused,
                                const YuvRowPair& rows, size_t pairs, RadialRows& radial);
 

@@ -10,8 +10,10 @@
 #   scripts/count-instructions.sh [build-dir]
 #
 # The build's bin/render_instructions decides the architecture: arm64 counts
-# NEON and SVE at 128, 256 and 512 bits; x86-64 counts SSE4 and AVX2 (qemu
-# 7.2 emulates AVX2 but not AVX-512). Prints one line per configuration.
+# the float kernels on NEON and SVE at 128, 256 and 512 bits and the
+# fixed-point kernel on the 128-bit targets that have it (NEON, SVE2_128);
+# x86-64 counts SSE4 and AVX2 (qemu 7.2 emulates AVX2 but not AVX-512).
+# Prints one line per configuration.
 set -euo pipefail
 
 build=${1:-build/arm64}
@@ -56,7 +58,9 @@ case $(readelf -h "$probe" | awk '/Machine:/ { print $2 }') in
   AArch64)
     for chain in lut lut+style; do
       measure "qemu-aarch64 -cpu max,sve=off" NEON float "$chain"
+      measure "qemu-aarch64 -cpu max,sve=off" NEON fixed "$chain"
       measure "qemu-aarch64 -cpu max,sve-default-vector-length=16" SVE2_128 float "$chain"
+      measure "qemu-aarch64 -cpu max,sve-default-vector-length=16" SVE2_128 fixed "$chain"
       measure "qemu-aarch64 -cpu max,sve-default-vector-length=32" SVE_256 float "$chain"
       measure "qemu-aarch64 -cpu max,sve-default-vector-length=64" SVE2 float "$chain"
     done

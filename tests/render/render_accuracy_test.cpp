@@ -6,6 +6,7 @@
 #include <hwy/targets.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "chain_plan.h"
 #include "fixed_point_kernels.h"
@@ -160,7 +161,9 @@ TEST(RenderAccuracy, FusedPathOnEveryInstructionSetAndThreadCount) {
 // it can run. A run on an emulated CPU names in LUMO_RENDER_EXPECT_TARGET the
 // target the dispatcher must pick there (the SVE vector-length runs): an
 // emulator option that did not take would otherwise test another target and
-// pass.
+// pass. The same goes for the fixed-point kernel: each architecture names
+// where it must run (its 128-bit targets on arm64, AVX2 and AVX-512 on x86)
+// and where the float kernels stay, checked on every one this CPU can run.
 TEST(RenderAccuracy, EveryExpectedInstructionSetIsBuiltAndRuns) {
 #if HWY_ARCH_ARM_A64
   int64_t mustBuild = HWY_NEON;
@@ -170,10 +173,20 @@ TEST(RenderAccuracy, EveryExpectedInstructionSetIsBuiltAndRuns) {
   // fixed 128- and 256-bit variants come with it.
   mustBuild |= HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128;
 #endif
+  // The wider SVE targets' float kernels execute fewer instructions than the
+  // 128-bit fixed-point kernel would.
+  const std::pair<int64_t, bool> fixedPointOn[] = {{HWY_NEON, true},
+                                                   {HWY_SVE2_128, true},
+                                                   {HWY_SVE, false},
+                                                   {HWY_SVE2, false},
+                                                   {HWY_SVE_256, false}};
 #elif HWY_ARCH_X86_64
   const int64_t mustBuild = HWY_SSE4 | HWY_AVX2 | HWY_AVX3, mustRun = HWY_SSE4;
+  const std::pair<int64_t, bool> fixedPointOn[] = {
+      {HWY_SSE4, false}, {HWY_AVX2, true}, {HWY_AVX3, true}};
 #else
   const int64_t mustBuild = 0, mustRun = 0;
+  const std::pair<int64_t, bool> fixedPointOn[] = {{HWY_SCALAR, false}};
 #endif
   const int64_t built = fusedKernelTargetsBuilt();
   for (int bit = 0; bit < 63; ++bit) {
@@ -188,11 +201,20 @@ TEST(RenderAccuracy, EveryExpectedInstructionSetIsBuiltAndRuns) {
   if (const char* expected = std::getenv("LUMO_RENDER_EXPECT_TARGET")) {
     EXPECT_STREQ(fusedKernelTarget(), expected);
   }
+  int64_t runnable = 0;
+  for (int64_t target : hwy::SupportedAndGeneratedTargets()) runnable |= target;
+  for (const auto& [target, present] : fixedPointOn) {
+    if (!(runnable & target)) continue;
+    hwy::SetSupportedTargetsForTest(target);
+    EXPECT_EQ(fixedPointKernelPresent(), present) << hwy::TargetName(target);
+  }
+  hwy::SetSupportedTargetsForTest(0);
 }
 
 TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
-  // Random, smooth and identity lattices at strengths 1, 0.5 and 0, without a
-  // style, with one in range and with a gain near 2, in place.
+  // Random, smooth and identity lattices at strengths 1, just below 1 (which
+  // rounds to 1 in Q15), 0.5 and 0, without a style, with one in range and
+  // with a gain near 2, in place.
   const Geometry geometries[] = {{FrameLayout::NV21, 256, 64, 0},
                                  {FrameLayout::NV12, 200, 31, 24},
                                  {FrameLayout::NV21, 450, 9, 3}};
@@ -204,15 +226,15 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
   const StyleEffect bright{0, 0, 0, 0.2, 1, 0.98, 0, 1, 0, 0};
   bool tested = false;  // on instruction sets of this machine that have the kernel
   for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    if (target != HWY_AVX3 && target != HWY_AVX3_DL && target != HWY_AVX2) continue;
+    hwy::SetSupportedTargetsForTest(target);
+    if (!fixedPointKernelPresent()) continue;
     tested = true;
     SCOPED_TRACE(hwy::TargetName(target));
-    hwy::SetSupportedTargetsForTest(target);
     ErrorStats all;
     std::mt19937 rng(99);
     for (const Geometry& g : geometries)
       for (int lattice = 0; lattice < 3; ++lattice)
-        for (double strength : {1.0, 0.5, 0.0})
+        for (double strength : {1.0, 0.99999, 0.5, 0.0})
           for (int style = 0; style < 3; ++style) {
             SCOPED_TRACE(std::to_string(g.width) + "x" + std::to_string(g.height) + " lattice " +
                          std::to_string(lattice) + " strength " + std::to_string(strength) +
@@ -242,7 +264,7 @@ TEST(RenderAccuracy, FixedPointKernelAgreesWithTheReference) {
     EXPECT_LE(std::abs(all.bias()), 0.003);
   }
   hwy::SetSupportedTargetsForTest(0);
-  if (!tested) GTEST_SKIP() << "no AVX2 or AVX-512 on this CPU";
+  if (!tested) GTEST_SKIP() << "no instruction set with the fixed-point kernel on this CPU";
 }
 
 TEST(RenderAccuracy, FixedPointKernelRefusesParametersItsFormatsCannotHold) {
