@@ -178,6 +178,7 @@ TEST_F(ImageIo, RawDumpsReadBackExactlyWithNeutralMissingRows) {
     EXPECT_EQ(std::memcmp(image.bytes.data(), bytes.data(), size), 0);
     EXPECT_EQ(std::count(image.bytes.begin() + std::ptrdiff_t(size), image.bytes.end(), 128),
               std::ptrdiff_t(full - size));
+    EXPECT_TRUE(Image(image).bytes == image.bytes);
     // Memory handed back by an earlier frame is cleared before it serves again.
     makeImage(g).bytes.assign(full, 0xEE);
     const Image blank = makeImage(g);

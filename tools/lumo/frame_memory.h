@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <utility>
 #include <vector>
@@ -56,7 +57,29 @@ struct FrameAllocator {
 };
 
 // A frame's bytes. resize() on a fresh one gives zeros without writing them;
-// on one that already held bytes the new tail is left undefined.
-using FrameBytes = std::vector<uint8_t, FrameAllocator<uint8_t>>;
+// on one that already held bytes the new tail is left undefined. Copies go
+// through memcpy: with an allocator of its own a vector copies element by
+// element, a byte at a time.
+class FrameBytes : public std::vector<uint8_t, FrameAllocator<uint8_t>> {
+  using Base = std::vector<uint8_t, FrameAllocator<uint8_t>>;
+
+public:
+  using Base::Base;
+  FrameBytes() = default;
+  FrameBytes(const FrameBytes& other) : Base() { copyFrom(other); }
+  FrameBytes(FrameBytes&&) noexcept = default;
+  FrameBytes& operator=(const FrameBytes& other) {
+    if (this != &other) copyFrom(other);
+    return *this;
+  }
+  FrameBytes& operator=(FrameBytes&&) noexcept = default;
+  ~FrameBytes() = default;
+
+private:
+  void copyFrom(const FrameBytes& other) {
+    Base::resize(other.size());
+    if (!other.empty()) std::memcpy(data(), other.data(), other.size());
+  }
+};
 
 }  // namespace lumo
