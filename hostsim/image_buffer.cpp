@@ -53,6 +53,24 @@ size_t totalBytes(const ImageGeometry& g) {
   return static_cast<size_t>(total);
 }
 
+// Every byte of a frame buffer is written soon after it is made, so its
+// pages are brought in up front: one call costs far less than faulting them
+// in one by one. MAP_POPULATE alone is not enough on a shared mapping: it
+// maps the pages for reading, and the first write still faults on each one
+// (about twice the time, measured on a 12 MP buffer); populating for
+// writing (Linux 5.14 on) avoids that. Huge pages are only asked for: shared
+// memory gets them where the system allows it (shmem_enabled "advise").
+void* mapFrame(int fd, size_t size) {
+#ifdef MADV_POPULATE_WRITE
+  void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (p == MAP_FAILED) return p;
+  madvise(p, size, MADV_HUGEPAGE);
+  if (madvise(p, size, MADV_POPULATE_WRITE) == 0) return p;
+  munmap(p, size);
+#endif
+  return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0);
+}
+
 }  // namespace
 
 uint32_t halFormatOf(PixelLayout layout) {
@@ -109,28 +127,6 @@ std::string validateGeometry(const ImageGeometry& geometry) {
   if (totalBytes(g) == 0) return what + ": too large";
   return std::string();
 }
-
-namespace {
-
-// Every byte of a frame buffer is written soon after it is made, so its
-// pages are brought in up front: one call costs far less than faulting them
-// in one by one. MAP_POPULATE alone is not enough on a shared mapping: it
-// maps the pages for reading, and the first write still faults on each one
-// (about twice the time, measured on a 12 MP buffer); populating for
-// writing (Linux 5.14 on) avoids that. Huge pages are only asked for: shared
-// memory gets them where the system allows it (shmem_enabled "advise").
-void* mapFrame(int fd, size_t size) {
-#ifdef MADV_POPULATE_WRITE
-  void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  if (p == MAP_FAILED) return p;
-  madvise(p, size, MADV_HUGEPAGE);
-  if (madvise(p, size, MADV_POPULATE_WRITE) == 0) return p;
-  munmap(p, size);
-#endif
-  return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0);
-}
-
-}  // namespace
 
 std::unique_ptr<ImageBuffer> ImageBuffer::allocate(const ImageGeometry& geometry,
                                                    std::string* error) {

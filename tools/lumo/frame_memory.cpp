@@ -35,14 +35,12 @@ struct Block {
 struct KeptBlocks {
   std::mutex mutex;
   std::vector<Block> blocks;
-  size_t bytes = 0;
 
   void* take(size_t size) {
     std::lock_guard<std::mutex> lock(mutex);
     for (auto it = blocks.begin(); it != blocks.end(); ++it)
       if (it->size == size) {
         void* p = it->p;
-        bytes -= size;
         blocks.erase(it);
         return p;
       }
@@ -50,9 +48,10 @@ struct KeptBlocks {
   }
   bool keep(void* p, size_t size) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (blocks.size() == kKeptBlocks || bytes + size > kKeptBytes) return false;
+    size_t bytes = size;
+    for (const Block& b : blocks) bytes += b.size;
+    if (blocks.size() == kKeptBlocks || bytes > kKeptBytes) return false;
     blocks.push_back({p, size});
-    bytes += size;
     return true;
   }
 };
