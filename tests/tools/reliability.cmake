@@ -6,10 +6,10 @@ if(TARGET lumo AND TARGET lumo_filter)
     SOURCES
       ${CMAKE_CURRENT_LIST_DIR}/tool_sessions_test.cpp
       ${CMAKE_CURRENT_LIST_DIR}/replay_faults_test.cpp
-    LIBS lumo_replay)
+    LIBS lumo_session)
   lumo_add_gtest(pipeline_threads_test
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/pipeline_threads_test.cpp
-    LIBS lumo_replay
+    LIBS lumo_session
     LABELS tsan)
   foreach(test tool_sessions_test pipeline_threads_test)
     target_include_directories(${test} PRIVATE ${PROJECT_SOURCE_DIR}/tests)

@@ -13,7 +13,7 @@
 #include <set>
 
 #include "image_files.h"
-#include "report/html.h"
+#include "html.h"
 #include "tool_runner.h"
 
 using namespace lumo_test;

@@ -11,11 +11,11 @@
 #include <cmath>
 #include <numeric>
 
-#include "report/coverage.h"
-#include "report/diff_section.h"
-#include "report/html.h"
-#include "report/pictures.h"
-#include "report/sections.h"
+#include "coverage.h"
+#include "diff_section.h"
+#include "html.h"
+#include "pictures.h"
+#include "sections.h"
 #include "tool_runner.h"
 
 using namespace lumo;

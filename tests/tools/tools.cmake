@@ -7,7 +7,7 @@ lumo_add_gtest(lumo_tool_unit_tests
     ${CMAKE_CURRENT_LIST_DIR}/dump_session_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/calib_lint_diff_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/picture_lut_test.cpp
-  LIBS lumo_tool_core)
+  LIBS lumo_session lumo_progress)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
 # host side of the tool can be checked call by call.
@@ -24,7 +24,7 @@ lumo_add_gtest(lumo_cli_tests
     ${CMAKE_CURRENT_LIST_DIR}/field_workflow_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/calib_toolkit_cli_test.cpp
-  LIBS lumo_tool_core GTest::gmock)
+  LIBS lumo_session GTest::gmock)
 target_compile_definitions(lumo_cli_tests PRIVATE
   LUMO_TOOL="$<TARGET_FILE:lumo>"
   PROBE_PLUGIN="$<TARGET_FILE:lumo_probe_plugin>"

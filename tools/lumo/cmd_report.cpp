@@ -20,9 +20,9 @@
 #include "host_setup.h"
 #include "image_files.h"
 #include "picture_crop.h"
-#include "report/coverage.h"
-#include "report/pictures.h"
-#include "report/sections.h"
+#include "coverage.h"
+#include "pictures.h"
+#include "sections.h"
 #include "report_command.h"
 
 namespace lumo {

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "replay.h"
-#include "report/coverage.h"
-#include "report/html.h"
+#include "coverage.h"
+#include "html.h"
 #include "session.h"
 
 namespace lumo {
