@@ -5,6 +5,7 @@
 #include "device_files.h"
 
 #include <fcntl.h>
+#include <hostsim/device_root.h>
 #include <hostsim/file_faults.h>
 #include <platform/device_path.h>
 #include <unistd.h>
@@ -12,6 +13,9 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <string>
+
+#include "device_path_guard.h"
 
 namespace hostsim {
 namespace {
@@ -71,6 +75,26 @@ int limitedClose(void* cookie) {
 
 bool opensForWriting(const char* mode) { return std::strpbrk(mode, "wa+") != nullptr; }
 
+// open(2) flags of an fopen mode: r, w or a, then any of "+", "b", "x", "e".
+int openFlags(const char* mode) {
+  const bool update = std::strchr(mode, '+') != nullptr;
+  int flags = update ? O_RDWR : O_RDONLY;
+  if (mode[0] == 'w') flags = (update ? O_RDWR : O_WRONLY) | O_CREAT | O_TRUNC;
+  if (mode[0] == 'a') flags = (update ? O_RDWR : O_WRONLY) | O_CREAT | O_APPEND;
+  if (std::strchr(mode, 'x') != nullptr) flags |= O_EXCL;
+  return flags;
+}
+
+FILE* openStream(const char* devicePath, const char* mode) {
+  const std::string root = deviceRoot();
+  if (root.empty() || devicePath[0] != '/') return std::fopen(devicePath, mode);
+  const int fd = openBeneathRoot(root, devicePath, openFlags(mode));
+  if (fd < 0) return nullptr;
+  FILE* file = ::fdopen(fd, mode);
+  if (file == nullptr) ::close(fd);
+  return file;
+}
+
 }  // namespace
 
 void setFileFaults(const FileFaults& faults) {
@@ -83,13 +107,17 @@ FileFaults fileFaults() {
   return faultValue();
 }
 
-FILE* openHostFile(const std::string& path, const char* mode) {
+FILE* openHostFile(const char* devicePath, const char* mode) {
+  if (devicePath == nullptr || mode == nullptr) {
+    errno = EINVAL;
+    return nullptr;
+  }
   const FileFaults faults = fileFaults();
   if (faults.readOnly && opensForWriting(mode)) {
     errno = EROFS;
     return nullptr;
   }
-  FILE* file = std::fopen(path.c_str(), mode);
+  FILE* file = openStream(devicePath, mode);
   if (file == nullptr || faults.spaceLeft < 0) return file;
   // The descriptor moves to a stream whose writes draw on the space left.
   const int fd = ::dup(::fileno(file));
@@ -106,7 +134,7 @@ FILE* openHostFile(const std::string& path, const char* mode) {
 namespace vyplatform {
 
 FILE* openDeviceFile(const char* path, const char* mode) {
-  return hostsim::openHostFile(devicePath(path), mode);
+  return hostsim::openHostFile(path, mode);
 }
 
 }  // namespace vyplatform

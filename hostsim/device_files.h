@@ -3,11 +3,11 @@
 #pragma once
 
 #include <cstdio>
-#include <string>
 
 namespace hostsim {
 
-// `path` is already mapped under the device root.
-FILE* openHostFile(const std::string& path, const char* mode);
+// Opens an absolute device path (fopen's modes) under the device root, never
+// outside it; without a root the path is opened as it is.
+FILE* openHostFile(const char* devicePath, const char* mode);
 
 }  // namespace hostsim

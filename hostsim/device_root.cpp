@@ -1,10 +1,13 @@
-// Device-root mapping: "/odm/x" becomes "<root>/odm/x" off the phone.
+// Device-root mapping: "/odm/x" becomes "<root>/odm/x" off the phone, and
+// never anything outside <root>.
 #include <hostsim/device_root.h>
 #include <platform/device_path.h>
 
 #include <cstdlib>
 #include <mutex>
 #include <string>
+
+#include "device_path_guard.h"
 
 namespace hostsim {
 namespace {
@@ -43,7 +46,7 @@ namespace vyplatform {
 std::string devicePath(const char* path) {
   std::string root = hostsim::deviceRoot();
   if (root.empty() || path == nullptr || path[0] != '/') return path ? path : "";
-  return root + path;
+  return hostsim::confinedHostPath(root, path);
 }
 
 }  // namespace vyplatform

@@ -48,6 +48,7 @@ void applyNumber(const char* name, long long min, long long max, T& target, std:
 
 std::string openOfflineLogUnderDeviceRoot() {
   const std::string path = vyplatform::devicePath(kOfflineLogPath);
+  if (path.empty()) return path;  // refused: it passes through a symlink
   std::error_code ec;
   std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
   return setOfflineLogFile(path) ? path : std::string();

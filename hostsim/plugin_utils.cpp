@@ -1,6 +1,7 @@
 // Framework utilities on host image buffers: the plane-aware copy and the
 // raw image dump.
 #include <android/log.h>
+#include <hostsim/device_root.h>
 #include <platform/device_path.h>
 #include <sys/stat.h>
 #include <system/graphics.h>
@@ -77,8 +78,10 @@ int PluginUtils::dumpToFile(VyImageBuffer* buffer, const char* name) {
                         name, folder.c_str());
     return -1;
   }
-  const std::string path = folder + name + dumpExtension(buffer->format);
-  FILE* f = hostsim::openHostFile(path, "wb");
+  const std::string device = std::string(kDumpFolder) + name + dumpExtension(buffer->format);
+  // Named in messages as it maps, even when the mapping refuses it.
+  const std::string path = hostsim::deviceRoot() + device;
+  FILE* f = hostsim::openHostFile(device.c_str(), "wb");
   if (f == nullptr) {
     __android_log_print(ANDROID_LOG_ERROR, kTag, "dumpToFile: cannot open %s: %s", path.c_str(),
                         std::strerror(errno));
@@ -94,7 +97,7 @@ int PluginUtils::dumpToFile(VyImageBuffer* buffer, const char* name) {
   if (std::fclose(f) != 0 && error == 0) error = failed();
   if (error != 0) {
     // A dump cut short looks like a smaller picture to readers: none is better.
-    std::remove(path.c_str());
+    std::remove(vyplatform::devicePath(device.c_str()).c_str());
     __android_log_print(ANDROID_LOG_ERROR, kTag, "dumpToFile: cannot write %s: %s; removed",
                         path.c_str(), std::strerror(error));
     return -1;
