@@ -59,7 +59,7 @@ public:
 
   uint16_t u16(const json& v, const std::string& field) const {
     if (!v.is_number_integer() || v.get<int64_t>() < 0 || v.get<int64_t>() > 65535)
-      fail(field, "expected an integer in 0..65535, got " + v.dump());
+      fail(field, "expected an integer in 0..65535, got " + jsonExcerpt(v));
     return uint16_t(v.get<int64_t>());
   }
 
@@ -313,7 +313,9 @@ CalibrationFile readDescription(const std::string& path, std::vector<LookSource>
   if (!in) throw std::invalid_argument(path + ": cannot open");
   json j;
   try {
-    j = json::parse(in);
+    j = parseJsonBounded(in);
+  } catch (const JsonTooDeep& e) {
+    throw std::invalid_argument(path + ": malformed JSON: " + e.what());
   } catch (const json::parse_error& e) {
     throw std::invalid_argument(path + ": malformed JSON: " + e.what());
   }

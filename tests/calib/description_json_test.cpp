@@ -131,3 +131,18 @@ TEST(CalibRoundTrip, ExportThenBuildGivesTheSameBytesOddShapesIncluded) {
   EXPECT_EQ(serialize(readDescription((dir / "d.json").string())), original);
   fs::remove_all(dir);
 }
+
+// Printing or copying a value recurses per level: deep text is refused before.
+TEST(DescriptionJson, DeepNestingIsRefusedWhileParsing) {
+  const fs::path path = fs::temp_directory_path() / "lumo_deep_description.json";
+  std::ofstream(path) << R"({"scenes": [{"name": "common", "lux": [{"start": )"
+                      << std::string(100000, '[') << std::string(100000, ']') << "}]}]}";
+  std::string error = "(accepted)";
+  try {
+    readDescription(path.string());
+  } catch (const std::invalid_argument& e) {
+    error = e.what();
+  }
+  fs::remove(path);
+  EXPECT_EQ(error, path.string() + ": malformed JSON: nested deeper than 64 levels");
+}
