@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -304,15 +305,27 @@ const std::vector<std::string>& knownSceneNames() {
 
 ReadResult readCalibration(const std::vector<uint8_t>& bytes) { return Walker(bytes).run(); }
 
+std::string calibrationSizeLimit() { return std::to_string(kMaxCalibrationBytes >> 20) + " MiB"; }
+
 ReadResult readCalibrationFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    ReadResult r;
-    r.issues.push_back({Issue::Severity::Error, 0, "file", "cannot open"});
+  ReadResult r;
+  const auto refuse = [&](const std::string& message) {
+    r.issues.push_back({Issue::Severity::Error, 0, "file", message});
     return r;
-  }
-  const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                   std::istreambuf_iterator<char>());
+  };
+  // Sized before anything is read, so a huge (or sparse) file costs nothing.
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return refuse("cannot open: not a regular file");
+  const uintmax_t size = std::filesystem::file_size(path, ec);
+  if (ec) return refuse("cannot open: " + ec.message());
+  if (size > kMaxCalibrationBytes)
+    return refuse(std::to_string(size) + " bytes, above the " + calibrationSizeLimit() +
+                  " a calibration file may have (they are kilobytes to a few megabytes); not read");
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return refuse("cannot open");
+  std::vector<uint8_t> bytes(size);
+  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
+  bytes.resize(static_cast<size_t>(in.gcount()));  // a file shrinking meanwhile reads short
   return readCalibration(bytes);
 }
 

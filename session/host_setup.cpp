@@ -2,6 +2,7 @@
 #include "host_setup.h"
 
 #include <android/log.h>
+#include <calib/calibration_reader.h>
 #include <hostsim/device_root.h>
 #include <hostsim/log_sink.h>
 #include <hostsim/properties.h>
@@ -13,6 +14,8 @@
 
 namespace lumo {
 namespace {
+
+constexpr const char* kCalibrationFile = "/odm/etc/camera/lumo_filter_param.bin";
 
 int priorityOf(const std::string& level) {
   if (level == "verbose") return ANDROID_LOG_VERBOSE;
@@ -41,6 +44,10 @@ void applyHostSetup(const HostSetup& setup) {
                   "--device-root)");
   if (!hostsim::deviceRoot().empty()) {
     // A simulated device has its vendor folders; the plugin never creates them.
+    if (dumpFolderPath().empty())
+      throw Failure(hostsim::deviceRoot() +
+                    "/data/vendor/camera/: refused, the dump folder passes through a "
+                    "symlink, which the simulator never follows");
     std::error_code ec;
     std::filesystem::create_directories(dumpFolderPath(), ec);
     if (ec) throw Failure(dumpFolderPath() + ": cannot create: " + ec.message());
@@ -56,8 +63,33 @@ void applyHostSetup(const HostSetup& setup) {
   hostsim::setAndroidLogMinPriority(priorityOf(level));
 }
 
-std::string calibrationFilePath() {
-  return vyplatform::devicePath("/odm/etc/camera/lumo_filter_param.bin");
+std::string calibrationFilePath() { return vyplatform::devicePath(kCalibrationFile); }
+
+bool calibrationFileReady() {
+  namespace fs = std::filesystem;
+  const std::string path = calibrationFilePath();
+  if (path.empty())
+    throw Failure(hostsim::deviceRoot() + kCalibrationFile +
+                  ": refused, the path passes through a symlink, which the simulator never "
+                  "follows; copy the file into the device root");
+  std::error_code ec;
+  // Under a device root the path holds no symlink by now (devicePath refuses one).
+  const fs::file_status status = fs::status(path, ec);
+  if (status.type() == fs::file_type::not_found) return false;
+  if (ec) throw Failure(path + ": the calibration file cannot be read: " + ec.message());
+  const char* kind = status.type() == fs::file_type::directory ? "a folder"
+                     : status.type() == fs::file_type::fifo    ? "a FIFO"
+                     : status.type() == fs::file_type::regular ? nullptr
+                                                               : "not a regular file";
+  if (kind != nullptr)
+    throw Failure(path + ": the calibration file is " + kind + "; expected a regular file");
+  const uintmax_t size = fs::file_size(path, ec);
+  if (ec) throw Failure(path + ": the calibration file cannot be read: " + ec.message());
+  if (size > calib::kMaxCalibrationBytes)
+    throw Failure(path + ": the calibration file has " + std::to_string(size) +
+                  " bytes, above the " + calib::calibrationSizeLimit() +
+                  " such a file may have (they are kilobytes to a few megabytes)");
+  return true;
 }
 
 std::string dumpFolderPath() { return vyplatform::devicePath("/data/vendor/camera/"); }

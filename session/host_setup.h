@@ -22,6 +22,10 @@ void applyHostSetup(const HostSetup& setup);
 
 // Host path of the calibration file the plugin loads.
 std::string calibrationFilePath();
+// Whether the calibration file is there. The plugin reads it whole without
+// asking what it is, so anything but a regular file of at most the
+// calibration size limit throws Failure here, before the plugin loads.
+bool calibrationFileReady();
 // Host path of the folder the plugin dumps into.
 std::string dumpFolderPath();
 

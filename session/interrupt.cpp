@@ -30,7 +30,9 @@ InterruptGuard::InterruptGuard() {
   struct sigaction action {};
   action.sa_handler = onSignal;
   sigemptyset(&action.sa_mask);
-  action.sa_flags = SA_RESTART;
+  // No SA_RESTART: a read or open blocked on a pipe must return (EINTR) so
+  // the run gets to the check that ends it.
+  action.sa_flags = 0;
   for (int i = 0; i < 2; ++i) sigaction(kSignals[i], &action, &g_previous[i]);
 }
 
@@ -41,6 +43,8 @@ InterruptGuard::~InterruptGuard() {
 void InterruptGuard::check() {
   if (g_signal != 0) throw Interrupted(g_signal);
 }
+
+int InterruptGuard::pending() { return g_signal; }
 
 void endBySignal(int signal) {
   ::signal(signal, SIG_DFL);

@@ -27,6 +27,9 @@ public:
 
   // Throws Interrupted when a signal came since the guard was made.
   static void check();
+  // The signal that came since the guard was made, or 0. Calls the signal
+  // cut short (EINTR) fail on their own terms; this tells why.
+  static int pending();
 };
 
 // Ends the process by `signal` with its default action, as if never caught.

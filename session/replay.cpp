@@ -130,7 +130,8 @@ public:
   // Where to write `name` now, and records where it goes at the end.
   std::string stage(const std::string& name, const SessionFrame& frame) {
     const fs::path rel(name);
-    if (rel.is_absolute() || rel.lexically_normal().string().starts_with(".."))
+    const fs::path normal = rel.lexically_normal();
+    if (rel.is_absolute() || (!normal.empty() && *normal.begin() == ".."))
       throw Failure(frame.where("output") + "\"" + name + "\" must stay inside the output folder");
     const std::string key = rel.lexically_normal().string();
     // A file cannot also be a folder of another output. Checked here, in
@@ -184,6 +185,15 @@ public:
       if (!fs::is_regular_file(m_dir / rel, ec))
         throw Failure(m_out.string() + ": output \"" + rel +
                       "\" vanished before the session ended (was the output folder removed?)");
+      // A symlinked subfolder would move the output out of the folder.
+      fs::path at = m_out;
+      for (const fs::path& part : fs::path(rel).parent_path()) {
+        at /= part;
+        if (fs::is_symlink(at, ec))
+          throw Failure(at.string() +
+                        ": a symlink; outputs are not written through one (output \"" + rel +
+                        "\")");
+      }
     }
     for (const auto& [rel, line] : m_final) {
       const fs::path to = m_out / rel;
@@ -272,10 +282,10 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
   hostsim::PluginRegistry registry;
   std::string error;
   if (!fs::exists(pluginPath)) throw Failure(pluginPath + ": no plugin library there (--plugin)");
+  const bool calibrationThere = calibrationFileReady();
   if (!registry.load(pluginPath, &error)) throw Failure(error);
   if (registry.findProvider(kProviderName) == nullptr)
     throw Failure(pluginPath + ": registers no provider named " + kProviderName);
-  const bool calibrationThere = fs::exists(calibrationFilePath());
   if (!calibrationThere)
     std::fprintf(stderr,
                  "lumo: note: no calibration file at %s: the plugin passes frames through\n",

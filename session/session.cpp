@@ -23,11 +23,9 @@ namespace {
 using calib::hexBits;
 using nlohmann::json;
 
-std::string shown(const json& value) {
-  std::string s = value.dump();
-  if (s.size() > 60) s = s.substr(0, 57) + "...";
-  return s;
-}
+std::string shown(const json& value) { return calib::jsonExcerpt(value); }
+
+constexpr size_t kMaxOutputNameBytes = 4095;
 
 [[noreturn]] void fail(const std::string& where, const std::string& message) {
   throw Failure(where + message);
@@ -257,7 +255,9 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
   const std::string at = file + ":" + std::to_string(line) + ": ";
   json j;
   try {
-    j = json::parse(text);
+    j = calib::parseJsonBounded(text);
+  } catch (const calib::JsonTooDeep& e) {
+    throw Failure(at + "malformed JSON: " + e.what());
   } catch (const json::parse_error& e) {
     std::string what = e.what();
     const auto colon = what.find("parse error");
@@ -307,6 +307,9 @@ SessionFrame parseFrameLine(const std::string& text, const std::string& file, si
     } else if (key == "output") {
       entry.output = stringValue(value, w);
       if (entry.output->empty()) fail(w, "expected a file name, got an empty string");
+      if (entry.output->size() > kMaxOutputNameBytes)
+        fail(w, "a name of " + std::to_string(entry.output->size()) + " bytes; at most " +
+                    std::to_string(kMaxOutputNameBytes) + " (the longest path Linux opens)");
     } else if (key == "meta") {
       entry.meta = parseMeta(value, entry);
     } else {

@@ -4,9 +4,13 @@
 // with the real plugin built, the bundled demo and the plugin's dumps.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cmath>
+#include <cstdio>
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "image_files.h"
 #include "tool_runner.h"
@@ -140,6 +144,10 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
        "2: field \"format\": expected \"nv21\", \"nv12\" or \"rgba\", got \"yuv\""},
       {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..16384, got 0"},
       {"[1, 2]", "2: expected one JSON object per line, got [1,2]"},
+      {p + R"("meta": )" + std::string(100000, '[') + std::string(100000, ']') + "}",
+       "2: malformed JSON: nested deeper than 64 levels"},
+      {p + R"("output": ")" + std::string(5000, 'x') + R"(.png"})",
+       "2: field \"output\": a name of 5004 bytes; at most 4095 (the longest path Linux opens)"},
   };
   for (const auto& [line, message] : cases) {
     SCOPED_TRACE(line);
@@ -158,11 +166,124 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
   }
 }
 
+// Where outputs go: a missing folder for `run -o` is refused, not made; a name
+// starting with ".." is still a name; a symlinked subfolder of --out is not
+// followed out of it. `file` is what must (or must not) be there afterwards.
+TEST_F(ReplayCli, OutputsStayInTheFoldersNamed) {
+  fs::create_directories(dir / "elsewhere");
+  const auto replayTo = [&](const std::string& output) {
+    write("s.jsonl", R"({"instance": "preview", "input": "generated:food", "width": 8, )"
+                     R"("height": 8, "output": ")" +
+                         output + "\"}\n");
+    return "replay s.jsonl --out out" + kProbe;
+  };
+  const struct Row {
+    std::function<std::string()> args;
+    int status;
+    std::string error, file;
+    bool there;
+  } rows[] = {
+      {[&] { return "run generated:food --width 8 --height 8 -o missing/dir/x.png" + kProbe; }, 1,
+       "lumo: missing/dir/x.png: the folder missing/dir does not exist\n", "missing", false},
+      {[&] { return replayTo("..x.png"); }, 0, "", "out/..x.png", true},
+      {[&] {
+         fs::create_directory_symlink(dir / "elsewhere", dir / "out/sub");
+         return replayTo("sub/x.png");
+       },
+       1, "lumo: out/sub: a symlink; outputs are not written through one (output \"sub/x.png\")\n",
+       "elsewhere/x.png", false},
+  };
+  for (const Row& row : rows) {
+    const Outcome o = lumo(row.args());
+    EXPECT_EQ(o.status, row.status) << row.file;
+    EXPECT_THAT(o.err, EndsWith(row.error));
+    EXPECT_EQ(fs::exists(dir / row.file), row.there) << row.file;
+  }
+}
+
+// The device's calibration file is looked at before the plugin reads it whole,
+// and `calib check` sizes a file before reading it: a folder, a FIFO or a
+// (sparse) file far above any calibration file's size is one line at once.
+TEST_F(ReplayCli, CalibrationFilesAreSizedBeforeTheyAreRead) {
+  const fs::path calib = dir / "dev/odm/etc/camera/lumo_filter_param.bin";
+  fs::create_directories(calib.parent_path());
+  write("s.jsonl",
+        R"({"instance": "preview", "input": "generated:food", "width": 8, "height": 8})");
+  const std::string replay = "replay s.jsonl --out out --device-root dev" + kProbe;
+  const auto sparse = [](const fs::path& file, uintmax_t bytes) {
+    std::ofstream{file};
+    fs::resize_file(file, bytes);
+  };
+  const struct Row {
+    std::function<void()> make;
+    std::string args, error;
+  } rows[] = {
+      {[&] { fs::create_directory(calib); }, replay,
+       "lumo: " + calib.string() + ": the calibration file is a folder; expected a regular file"},
+      {[&] { ASSERT_EQ(mkfifo(calib.c_str(), 0600), 0); }, replay,
+       "lumo: " + calib.string() + ": the calibration file is a FIFO; expected a regular file"},
+      {[&] { sparse(calib, 65u << 20); }, replay,
+       "lumo: " + calib.string() +
+           ": the calibration file has 68157440 bytes, above the 64 MiB "
+           "such a file may have (they are kilobytes to a few megabytes)"},
+      {[&] { sparse(dir / "big.bin", 3ull << 30); }, "calib check big.bin",
+       "big.bin: offset 0 (file): error: 3221225472 bytes, above the 64 MiB a calibration file "
+       "may have (they are kilobytes to a few megabytes); not read\nbig.bin: FAILED"},
+  };
+  for (const Row& row : rows) {
+    fs::remove_all(calib);
+    row.make();
+    const Outcome o = lumo(row.args);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_THAT(o.out + o.err, StartsWith(row.error));
+    EXPECT_TRUE(files("out").empty());
+  }
+}
+
+// SIGINT or SIGTERM mid-session: the run stops between frames (the first
+// signal suffices), says how far it got, writes nothing and ends by the
+// signal; with --json the finished frames come first.
+TEST_F(ReplayCli, InterruptedSessionsSayHowFarTheyGotAndWriteNothing) {
+  std::string session;
+  for (int i = 0; i < 2000; ++i)
+    session += R"({"instance": "preview", "input": "generated:food", "width": 320, "height": 240, )"
+               R"("meta": {"stylization": 1}})"
+               "\n";
+  write("s.jsonl", session);
+  for (const auto& [signal, json] : {std::pair{"INT", " --json"}, std::pair{"TERM", ""}}) {
+    SCOPED_TRACE(signal);
+    fs::remove(dir / "log.txt");
+    const std::string cmd =
+        "cd '" + dir.string() +
+        "' && (LUMO_DEVICE_ROOT= " LUMO_TOOL_EMULATOR "'" LUMO_TOOL
+        "' replay s.jsonl --out out --jobs 1 --logcat log.txt" +
+        kProbe + json +
+        " >stdout.txt 2>stderr.txt & pid=$!; until grep -q 'process ' log.txt "
+        "2>/dev/null || ! kill -0 $pid 2>/dev/null; do sleep 0.05; done; kill -" +
+        signal + " $pid; wait $pid; echo $? >status.txt)";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    EXPECT_EQ(readText(dir / "status.txt"), signal == std::string("INT") ? "130\n" : "143\n");
+    std::string err = readText(dir / "stderr.txt");
+    err.erase(0, err.find("lumo: interrupted"));  // after the note on the calibration file
+    size_t done = 0;
+    ASSERT_EQ(std::sscanf(err.c_str(),
+                          "lumo: interrupted after %zu of 2000 frames; nothing written", &done),
+              1)
+        << err;
+    EXPECT_LT(done, 2000u);
+    if (*json != '\0') {
+      EXPECT_EQ(nlohmann::json::parse(readText(dir / "stdout.txt"))["frames"].size(), done);
+    }
+    EXPECT_TRUE(files("out").empty());
+  }
+}
+
 // `generate` writes PNG and raw pictures; the pictures themselves are seen through the demo.
 TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
   ASSERT_EQ(lumo("generate chart -o c_40x30_40.nv12 --width 40 --height 30").status, 0);
   EXPECT_EQ(fs::file_size(dir / "c_40x30_40.nv12"), 40u * 30 * 3 / 2);
   ASSERT_EQ(lumo("generate food -o food.png --width 64 --height 48").status, 0);
+  fs::create_directory(dir / "res");
   const auto processLine = [&](const char* log) {  // what the probe was handed
     for (const std::string& line : logLines(dir / log, "Probe"))
       if (line.starts_with("process ")) return line;
@@ -264,6 +385,56 @@ TEST_F(RealPluginCli, DemoWritesPairsDumpsAndTheTable) {
   for (size_t i = 0; i < a.bytes.size(); ++i)
     if (i % 4 != 3) sum += std::abs(a.bytes[i] - b.bytes[i]);
   EXPECT_GT(sum / (a.bytes.size() * 3 / 4), 3.0);
+}
+
+// The ways a snapshot's image name reached outside the device root: a "../"
+// name, a name the 256-byte path buffer cuts right after the target (so the
+// fixed suffix is lost; given to `run`), and symlinks in the dump folder. Each dump is refused with
+// one warning naming it, and the 0600 file outside keeps its bytes and mode.
+TEST_F(RealPluginCli, DumpNamesFromMetadataStayUnderTheDeviceRoot) {
+  const fs::path dumps = dir / "dev/data/vendor/camera";
+  fs::create_directories(dumps);
+  std::string cut = "../../../../";
+  while (cut.size() + 6 < 235) cut += "./";
+  const std::string dump = " --device-root dev --prop persist.vendor.camera.lumofilter.dumpMode=3";
+  const auto replayNamed = [&](const std::string& name) {
+    write("s.jsonl", R"({"instance": "snapshot", "input": "generated:food", "width": 64, )"
+                     R"("height": 48, "meta": {"stylization": 1, "image_name": ")" +
+                         name + "\"}}");
+    return "replay s.jsonl --out out --logcat log.txt" + dump;
+  };
+  const std::function<std::string()> rows[] = {
+      [&] { return replayNamed("../../../../victim"); },
+      [&] {
+        return "run generated:food -o out/x.png --logcat log.txt --image-name " + cut + "victim" +
+               dump;
+      },
+      [&] {
+        fs::create_symlink(dir / "victim", dumps / "IMG_lumo_filter_OfflineSnapshot_exif.txt");
+        return replayNamed("IMG");
+      },
+      [&] {  // a symlinked folder under the dump folder
+        fs::create_directory_symlink(dir, dumps / "sub");
+        return replayNamed("sub/victim");
+      },
+  };
+  for (const auto& args : rows) {
+    write("victim", "secret");
+    fs::permissions(dir / "victim", fs::perms::owner_read | fs::perms::owner_write);
+    const Outcome o = lumo(args());
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(readText(dir / "victim"), "secret");
+    for (const auto& e : fs::directory_iterator(dir))
+      EXPECT_THAT(e.path().filename().string(), Not(StartsWith("victim_")));
+    EXPECT_EQ(fs::status(dir / "victim").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+    std::set<std::string> refused;
+    for (const std::string& line : logLines(dir / "log.txt", "VyHost")) {
+      EXPECT_THAT(line, HasSubstr(" refused: "));
+      EXPECT_TRUE(refused.insert(line).second) << "said twice: " << line;
+    }
+    EXPECT_FALSE(refused.empty());
+  }
 }
 
 TEST_F(RealPluginCli, ReplayDumpsParametersAndImagesUnderTheDeviceRoot) {

@@ -142,6 +142,9 @@ void addRunCommand(CLI::App& app) {
     if (!o->imageName.empty()) f.meta.imageName = o->imageName;
     const std::filesystem::path out(o->output);
     o->host.outDir = out.parent_path().empty() ? "." : out.parent_path().string();
+    // A mistyped folder is refused rather than created, as cp or convert would.
+    if (!std::filesystem::is_directory(o->host.outDir))
+      throw Failure(o->output + ": the folder " + o->host.outDir + " does not exist");
     f.output = out.filename().string();
     try {
       runFrames({f}, o->host, ".");

@@ -74,30 +74,10 @@ void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
       "slower). Default: zlib level 1, files about 6% larger");
 }
 
-std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
-                                   const HostCommandOptions& o, const std::string& sessionDir,
-                                   bool keepInputs, bool print) {
-  applyHostSetup(o.setup);
-  ReplayOptions r;
-  r.pluginPath = o.plugin;
-  r.outDir = o.outDir;
-  r.sessionDir = sessionDir;
-  r.keepInputs = keepInputs;
-  r.jobs = o.jobs;
-  if (o.stylization >= 0) r.stylization = uint8_t(o.stylization);
-  std::vector<FrameReport> reports;
-  try {
-    InterruptGuard interrupt;
-    Progress progress(stderrIsTerminal() && frames.size() > 1);
-    reports = replaySession(frames, r, [&](const FrameReport&, size_t done, size_t total) {
-      progress.update(done, total);
-      InterruptGuard::check();  // unwinding removes the staged outputs
-    });
-  } catch (const Interrupted& e) {
-    endBySignal(e.signal());
-  }
-  if (!print) return reports;
-  if (o.json) {
+namespace {
+
+void printReports(const std::vector<FrameReport>& reports, bool json) {
+  if (json) {
     nlohmann::json out = nlohmann::json::array();
     for (const FrameReport& f : reports) {
       nlohmann::json entry = {{"frame", f.frame},
@@ -116,16 +96,59 @@ std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
     std::printf("%s\n", nlohmann::json({{"frames", out}})
                             .dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
                             .c_str());
-  } else {
-    std::printf("%-7s %-9s %-15s %-36s %s\n", "frame", "instance", "aiscene", "plugin", "output");
-    for (const FrameReport& f : reports) {
-      std::printf("%-7u %-9s %-15s %-36s %s\n", f.frame, modeLabel(f.processMode).c_str(),
-                  f.aiscene.empty() ? "-" : f.aiscene.c_str(), reasonText(f.outcome.reason),
-                  f.output.c_str());
-      for (const std::string& line : outcomeLines(f.outcome))
-        std::printf("%-7s %s\n", "", line.c_str());
-    }
+    return;
   }
+  std::printf("%-7s %-9s %-15s %-36s %s\n", "frame", "instance", "aiscene", "plugin", "output");
+  for (const FrameReport& f : reports) {
+    std::printf("%-7u %-9s %-15s %-36s %s\n", f.frame, modeLabel(f.processMode).c_str(),
+                f.aiscene.empty() ? "-" : f.aiscene.c_str(), reasonText(f.outcome.reason),
+                f.output.c_str());
+    for (const std::string& line : outcomeLines(f.outcome))
+      std::printf("%-7s %s\n", "", line.c_str());
+  }
+}
+
+}  // namespace
+
+std::vector<FrameReport> runFrames(const std::vector<SessionFrame>& frames,
+                                   const HostCommandOptions& o, const std::string& sessionDir,
+                                   bool keepInputs, bool print) {
+  applyHostSetup(o.setup);
+  ReplayOptions r;
+  r.pluginPath = o.plugin;
+  r.outDir = o.outDir;
+  r.sessionDir = sessionDir;
+  r.keepInputs = keepInputs;
+  r.jobs = o.jobs;
+  if (o.stylization >= 0) r.stylization = uint8_t(o.stylization);
+  std::vector<FrameReport> reports, finished;
+  int signal = 0;
+  try {
+    InterruptGuard interrupt;
+    Progress progress(stderrIsTerminal() && frames.size() > 1);
+    try {
+      reports = replaySession(frames, r, [&](const FrameReport& report, size_t done, size_t total) {
+        finished.push_back(report);
+        progress.update(done, total);
+        InterruptGuard::check();  // unwinding removes the staged outputs
+      });
+    } catch (const Failure&) {
+      // A call the signal cut short fails with its own message; the signal is the news.
+      if (InterruptGuard::pending() == 0) throw;
+      InterruptGuard::check();
+    }
+  } catch (const Interrupted& e) {
+    signal = e.signal();
+  }
+  if (signal != 0) {
+    // The outputs named are not there: the whole session's outputs are written or none.
+    if (print && o.json) printReports(finished, true);
+    std::fflush(stdout);
+    std::fprintf(stderr, "lumo: interrupted after %zu of %zu frames; nothing written\n",
+                 finished.size(), frames.size());
+    endBySignal(signal);
+  }
+  if (print) printReports(reports, o.json);
   return reports;
 }
 

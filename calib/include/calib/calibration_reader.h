@@ -48,8 +48,15 @@ struct ReadResult {
   bool ok() const;  // no errors (warnings allowed)
 };
 
+// Calibration files are kilobytes to a few megabytes; a larger one is not
+// read at all, as reading it would cost its size in memory and time.
+constexpr uint64_t kMaxCalibrationBytes = uint64_t(64) << 20;
+// "64 MiB", for messages.
+std::string calibrationSizeLimit();
+
 ReadResult readCalibration(const std::vector<uint8_t>& bytes);
-// An unreadable file gives one error at offset 0.
+// An unreadable file, or one that is not a regular file of at most
+// kMaxCalibrationBytes, gives one error at offset 0.
 ReadResult readCalibrationFile(const std::string& path);
 
 // "FILE: offset 1234 (record): error: message".
