@@ -80,9 +80,7 @@ std::vector<std::string> diagnosisLines(const LutDiagnosis& d) {
     lines.push_back(file + ": warning: " + p.message + " (" + p.code + ")");
   lines.push_back(file + ": calib build would take it as " + calib::describeImport(d.import));
   lines.push_back(file + ": " +
-                  (d.problems.empty() ? std::string("ok")
-                                      : std::to_string(d.problems.size()) +
-                                            (d.problems.size() == 1 ? " problem" : " problems")));
+                  (d.problems.empty() ? std::string("ok") : counted(d.problems.size(), "problem")));
   return lines;
 }
 
