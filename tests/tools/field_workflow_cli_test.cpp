@@ -90,7 +90,7 @@ TEST_F(YuvInfoCli, LimitedRangePreviewsStretchToFullRange) {
     SCOPED_TRACE(range);
     const Outcome o = lumo(std::string("yuv info v_6x2_6.nv12 -o v.png ") + range);
     ASSERT_EQ(o.status, 0) << o.err;
-    EXPECT_EQ(o.err.empty(), std::string(range) == "--range limited") << o.err;
+    EXPECT_EQ(o.err.empty(), *range != '\0') << o.err;  // a note unless the range is given
     const lumo::Image png = lumo::readImage(path("v.png"));
     for (int x = 0; x < 3; ++x) EXPECT_NEAR(png.row(1)[4 * x], red[size_t(x)], 1) << x;
   }

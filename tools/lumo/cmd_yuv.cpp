@@ -35,17 +35,18 @@ void addYuvCommand(CLI::App& app) {
                 "taken as full-range BT.601 (JFIF, as camera dumps are) unless --range says "
                 "otherwise")
       ->check(outputImageName());
-  c->add_option("--range", o->range,
-                "YUV range for --output: full (0..255, camera dumps; the default) or limited "
-                "(Y 16..235, chroma 16..240: ffmpeg's and video tools' default NV21 / NV12)")
-      ->check(CLI::IsMember({"full", "limited"}));
+  CLI::Option* range =
+      c->add_option("--range", o->range,
+                    "YUV range for --output: full (0..255, camera dumps; the default) or limited "
+                    "(Y 16..235, chroma 16..240: ffmpeg's and video tools' default NV21 / NV12)")
+          ->check(CLI::IsMember({"full", "limited"}));
   c->add_flag("--json", o->json, "Print the findings as JSON");
   c->footer(
       "Names: ..._WIDTHxHEIGHT_STRIDE[_SCANLINE].nv21, "
       "..._width_W_height_H_stride_S_scanline_L..., "
       "and the plugin's IMAGE_[lumofilter]_INSTANCE_frame[N]_ROLE_WxH_STRIDE dumps. Exit 1 when "
       "a file's size does not add up.");
-  c->callback([o] {
+  c->callback([o, range] {
     if (!o->preview.empty() && o->files.size() != 1)
       throw CLI::ValidationError("--output", "a preview is written for one FILE only");
     RawHints hints;
@@ -74,9 +75,9 @@ void addYuvCommand(CLI::App& app) {
         writeImage(o->preview, limitedRangeToRgba(picture));
       } else {
         writeImage(o->preview, picture);
-        // Frames from video tools are limited range by default: 16 code values darker blacks
-        // and duller whites than shown would be the only hint otherwise.
-        if (isYuv(picture.geometry.format) && o->range == "full")
+        // Frames from video tools are limited range by default: washed-out blacks and dull
+        // whites would be the only hint otherwise.
+        if (isYuv(picture.geometry.format) && range->count() == 0)
           std::fprintf(stderr,
                        "lumo: %s: YUV taken as full range (0..255); for limited-range frames "
                        "(Y 16..235, as ffmpeg writes) give --range limited\n",
