@@ -2,6 +2,8 @@
 #include "calib_findings.h"
 
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 namespace lumo {
@@ -49,6 +51,53 @@ std::string escapeBytes(const std::string& text, bool keepNewlines) {
     }
   }
   return out;
+}
+
+std::string foreignFileKind(const std::string& path) {
+  std::string head(4096, '\0');
+  std::ifstream in(path, std::ios::binary);
+  in.read(head.data(), std::streamsize(head.size()));
+  head.resize(size_t(in.gcount()));
+  const struct {
+    const char* magic;
+    size_t size;
+    const char* kind;
+  } signatures[] = {
+      {"\xFF\xD8\xFF", 3, "a JPEG picture"},
+      {"\x89PNG\r\n\x1a\n", 8, "a PNG picture"},
+      {"GIF8", 4, "a GIF picture"},
+      {"%PDF", 4, "a PDF document"},
+      {"PK\x03\x04", 4, "a ZIP archive"},
+      {"\x7f"
+       "ELF",
+       4, "a program or library"},
+      {"\xFF\xFE", 2, "UTF-16 text"},
+      {"\xFE\xFF", 2, "UTF-16 text"},
+  };
+  for (const auto& s : signatures)
+    if (head.size() >= s.size && std::memcmp(head.data(), s.magic, s.size) == 0) return s.kind;
+  // Binary records hold zero bytes and small numbers; text holds neither.
+  if (head.empty()) return {};
+  for (size_t i = 0; i < head.size();) {
+    const unsigned char c = static_cast<unsigned char>(head[i]);
+    if ((c >= 0x20 && c < 0x7F) || c == '\t' || c == '\n' || c == '\r') {
+      ++i;
+    } else if (const size_t n = c >= 0x80 ? utf8Length(head, i) : 0) {
+      i += n;
+    } else if (c >= 0x80 && i + 4 > head.size()) {
+      break;  // a character cut by the end of what was read
+    } else {
+      return {};
+    }
+  }
+  return head.find_first_not_of(" \t\r\n") != std::string::npos &&
+                 head[head.find_first_not_of(" \t\r\n")] == '{'
+             ? "JSON text (a description: build it with `lumo calib build`)"
+             : "text";
+}
+
+std::string counted(size_t n, const std::string& noun) {
+  return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
 }
 
 size_t errorCount(const std::vector<calib::Issue>& issues) {

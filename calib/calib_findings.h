@@ -26,6 +26,14 @@ std::vector<std::string> findingLines(const std::string& file, const calib::Read
 // {"issues": [...first kFindingsShown...], "issue_count": N, "errors": E, "warnings": W}
 nlohmann::json findingsJson(const calib::ReadResult& read);
 
+// What a file that is clearly not a calibration file is, from its first
+// bytes ("a JPEG picture", "text", ...); empty when it may be one. Calibration
+// files carry no signature of their own, so only other kinds are recognised.
+std::string foreignFileKind(const std::string& path);
+
+// "1 change", "3 changes".
+std::string counted(size_t n, const std::string& noun);
+
 size_t errorCount(const std::vector<calib::Issue>& issues);
 // Every error the reader found, listed or only counted.
 size_t errorCount(const calib::ReadResult& read);

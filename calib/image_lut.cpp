@@ -99,20 +99,23 @@ LayoutChoice parseLayoutChoice(const std::string& text) {
 }
 
 ImageLutRead readImageLut(const std::string& path, const std::string& layoutChoice) {
-  if (!reader()) throw std::runtime_error(path + ": picture LUTs are read by the lumo tool only");
+  if (!reader().size || !reader().read)
+    throw std::runtime_error(path + ": picture LUTs are read by the lumo tool only");
   const LayoutChoice choice = parseLayoutChoice(layoutChoice);
-  const RgbImage image = reader()(path);
-  if (image.rgb.size() != size_t(image.width) * size_t(image.height) * 3)
-    throw std::runtime_error(path + ": picture decoder gave an inconsistent buffer");
-  std::vector<ImageLayout> layouts = candidateLayouts(image.width, image.height);
+  const auto [width, height] = reader().size(path);
+  std::vector<ImageLayout> layouts = candidateLayouts(width, height);
   layouts.erase(std::remove_if(layouts.begin(), layouts.end(),
                                [&](const ImageLayout& l) { return !fits(l, choice); }),
                 layouts.end());
   if (layouts.empty())
     throw std::runtime_error(
-        path + ": " + std::to_string(image.width) + "x" + std::to_string(image.height) +
-        " pixels fit no " + (layoutChoice.empty() ? std::string("LUT") : layoutChoice) +
+        path + ": " + std::to_string(width) + "x" + std::to_string(height) + " pixels fit no " +
+        (layoutChoice.empty() ? std::string("LUT") : layoutChoice) +
         " layout (Hald: a square of level^3 pixels; tiles: N tiles of N x N pixels)");
+  const RgbImage image = reader().read(path);
+  if (image.width != width || image.height != height ||
+      image.rgb.size() != size_t(image.width) * size_t(image.height) * 3)
+    throw std::runtime_error(path + ": picture decoder gave an inconsistent buffer");
   ImageLutRead best;
   best.identityDistance = 1e300;
   best.candidates = layouts.size();

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "calib_findings.h"
 #include "image_files.h"
@@ -28,7 +29,12 @@ std::string domainText(const calib::LutSourceInfo& info) {
 }  // namespace
 
 void usePictureDecoders() {
-  calib::setImageReader([](const std::string& path) {
+  calib::ImageReader reader;
+  reader.size = [](const std::string& path) {
+    const PictureSize size = pictureSize(path);
+    return std::pair<int, int>(int(size.width), int(size.height));
+  };
+  reader.read = [](const std::string& path) {
     const Image rgba = fileKindOf(path) == FileKind::Png ? decodePng(path) : decodeJpeg(path);
     calib::RgbImage out;
     out.width = int(rgba.geometry.width);
@@ -40,7 +46,8 @@ void usePictureDecoders() {
         out.rgb.insert(out.rgb.end(), row + 4 * x, row + 4 * x + 3);
     }
     return out;
-  });
+  };
+  calib::setImageReader(std::move(reader));
 }
 
 LutDiagnosis diagnoseLut(const std::string& path, const std::string& imageLayout) {
@@ -73,9 +80,7 @@ std::vector<std::string> diagnosisLines(const LutDiagnosis& d) {
     lines.push_back(file + ": warning: " + p.message + " (" + p.code + ")");
   lines.push_back(file + ": calib build would take it as " + calib::describeImport(d.import));
   lines.push_back(file + ": " +
-                  (d.problems.empty() ? std::string("ok")
-                                      : std::to_string(d.problems.size()) +
-                                            (d.problems.size() == 1 ? " problem" : " problems")));
+                  (d.problems.empty() ? std::string("ok") : counted(d.problems.size(), "problem")));
   return lines;
 }
 

@@ -2,6 +2,7 @@
 // lattice, with the header facts and the lattice kept for the doctor.
 #include <calib/image_lut.h>
 #include <calib/lut_source.h>
+#include <calib/text_encoding.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,6 +31,9 @@ constexpr int kErrorGrid = 52;
 // Two picture layouts whose readings are this close to the identity (mean,
 // 0..1; 2.5 code values) cannot be told apart by the round trip.
 constexpr double kLayoutMargin = 0.01;
+
+// The longest 1D shaper taken: 16-bit tables have 65536 entries.
+constexpr long kMaxShaperSize = 65536;
 
 std::string lower(std::string s) {
   for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
@@ -79,8 +83,26 @@ std::string scanCube(const std::string& text, const std::string& path, LutSource
         throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
                                  ": " + key + ": expected three numbers, got \"" + body + "\"");
     }
-    if (key == "LUT_1D_SIZE") sizes1d = true;
-    if (key == "LUT_3D_SIZE") sizes3d = true;
+    if (key == "LUT_1D_SIZE" || key == "LUT_3D_SIZE") {
+      // OpenColorIO reserves whatever size the line says before reading a
+      // single entry; a size no LUT has is refused here with its line.
+      const bool lattice = key == "LUT_3D_SIZE";
+      const long most = lattice ? kMaxSourceEdge : kMaxShaperSize;
+      std::string value, extra;
+      words >> value;
+      size_t used = 0;
+      long size = 0;
+      try {
+        size = std::stol(value, &used);
+      } catch (const std::exception&) {
+        used = 0;
+      }
+      if (used == 0 || used != value.size() || (words >> extra) || size < 2 || size > most)
+        throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
+                                 ": " + key + ": expected an integer 2 to " + std::to_string(most) +
+                                 ", got \"" + value + "\"");
+      (lattice ? sizes3d : sizes1d) = true;
+    }
     cleaned += line + "\n";
   }
   info.dialect = resolveKeys || (sizes1d && sizes3d) ? "Resolve" : "Iridas";
@@ -240,7 +262,11 @@ LutImport importLut(const std::string& path, const std::string& imageLayout) {
   std::unique_ptr<TempCopy> copy;
   std::string source = path;
   if (ext == ".cube") {
-    copy = std::make_unique<TempCopy>(scanCube(readText(path), path, info), ext);
+    const std::string text = readText(path);
+    if (const std::string problem = utf16Problem(std::string_view(text).substr(0, 4));
+        !problem.empty())
+      throw std::runtime_error(path + ": cannot read .cube file: " + problem);
+    copy = std::make_unique<TempCopy>(scanCube(text, path, info), ext);
     // OpenColorIO takes an empty domain and divides by zero at every point.
     for (int c = 0; c < 3; ++c)
       if (!(info.domainMax[c] > info.domainMin[c]))

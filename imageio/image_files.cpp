@@ -103,6 +103,27 @@ FileKind fileKindOf(const std::string& path) {
   return FileKind::Raw;
 }
 
+std::string pictureSizeProblem(uint32_t width, uint32_t height) {
+  const std::string size = std::to_string(width) + "x" + std::to_string(height);
+  if (width == 0 || height == 0) return size + " has no pixels";
+  if (std::max(width, height) > kMaxPictureSide)
+    return size + " is above the " + std::to_string(kMaxPictureSide) +
+           " pixel limit of a picture side";
+  return {};
+}
+
+PictureSize pictureSize(const std::string& path) {
+  switch (fileKindOf(path)) {
+    case FileKind::Png:
+      return pngSize(path);
+    case FileKind::Jpeg:
+      return jpegSize(path);
+    case FileKind::Raw:
+      break;
+  }
+  throw Failure(path + ": not a PNG or JPEG picture");
+}
+
 Image readImage(const std::string& path, const RawHints& hints,
                 std::optional<PixelFormat> decodeAs) {
   std::error_code ec;

@@ -33,10 +33,26 @@ Image readImage(const std::string& path, const RawHints& hints = {},
 // extension names another format. Throws Failure.
 void writeImage(const std::string& path, const Image& image, int jpegQuality = 92);
 
-// Codecs used by readImage/writeImage. Decoders give RGBA images (a 4:2:0
-// JPEG: the YUV layout `yuv` names, when given) and throw Failure naming
-// `path`; encoders take RGBA (JPEG: or even-sized YUV) and write to an open
-// stream.
+// The longest picture side the tools take (a 200 MP sensor is 16320 x 12240).
+constexpr uint32_t kMaxPictureSide = 16384;
+// Empty when a picture of this size may be decoded, otherwise why not
+// ("23000x23000 is above the 16384 pixel limit of a picture side").
+std::string pictureSizeProblem(uint32_t width, uint32_t height);
+
+// A PNG's or JPEG's size from its header alone, nothing decoded. Throws
+// Failure naming `path` (also for a raw dump, whose size is not in it).
+struct PictureSize {
+  uint32_t width = 0, height = 0;
+};
+PictureSize pictureSize(const std::string& path);
+PictureSize pngSize(const std::string& path);
+PictureSize jpegSize(const std::string& path);
+
+// Codecs used by readImage/writeImage. Decoders check the header's size
+// (above) and whether the file can hold that many pixels before they
+// allocate, give RGBA images (a 4:2:0 JPEG: the YUV layout `yuv` names, when
+// given; CMYK JPEGs converted to RGB) and throw Failure naming `path`; encoders take RGBA (JPEG: or
+// even-sized YUV) and write to an open stream.
 Image decodePng(const std::string& path);
 Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv = {});
 void encodePng(const Image& rgba, std::FILE* out, const std::string& path);

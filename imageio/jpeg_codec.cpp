@@ -1,7 +1,7 @@
 // JPEG through libjpeg(-turbo). A JPEG is already full-range BT.601 YCbCr, so
 // 4:2:0 files are decoded straight to the camera's semi-planar YUV and YUV
 // images encoded straight from it (libjpeg's raw data interface): no trip
-// through RGB. Other files decode to RGBA, and RGBA encodes with 4:2:0
+// through RGB. Other files (CMYK and YCCK ones too) decode to RGBA, and RGBA encodes with 4:2:0
 // chroma. Library errors longjmp back into small helpers that hold only
 // trivially destructible locals, and turn into Failure there.
 #include <algorithm>
@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -70,16 +71,43 @@ bool isPlainYuv420(const jpeg_decompress_struct& info) {
          info.scale_num == info.scale_denom;
 }
 
-bool startDecode(jpeg_decompress_struct& info, ErrorManager& err, bool raw) {
+bool startDecode(jpeg_decompress_struct& info, ErrorManager& err, J_COLOR_SPACE out, bool raw) {
   if (setjmp(err.jump)) return false;
-  if (raw) {
-    info.raw_data_out = TRUE;
-    info.out_color_space = JCS_YCbCr;
-  } else {
-    info.out_color_space = JCS_EXT_RGBA;
-  }
+  info.raw_data_out = raw ? TRUE : FALSE;
+  info.out_color_space = out;
   jpeg_start_decompress(&info);
   return true;
+}
+
+// Huffman-coded sequential scans spend at least two bits on every 8x8 block
+// (a DC difference and an end of block), so a file smaller than that is cut
+// short. Progressive and arithmetic-coded files can code long runs of empty
+// blocks in a few bits: only their size is checked, and a short one is found
+// when it is read, before the picture's buffer is made.
+uint64_t leastScanBytes(const jpeg_decompress_struct& info) {
+  if (info.progressive_mode || info.arith_code) return 0;
+  uint64_t blocks = 0;
+  for (int c = 0; c < info.num_components; ++c)
+    blocks += uint64_t(info.comp_info[c].width_in_blocks) * info.comp_info[c].height_in_blocks;
+  return blocks / 4;
+}
+
+// Photoshop's CMYK and YCCK files (with the Adobe marker) store inverted
+// inks, 255 meaning none; others store the inks themselves. The libjpeg
+// output row holds C, M, Y, K in the four bytes each RGBA pixel takes.
+void cmykToRgba(Image& image, bool inverted) {
+  const Geometry& g = image.geometry;
+  for (uint32_t y = 0; y < g.height; ++y) {
+    uint8_t* px = image.row(y);
+    for (uint32_t x = 0; x < g.width; ++x, px += 4) {
+      const unsigned k = inverted ? px[3] : 255u - px[3];
+      for (int c = 0; c < 3; ++c) {
+        const unsigned ink = inverted ? px[c] : 255u - px[c];
+        px[c] = uint8_t((ink * k + 127) / 255);
+      }
+      px[3] = 255;
+    }
+  }
 }
 
 // libjpeg's raw rows cover whole 16x16 MCUs: planes padded to a multiple of
@@ -205,24 +233,55 @@ struct FileCloser {
   void operator()(std::FILE* f) const { std::fclose(f); }
 };
 
-}  // namespace
-
-Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv) {
-  std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) throw Failure(path + ": cannot open");
+// An open file with its header read.
+struct JpegReader {
+  std::unique_ptr<std::FILE, FileCloser> file;
   jpeg_decompress_struct info;
   ErrorManager err;
-  info.err = jpeg_std_error(&err.base);
-  err.base.error_exit = onError;
-  err.base.emit_message = onMessage;
-  err.lostData[0] = '\0';
-  jpeg_create_decompress(&info);
-  std::unique_ptr<jpeg_decompress_struct, void (*)(jpeg_decompress_struct*)> guard(
-      &info, [](jpeg_decompress_struct* i) { jpeg_destroy_decompress(i); });
-  if (!readHeader(info, err, file.get()))
-    throw Failure(path + ": cannot decode JPEG: " + err.message);
+  explicit JpegReader(const std::string& path) : file(std::fopen(path.c_str(), "rb")) {
+    if (!file) throw Failure(path + ": cannot open");
+    info.err = jpeg_std_error(&err.base);
+    err.base.error_exit = onError;
+    err.base.emit_message = onMessage;
+    err.lostData[0] = '\0';
+    jpeg_create_decompress(&info);
+    if (!readHeader(info, err, file.get())) {
+      jpeg_destroy_decompress(&info);
+      throw Failure(path + ": cannot decode JPEG: " + err.message);
+    }
+  }
+  ~JpegReader() { jpeg_destroy_decompress(&info); }
+  JpegReader(const JpegReader&) = delete;
+  JpegReader& operator=(const JpegReader&) = delete;
+};
+
+}  // namespace
+
+PictureSize jpegSize(const std::string& path) {
+  const JpegReader r(path);
+  return {r.info.image_width, r.info.image_height};
+}
+
+Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv) {
+  JpegReader r(path);
+  jpeg_decompress_struct& info = r.info;
+  ErrorManager& err = r.err;
+  if (const std::string why = pictureSizeProblem(info.image_width, info.image_height); !why.empty())
+    throw Failure(path + ": unusable JPEG size: " + why);
+  std::error_code ec;
+  const uint64_t fileBytes = std::filesystem::file_size(path, ec);
+  if (const uint64_t least = leastScanBytes(info); !ec && fileBytes < least)
+    throw Failure(path + ": truncated JPEG: " + std::to_string(info.image_width) + "x" +
+                  std::to_string(info.image_height) + " pixels need at least " +
+                  std::to_string(least) + " bytes of scan data, the file has " +
+                  std::to_string(fileBytes));
   const bool raw = yuv && isYuv(*yuv) && !imageReferenceForced() && isPlainYuv420(info);
-  if (!startDecode(info, err, raw)) throw Failure(path + ": cannot decode JPEG: " + err.message);
+  const bool cmyk = info.jpeg_color_space == JCS_CMYK || info.jpeg_color_space == JCS_YCCK;
+  const J_COLOR_SPACE out = raw ? JCS_YCbCr : cmyk ? JCS_CMYK : JCS_EXT_RGBA;
+  if (!startDecode(info, err, out, raw))
+    throw Failure(path + ": cannot decode JPEG: " + err.message);
+  // A progressive file has been read whole by now.
+  if (err.lostData[0] != '\0') throw Failure(path + ": truncated or damaged JPEG: " + err.lostData);
   const Geometry g = completeGeometry(
       {raw ? *yuv : PixelFormat::Rgba, info.output_width, info.output_height, 0, 0});
   const std::string bad = checkGeometry(g);
@@ -236,6 +295,7 @@ Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv) {
     throw Failure(path + ": cannot decode JPEG: " + err.message);
   }
   if (err.lostData[0] != '\0') throw Failure(path + ": truncated or damaged JPEG: " + err.lostData);
+  if (cmyk) cmykToRgba(image, info.saw_Adobe_marker);
   return image;
 }
 

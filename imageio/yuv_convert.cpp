@@ -1,5 +1,5 @@
 // Full-range BT.601 conversions: a double-precision reference and libyuv's
-// JPEG-matrix kernels.
+// JPEG-matrix kernels; and video-range BT.601 to RGB for frames from video tools.
 #include "yuv_convert.h"
 
 #include <libyuv/convert_argb.h>
@@ -76,17 +76,34 @@ void yuvToRgbaReference(const Image& yuv, Image& rgba) {
   }
 }
 
-void yuvToRgbaFast(const Image& yuv, Image& rgba) {
+namespace {
+
+// libyuv's "ABGR" (R, G, B, A in memory) is its ARGB kernel given the
+// chroma pair the other way round and the matrix mirrored to match (its
+// kYvu... constants): NV12 goes through the NV21 kernel and the reverse.
+void semiPlanarToRgba(const Image& yuv, Image& rgba, const libyuv::YuvConstants* mirrored) {
   const Geometry& g = yuv.geometry;
   const int w = int(g.width), h = int(g.height);
   const int ys = int(g.stride), ds = int(rowBytes(rgba.geometry));
-  // libyuv's "ABGR" is R, G, B, A in memory.
   const int rc = g.format == PixelFormat::Nv12
-                     ? libyuv::NV12ToABGRMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
-                                                ds, &libyuv::kYuvJPEGConstants, w, h)
-                     : libyuv::NV21ToABGRMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
-                                                ds, &libyuv::kYuvJPEGConstants, w, h);
+                     ? libyuv::NV21ToARGBMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
+                                                ds, mirrored, w, h)
+                     : libyuv::NV12ToARGBMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
+                                                ds, mirrored, w, h);
   if (rc != 0) throw std::runtime_error("libyuv conversion failed");
+}
+
+}  // namespace
+
+void yuvToRgbaFast(const Image& yuv, Image& rgba) {
+  semiPlanarToRgba(yuv, rgba, &libyuv::kYvuJPEGConstants);
+}
+
+Image limitedRangeToRgba(const Image& yuv) {
+  const Geometry& g = yuv.geometry;
+  Image rgba = makeImage({PixelFormat::Rgba, g.width, g.height, 0, 0});
+  semiPlanarToRgba(yuv, rgba, &libyuv::kYvuI601Constants);
+  return rgba;
 }
 
 void rgbaToYuvFast(const Image& rgba, Image& yuv) {

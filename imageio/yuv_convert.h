@@ -17,6 +17,10 @@ void yuvToRgbaReference(const Image& yuv, Image& rgba);
 void yuvToRgbaFast(const Image& yuv, Image& rgba);
 void rgbaToYuvFast(const Image& rgba, Image& yuv);
 
+// Video-range ("limited", Y 16..235, chroma 16..240) BT.601 YUV to RGBA, as
+// video tools such as ffmpeg write NV21 and NV12 by default.
+Image limitedRangeToRgba(const Image& yuv);
+
 // LUMO_IMAGE_REFERENCE=1 sends every conversion and codec through the
 // reference paths (RGB JPEG coding included), for bisecting a difference.
 bool imageReferenceForced();

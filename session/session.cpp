@@ -3,6 +3,7 @@
 #include "session.h"
 
 #include <calib/json_values.h>
+#include <calib/text_encoding.h>
 #include <system/camera_metadata.h>
 #include <system/camera_metadata_tags.h>
 
@@ -374,10 +375,9 @@ std::vector<SessionFrame> readSessionLines(std::istream& in, const std::string& 
     // Editors on Windows start UTF-8 files with a byte-order mark: it is not
     // part of the JSON, so it is dropped. UTF-16 is refused by name.
     if (line == 1 && text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
-    if (line == 1 && (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")))
-      throw Failure(path +
-                    ":1: the file is UTF-16 (it starts with a byte-order mark); save it as "
-                    "UTF-8");
+    if (line == 1)
+      if (const std::string problem = calib::utf16Problem(text); !problem.empty())
+        throw Failure(path + ":1: " + problem);
     if (text.find_first_not_of(" \t") == std::string::npos) continue;
     SessionFrame entry = parseFrameLine(text, path, line);
     if (!entry.numbered) entry.frame = next;

@@ -159,11 +159,13 @@ std::string describeInfo(const YuvInfo& info) {
     line("dump", "plugin image dump: image \"" + d.imageName + "\", " + d.instance + ", frame " +
                      std::to_string(d.frame) + ", " + d.role);
   }
-  line("format",
-       std::string(formatName(info.format)) + " (" +
-           (info.formatFrom == "assumed" ? "assumed: the name does not say; nv12 has the same size"
-                                         : "from the " + info.formatFrom) +
-           ")");
+  // A file that is no raw dump (a picture, one that cannot be read) has no format to show.
+  if (!info.formatFrom.empty())
+    line("format", std::string(formatName(info.format)) + " (" +
+                       (info.formatFrom == "assumed"
+                            ? "assumed: the name does not say; nv12 has the same size"
+                            : "from the " + info.formatFrom) +
+                       ")");
   line("size", std::to_string(info.bytes) + " bytes");
   if (!info.layouts.empty()) {
     const RawLayout& l = info.layouts.front();

@@ -274,8 +274,13 @@ TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
     std::string expected;  // after "FILE: cannot read .cube file: "; NAME is the file's name
   } cases[] = {
       {"size_word", "LUT_3D_SIZE 2", "LUT_3D_SIZE two",
-       "Error parsing Iridas .cube file (NAME).  At line (2): 'LUT_3D_SIZE two'.  Malformed "
-       "LUT_3D_SIZE tag."},
+       "line 2: LUT_3D_SIZE: expected an integer 2 to 129, got \"two\""},
+      {"shaper_huge", "LUT_3D_SIZE 2", "LUT_1D_SIZE 1e9\nLUT_3D_SIZE 2",
+       "line 2: LUT_1D_SIZE: expected an integer 2 to 65536, got \"1e9\""},
+      {"utf16", "TITLE", "\xFF\xFETITLE",
+       "the file is UTF-16 (it starts with a byte-order mark); save it as UTF-8"},
+      {"utf16_unmarked", "TITLE", std::string("T\0I\0T\0L\0E\0", 10),
+       "the file is UTF-16 (every other byte is zero); save it as UTF-8"},
       {"short_table", "1.000000 1.000000 1.000000\n", "",
        "Error parsing Iridas .cube file (NAME).  Incorrect number of 3D LUT entries. Found 7, "
        "expected 8."},
@@ -283,8 +288,7 @@ TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
        "Error parsing Iridas .cube file (NAME).  At line (6): '1 one 0'.  Malformed color triples "
        "specified."},
       {"too_large", "LUT_3D_SIZE 2", "LUT_3D_SIZE 130",
-       "Error parsing Iridas .cube file (NAME).  Incorrect number of 3D LUT entries. Found 8, "
-       "expected 2197000."},
+       "line 2: LUT_3D_SIZE: expected an integer 2 to 129, got \"130\""},
       {"input_range", "LUT_3D_SIZE 2", "LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE 0",
        "Error parsing Resolve .cube file (NAME).  At line (3): 'LUT_3D_INPUT_RANGE 0'.  Malformed "
        "LUT_3D_INPUT_RANGE tag."},

@@ -109,15 +109,18 @@ TEST_F(CalibDiffCli, ALookSwappedInOneCellIsMeasuredOnTheChart) {
                 "cct": [{"start": 0, "end": 4000, "lut": "a"}, {"start": 4001, "end": 65535, "lut": "LOOK"}]}]}],
     "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
                "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})";
-  for (const char* look : {"a", "b"}) {
+  for (const char* look : {"a", "b", "c"}) {
     std::string text = base;
-    text.replace(text.find("LOOK"), 4, look);
+    text.replace(text.find("LOOK"), 4, look[0] == 'c' ? "a" : look);
+    if (look[0] == 'c') text.replace(text.find("[0,0"), 4, "[1,0");  // one shading value
     write(std::string(look) + ".json", text);
     ASSERT_EQ(lumo(std::string("calib build ") + look + ".json -o " + look + ".bin").status, 0);
   }
   Outcome o = lumo("calib diff a.bin a.bin");
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.out, "0 changes\n");
+  o = lumo("calib diff a.bin c.bin");
+  EXPECT_EQ(o.out, "zoom 1, lux band 0, cct band 0: shading block 0: values 0: 0 -> 1\n1 change\n");
   o = lumo("calib diff a.bin b.bin");
   EXPECT_EQ(o.status, 0);
   EXPECT_THAT(o.out, HasSubstr("scene \"common\", lux band 0, cct band 1: LUT block 0 -> 1: "
@@ -151,6 +154,14 @@ TEST_F(CalibBuildSourcesCli, EachLutFileIsReportedWithItsErrorAndProblemsAndLayo
   EXPECT_THAT(o.out, HasSubstr("looks.t: ./t.cube: iridas_cube (Iridas): 33-point lattice "
                                "resampled to 17 (tetrahedral); error max "));
   EXPECT_THAT(o.out, HasSubstr("looks.t: ./t.cube: warning: lattice looks written blue-fastest"));
+  // A look's name reaches the terminal escaped, whatever bytes it holds.
+  std::string escaped = R"({"looks": {"t\u001b[2J": {"lut": "t.cube"}})" + tree;
+  escaped.replace(escaped.find(R"("lut": "t"})"), 11, R"("lut": "t\u001b[2J"})");
+  write("e.json", escaped);
+  const Outcome e = lumo("calib build e.json -o e.bin");
+  EXPECT_EQ(e.status, 0) << e.err;
+  EXPECT_THAT(e.out, HasSubstr("looks.t\\x1b[2J: ./t.cube: iridas_cube"));
+  EXPECT_EQ(e.out.find('\x1b'), std::string::npos);
   write("x.png", "");
   const struct {
     const char* look;

@@ -179,14 +179,15 @@ TEST_F(FieldCli, OversizedFramesAreRefusedAtParseTime) {
     EXPECT_EQ(o.err, "lumo: " + message + "\n");
   }
   EXPECT_EQ(lumo("run generated:chart -o x.png --width 30000 --height 30000" + kProbe).status, 2);
-  // A picture's own size is checked before the host buffers are made.
+  // A picture's own size is checked from its header, before it is decoded.
   lumo::writeImage(path("wide.png"), lumo::makeImage({lumo::PixelFormat::Rgba, 16386, 2, 0, 0}));
   const Outcome o = replay(R"({"instance": "preview", "input": "wide.png"})"
                            "\n",
                            kProbe);
   EXPECT_EQ(o.status, 1);
   EXPECT_THAT(o.err,
-              HasSubstr("s.jsonl:1: field \"input\": 16386x2 is above the 16384 pixel limit"));
+              HasSubstr("s.jsonl:1: field \"input\": wide.png: unusable PNG size: 16386x2 is "
+                        "above the 16384 pixel limit"));
 }
 
 // Bad option values are usage errors (exit 2) with one message naming the option.

@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <array>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -51,7 +52,11 @@ TEST_F(YuvInfoCli, ReportsGeometryAndFfplayAndWritesAPreview) {
        "100 bytes do not match nv21 40x30 stride 64 scanline 30"},
       {"yuv info cap.nv21 short_40x30_64.nv21 -o p.png", 2, ""},
       {"yuv info missing.nv21", 2, ""},
+      // no format line: a picture has none
+      {"yuv info pic.jpg", 1, "pic.jpg\n  size      "},
+      {"yuv info cap.nv21 --width 40 --height 30 --range studio", 2, ""},
   };
+  lumo::writeImage(path("pic.jpg"), picture);
   for (const auto& [args, status, text] : cases) {
     SCOPED_TRACE(args);
     const Outcome o = lumo(args);
@@ -69,6 +74,26 @@ TEST_F(YuvInfoCli, ReportsGeometryAndFfplayAndWritesAPreview) {
   ASSERT_EQ(png.geometry.width, 40u);
   ASSERT_EQ(png.geometry.height, 30u);
   EXPECT_EQ(png.bytes, expected.bytes);
+  EXPECT_THAT(o.err, HasSubstr("p.png: YUV taken as full range (0..255); for limited-range"));
+}
+
+// Frames from video tools are limited range: black at 16, white at 235.
+TEST_F(YuvInfoCli, LimitedRangePreviewsStretchToFullRange) {
+  lumo::Image grey = lumo::makeImage({lumo::PixelFormat::Nv12, 6, 2, 0, 0});
+  const uint8_t luma[] = {16, 126, 235, 16, 126, 235};
+  for (uint32_t y = 0; y < 2; ++y) std::memcpy(grey.row(y), luma, 6);
+  write("v_6x2_6.nv12", std::string(grey.bytes.begin(), grey.bytes.end()));
+  // range, expected red of each of the three columns
+  const std::pair<const char*, std::array<int, 3>> cases[] = {
+      {"", {16, 126, 235}}, {"--range full", {16, 126, 235}}, {"--range limited", {0, 128, 255}}};
+  for (const auto& [range, red] : cases) {
+    SCOPED_TRACE(range);
+    const Outcome o = lumo(std::string("yuv info v_6x2_6.nv12 -o v.png ") + range);
+    ASSERT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(o.err.empty(), *range != '\0') << o.err;  // a note unless the range is given
+    const lumo::Image png = lumo::readImage(path("v.png"));
+    for (int x = 0; x < 3; ++x) EXPECT_NEAR(png.row(1)[4 * x], red[size_t(x)], 1) << x;
+  }
 }
 
 #ifdef LUMO_REAL_PLUGIN

@@ -314,7 +314,8 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
 TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
   for (const char* args :
        {"replay", "run x.png -o y.png --lux bright", "frobnicate", "generate moon -o m.png",
-        "run x.png -o y.png --instance video", "run x.png -o y.png --scene moon"})
+        "run x.png -o y.png --instance video", "run x.png -o y.png --scene moon",
+        "run x.png -o y.png --stylization -1"})
     EXPECT_EQ(lumo(args).status, 2) << args;
   for (const char* cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
                           "calib dump", "calib export", "generate"}) {
@@ -352,6 +353,20 @@ TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
   EXPECT_EQ(o.status, 1);
   EXPECT_THAT(o.out, HasSubstr("\"severity\": \"error\""));
   EXPECT_EQ(lumo("calib export short.bin --json x.json").status, 1);
+  // Files of another kind say so first; a damaged calibration file does not.
+  write("pic.jpg", "\xFF\xD8\xFF\xE0\x00\x10JFIF\x00\x01\x01");
+  write("notes.txt", "scene night: use the blue look\n");
+  write("d0.json", "  {\"looks\": {}}\n");
+  const std::pair<const char*, const char*> foreign[] = {
+      {"pic.jpg", "a JPEG picture"},
+      {"notes.txt", "text"},
+      {"d0.json", "JSON text (a description: build it with `lumo calib build`)"}};
+  for (const auto& [name, kind] : foreign) {
+    o = lumo(std::string("calib check ") + name);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_THAT(o.out, StartsWith(std::string(name) + ": not a calibration file: it looks like " +
+                                  kind + "\n" + name + ": offset "));
+  }
   write("d.json", R"({"looks": {"a": {"generate": {"warmth": 1}}}, "scenes": [{"name": "common",
       "lux": [{"start": 0, "end": 1, "cct": [{"start": 0, "end": 1, "lut": "a"}]}]}]})");
   o = lumo("calib build d.json -o out.bin");

@@ -5,11 +5,14 @@
 #include <calib/looks.h>
 #include <calib/lut_source.h>
 #include <gtest/gtest.h>
+#include <png.h>
 
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 
+#include "declared_size.h"
 #include "image_files.h"
 #include "lut_doctor.h"
 
@@ -40,6 +43,32 @@ Image pictureOf(const calib::ImageLayout& layout, int width, int height) {
         for (int k = 0; k < 3; ++k) px[k] = uint8_t(std::lround(c[k] * 255));
       }
   return image;
+}
+
+// A PNG of any colour type and depth from its samples, row after row.
+void writePng(const std::string& path, int colorType, int depth, uint32_t width, uint32_t height,
+              const std::vector<uint16_t>& samples) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  png_init_io(png, f);
+  png_set_IHDR(png, info, width, height, depth, colorType, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  const size_t perRow = samples.size() / height;
+  std::vector<uint8_t> row;
+  for (uint32_t y = 0; y < height; ++y) {
+    row.clear();
+    for (size_t i = 0; i < perRow; ++i) {
+      const uint16_t v = samples[y * perRow + i];
+      if (depth == 16) row.push_back(uint8_t(v >> 8));
+      row.push_back(uint8_t(v));
+    }
+    png_write_row(png, row.data());
+  }
+  png_write_end(png, info);
+  png_destroy_write_struct(&png, &info);
+  std::fclose(f);
 }
 
 int maxDifference(const calib::LutBlock& a, const calib::LutBlock& b) {
@@ -96,16 +125,23 @@ TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
     std::string layout;
     int width, height;
     std::string message;
+    bool headerOnly;  // the header declares the size; the data is that of 16x16 pixels
   } refused[] = {
-      {"", 50, 40, "50x40 pixels fit no LUT layout"},
-      {"strip", 64, 64, "64x64 pixels fit no strip layout"},
-      {"diagonal", 64, 64, "layout \"diagonal\": expected auto, hald, tiles, tiles-up or strip"},
+      {"", 50, 40, "50x40 pixels fit no LUT layout", false},
+      {"strip", 64, 64, "64x64 pixels fit no strip layout", false},
+      {"diagonal", 64, 64, "layout \"diagonal\": expected auto, hald, tiles, tiles-up or strip",
+       false},
+      // Decided from the size alone: decoding would need 1 GB.
+      {"", 16384, 16384, "16384x16384 pixels fit no LUT layout", true},
   };
   for (const auto& r : refused) {
     SCOPED_TRACE(r.message);
     const fs::path q = fs::temp_directory_path() / "lumo_picture_lut_refused.png";
-    writeImage(q.string(),
-               makeImage({PixelFormat::Rgba, uint32_t(r.width), uint32_t(r.height), 0, 0}));
+    if (r.headerOnly)
+      lumo_test::declaringSize(q.string(), uint32_t(r.width), uint32_t(r.height));
+    else
+      writeImage(q.string(),
+                 makeImage({PixelFormat::Rgba, uint32_t(r.width), uint32_t(r.height), 0, 0}));
     try {
       calib::importLut(q.string(), r.layout);
       ADD_FAILURE() << "accepted";
@@ -114,6 +150,60 @@ TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
     }
     fs::remove(q);
   }
+  fs::remove(p);
+}
+
+// 16-bit samples mean what 8-bit ones do, scaled by 255/65535 and rounded;
+// gamma is never applied. A 16-bit identity Hald picture is the identity.
+TEST(PictureLut, SixteenBitPngsReadAsTheirEightBitEncoding) {
+  const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_16.png";
+  const struct {
+    const char* name;
+    int colorType, depth;
+    std::vector<uint16_t> samples;  // two pixels
+    std::array<uint8_t, 8> rgba;
+  } cases[] = {
+      {"grey", PNG_COLOR_TYPE_GRAY, 8, {128, 7}, {128, 128, 128, 255, 7, 7, 7, 255}},
+      // 32767 and 32768 straddle 127.5
+      {"gray16", PNG_COLOR_TYPE_GRAY, 16, {32767, 32768}, {127, 127, 127, 255, 128, 128, 128, 255}},
+      {"gray+alpha 16",
+       PNG_COLOR_TYPE_GRAY_ALPHA,
+       16,
+       {32896, 65535, 257, 32767},
+       {128, 128, 128, 255, 1, 1, 1, 127}},
+      {"RGB48 mid-grey",
+       PNG_COLOR_TYPE_RGB,
+       16,
+       {32896, 32896, 32896, 0, 65535, 128},
+       {128, 128, 128, 255, 0, 255, 0, 255}},
+      {"RGBA64",
+       PNG_COLOR_TYPE_RGB_ALPHA,
+       16,
+       {65535, 32768, 0, 32767, 16448, 49344, 1, 65535},
+       {255, 128, 0, 127, 64, 192, 0, 255}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    writePng(p.string(), c.colorType, c.depth, 2, 1, c.samples);
+    const Image got = decodePng(p.string());
+    ASSERT_EQ(got.geometry.width, 2u);
+    EXPECT_EQ(std::vector<uint8_t>(got.row(0), got.row(0) + 8),
+              std::vector<uint8_t>(c.rgba.begin(), c.rgba.end()));
+  }
+  // Hald level 4: 64x64 pixels holding a 16-point lattice, red fastest.
+  std::vector<uint16_t> hald;
+  for (int i = 0; i < 64 * 64; ++i)
+    for (int k : {i % 16, i / 16 % 16, i / 256})
+      hald.push_back(uint16_t(std::lround(k * 65535 / 15.0)));
+  writePng(p.string(), PNG_COLOR_TYPE_RGB, 16, 64, 64, hald);
+  usePictureDecoders();
+  const calib::LutImport got = calib::importLut(p.string(), "hald");
+  calib::LutBlock identity(got.lut.size());
+  for (size_t i = 0; i < identity.size(); ++i) {
+    const size_t point = i / 3, index[3] = {point % 17, point / 17 % 17, point / 289};
+    identity[i] = uint8_t(std::lround(index[i % 3] * 255 / 16.0));
+  }
+  EXPECT_LE(maxDifference(got.lut, identity), 1);
   fs::remove(p);
 }
 

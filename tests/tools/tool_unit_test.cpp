@@ -7,11 +7,16 @@
 #include <system/camera_metadata.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 
+// jpeglib.h needs size_t and FILE declared before it.
+#include <jpeglib.h>
+
+#include "declared_size.h"
 #include "dump_name.h"
 #include "exif_dump.h"
 #include "failure.h"
@@ -22,6 +27,7 @@
 #include "yuv_convert.h"
 
 using namespace lumo;
+using lumo_test::declaringSize;
 using lumo_test::ScratchTest;
 namespace fs = std::filesystem;
 
@@ -40,9 +46,59 @@ Image gradient(uint32_t w, uint32_t h, uint32_t stride = 0) {
   return img;
 }
 
+// A flat 16x16 CMYK JPEG (as YCCK when asked) of inks stored inverted, 255
+// meaning none, with the Adobe marker, as Photoshop writes them.
+void writeCmykJpeg(const std::string& path, const std::array<uint8_t, 4>& inks, bool ycck) {
+  jpeg_compress_struct info;
+  jpeg_error_mgr err;
+  info.err = jpeg_std_error(&err);
+  jpeg_create_compress(&info);
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  jpeg_stdio_dest(&info, f);
+  info.image_width = info.image_height = 16;
+  info.input_components = 4;
+  info.in_color_space = JCS_CMYK;
+  jpeg_set_defaults(&info);
+  jpeg_set_colorspace(&info, ycck ? JCS_YCCK : JCS_CMYK);
+  jpeg_set_quality(&info, 95, TRUE);
+  jpeg_start_compress(&info, TRUE);
+  std::vector<uint8_t> row;
+  for (int x = 0; x < 16; ++x)
+    for (uint8_t ink : inks) row.push_back(uint8_t(255 - ink));
+  while (info.next_scanline < 16) {
+    JSAMPROW r = row.data();
+    jpeg_write_scanlines(&info, &r, 1);
+  }
+  jpeg_finish_compress(&info);
+  jpeg_destroy_compress(&info);
+  std::fclose(f);
+}
+
 }  // namespace
 
 class ImageIo : public ScratchTest {};
+
+// CMYK and YCCK JPEGs read as the RGB their inks print.
+TEST_F(ImageIo, CmykJpegsDecodeToRgb) {
+  const struct {
+    std::array<uint8_t, 4> inks;  // C, M, Y, K
+    bool ycck;
+    std::array<int, 3> rgb;
+  } cases[] = {
+      {{0, 255, 255, 0}, false, {255, 0, 0}},
+      {{0, 0, 0, 128}, false, {127, 127, 127}},
+      {{255, 0, 0, 0}, true, {0, 255, 255}},
+      {{0, 0, 128, 64}, true, {191, 191, 95}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.ycck ? "ycck" : "cmyk");
+    writeCmykJpeg(path("c.jpg"), c.inks, c.ycck);
+    const Image got = readImage(path("c.jpg"));
+    ASSERT_EQ(got.geometry.width, 16u);
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(got.row(8)[4 * 8 + k], c.rgb[k], 3) << k;
+    EXPECT_EQ(got.row(8)[4 * 8 + 3], 255);
+  }
+}
 
 // PNG keeps every RGBA byte (padding dropped); JPEG stays close and is opaque.
 TEST_F(ImageIo, PngIsExactAndJpegIsClose) {
@@ -90,6 +146,36 @@ TEST_F(ImageIo, ReadsAcceptOnlyWhatTheDataSupports) {
       ASSERT_NE(error, nullptr) << e.what();
       EXPECT_EQ(std::string(e.what()).rfind(path(name), 0), 0u) << e.what();
       EXPECT_NE(std::string(e.what()).find(error), std::string::npos) << e.what();
+    }
+  }
+}
+
+// A picture's header is checked before anything of its size is allocated:
+// the side limit, and whether the file can hold that many pixels at all.
+TEST_F(ImageIo, DeclaredSizesAreCheckedBeforeDecoding) {
+  const struct {
+    const char* name;
+    uint32_t width, height;
+    const char* error;
+  } cases[] = {
+      {"big.png", 23000, 23000, "unusable PNG size: 23000x23000 is above the 16384 pixel limit"},
+      {"big.jpg", 23000, 23000, "unusable JPEG size: 23000x23000 is above the 16384 pixel limit"},
+      {"hollow.png", 16000, 16000,
+       "truncated PNG: 16000x16000 pixels need at least 744201 bytes of compressed data"},
+      {"hollow.jpg", 16000, 16000,
+       "truncated JPEG: 16000x16000 pixels need at least 1500000 bytes of scan data"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    declaringSize(path(c.name), c.width, c.height);
+    const PictureSize size = pictureSize(path(c.name));
+    EXPECT_EQ(size.width, c.width);
+    EXPECT_EQ(size.height, c.height);
+    try {
+      readImage(path(c.name));
+      ADD_FAILURE() << "decoded";
+    } catch (const Failure& e) {
+      EXPECT_EQ(std::string(e.what()).rfind(path(c.name) + ": " + c.error, 0), 0u) << e.what();
     }
   }
 }

@@ -1,4 +1,8 @@
 # Unit tests of the lumo tool's pieces, and black-box tests of the built tool.
+# The codecs' own libraries write the pictures the decoders do not write
+# themselves (16-bit PNGs, CMYK JPEGs).
+find_package(PNG REQUIRED)
+find_package(JPEG REQUIRED)
 lumo_add_gtest(lumo_tool_unit_tests
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/tool_unit_test.cpp
@@ -7,7 +11,7 @@ lumo_add_gtest(lumo_tool_unit_tests
     ${CMAKE_CURRENT_LIST_DIR}/dump_session_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/calib_lint_diff_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/picture_lut_test.cpp
-  LIBS lumo_session lumo_progress)
+  LIBS lumo_session lumo_progress PNG::PNG JPEG::JPEG)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
 # host side of the tool can be checked call by call.

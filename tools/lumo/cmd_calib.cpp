@@ -27,10 +27,12 @@ calib::ReadResult readOrFail(const std::string& path) {
 // How each look read from a file was brought onto the lattice, and what looks wrong with it.
 void printLookSources(const std::vector<calib::LookSource>& sources) {
   for (const calib::LookSource& s : sources) {
-    std::printf("%s: %s: %s\n", s.field.c_str(), escapeBytes(s.path).c_str(), s.summary.c_str());
+    // The field holds the look's name from the description: any bytes at all.
+    const std::string field = escapeBytes(s.field), file = escapeBytes(s.path);
+    std::printf("%s: %s: %s\n", field.c_str(), file.c_str(), escapeBytes(s.summary).c_str());
     for (const calib::LutProblem& p : s.problems)
-      std::printf("%s: %s: warning: %s (%s)\n", s.field.c_str(), escapeBytes(s.path).c_str(),
-                  p.message.c_str(), p.code.c_str());
+      std::printf("%s: %s: warning: %s (%s)\n", field.c_str(), file.c_str(),
+                  escapeBytes(p.message).c_str(), p.code.c_str());
   }
 }
 
@@ -64,7 +66,7 @@ void addBuild(CLI::App& calibApp) {
       file = calib::readDescription(*desc, &sources);
       bytes = calib::serialize(file);
     } catch (const std::invalid_argument& e) {
-      throw Failure(e.what());
+      throw Failure(escapeBytes(e.what()));  // it may quote a look's name
     }
     // What `calib check` would reject is not written; what it warns about is said here.
     const calib::ReadResult checked = calib::readCalibration(bytes);
@@ -99,12 +101,19 @@ void addCheck(CLI::App& calibApp) {
       const calib::ReadResult r = readOrFail(path);
       const bool bad = !r.ok() || (*strict && !r.issues.empty());
       failed = failed || bad;
+      // A picture or a text file given by mistake gets one line saying so
+      // before the findings its bytes produce.
+      const std::string foreign = r.ok() ? std::string() : foreignFileKind(path);
       if (*json) {
         nlohmann::json entry = findingsJson(r);
         entry["file"] = escapeBytes(path);
+        if (!foreign.empty()) entry["looks_like"] = foreign;
         entry["ok"] = !bad;
         report.push_back(entry);
       } else {
+        if (!foreign.empty())
+          std::printf("%s: not a calibration file: it looks like %s\n", escapeBytes(path).c_str(),
+                      foreign.c_str());
         for (const std::string& line : findingLines(path, r)) std::printf("%s\n", line.c_str());
         std::printf("%s: %s\n", escapeBytes(path).c_str(), bad ? "FAILED" : "ok");
       }
@@ -202,7 +211,8 @@ void addLint(CLI::App& calibApp) {
         report.push_back(entry);
       } else {
         for (const LintFinding& f : findings) std::printf("%s\n", lintLine(path, f).c_str());
-        std::printf("%s: %zu findings\n", escapeBytes(path).c_str(), findings.size());
+        std::printf("%s: %s\n", escapeBytes(path).c_str(),
+                    counted(findings.size(), "finding").c_str());
       }
     }
     if (*json) std::printf("%s\n", report.dump(2).c_str());
@@ -240,7 +250,7 @@ void addDiff(CLI::App& calibApp) {
       return;
     }
     for (const DiffEntry& e : entries) std::printf("%s\n", diffLine(e).c_str());
-    std::printf("%zu changes\n", entries.size());
+    std::printf("%s\n", counted(entries.size(), "change").c_str());
   });
 }
 

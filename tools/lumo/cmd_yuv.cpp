@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "image_files.h"
+#include "yuv_convert.h"
 #include "yuv_info.h"
 
 namespace lumo {
@@ -13,7 +14,7 @@ namespace lumo {
 void addYuvCommand(CLI::App& app) {
   struct Options {
     std::vector<std::string> files;
-    std::string format, preview;
+    std::string format, preview, range = "full";
     uint32_t width = 0, height = 0, stride = 0, scanline = 0;
     bool json = false;
   };
@@ -31,15 +32,21 @@ void addYuvCommand(CLI::App& app) {
   c->add_option("--scanline", o->scanline, "Rows per plane");
   c->add_option("-o,--output", o->preview,
                 "Write the picture (one FILE only) as .png or .jpg for a look; YUV is "
-                "full-range BT.601")
+                "taken as full-range BT.601 (JFIF, as camera dumps are) unless --range says "
+                "otherwise")
       ->check(outputImageName());
+  CLI::Option* range =
+      c->add_option("--range", o->range,
+                    "YUV range for --output: full (0..255, camera dumps; the default) or limited "
+                    "(Y 16..235, chroma 16..240: ffmpeg's and video tools' default NV21 / NV12)")
+          ->check(CLI::IsMember({"full", "limited"}));
   c->add_flag("--json", o->json, "Print the findings as JSON");
   c->footer(
       "Names: ..._WIDTHxHEIGHT_STRIDE[_SCANLINE].nv21, "
       "..._width_W_height_H_stride_S_scanline_L..., "
       "and the plugin's IMAGE_[lumofilter]_INSTANCE_frame[N]_ROLE_WxH_STRIDE dumps. Exit 1 when "
       "a file's size does not add up.");
-  c->callback([o] {
+  c->callback([o, range] {
     if (!o->preview.empty() && o->files.size() != 1)
       throw CLI::ValidationError("--output", "a preview is written for one FILE only");
     RawHints hints;
@@ -63,7 +70,19 @@ void addYuvCommand(CLI::App& app) {
     if (!o->preview.empty()) {
       const YuvInfo& info = infos.front();
       if (!info.ok()) throw Failure(info.path + ": no preview written: " + info.problems.front());
-      writeImage(o->preview, readLayout(info));
+      const Image picture = readLayout(info);
+      if (o->range == "limited" && isYuv(picture.geometry.format)) {
+        writeImage(o->preview, limitedRangeToRgba(picture));
+      } else {
+        writeImage(o->preview, picture);
+        // Frames from video tools are limited range by default: washed-out blacks and dull
+        // whites would be the only hint otherwise.
+        if (isYuv(picture.geometry.format) && range->count() == 0)
+          std::fprintf(stderr,
+                       "lumo: %s: YUV taken as full range (0..255); for limited-range frames "
+                       "(Y 16..235, as ffmpeg writes) give --range limited\n",
+                       o->preview.c_str());
+      }
     }
     if (!allOk) {
       size_t bad = 0;

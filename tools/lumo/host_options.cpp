@@ -60,7 +60,7 @@ void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
   c.add_option("--offline-log", o.setup.offlineLog, "Write the host's offline log to this file");
   c.add_option("--stylization", o.stylization,
                "Session stylisation type for frames that give none (0..255; unset: no tag)")
-      ->check(CLI::Range(-1, 255));
+      ->check(CLI::Range(0, 255));
   c.add_flag("--json", o.json, "Print the per-frame results as JSON");
   o.jobs = std::max(1u, std::thread::hardware_concurrency());
   c.add_option("--jobs", o.jobs,
