@@ -206,7 +206,9 @@ std::string timelineChart(const Timeline& t, int width) {
       for (const double v : lane.values)
         if (std::isfinite(v)) lo = std::min(lo, value(v)), hi = std::max(hi, value(v));
       if (!(hi >= lo)) lo = 0, hi = 1;
-      if (hi - lo < 1e-9) lo -= 0.5, hi += 0.5;
+      // A lane of one value is drawn across its middle and labelled once.
+      const bool flat = hi - lo < 1e-9;
+      if (flat) lo -= 0.5, hi += 0.5;
       std::string d;
       bool pen = false;
       for (size_t i = 0; i < lane.values.size() && i < frames; ++i) {
@@ -223,8 +225,11 @@ std::string timelineChart(const Timeline& t, int width) {
       }
       svg += "<path d=\"" + d + "\" fill=\"none\" stroke=\"#1565c0\"/>";
       const auto shown = [&](double v) { return tickLabel(lane.logScale ? std::pow(10, v) : v); };
-      svg += text(left - 3, y + 10, shown(hi), "end") +
-             text(left - 3, y + laneH - 2, shown(lo), "end");
+      if (flat)
+        svg += text(left - 3, y + laneH / 2 + 3, shown(lo + 0.5), "end");
+      else
+        svg += text(left - 3, y + 10, shown(hi), "end") +
+               text(left - 3, y + laneH - 2, shown(lo), "end");
     }
     y += laneH + gap;
   }
