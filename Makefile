@@ -60,7 +60,8 @@ fuzz: deps
 demo: build
 	./build/dev/bin/lumo demo --out $(DEMO_OUT)
 	./build/dev/bin/lumo report --calib build/dev/share/lumo/lumo_filter_param.bin \
-	  --against build/dev/share/lumo/lumo_filter_param_previous.bin --session examples/demo_session.jsonl -o $(DEMO_OUT)/report.html
+	  --against build/dev/share/lumo/lumo_filter_param_previous.bin --session examples/demo_session.jsonl \
+	  --looks examples/demo_looks.json --looks examples/demo_looks_previous.json -o $(DEMO_OUT)/report.html
 
 bench: build
 	./scripts/run-benchmarks.sh build/dev

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <tuple>
 #include <vector>
 
 #include "calib_diff.h"
@@ -19,7 +20,7 @@ constexpr double kHeatTop = 10.0;
 
 struct CellDelta {
   std::string where;
-  uint16_t blockA = 0, blockB = 0;
+  uint16_t blockA = 0, blockB = 0;  // the baseline's block, the changed file's
   ChartDelta delta;
 };
 
@@ -40,43 +41,48 @@ std::string swatchClass(const std::string& side, uint16_t block) {
 
 }  // namespace
 
-Section diffSection(const calib::CalibrationFile& a, const calib::CalibrationFile& b,
-                    const std::string& nameA, const std::string& nameB, std::string& styles) {
-  std::string body = "<p class=\"note\">Each cell: CIEDE2000 between " + escapeHtml(nameA) +
-                     "'s and " + escapeHtml(nameB) +
-                     "'s LUT for the same scene, lux band and CCT band, over the 24 patches "
-                     "of the colour checker (mean, and maximum in the hover text); white is "
-                     "no change, full red a mean of " +
-                     fixed(kHeatTop, 0) + " or more.</p>";
+Section diffSection(const calib::CalibrationFile& baseline, const calib::CalibrationFile& changed,
+                    const std::string& baselineName, const std::string& changedName,
+                    std::string& styles, const BlockNames& baselineBlocks,
+                    const BlockNames& changedBlocks) {
+  const std::string was = escapeHtml(baselineName), now = escapeHtml(changedName);
+  std::string body = "<p class=\"baseline\">Baseline: <b>" + was + "</b>; changed: <b>" + now +
+                     "</b>. Every change reads from the baseline to the changed file.</p>";
+  body += "<p class=\"note\">Each cell: CIEDE2000 between " + was + "'s and " + now +
+          "'s LUT for the same scene, lux band and CCT band, over the 24 patches of the colour "
+          "checker (mean, and maximum in the hover text); white is no change, full red a mean "
+          "of " +
+          fixed(kHeatTop, 0) + " or more.</p>";
   std::vector<CellDelta> cells;
-  for (const calib::SceneBlock& sa : a.scenes) {
-    const auto sb = std::find_if(b.scenes.begin(), b.scenes.end(),
-                                 [&](const calib::SceneBlock& s) { return s.name == sa.name; });
-    body += "<h3 class=\"scene\">scene " + escapeHtml(sa.name) + "</h3>";
-    if (sb == b.scenes.end()) {
-      body += "<p class=\"warn\">not in " + escapeHtml(nameB) + "</p>";
+  for (const calib::SceneBlock& sn : changed.scenes) {
+    const auto sb = std::find_if(baseline.scenes.begin(), baseline.scenes.end(),
+                                 [&](const calib::SceneBlock& s) { return s.name == sn.name; });
+    body += "<h3 class=\"scene\">scene " + escapeHtml(sn.name) + "</h3>";
+    if (sb == baseline.scenes.end()) {
+      body += "<p class=\"warn\">not in " + was + " (added)</p>";
       continue;
     }
     body += "<table class=\"diff\">";
-    for (size_t l = 0; l < sa.luxBands.size(); ++l) {
-      const calib::LuxBand& la = sa.luxBands[l];
+    for (size_t l = 0; l < sn.luxBands.size(); ++l) {
+      const calib::LuxBand& ln = sn.luxBands[l];
       body +=
-          "<tr><th>lux " + std::to_string(la.start) + "&ndash;" + std::to_string(la.end) + "</th>";
-      for (size_t c = 0; c < la.ccts.size(); ++c) {
-        const calib::CctBand& ca = la.ccts[c];
+          "<tr><th>lux " + std::to_string(ln.start) + "&ndash;" + std::to_string(ln.end) + "</th>";
+      for (size_t c = 0; c < ln.ccts.size(); ++c) {
+        const calib::CctBand& cn = ln.ccts[c];
         const bool there = l < sb->luxBands.size() && c < sb->luxBands[l].ccts.size();
         const uint16_t ib = there ? sb->luxBands[l].ccts[c].index : 0;
-        if (!there || !inPool(a, ca.index) || !inPool(b, ib)) {
+        if (!there || !inPool(changed, cn.index) || !inPool(baseline, ib)) {
           body += "<td class=\"warn\">no cell to compare</td>";
           continue;
         }
         CellDelta cell{
-            sa.name + ", lux band " + std::to_string(l) + ", cct band " + std::to_string(c),
-            ca.index, ib, lutDelta(a.luts[ca.index], b.luts[ib])};
-        body += "<td class=\"heat\" style=\"background:" + heat(cell.delta.mean) + "\" title=\"" +
-                escapeHtml(cell.where + ": blocks " + std::to_string(ca.index) + " / " +
-                           std::to_string(ib) + ", max " + fixed(cell.delta.max, 2)) +
-                "\">" + fixed(cell.delta.mean, 2) + "</td>";
+            sn.name + ", lux band " + std::to_string(l) + ", cct band " + std::to_string(c), ib,
+            cn.index, lutDelta(baseline.luts[ib], changed.luts[cn.index])};
+        body +=
+            "<td class=\"heat\" style=\"background:" + heat(cell.delta.mean) + "\" title=\"" +
+            escapeHtml(cell.where + ": " + blockLabel(baselineBlocks, ib) + " -> " +
+                       blockLabel(changedBlocks, cn.index) + ", max " + fixed(cell.delta.max, 2)) +
+            "\">" + fixed(cell.delta.mean, 2) + "</td>";
         cells.push_back(std::move(cell));
       }
       body += "</tr>";
@@ -84,8 +90,8 @@ Section diffSection(const calib::CalibrationFile& a, const calib::CalibrationFil
     body += "</table>";
   }
 
-  const std::vector<DiffEntry> changes = diffCalibration(a, b);
-  body += "<h3>Changes</h3>";
+  const std::vector<DiffEntry> changes = diffCalibration(baseline, changed);
+  body += "<h3>Changes from " + was + " to " + now + "</h3>";
   if (changes.empty()) body += "<p>none</p>";
   body += "<ul class=\"changes\">";
   for (const DiffEntry& e : changes) body += "<li>" + escapeHtml(diffLine(e)) + "</li>";
@@ -100,21 +106,19 @@ Section diffSection(const calib::CalibrationFile& a, const calib::CalibrationFil
   const Image chart = referenceChart();
   std::map<std::string, bool> drawn;
   for (const CellDelta& cell : cells) {
-    for (const auto& [side, file, block] : {std::tuple{std::string("a"), &a, cell.blockA},
-                                            std::tuple{std::string("b"), &b, cell.blockB}}) {
+    body += "<div class=\"worst\"><p>" + escapeHtml(cell.where) + ": mean " +
+            fixed(cell.delta.mean, 2) + ", max " + fixed(cell.delta.max, 2) + "</p>";
+    for (const auto& [side, file, block, name, blocks] :
+         {std::tuple{std::string("a"), &baseline, cell.blockA, &baselineName, &baselineBlocks},
+          std::tuple{std::string("b"), &changed, cell.blockB, &changedName, &changedBlocks}}) {
       const std::string cls = swatchClass(side, block);
       if (drawn.emplace(cls, true).second)
         styles += "." + cls + "{background-image:url(" +
                   dataUri("image/png", pngBytes(applyLut(chart, file->luts[block].data()))) + ")}";
+      body += "<div class=\"cell\"><div class=\"swatch " + cls + "\"></div><br>" +
+              escapeHtml(*name) + "<br>" + escapeHtml(blockLabel(*blocks, block)) + "</div>";
     }
-    body += "<div class=\"worst\"><p>" + escapeHtml(cell.where) + ": mean " +
-            fixed(cell.delta.mean, 2) + ", max " + fixed(cell.delta.max, 2) + "</p>";
-    body += "<div class=\"cell\"><div class=\"swatch " + swatchClass("a", cell.blockA) +
-            "\"></div><br>" + escapeHtml(nameA) + " block " + std::to_string(cell.blockA) +
-            "</div>";
-    body += "<div class=\"cell\"><div class=\"swatch " + swatchClass("b", cell.blockB) +
-            "\"></div><br>" + escapeHtml(nameB) + " block " + std::to_string(cell.blockB) +
-            "</div></div>";
+    body += "</div>";
   }
   return {"diff", "Diff", body};
 }

@@ -7,14 +7,21 @@
 #include <string>
 
 #include "html.h"
+#include "sections.h"
 
 namespace lumo::report {
 
-// Per scene of A (matched by name in B), the lux x CCT grid as a heat map of
-// the mean CIEDE2000 over the chart between A's and B's block of the same
-// cell, the structural changes in words, and the worst cells' swatches side
-// by side. Swatch pictures go into `styles`.
-Section diffSection(const calib::CalibrationFile& a, const calib::CalibrationFile& b,
-                    const std::string& nameA, const std::string& nameB, std::string& styles);
+// What changed from `baseline` to `changed`: per scene of `changed` (matched
+// by name in the baseline), the lux x CCT grid as a heat map of the mean
+// CIEDE2000 over the chart between the two files' blocks of the same cell,
+// the structural changes in words (read from the baseline to the changed
+// file, as `calib diff BASELINE CHANGED` reads them), and the worst cells'
+// swatches side by side. Both names, and which one is the baseline, head the
+// section. Blocks with an entry in the names maps are shown by that name.
+// Swatch pictures go into `styles`.
+Section diffSection(const calib::CalibrationFile& baseline, const calib::CalibrationFile& changed,
+                    const std::string& baselineName, const std::string& changedName,
+                    std::string& styles, const BlockNames& baselineBlocks = {},
+                    const BlockNames& changedBlocks = {});
 
 }  // namespace lumo::report

@@ -66,14 +66,15 @@ std::string fixed(double value, int decimals) {
 namespace {
 
 // The only script of the page: the before/after slider moves the clip of the
-// "after" picture. Frames are chosen by in-page links (:target), tabs and
-// hover are plain CSS.
+// "after" picture and the line drawn where the two meet. Frames are chosen
+// by in-page links (:target), tabs and hover are plain CSS.
 constexpr const char* kScript = R"(
 document.addEventListener('input', function (e) {
   var s = e.target;
   if (!s.classList || !s.classList.contains('wipe')) return;
   var after = s.parentNode.querySelector('.after');
   after.style.clipPath = 'inset(0 0 0 ' + s.value + '%)';
+  s.parentNode.querySelector('.divider').style.left = s.value + '%';
 });
 )";
 
@@ -97,7 +98,13 @@ th{background:#f5f5f5}
 .compare{position:relative;display:inline-block;line-height:0}
 .compare img{max-width:640px}
 .compare .after{position:absolute;left:0;top:0;clip-path:inset(0 0 0 50%)}
+.compare .pictures{position:relative}
+.compare .divider{position:absolute;top:0;bottom:0;left:50%;width:2px;margin-left:-1px;background:#fff;box-shadow:0 0 2px #000;pointer-events:none}
 input.wipe{display:block;width:100%;margin:4px 0}
+.legend .key{display:inline-block;margin-right:14px;white-space:nowrap}
+.legend .square{display:inline-block;width:10px;height:10px;border:1px solid #999}
+.cell .look{font-weight:bold}
+table.shading{font-size:11px}
 pre{background:#f5f5f5;padding:4px;white-space:pre-wrap;word-break:break-all;font-size:12px}
 svg text{font:10px sans-serif}
 svg rect.hit:hover{fill:#000;fill-opacity:.15}

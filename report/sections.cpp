@@ -46,16 +46,33 @@ std::string bandGrid(const std::vector<calib::LuxBand>& bands, CellBody body) {
   return html + "</table>";
 }
 
+// A row of coloured squares, each with its words.
+std::string colourKey(const std::vector<std::pair<Rgb8, std::string>>& keys) {
+  std::string html = "<p class=\"legend\">";
+  for (const auto& [colour, words] : keys)
+    html += "<span class=\"key\"><span class=\"square\" style=\"background:" + cssColour(colour) +
+            "\"></span> " + escapeHtml(words) + "</span>";
+  return html + "</p>";
+}
+
 double radialGain(const calib::ShadingBlock& s, double d) {
   return 1.0 + double(s[3]) * render::smoothstep(double(s[0]), double(s[1]), d * double(s[2]));
 }
 
 }  // namespace
 
-Section calibrationSection(const calib::CalibrationFile& file, std::string& styles) {
+std::string blockLabel(const BlockNames& names, size_t block) {
+  const auto it = names.find(block);
+  const std::string number = "block " + std::to_string(block);
+  return it == names.end() ? number : it->second + " (" + number + ")";
+}
+
+Section calibrationSection(const calib::CalibrationFile& file, std::string& styles,
+                           const BlockNames& names) {
   const Image chart = referenceChart();
   std::string body =
-      "<p class=\"note\">Each cell: the LUT block its CCT band names, applied to the "
+      "<p class=\"note\">Each cell: the LUT block its CCT band names (with its look's name "
+      "where the looks are known), applied to the "
       "reference chart (two rows of colour patches, a row of skin tones, a grey "
       "ramp) by the renderer. Hover a cell for its band limits.</p>";
   styles += ".chart0{background-image:url(" + dataUri("image/png", pngBytes(chart)) + ")}";
@@ -68,8 +85,11 @@ Section calibrationSection(const calib::CalibrationFile& file, std::string& styl
     if (drawn.insert(cct.index).second)
       styles += ".lut" + std::to_string(cct.index) + "{background-image:url(" +
                 dataUri("image/png", pngBytes(applyLut(chart, file.luts[cct.index].data()))) + ")}";
-    return "<div class=\"swatch lut" + std::to_string(cct.index) + "\"></div>block " +
-           std::to_string(cct.index);
+    const auto name = names.find(cct.index);
+    return "<div class=\"swatch lut" + std::to_string(cct.index) + "\"></div>" +
+           (name == names.end() ? std::string()
+                                : "<span class=\"look\">" + escapeHtml(name->second) + "</span> ") +
+           "block " + std::to_string(cct.index);
   };
   for (const calib::SceneBlock& scene : file.scenes) {
     body += "<h3 class=\"scene\">scene " + escapeHtml(scene.name) + "</h3>";
@@ -182,18 +202,18 @@ std::string mapChart(const CoverageMap& m, const char* what) {
   return planeChart(p);
 }
 
-std::string legend(const std::vector<CoverageMap>& maps, const char* what) {
+std::string legend(const std::vector<CoverageMap>& maps, const char* what,
+                   const BlockNames& names = {}) {
   std::set<uint16_t> seen;
   for (const CoverageMap& m : maps)
     for (const CoverageSample& s : m.samples)
       for (int i = 0; i < 4; ++i)
         if (s.found && s.weight[i] > 0) seen.insert(s.corner[i]);
-  std::string html = "<p class=\"legend\">";
+  std::vector<std::pair<Rgb8, std::string>> keys;
   for (const uint16_t k : seen)
-    html += "<span style=\"display:inline-block;width:10px;height:10px;background:" +
-            cssColour(paletteColour(k)) + "\"></span> " + what + " " + std::to_string(k) +
-            " &nbsp;";
-  return html + "</p>";
+    keys.emplace_back(paletteColour(k),
+                      what + (" " + std::to_string(k)) + (names.count(k) ? " " + names.at(k) : ""));
+  return colourKey(keys);
 }
 
 template <typename Block>
@@ -302,13 +322,13 @@ std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file
 
 Section coverageSection(const std::vector<CoverageMap>& scenes,
                         const std::vector<CoverageMap>& zooms,
-                        const std::vector<CoverageFinding>& findings) {
+                        const std::vector<CoverageFinding>& findings, const BlockNames& names) {
   std::string body =
       "<p class=\"note\">Every point is what the plugin's own selection picks for that lux and "
       "CCT: the colour of a block, or the weighted mix of the four blocks it blends. Grey: the "
       "scene has no parameter set; dark red: a weight that is not finite (a value above every "
       "band) or a block outside the pool. Hover a point for its four corners and weights.</p>";
-  body += legend(scenes, "LUT");
+  body += legend(scenes, "LUT", names);
   for (const CoverageMap& m : scenes)
     body += "<div class=\"map scene-map\"><h3>scene " + escapeHtml(m.key) + "</h3>" +
             mapChart(m, "LUT") + "</div>";
@@ -326,6 +346,9 @@ Section coverageSection(const std::vector<CoverageMap>& scenes,
 }
 
 namespace {
+
+// Marks under the timeline's frames.
+constexpr Rgb8 kFilteredMark{46, 125, 50}, kHeldMark{239, 156, 0}, kCopiedMark{198, 40, 40};
 
 std::string optionalText(const std::optional<double>& v, int decimals) {
   return v ? fixed(*v, decimals) : "–";
@@ -349,6 +372,18 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
   for (const ReplayFrame& f : frames)
     if (std::find(instances.begin(), instances.end(), f.instance) == instances.end())
       instances.push_back(f.instance);
+  // The same scene has the same colour in every instance's timeline: the
+  // camera's scenes by their place in its list, anything else after them.
+  const auto& known = calib::knownSceneNames();
+  const auto sceneColour = [&](const std::string& scene) {
+    return paletteColour(size_t(std::find(known.begin(), known.end(), scene) - known.begin()));
+  };
+  const auto sceneWords = [](const std::string& scene) {
+    return scene.empty() ? std::string("(none)") : scene;
+  };
+  const auto mark = [](const ReplayFrame& f) {
+    return !f.filtered ? kCopiedMark : f.heldScript.empty() ? kFilteredMark : kHeldMark;
+  };
   for (const std::string& instance : instances) {
     Timeline t;
     Lane lux, cct, zoom, scene;
@@ -363,28 +398,46 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
       lux.values.push_back(f.lux.value_or(NAN));
       cct.values.push_back(f.cct.value_or(NAN));
       zoom.values.push_back(f.zoom.value_or(NAN));
-      scene.categories.push_back(f.scene.empty() ? "(none)" : f.scene);
-      // The same scene has the same colour in every instance's timeline.
-      const auto& known = calib::knownSceneNames();
-      const size_t at = size_t(std::find(known.begin(), known.end(), f.scene) - known.begin());
-      scene.categoryFill.push_back(paletteColour(at));
+      scene.categories.push_back(sceneWords(f.scene));
+      scene.categoryFill.push_back(sceneColour(f.scene));
       t.frameHref.push_back("#frame-" + std::to_string(i));
-      t.frameTitle.push_back("frame " + std::to_string(f.frame) + ": " + f.outcome);
-      t.frameMark.push_back(f.filtered ? Rgb8{46, 125, 50} : Rgb8{198, 40, 40});
+      t.frameTitle.push_back("frame " + std::to_string(f.frame) + ": " + f.outcome +
+                             (f.heldScript.empty() ? "" : "; " + f.heldScript));
+      t.frameMark.push_back(mark(f));
     }
     t.lanes = {lux, cct, zoom, scene};
     body += "<h3 class=\"instance\">" + escapeHtml(instance) + "</h3>" + timelineChart(t);
+  }
+  if (!frames.empty()) {
+    std::vector<std::pair<Rgb8, std::string>> scenes;
+    std::set<std::string> listed;
+    for (const ReplayFrame& f : frames)
+      if (listed.insert(sceneWords(f.scene)).second)
+        scenes.emplace_back(sceneColour(f.scene), "AI scene " + sceneWords(f.scene));
+    body += colourKey(scenes);
+    std::vector<std::pair<Rgb8, std::string>> marks{{kFilteredMark, "mark: filtered"},
+                                                    {kCopiedMark, "mark: copied"}};
+    if (std::any_of(frames.begin(), frames.end(),
+                    [](const auto& f) { return !f.heldScript.empty(); }))
+      marks.insert(marks.begin() + 1,
+                   {kHeldMark,
+                    "mark: filtered with a script held from a frame of another size "
+                    "(the plugin rebuilds its script only when the selection changes)"});
+    body += colourKey(marks);
   }
   for (size_t i = 0; i < frames.size(); ++i) {
     const ReplayFrame& f = frames[i];
     body += "<div class=\"frame\" id=\"frame-" + std::to_string(i) + "\"><h3>frame " +
             std::to_string(f.frame) + " (" + escapeHtml(f.instance) + ")</h3>";
     if (!f.before.empty() && !f.after.empty()) {
-      body += "<div class=\"compare\"><img class=\"before\" alt=\"before\" src=\"" + f.before +
-              "\"><img class=\"after\" alt=\"after\" src=\"" + f.after +
-              "\"><input class=\"wipe\" type=\"range\" min=\"0\" max=\"100\" value=\"50\" "
-              "aria-label=\"before/after\"></div><p class=\"note\">left of the line: before; "
-              "right: after</p>";
+      body +=
+          "<div class=\"compare\"><div class=\"pictures\"><img class=\"before\" "
+          "alt=\"before\" src=\"" +
+          f.before + "\"><img class=\"after\" alt=\"after\" src=\"" + f.after +
+          "\"><span class=\"divider\"></span></div><input class=\"wipe\" type=\"range\" "
+          "min=\"0\" max=\"100\" value=\"50\" aria-label=\"before/after\"></div><p "
+          "class=\"note\">left of the white line: before; right of it: after (the "
+          "slider moves the line)</p>";
     } else {
       body += "<p class=\"note\">" + escapeHtml(f.pictureNote) + "</p>";
     }
@@ -394,6 +447,10 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
             "</td></tr><tr><th>zoom</th><td>" + optionalText(f.zoom, 3) +
             "</td></tr><tr><th>plugin</th><td>" + escapeHtml(f.outcome) + "</td></tr>";
     if (!f.detail.empty()) body += "<tr><th>why</th><td>" + escapeHtml(f.detail) + "</td></tr>";
+    if (!f.heldScript.empty())
+      body += "<tr><th>script size</th><td class=\"warn\">" + escapeHtml(f.heldScript) +
+              ": the selection did not change, so the plugin kept an earlier frame's script, "
+              "its radial gain laid out for that size</td></tr>";
     body += "<tr><th>LUT corners</th><td>" + escapeHtml(cornersText(f)) + "</td></tr>";
     if (!f.shading.empty()) {
       std::string s;
@@ -405,8 +462,8 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
     body += "</div>";
   }
   body +=
-      "<p class=\"note\">Mark under a frame: green filtered, red copied. \"changed\": the four "
-      "LUT corners differ from the instance's previous frame, so the plugin re-blended.</p>";
+      "<p class=\"note\">\"changed\": the four LUT corners differ from the instance's previous "
+      "frame, so the plugin re-blended.</p>";
   body +=
       "<table class=\"frames\"><tr><th>#</th><th>frame</th><th>instance</th><th>scene</th>"
       "<th>lux</th><th>CCT</th><th>zoom</th><th>plugin</th><th>LUT corners × weights</th>"
@@ -418,7 +475,11 @@ Section replaySection(const std::vector<ReplayFrame>& frames) {
             escapeHtml(f.instance) + "</td><td>" + escapeHtml(f.scene) + "</td><td>" +
             optionalText(f.lux, 1) + "</td><td>" + optionalText(f.cct, 0) + "</td><td>" +
             optionalText(f.zoom, 2) + "</td><td class=\"" + (f.filtered ? "ok" : "warn") + "\">" +
-            escapeHtml(f.outcome) + "</td><td>" + escapeHtml(cornersText(f)) + "</td><td>" +
+            escapeHtml(f.outcome) +
+            (f.heldScript.empty()
+                 ? ""
+                 : "<br><span class=\"warn\">" + escapeHtml(f.heldScript) + "</span>") +
+            "</td><td>" + escapeHtml(cornersText(f)) + "</td><td>" +
             (f.selectionChanged ? "yes" : "") + "</td></tr>";
   }
   body += "</table>";

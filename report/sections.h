@@ -6,6 +6,7 @@
 #include <calib/calibration_file.h>
 
 #include <array>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,11 +17,18 @@
 
 namespace lumo::report {
 
+// Names of LUT blocks by index (the looks a file was built from); a block
+// without one is shown by its number.
+using BlockNames = std::map<size_t, std::string>;
+// "warm_day (block 3)", or "block 3".
+std::string blockLabel(const BlockNames& names, size_t block);
+
 // Calibration: per scene the lux x CCT grid of its bands, each cell with its
-// block index and a swatch of that LUT on the reference chart; shading per
-// zoom ratio as a table and a plot of each block's radial gain. Swatch
-// pictures go into `styles` once per block.
-Section calibrationSection(const calib::CalibrationFile& file, std::string& styles);
+// look's name (or block index) and a swatch of that LUT on the reference
+// chart; shading per zoom ratio as a table and a plot of each block's radial
+// gain. Swatch pictures go into `styles` once per block.
+Section calibrationSection(const calib::CalibrationFile& file, std::string& styles,
+                           const BlockNames& names = {});
 
 // Findings in words about how the selection covers the calibration.
 struct CoverageFinding {
@@ -43,7 +51,7 @@ std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file
 // findings.
 Section coverageSection(const std::vector<CoverageMap>& scenes,
                         const std::vector<CoverageMap>& zooms,
-                        const std::vector<CoverageFinding>& findings);
+                        const std::vector<CoverageFinding>& findings, const BlockNames& names = {});
 
 // One replayed frame as the report shows it.
 struct ReplayFrame {
@@ -59,8 +67,11 @@ struct ReplayFrame {
   std::vector<double> shading;
   std::string script;
   bool selectionChanged = false;  // corners differ from the instance's previous frame
-  std::string before, after;      // data URIs (empty: left out)
-  std::string pictureNote;        // why pictures are missing
+  // A filtered frame rendered with a script the plugin kept from an earlier
+  // frame of another size ("held script made for 4000x3000 on a 1280x720 frame").
+  std::string heldScript;
+  std::string before, after;  // data URIs (empty: left out)
+  std::string pictureNote;    // why pictures are missing
 };
 
 // Replay: a timeline per instance (lux, CCT, zoom, scene lanes, a mark per

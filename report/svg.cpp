@@ -82,7 +82,8 @@ std::string curveChart(const std::vector<Curve>& curves, const std::string& xLab
   y0 -= pad;
   y1 += pad;
   if (x1 - x0 < 1e-12) x1 = x0 + 1;
-  const double left = 44, right = 8, top = 8, bottom = 30;
+  // The y label sits above the plot, clear of the tick labels left of it.
+  const double left = 44, right = 8, top = 20, bottom = 30;
   const double pw = width - left - right, ph = height - top - bottom;
   const auto px = [&](double x) { return left + (x - x0) / (x1 - x0) * pw; };
   const auto py = [&](double y) { return top + (y1 - y) / (y1 - y0) * ph; };
@@ -97,7 +98,7 @@ std::string curveChart(const std::vector<Curve>& curves, const std::string& xLab
     svg += text(left - 3, py(t) + 3, tickLabel(t), "end");
   }
   svg += text(left + pw / 2, top + ph + 25, xLabel, "middle");
-  svg += text(2, top + 8, yLabel);
+  svg += text(2, top - 8, yLabel);
   for (size_t i = 0; i < curves.size(); ++i) {
     const Curve& c = curves[i];
     std::string d;
@@ -205,7 +206,9 @@ std::string timelineChart(const Timeline& t, int width) {
       for (const double v : lane.values)
         if (std::isfinite(v)) lo = std::min(lo, value(v)), hi = std::max(hi, value(v));
       if (!(hi >= lo)) lo = 0, hi = 1;
-      if (hi - lo < 1e-9) lo -= 0.5, hi += 0.5;
+      // A lane of one value is drawn across its middle and labelled once.
+      const bool flat = hi - lo < 1e-9;
+      if (flat) lo -= 0.5, hi += 0.5;
       std::string d;
       bool pen = false;
       for (size_t i = 0; i < lane.values.size() && i < frames; ++i) {
@@ -222,8 +225,11 @@ std::string timelineChart(const Timeline& t, int width) {
       }
       svg += "<path d=\"" + d + "\" fill=\"none\" stroke=\"#1565c0\"/>";
       const auto shown = [&](double v) { return tickLabel(lane.logScale ? std::pow(10, v) : v); };
-      svg += text(left - 3, y + 10, shown(hi), "end") +
-             text(left - 3, y + laneH - 2, shown(lo), "end");
+      if (flat)
+        svg += text(left - 3, y + laneH / 2 + 3, shown(lo + 0.5), "end");
+      else
+        svg += text(left - 3, y + 10, shown(hi), "end") +
+               text(left - 3, y + laneH - 2, shown(lo), "end");
     }
     y += laneH + gap;
   }

@@ -29,7 +29,8 @@ public:
                    videoprocess::FilterFrameParam* out) override {
     const int result = m_inner->processFrame(in, out);
     std::lock_guard<std::mutex> lock(m_journal->mutex);
-    m_journal->renders.push_back({m_script, m_lutLoaded, result});
+    m_journal->renders.push_back(
+        {m_script, m_lutLoaded, result, in ? in->width : 0u, in ? in->height : 0u});
     return result;
   }
   void clearEffects() override {

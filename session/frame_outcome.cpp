@@ -43,6 +43,9 @@ nlohmann::json outcomeJson(const FrameOutcome& o) {
   j["lut"] = lut;
   j["shading"] = o.shading;
   j["script"] = o.script;
+  if (o.heldSize)
+    j["held_script_size"] = {{"script", {o.heldSize->scriptWidth, o.heldSize->scriptHeight}},
+                             {"frame", {o.heldSize->frameWidth, o.heldSize->frameHeight}}};
   return j;
 }
 
@@ -62,6 +65,10 @@ std::vector<std::string> outcomeLines(const FrameOutcome& o) {
   if (!o.shading.empty())
     lines.push_back("shading " + joined(o.shading.data(), o.shading.size(), -1));
   lines.push_back("script " + o.script);
+  if (o.heldSize)
+    lines.push_back(heldSizeText(*o.heldSize) +
+                    ": the selection did not change, so the plugin kept an earlier frame's "
+                    "script, its radial gain laid out for that size");
   if (!o.detail.empty()) lines.push_back(o.detail);
   return lines;
 }
@@ -118,20 +125,45 @@ std::optional<std::string> rejectedStoreMessage(const std::vector<std::string>& 
   return std::nullopt;
 }
 
+namespace {
+
+// The value of `key` in the script's style effect.
+std::optional<double> styleValue(const std::string& script, const char* key) {
+  const auto style = script.find("CvStyleEffect;");
+  if (style == std::string::npos) return std::nullopt;
+  const auto at = script.find(std::string(";") + key + "=", style);
+  if (at == std::string::npos) return std::nullopt;
+  return std::strtod(script.c_str() + at + std::char_traits<char>::length(key) + 2, nullptr);
+}
+
+std::optional<HeldScriptSize> heldSizeOf(const FilterRender& r) {
+  const auto w = styleValue(r.script, "Width"), h = styleValue(r.script, "Height");
+  // A render without the frame's size (a foreign tap) has nothing to compare.
+  if (!w || !h || r.frameWidth == 0 || r.frameHeight == 0) return std::nullopt;
+  if (*w == double(r.frameWidth) && *h == double(r.frameHeight)) return std::nullopt;
+  const auto size = [](double v) { return v >= 0 && v <= 4294967295.0 ? uint32_t(v) : 0u; };
+  return HeldScriptSize{size(*w), size(*h), r.frameWidth, r.frameHeight};
+}
+
+}  // namespace
+
 std::vector<double> shadingOfScript(const std::string& script) {
   static const char* const kKeys[] = {
       "SmoothStartValue",   "SmoothEndValue",     "SmoothCoordScale",   "SmoothValueScale",
       "LightDarkPreserveK", "LightDarkPreserveB", "LightDarkPreserveV", "LightDarkPreserveT"};
-  const auto style = script.find("CvStyleEffect;");
-  if (style == std::string::npos) return {};
   std::vector<double> values;
   for (const char* key : kKeys) {
-    const auto at = script.find(std::string(";") + key + "=", style);
-    if (at == std::string::npos) return {};
-    values.push_back(
-        std::strtod(script.c_str() + at + std::char_traits<char>::length(key) + 2, nullptr));
+    const auto v = styleValue(script, key);
+    if (!v) return {};
+    values.push_back(*v);
   }
   return values;
+}
+
+std::string heldSizeText(const HeldScriptSize& h) {
+  return "held script made for " + std::to_string(h.scriptWidth) + "x" +
+         std::to_string(h.scriptHeight) + " on a " + std::to_string(h.frameWidth) + "x" +
+         std::to_string(h.frameHeight) + " frame";
 }
 
 FrameOutcome readFrameOutcome(const FrameEvidence& e, InstanceTrace& trace) {
@@ -222,6 +254,7 @@ FrameOutcome readFrameOutcome(const FrameEvidence& e, InstanceTrace& trace) {
     out.script = rendered->script;
     out.shading = shadingOfScript(rendered->script);
     out.lutWeight = trace.lutWeight;
+    out.heldSize = heldSizeOf(*rendered);
     if (!rendered->lutLoaded) out.detail = "the filter rendered without a LUT loaded";
   }
   return out;

@@ -30,11 +30,21 @@ const char* reasonText(PassReason reason);
 
 enum class StoreState { Loaded, Absent, Rejected };
 
-// One processFrame call that reached the filter, with what the filter held.
+// One processFrame call that reached the filter, with what the filter held
+// and the size of the frame it was handed.
 struct FilterRender {
   std::string script;
   bool lutLoaded = false;
   int result = 0;
+  uint32_t frameWidth = 0, frameHeight = 0;
+};
+
+// A script laid out for one frame size rendering a frame of another: the
+// plugin rebuilds its script only when the selection changes, so a frame
+// keeps the Width/Height of the frame that last changed it.
+struct HeldScriptSize {
+  uint32_t scriptWidth = 0, scriptHeight = 0;
+  uint32_t frameWidth = 0, frameHeight = 0;
 };
 
 struct FrameEvidence {
@@ -54,8 +64,9 @@ struct FrameOutcome {
   std::string detail;  // what made the reason, in words
   std::optional<std::array<int, 4>> lutIndex;
   std::optional<std::array<double, 4>> lutWeight;
-  std::vector<double> shading;  // the eight values the style effect received
-  std::string script;           // the script the rendering filter held
+  std::vector<double> shading;             // the eight values the style effect received
+  std::string script;                      // the script the rendering filter held
+  std::optional<HeldScriptSize> heldSize;  // set when the script's size is not the frame's
 };
 
 // What has been seen of one plugin instance so far; carried across its frames
@@ -70,7 +81,8 @@ struct InstanceTrace {
 FrameOutcome readFrameOutcome(const FrameEvidence& evidence, InstanceTrace& trace);
 
 // The outcome's fields for --json: "plugin" ("filtered", "copied" or
-// "unknown"), "reason", "detail", and when filtered "lut", "shading", "script".
+// "unknown"), "reason", "detail", and when filtered "lut", "shading", "script",
+// and "held_script_size" ({"script": [w, h], "frame": [w, h]}) when the two differ.
 nlohmann::json outcomeJson(const FrameOutcome& outcome);
 // Indented lines under a frame's table row: why it was copied, or the LUT
 // corners and weights, the shading values and the script.
@@ -82,5 +94,8 @@ std::optional<std::string> rejectedStoreMessage(const std::vector<std::string>& 
 
 // The eight shading values a style-effect script carries (empty when none).
 std::vector<double> shadingOfScript(const std::string& script);
+
+// "held script made for 4000x3000 on a 1280x720 frame".
+std::string heldSizeText(const HeldScriptSize& held);
 
 }  // namespace lumo

@@ -108,6 +108,38 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
     }
   }
 }
+
+// The plugin rebuilds its script, frame size included, only when its
+// selection changes: a smaller frame after a larger one renders with the
+// larger one's script. Each instance holds its own.
+TEST_F(FieldCli, AFrameRenderedWithAHeldScriptOfAnotherSizeIsFlagged) {
+  fs::create_directories(dir / "dev/odm/etc/camera");
+  write("d.json", kCommonOnly);
+  ASSERT_EQ(lumo("calib build d.json -o dev/odm/etc/camera/lumo_filter_param.bin").status, 0);
+  const struct {
+    const char* instance;
+    int width, height;
+    nlohmann::json held;  // null: not flagged
+  } sent[] = {
+      {"preview", 64, 48, nullptr},
+      {"preview", 32, 16, {{"script", {64, 48}}, {"frame", {32, 16}}}},
+      {"snapshot", 32, 16, nullptr},
+  };
+  std::string session;
+  for (const auto& f : sent)
+    session += std::string(R"({"instance": ")") + f.instance + R"(", "width": )" +
+               std::to_string(f.width) + R"(, "height": )" + std::to_string(f.height) +
+               R"(, "input": "generated:chart", "meta": {"stylization": 1, "lux": 100}})"
+               "\n";
+  const Outcome o = replay(session, " --device-root dev --json");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const auto f = frames(o);
+  ASSERT_EQ(f.size(), 3u) << o.out;
+  for (size_t i = 0; i < f.size(); ++i) {
+    EXPECT_EQ(f[i]["plugin"], "filtered") << i;
+    EXPECT_EQ(f[i].value("held_script_size", nlohmann::json()), sent[i].held) << i;
+  }
+}
 #endif
 
 // A damaged file gives a bounded, escaped report and valid JSON; build refuses

@@ -163,3 +163,39 @@ TEST(FrameOutcome, RejectedStoreMessageAndScriptValues) {
   EXPECT_TRUE(shadingOfScript("CubeLutEffect;cube_strength=1.0;").empty());
   EXPECT_EQ(shadingOfScript(kScript).size(), 8u);
 }
+
+// The plugin rebuilds its script only when the selection changes, so a frame
+// may render with the Width/Height of an earlier frame of another size.
+TEST(FrameOutcome, AHeldScriptOfAnotherSizeIsFlaggedWithBothSizes) {
+  const struct {
+    uint32_t scriptW, scriptH, frameW, frameH;
+    const char* words;  // "" when not flagged
+  } cases[] = {
+      {1280, 720, 1280, 720, ""},
+      {4000, 3000, 1280, 720, "held script made for 4000x3000 on a 1280x720 frame: "},
+      {1280, 960, 1280, 720, "held script made for 1280x960 on a 1280x720 frame: "},
+      {4000, 3000, 0, 0, ""},  // the frame's size was not seen
+  };
+  for (const auto& c : cases) {
+    std::string script = kScript;
+    script.replace(
+        script.find("Width=8;Height=4;"), 17,
+        "Width=" + std::to_string(c.scriptW) + ";Height=" + std::to_string(c.scriptH) + ";");
+    FrameEvidence e;
+    e.enabled = true;
+    e.messages = kSelected;
+    e.renders = {{script, true, 0, c.frameW, c.frameH}};
+    InstanceTrace trace;
+    const FrameOutcome o = readFrameOutcome(e, trace);
+    const nlohmann::json j = outcomeJson(o);
+    const auto lines = outcomeLines(o);
+    const bool said = *c.words != '\0' && lines.back().rfind(c.words, 0) == 0;
+    EXPECT_EQ(said, *c.words != '\0') << lines.back();
+    if (!*c.words) {
+      EXPECT_FALSE(j.contains("held_script_size")) << j.dump();
+      continue;
+    }
+    EXPECT_EQ(j["held_script_size"], nlohmann::json({{"script", {c.scriptW, c.scriptH}},
+                                                     {"frame", {c.frameW, c.frameH}}}));
+  }
+}

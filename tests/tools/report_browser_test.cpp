@@ -12,8 +12,8 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "image_files.h"
 #include "html.h"
+#include "image_files.h"
 #include "tool_runner.h"
 
 using namespace lumo_test;
@@ -53,7 +53,8 @@ window.addEventListener('load', function () {
     requests: performance.getEntriesByType('resource').map(function (e) { return e.name; })
         .filter(function (n) { return n.indexOf('data:') !== 0; }),
     clipBefore: before,
-    clipAfter: slider ? slider.parentNode.querySelector('.after').style.clipPath : ''
+    clipAfter: slider ? slider.parentNode.querySelector('.after').style.clipPath : '',
+    line: slider ? slider.parentNode.querySelector('.divider').style.left : ''
   });
   document.body.appendChild(out);
 });
@@ -170,6 +171,7 @@ TEST_F(ReportBrowser, PageLoadsOfflineWithEverySectionAndAWorkingSlider) {
   EXPECT_EQ(seen["requests"], nlohmann::json::array());  // nothing fetched from anywhere
   EXPECT_EQ(seen["clipBefore"], "inset(0px 0px 0px 50%)");
   EXPECT_EQ(seen["clipAfter"], "inset(0px 0px 0px 20%)");
+  EXPECT_EQ(seen["line"], "20%");  // the line the note speaks of follows the slider
 
   // Nothing the page asked for failed, and no script complained.
   const std::string log = readText(dir / "log.txt");
@@ -200,28 +202,47 @@ class ReportCli : public ToolTest {};
 TEST_F(ReportCli, ExitCodesAndNothingHalfWritten) {
   write("broken.bin", std::string(10, '\x01'));
   const std::string calib = LUMO_DEMO_CALIBRATION;
+  const std::string looks = (fs::path(calib).parent_path() / "demo_looks.json").string();
   const struct {
     std::string args;
     int status;
     const char* inErr;
-    bool page;
+    size_t sections;                  // 0: no page
+    std::vector<std::string> inPage;  // as the page writes them
   } cases[] = {
-      {"report -o r.html", 2, "give a calibration file, a session or both", false},
-      {"report --calib missing.bin -o r.html", 2, "missing.bin", false},
-      {"report --calib broken.bin -o r.html", 1, "not a readable calibration file", false},
-      {"report --calib '" + calib + "' -o r.html", 0, "coverage", true},
+      {"report -o r.html", 2, "give a calibration file, a session or both", 0, {}},
+      {"report --calib missing.bin -o r.html", 2, "missing.bin", 0, {}},
+      {"report --calib broken.bin -o r.html", 1, "not a readable calibration file", 0, {}},
+      {"report --calib '" + calib + "' --looks broken.bin -o r.html",
+       1,
+       "broken.bin: not a looks description",
+       0,
+       {}},
+      {"report --calib '" + calib + "' -o r.html", 0, "coverage", 3, {"block 11<br>"}},
+      // The previous demo calibration is the baseline: the current one adds
+      // a block and the 3x zoom ratio; the looks name the cells.
+      {"report --calib '" + calib + "' --against '" LUMO_DEMO_PREVIOUS "' --looks '" + looks +
+           "' -o r.html",
+       0,
+       "diff",
+       4,
+       {"Baseline: <b>lumo_filter_param_previous.bin</b>; changed: <b>lumo_filter_param.bin</b>",
+        "LUT pool: 12 -&gt; 13 blocks", "zoom 3: added",
+        "<span class=\"look\">warm_day</span> block"}},
   };
   for (const auto& c : cases) {
     fs::remove(dir / "r.html");
     const Outcome o = lumo(c.args);
     EXPECT_EQ(o.status, c.status) << c.args << "\n" << o.err;
     EXPECT_NE(o.err.find(c.inErr), std::string::npos) << c.args << "\n" << o.err;
-    EXPECT_EQ(fs::exists(dir / "r.html"), c.page) << c.args;
-    if (!c.page) continue;
+    EXPECT_EQ(fs::exists(dir / "r.html"), c.sections > 0) << c.args;
+    if (c.sections == 0) continue;
     const std::string html = readText(dir / "r.html");
     EXPECT_LT(html.size(), lumo::report::kPageBudgetBytes);
-    EXPECT_EQ(countOf(html, "data-section="), 3u) << "calibration, coverage, strength";
+    EXPECT_EQ(countOf(html, "data-section="), c.sections) << c.args;
     EXPECT_EQ(lumo::report::unbalancedTags(html), std::vector<std::string>{});
+    for (const std::string& words : c.inPage)
+      EXPECT_NE(html.find(words), std::string::npos) << c.args << ": " << words;
   }
 }
 

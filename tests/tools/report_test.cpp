@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <numeric>
+#include <regex>
 
 #include "coverage.h"
 #include "diff_section.h"
@@ -130,13 +131,18 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   copied.instance = "snapshot";
   copied.outcome = "copied: bypass switch";
   copied.pictureNote = "left out";
+  shown.scene = "common";
+  ReplayFrame held = shown;
+  held.scene = "night";
+  held.heldScript = "held script made for 4000x3000 on a 1280x720 frame";
   std::string styles;
+  const BlockNames names{{1, "<warm>"}};
   const Section built[] = {
-      calibrationSection(file, styles),
-      coverageSection(scenes, zooms, coverageFindings(file, scenes, zooms, &probe)),
-      replaySection({shown, copied}),
+      calibrationSection(file, styles, names),
+      coverageSection(scenes, zooms, coverageFindings(file, scenes, zooms, &probe), names),
+      replaySection({shown, copied, held}),
       strengthSection("chart", {{0.0, shown.before}, {1.0, shown.after}}),
-      diffSection(file, file, "a.bin", "<x-injected>", styles),
+      diffSection(file, file, "a.bin", "<x-injected>", styles, names, names),
   };
   for (const Section& s : built) {
     const std::string html = page("t", {s}, styles);
@@ -147,8 +153,17 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   }
   // One cell per CCT band plus the chart; one panel per frame, a slider only with pictures.
   EXPECT_EQ(lumo_test::countOf(built[0].body, "class=\"cell\""), 4u + 2u + 1u);
-  EXPECT_EQ(lumo_test::countOf(built[2].body, "class=\"frame\""), 2u);
-  EXPECT_EQ(lumo_test::countOf(built[2].body, "type=\"range\""), 1u);
+  EXPECT_EQ(lumo_test::countOf(built[2].body, "class=\"frame\""), 3u);
+  EXPECT_EQ(lumo_test::countOf(built[2].body, "type=\"range\""), 2u);
+  // The known look is named where its block is shown; the others keep their numbers.
+  EXPECT_EQ(lumo_test::countOf(built[0].body, "<span class=\"look\">&lt;warm&gt;</span> block 1"),
+            1u);
+  EXPECT_NE(built[1].body.find("LUT 1 &lt;warm&gt;"), std::string::npos);
+  // A key for the scene lane's colours and the marks; the held script said in row and panel.
+  for (const char* key : {"AI scene common", "AI scene night", "AI scene (none)", "mark: copied"})
+    EXPECT_EQ(lumo_test::countOf(built[2].body, key), 1u) << key;
+  EXPECT_EQ(lumo_test::countOf(built[2].body, held.heldScript), 3u);     // hover, row, panel
+  EXPECT_EQ(lumo_test::countOf(built[2].body, "fill=\"#ef9c00\""), 1u);  // its amber mark
   EXPECT_EQ(lumo_test::countOf(built[1].body, "class=\"map "), 3u);
 }
 
@@ -160,13 +175,26 @@ TEST_F(ReportCalib, DiffShowsWhichCellsMoveTheChart) {
   b.luts[3] = flatLut(200);
   b.scenes.push_back({"night", {luxBand(0, 100, {{2000, 4000, 0}})}, {}});
   std::string styles;
-  const Section d = diffSection(a, b, "a.bin", "b.bin", styles);
+  b.luts.push_back(flatLut(7));
+  const Section d = diffSection(a, b, "a.bin", "b.bin", styles, {{3, "old look"}});
   EXPECT_EQ(lumo_test::countOf(d.body, "class=\"heat\""), 4u);
   EXPECT_EQ(lumo_test::countOf(d.body, ">0.00</td>"), 3u);
   EXPECT_EQ(lumo_test::countOf(d.body, "class=\"worst\""), 1u);
   EXPECT_NE(d.body.find("lux band 1, cct band 1: mean"), std::string::npos);
-  EXPECT_NE(diffSection(b, a, "b.bin", "a.bin", styles).body.find("not in a.bin"),
-            std::string::npos);
+  EXPECT_NE(d.body.find("not in a.bin (added)"), std::string::npos);
+  EXPECT_NE(d.body.find("a.bin<br>old look (block 3)</div>"), std::string::npos);
+  // Changes read from the baseline (the first file) to the shown one, both named first.
+  const struct {
+    const calib::CalibrationFile *baseline, *shown;
+    const char *scene, *pool;
+  } ways[] = {{&a, &b, "scene \"night\": added", "LUT pool: 4 -> 5 blocks"},
+              {&b, &a, "scene \"night\": removed", "LUT pool: 5 -> 4 blocks"}};
+  for (const auto& w : ways) {
+    const std::string body = diffSection(*w.baseline, *w.shown, "old", "new", styles).body;
+    for (const char* change : {w.scene, w.pool})
+      EXPECT_NE(body.find(escapeHtml(change)), std::string::npos) << change;
+    EXPECT_LT(body.find("Baseline: <b>old</b>; changed: <b>new</b>"), body.find("<h3"));
+  }
 }
 
 // Each sample is what a fresh trigger selects for the same input: the same
@@ -255,6 +283,30 @@ TEST_F(ReportCalib, FindingsSayWhatTheTreesAndMapsShow) {
   EXPECT_EQ(findings.size(), 5u);
   for (const auto& f : findings)
     EXPECT_NE(f.text.find("has no entry"), std::string::npos) << f.text;
+}
+
+// No two texts of a chart overlap (10 px sans: taken as 6 px a character,
+// 10 px high); a flat curve puts a tick at the very top of the plot.
+TEST(ReportCharts, TextsStayClearOfEachOther) {
+  const std::string charts[] = {
+      curveChart({{"block 0", {}, {{0, 1}, {1, 1}}}}, "distance", "radial gain"),
+      curveChart({{"block 1", {}, {{0, 1}, {0.5, 1}, {1, 0.45}}}, {"block 2", {}, {{0, 1}}}},
+                 "distance from the centre (corners = 1)", "radial gain")};
+  const std::regex text("<text x=\"([-0-9.]+)\" y=\"([-0-9.]+)\" text-anchor=\"(\\w+)\">([^<]*)<");
+  for (const std::string& svg : charts) {
+    std::vector<std::array<double, 4>> boxes;  // x0, x1, y0, y1
+    for (std::sregex_iterator m(svg.begin(), svg.end(), text), end; m != end; ++m) {
+      const double x = std::stod((*m)[1]), y = std::stod((*m)[2]), w = 6.0 * (*m)[4].length();
+      const double x0 = (*m)[3] == "end" ? x - w : (*m)[3] == "middle" ? x - w / 2 : x;
+      boxes.push_back({x0, x0 + w, y - 8, y + 2});
+    }
+    ASSERT_GT(boxes.size(), 5u);
+    for (size_t i = 0; i < boxes.size(); ++i)
+      for (size_t j = i + 1; j < boxes.size(); ++j) {
+        const auto &a = boxes[i], &b = boxes[j];
+        EXPECT_FALSE(a[0] < b[1] && b[0] < a[1] && a[2] < b[3] && b[2] < a[3]) << i << " " << j;
+      }
+  }
 }
 
 TEST(ReportPictures, ChartStrengthAndThumbnails) {

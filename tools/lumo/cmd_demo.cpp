@@ -2,15 +2,11 @@
 // both plugin instances, with before/after pictures, the parameter dumps
 // and a table of what the plugin chose.
 #include <calib/calibration_reader.h>
-#include <calib/cube_lut.h>
-#include <calib/looks.h>
-#include <calib/lut_source.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -19,6 +15,7 @@
 #include "exif_dump.h"
 #include "failure.h"
 #include "host_options.h"
+#include "look_names.h"
 
 namespace lumo {
 namespace {
@@ -56,29 +53,13 @@ fs::path shareDir() {
   return self.parent_path().parent_path() / "share" / "lumo";
 }
 
-// Names of the calibration file's LUT blocks, from the looks description.
+// Names of the calibration file's LUT blocks, from the bundled looks
+// description; without it the table shows block numbers.
 std::map<size_t, std::string> lookNames(const calib::CalibrationFile& file, const fs::path& json) {
   std::map<size_t, std::string> names;
-  std::ifstream in(json);
-  const nlohmann::json j = nlohmann::json::parse(in, nullptr, false);
-  if (j.is_discarded() || !j.contains("looks") || !j["looks"].is_object()) return names;
-  for (const auto& [name, entry] : j["looks"].items()) {
-    calib::LutBlock lut;
-    try {
-      if (entry.contains("cube") || entry.contains("lut"))
-        lut = calib::importLut((json.parent_path() /
-                                entry[entry.contains("cube") ? "cube" : "lut"].get<std::string>())
-                                   .string(),
-                               entry.value("layout", ""))
-                  .lut;
-      else
-        lut = calib::generateLook(
-            calib::lookFromJson(entry.value("generate", nlohmann::json::object()), name));
-    } catch (const std::exception&) {
-      continue;
-    }
-    for (size_t i = 0; i < file.luts.size(); ++i)
-      if (file.luts[i] == lut && !names.count(i)) names[i] = name;
+  try {
+    addLookNames(file, json.string(), names);
+  } catch (const std::runtime_error&) {
   }
   return names;
 }

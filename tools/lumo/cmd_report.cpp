@@ -13,17 +13,18 @@
 #include "atomic_file.h"
 #include "calib_findings.h"
 #include "commands.h"
+#include "coverage.h"
 #include "diff_section.h"
 #include "failure.h"
 #include "frame_source.h"
 #include "host_options.h"
 #include "host_setup.h"
 #include "image_files.h"
+#include "look_names.h"
 #include "picture_crop.h"
-#include "coverage.h"
 #include "pictures.h"
-#include "sections.h"
 #include "report_command.h"
+#include "sections.h"
 
 namespace lumo {
 namespace {
@@ -41,7 +42,8 @@ struct ReportOptions {
   HostCommandOptions host;
   std::string calib;
   std::string session;
-  std::string against;  // a second calibration to compare with --calib
+  std::string against;             // the baseline --calib is compared with
+  std::vector<std::string> looks;  // descriptions that name LUT blocks
   std::string output;
 };
 
@@ -96,10 +98,11 @@ std::pair<double, double> cctRangeOf(const calib::CalibrationFile& file) {
 }
 
 void addCalibrationSections(const calib::CalibrationFile& file, const SelectionProbe& probe,
-                            std::vector<Section>& sections, std::string& styles) {
+                            const BlockNames& looks, std::vector<Section>& sections,
+                            std::string& styles) {
   progress("calibration: " + std::to_string(file.scenes.size()) + " scenes, " +
            std::to_string(file.luts.size()) + " LUT swatches");
-  sections.push_back(calibrationSection(file, styles));
+  sections.push_back(calibrationSection(file, styles, looks));
   progress("coverage: sampling the plugin's selection");
   const auto lux = luxAxis(maxLuxOf(file), 96);
   const auto [cctLo, cctHi] = cctRangeOf(file);
@@ -113,7 +116,8 @@ void addCalibrationSections(const calib::CalibrationFile& file, const SelectionP
   for (const auto& z : file.zooms)
     if (std::find(ratios.begin(), ratios.end(), z.ratio) == ratios.end()) ratios.push_back(z.ratio);
   for (const float r : ratios) zooms.push_back(probe.zoomMap(r, lux, cct));
-  sections.push_back(coverageSection(scenes, zooms, coverageFindings(file, scenes, zooms, &probe)));
+  sections.push_back(
+      coverageSection(scenes, zooms, coverageFindings(file, scenes, zooms, &probe), looks));
 }
 
 std::string pictureUri(const Image& rgba) {
@@ -153,6 +157,7 @@ std::vector<ReplayFrame> replayFrames(const std::vector<SessionFrame>& frames,
     f.lutWeight = r.outcome.lutWeight;
     f.shading = r.outcome.shading;
     f.script = r.outcome.script;
+    if (r.outcome.heldSize) f.heldScript = heldSizeText(*r.outcome.heldSize);
     auto& last = previous[r.processMode];
     f.selectionChanged = f.lutIndex && f.lutIndex != last;
     if (f.lutIndex) last = f.lutIndex;
@@ -248,14 +253,28 @@ void addChartStrip(const calib::CalibrationFile& file, std::vector<Section>& sec
       }
 }
 
+// Block names from the looks descriptions, the first description naming a block winning.
+BlockNames blockNames(const calib::CalibrationFile& file, const std::vector<std::string>& looks) {
+  BlockNames names;
+  for (const std::string& description : looks) {
+    try {
+      addLookNames(file, description, names);
+    } catch (const std::runtime_error& e) {
+      throw Failure(e.what());
+    }
+  }
+  return names;
+}
+
 // The calibration part of a page; the probe stays for the session part.
 struct CalibrationPart {
   calib::ReadResult parsed;
+  BlockNames names;
   std::unique_ptr<SelectionProbe> probe;
 };
 
-CalibrationPart addCalibration(const std::string& path, std::vector<Section>& sections,
-                               std::string& styles) {
+CalibrationPart addCalibration(const std::string& path, const std::vector<std::string>& looks,
+                               std::vector<Section>& sections, std::string& styles) {
   CalibrationPart part;
   if (!fs::is_regular_file(path)) throw Failure(path + ": no such file");
   part.parsed = calib::readCalibrationFile(path);
@@ -266,7 +285,8 @@ CalibrationPart addCalibration(const std::string& path, std::vector<Section>& se
                   std::to_string(errorCount(part.parsed)) + " errors; see `lumo calib check`)");
   }
   part.probe = std::make_unique<SelectionProbe>(path);
-  addCalibrationSections(part.parsed.file, *part.probe, sections, styles);
+  part.names = blockNames(part.parsed.file, looks);
+  addCalibrationSections(part.parsed.file, *part.probe, part.names, sections, styles);
   return part;
 }
 
@@ -299,18 +319,25 @@ void writeReport(ReportOptions& o) {
     fs::copy_file(calibPath, device.path / "odm/etc/camera/lumo_filter_param.bin");
     o.host.setup.deviceRoot = device.path.string();
   }
+  if (!o.against.empty() && o.calib.empty())
+    throw CLI::ValidationError("--against", "needs --calib to compare with");
   CalibrationPart calibration;
-  if (!calibPath.empty()) calibration = addCalibration(calibPath, sections, styles);
+  if (!calibPath.empty()) calibration = addCalibration(calibPath, o.looks, sections, styles);
   if (!o.against.empty()) {
-    if (o.calib.empty()) throw CLI::ValidationError("--against", "needs --calib to compare with");
-    const calib::ReadResult other = calib::readCalibrationFile(o.against);
-    if (!other.ok())
+    const calib::ReadResult baseline = calib::readCalibrationFile(o.against);
+    if (!baseline.ok())
       throw Failure(o.against + ": no diff: not a readable calibration file (" +
-                    std::to_string(errorCount(other)) + " errors; see `lumo calib check`)");
+                    std::to_string(errorCount(baseline)) + " errors; see `lumo calib check`)");
     progress("diff: the chart through every cell of both files");
-    sections.push_back(diffSection(calibration.parsed.file, other.file,
-                                   fs::path(o.calib).filename().string(),
-                                   fs::path(o.against).filename().string(), styles));
+    // The page shows --calib; --against is what it changed from. Two files
+    // of the same name are told apart by the paths as given.
+    const bool sameName = fs::path(o.calib).filename() == fs::path(o.against).filename();
+    const auto shown = [&](const std::string& p) {
+      return sameName ? p : fs::path(p).filename().string();
+    };
+    sections.push_back(diffSection(baseline.file, calibration.parsed.file, shown(o.against),
+                                   shown(o.calib), styles, blockNames(baseline.file, o.looks),
+                                   calibration.names));
   }
   if (!o.session.empty()) addReplaySections(o, calibration.probe.get(), sections);
   const std::string title =
@@ -330,7 +357,7 @@ void writeSessionReport(const std::vector<SessionFrame>& frames,
   const std::string calibPath = calibrationFilePath();
   CalibrationPart calibration;
   const bool withCalibration = fs::is_regular_file(calibPath);
-  if (withCalibration) calibration = addCalibration(calibPath, sections, styles);
+  if (withCalibration) calibration = addCalibration(calibPath, {}, sections, styles);
   addSessionSections(frames, reports, sessionDir, calibration.probe.get(), sections);
   finishPage(sections, styles, withCalibration ? &calibration : nullptr,
              "Lumo report: " + sessionName, output);
@@ -346,8 +373,13 @@ void addReportCommand(CLI::App& app) {
   c->add_option("--session", o->session, "Session to replay and show (.jsonl)")
       ->check(CLI::ExistingFile);
   c->add_option("--against", o->against,
-                "Second calibration file: adds a diff section (CIEDE2000 per cell on the "
-                "colour checker, changes in words, worst cells side by side)")
+                "Baseline calibration file: adds a diff section of what changed from it to "
+                "--calib (CIEDE2000 per cell on the colour checker, changes in words, worst "
+                "cells side by side)")
+      ->check(CLI::ExistingFile);
+  c->add_option("--looks", o->looks,
+                "Looks description (the JSON `lumo calib build` reads) whose look names label "
+                "the LUT blocks they match byte for byte; may be given more than once")
       ->check(CLI::ExistingFile);
   c->add_option("-o,--output", o->output, "HTML file to write")->required();
   addHostOptions(*c, o->host, false);
