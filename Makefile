@@ -10,7 +10,7 @@ DEMO_OUT ?= demo-out
 FUZZ_SMOKE_SECONDS ?= 30
 FUZZ_SECONDS ?= 600
 
-.PHONY: all deps build test test-plain test-asan test-tsan test-arm64 fuzz-smoke fuzz demo bench format clean
+.PHONY: all deps build test test-plain test-asan test-tsan test-arm64 fuzz-smoke fuzz demo bench coverage mutants test-ratio format clean
 
 all: build
 
@@ -65,6 +65,17 @@ demo: build
 bench: build
 	./scripts/run-benchmarks.sh build/dev
 	./scripts/bench-end-to-end.sh build/dev
+
+# How much of the code the tests run, and whether they notice small faults
+# (docs/testing.md).
+coverage: deps
+	JOBS=$(JOBS) ./scripts/coverage.sh
+
+mutants: deps
+	JOBS=$(JOBS) ./scripts/mutants.sh
+
+test-ratio:
+	@./scripts/test-ratio.sh
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
