@@ -6,15 +6,15 @@
 #   scripts/mutants.sh [--check] [--only 1,5,9] [--build DIR] [--out FILE]
 #     --check   only verify that every snippet still occurs exactly once
 #     --only    run the listed mutants (numbered from 1 in list order)
-#     --build   build folder (default build/coverage; configured from the
-#               `coverage` preset when missing, so one build serves both)
+#     --build   build folder (default build/mutants, configured from the
+#               `mutants` preset when missing)
 #     --out     results, one line per mutant (default BUILD/mutants.tsv)
 # Exit: 0 when the run finished, 1 on a stale list or a broken baseline, 2 usage.
 set -euo pipefail
 cd "$(git rev-parse --show-toplevel)"
 
 list=scripts/mutants.txt
-build=build/coverage
+build=build/mutants
 out=""
 only=""
 check=0
@@ -72,7 +72,7 @@ done < <(entries)
 [[ $stale == 0 ]] || { echo "mutants: the list is stale; fix $list" >&2; exit 1; }
 [[ $check == 0 ]] || { echo "mutants: $(entries | wc -l) snippets, each found once"; exit 0; }
 
-if [[ ! -f "$build/build.ninja" ]]; then cmake --preset coverage >/dev/null; fi
+if [[ ! -f "$build/build.ninja" ]]; then cmake --preset mutants >/dev/null; fi
 jobs="${JOBS:-$(nproc)}"
 logs="$build/mutant-logs"
 mkdir -p "$logs"
