@@ -9,9 +9,9 @@ target_include_directories(lumo_plugin_test_support INTERFACE ${CMAKE_CURRENT_LI
 target_link_libraries(lumo_plugin_test_support INTERFACE vyhost lumo_calib GTest::gtest)
 
 lumo_add_gtest(plugin_core_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_object_test.cpp
-  LIBS lumo_filter_core lumo_plugin_test_support)
+  LIBS lumo_filter_core lumo_plugin_test_support LABELS arch)
 lumo_add_gtest(plugin_library_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_library_test.cpp
-  LIBS lumo_plugin_test_support)
+  LIBS lumo_plugin_test_support LABELS arch)
 lumo_add_gtest(plugin_threads_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_threads_test.cpp
   LIBS lumo_plugin_test_support LABELS tsan)
 foreach(suite plugin_library_test plugin_threads_test)
@@ -24,3 +24,4 @@ endforeach()
 # runs on cross builds.
 add_test(NAME plugin_abi COMMAND ${CMAKE_COMMAND} -DLIB=$<TARGET_FILE:lumo_filter>
          -P ${PROJECT_SOURCE_DIR}/cmake/check_plugin_abi.cmake)
+set_tests_properties(plugin_abi PROPERTIES LABELS arch)
