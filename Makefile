@@ -23,7 +23,18 @@ build: deps
 	cmake --preset dev
 	cmake --build --preset dev -j $(JOBS)
 
-test: deps test-plain test-asan test-tsan test-arm64 fuzz-smoke
+# The stages run one after the other; each one's wall time is printed at the
+# end (and kept in build/stage-times.txt) so a CI log shows where time went.
+TEST_STAGES := test-plain test-asan test-tsan test-arm64 fuzz-smoke
+test: deps
+	@mkdir -p build && rm -f build/stage-times.txt
+	@for stage in $(TEST_STAGES); do \
+	  start=$$(date +%s); \
+	  $(MAKE) --no-print-directory $$stage || exit 1; \
+	  echo "$$stage $$(( $$(date +%s) - start ))" >> build/stage-times.txt; \
+	done
+	@awk '{ printf "%-12s %3d:%02d\n", $$1, $$2 / 60, $$2 % 60; t += $$2 } \
+	  END { printf "%-12s %3d:%02d\n", "total", t / 60, t % 60 }' build/stage-times.txt
 
 # The plain build also compiles the benchmarks, so they keep building; only
 # `make bench` runs them. The sanitizer builds leave them out.
