@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -137,42 +136,26 @@ void effectScriptSeeds() {
 // Session lines as `lumo generate` and users write them: the named
 // conditions, raw tags of every type, explicit geometry and files.
 void sessionSeeds() {
-  using nlohmann::json;
-  std::vector<json> lines;
-  lines.push_back({{"instance", "preview"}});
-  lines.push_back({{"instance", "snapshot"},
-                   {"frame", 7},
-                   {"width", 64},
-                   {"height", 48},
-                   {"stride", 80},
-                   {"scanline", 50},
-                   {"format", "nv12"},
-                   {"meta",
-                    {{"stylization", 2},
-                     {"cct", 5000},
-                     {"lux", "0x43ce7333"},
-                     {"scene", "sunrise_sunset"},
-                     {"faces", 2},
-                     {"zoom", 2},
-                     {"image_name", "IMG_1"}}}});
-  lines.push_back(
-      {{"instance", "preview"},
-       {"input", "in_4x2_6_4.nv21"},
-       {"output", "o_4x2_6_4.nv21"},
-       {"meta",
-        {{"stylization", 1},
-         {"tags",
-          {{hostsim::kTagAwbFrameControl, {{"type", "u8"}, {"values", {1, 2, 3}}}},
-           {"0x1002F", {{"type", "f32"}, {"values", {"inf", 1.5, "nan"}}}},
-           {"android.control.zoomRatio", {{"type", "f64"}, {"values", {"0x3ff0000000000000"}}}},
-           {"7", {{"type", "i64"}, {"values", {-1}}}},
-           {"vendor.name", {{"type", "string"}, {"values", "x"}}},
-           {"vendor.count", {{"type", "i32"}, {"values", {-5, 9}}}},
-           {"vendor.u", {{"type", "u32"}, {"values", {4294967295u}}}}}}}}});
-  lines.push_back({{"instance", "preview"}, {"input", "generated:gradient"}});
+  const std::string lines[] = {
+      R"({"instance": "preview"})",
+      R"({"instance": "snapshot", "frame": 7, "width": 64, "height": 48, "stride": 80,)"
+      R"( "scanline": 50, "format": "nv12", "meta": {"stylization": 2, "cct": 5000,)"
+      R"( "lux": "0x43ce7333", "scene": "sunrise_sunset", "faces": 2, "zoom": 2,)"
+      R"( "image_name": "IMG_1"}})",
+      R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "o_4x2_6_4.nv21",)"
+      R"( "meta": {"stylization": 1, "tags": {")" +
+          std::string(hostsim::kTagAwbFrameControl) +
+          R"(": {"type": "u8", "values": [1, 2, 3]},)"
+          R"( "0x1002F": {"type": "f32", "values": ["inf", 1.5, "nan"]},)"
+          R"( "android.control.zoomRatio": {"type": "f64", "values": ["0x3ff0000000000000"]},)"
+          R"( "7": {"type": "i64", "values": [-1]},)"
+          R"( "vendor.name": {"type": "string", "values": "x"},)"
+          R"( "vendor.count": {"type": "i32", "values": [-5, 9]},)"
+          R"( "vendor.u": {"type": "u32", "values": [4294967295]}}}})",
+      R"({"instance": "preview", "input": "generated:gradient"})"};
   int n = 0;
-  for (const json& line : lines)
-    writeSeed("session_line", "line" + std::to_string(n++), line.dump());
+  for (const std::string& line : lines)
+    writeSeed("session_line", "line" + std::to_string(n++), line);
 }
 
 void dumpNameSeeds() {

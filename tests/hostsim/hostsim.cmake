@@ -17,7 +17,7 @@ target_compile_definitions(hostsim_silent_plugin PRIVATE ENTRY=tavuconnect ENTRY
 
 file(GLOB HOSTSIM_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/*_test.cpp)
 list(FILTER HOSTSIM_TEST_SOURCES EXCLUDE REGEX "concurrency_test\\.cpp$")
-lumo_add_gtest(hostsim_tests SOURCES ${HOSTSIM_TEST_SOURCES} LIBS vyhost)
+lumo_add_gtest(hostsim_tests SOURCES ${HOSTSIM_TEST_SOURCES} LIBS vyhost LABELS arch)
 add_dependencies(hostsim_tests hostsim_minimal_plugin hostsim_refusing_plugin
                  hostsim_entryless_plugin hostsim_silent_plugin)
 target_compile_definitions(hostsim_tests PRIVATE ${HOSTSIM_PLUGIN_PATHS})

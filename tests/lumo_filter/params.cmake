@@ -5,6 +5,7 @@ if(TARGET lumo_filter_core AND TARGET lumo_calib)
   target_link_libraries(lumo_param_fixtures INTERFACE lumo_filter_core lumo_calib GTest::gtest)
   foreach(part store trigger)
     lumo_add_gtest(param_${part}_test
-      SOURCES ${CMAKE_CURRENT_LIST_DIR}/param_${part}_test.cpp LIBS lumo_param_fixtures)
+      SOURCES ${CMAKE_CURRENT_LIST_DIR}/param_${part}_test.cpp LIBS lumo_param_fixtures
+      LABELS arch)
   endforeach()
 endif()

@@ -5,7 +5,8 @@ lumo_add_gtest(render_core_tests
           ${CMAKE_CURRENT_LIST_DIR}/color_math_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/render_accuracy_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/render_effects_test.cpp
-  LIBS videoprocess_core)
+  LIBS videoprocess_core
+  LABELS arch)
 
 # Concurrency: the pool and banded rendering, also run under TSan.
 lumo_add_gtest(render_pool_tests
@@ -17,7 +18,8 @@ lumo_add_gtest(render_pool_tests
 # although the test calls nothing in it directly.
 lumo_add_gtest(render_sdk_tests
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/sdk_filter_test.cpp
-  LIBS "-Wl,--no-as-needed" videoprocess "-Wl,--as-needed" vyhost)
+  LIBS "-Wl,--no-as-needed" videoprocess "-Wl,--as-needed" vyhost
+  LABELS arch)
 
 # arm64: the emulator's default CPU has SVE2 with 512-bit vectors, which the
 # whole suite above runs on. The kernel accuracy tests run again at 128 and
@@ -34,6 +36,6 @@ if(CMAKE_CROSSCOMPILING_EMULATOR AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|a
              COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} -cpu max,sve-default-vector-length=${bytes}
                      $<TARGET_FILE:render_core_tests> --gtest_filter=RenderAccuracy.*)
     set_tests_properties(render_kernels_sve${bits} PROPERTIES
-      ENVIRONMENT LUMO_RENDER_EXPECT_TARGET=${target})
+      ENVIRONMENT LUMO_RENDER_EXPECT_TARGET=${target} LABELS arch)
   endforeach()
 endif()

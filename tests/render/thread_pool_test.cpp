@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -36,10 +37,13 @@ TEST(ThreadPool, UsesItsWorkers) {
   std::mutex mutex;
   std::set<std::thread::id> seen;
   std::atomic<int> waiting{0};
-  // Each task waits until three tasks are running, so three threads must take part.
+  // Each task waits until three tasks are running, so three threads must take
+  // part; a pool short of threads fails at the deadline instead of hanging.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   pool.run(3, [&](size_t) {
     waiting.fetch_add(1);
-    while (waiting.load() < 3) std::this_thread::yield();
+    while (waiting.load() < 3 && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::yield();
     std::lock_guard<std::mutex> lock(mutex);
     seen.insert(std::this_thread::get_id());
   });

@@ -180,21 +180,3 @@ TEST_F(CalibBuildSourcesCli, EachLutFileIsReportedWithItsErrorAndProblemsAndLayo
     EXPECT_FALSE(fs::exists(dir / "bad.bin"));
   }
 }
-
-TEST_F(CalibBuildSourcesCli, HelpTextsSayWhatIsChecked) {
-  const struct {
-    const char* command;
-    std::vector<std::string> mentions;
-  } cases[] = {
-      {"lut doctor --help", {"blue-fastest", "outside 0..1", "NaN", "domain", "identity", "52^3"}},
-      {"calib lint --help",
-       {"single-cct", "no-low-lux", "never-chosen", "missing-scene", "zoom-order"}},
-      {"calib diff --help", {"CIEDE2000", "three worst patches", "by ratio"}},
-      {"calib build --help", {".3dl", ".clf", ".csp", ".spi3d", "Hald", "resampling error"}},
-  };
-  for (const auto& c : cases) {
-    const Outcome o = lumo(c.command);
-    EXPECT_EQ(o.status, 0) << c.command;
-    for (const std::string& m : c.mentions) EXPECT_THAT(o.out, HasSubstr(m)) << c.command;
-  }
-}

@@ -101,11 +101,11 @@ class FromDumpsCli : public ToolTest {
 protected:
   // Replays `session` with both instances dumping into ROOT/data/vendor/camera.
   Outcome replayDumping(const std::string& session, const std::string& root,
-                        const std::string& out) const {
+                        const std::string& out, const std::string& options = "") const {
     fs::create_directories(dir / root / "odm/etc/camera");
     fs::copy_file(dir / "calib.bin", dir / root / "odm/etc/camera/lumo_filter_param.bin");
     return lumo("replay " + session + " --device-root " + root + " --out " + out +
-                " --prop persist.vendor.camera.lumofilter.dumpMode=3");
+                " --prop persist.vendor.camera.lumofilter.dumpMode=3" + options);
   }
   // Dump files by name, the preview text dump under one name (its time stamp differs).
   std::map<std::string, std::string> dumps(const std::string& root) const {
@@ -117,7 +117,8 @@ protected:
   }
 };
 
-// The device's dumps, turned into a session and replayed, give the same dumps again.
+// The device's dumps, turned into a session and replayed, give the same dumps
+// again, also when frames are read ahead and written behind (--jobs).
 TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
   ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o calib.bin").status, 0);
   write(
@@ -136,7 +137,7 @@ TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_EQ(o.out, "again/s.jsonl: 4 frames (2 preview, 2 snapshot), 0 without recorded values\n");
   EXPECT_EQ(o.err, "");
-  o = replayDumping("again/s.jsonl", "dev2", "out2");
+  o = replayDumping("again/s.jsonl", "dev2", "out2", " --jobs 3");
   ASSERT_EQ(o.status, 0) << o.err;
   const auto first = dumps("dev"), second = dumps("dev2");
   EXPECT_EQ(first.size(), 4u * 2 + 2 + 1);  // image pairs, snapshot texts, the preview text

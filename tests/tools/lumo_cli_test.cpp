@@ -311,6 +311,7 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
             "zoom=-1.000000 name=-");
 }
 
+<<<<<<< ours
 TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
   for (const char* args :
        {"replay", "run x.png -o y.png --lux bright", "frobnicate", "generate moon -o m.png",
@@ -325,6 +326,8 @@ TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
   }
 }
 
+=======
+>>>>>>> theirs
 // The validator's and the description reader's messages are checked in tests/calib;
 // here: one report per file, exit 1 when one fails, and no output left behind.
 TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
