@@ -311,23 +311,6 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
             "zoom=-1.000000 name=-");
 }
 
-<<<<<<< ours
-TEST_F(ReplayCli, UsageErrorsExitTwoAndEveryCommandHasHelp) {
-  for (const char* args :
-       {"replay", "run x.png -o y.png --lux bright", "frobnicate", "generate moon -o m.png",
-        "run x.png -o y.png --instance video", "run x.png -o y.png --scene moon",
-        "run x.png -o y.png --stylization -1"})
-    EXPECT_EQ(lumo(args).status, 2) << args;
-  for (const char* cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
-                          "calib dump", "calib export", "generate"}) {
-    const Outcome o = lumo(std::string(cmd) + " --help");
-    EXPECT_EQ(o.status, 0) << cmd;
-    EXPECT_NE(o.out.find("Usage:"), std::string::npos) << cmd;
-  }
-}
-
-=======
->>>>>>> theirs
 // The validator's and the description reader's messages are checked in tests/calib;
 // here: one report per file, exit 1 when one fails, and no output left behind.
 TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
