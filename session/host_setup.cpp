@@ -5,6 +5,7 @@
 #include <hostsim/device_root.h>
 #include <hostsim/log_sink.h>
 #include <hostsim/properties.h>
+#include <lumo/contract.h>
 #include <platform/device_path.h>
 
 #include <filesystem>
@@ -56,11 +57,9 @@ void applyHostSetup(const HostSetup& setup) {
   hostsim::setAndroidLogMinPriority(priorityOf(level));
 }
 
-std::string calibrationFilePath() {
-  return vyplatform::devicePath("/odm/etc/camera/lumo_filter_param.bin");
-}
+std::string calibrationFilePath() { return vyplatform::devicePath(kParamFilePath); }
 
-std::string dumpFolderPath() { return vyplatform::devicePath("/data/vendor/camera/"); }
+std::string dumpFolderPath() { return vyplatform::devicePath(kDumpFolder); }
 
 std::string defaultPluginPath() {
   std::error_code ec;

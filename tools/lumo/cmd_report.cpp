@@ -2,6 +2,7 @@
 // holds, what the plugin's selection makes of it, and what the plugin did
 // with each frame of a session.
 #include <calib/calibration_reader.h>
+#include <lumo/contract.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include "atomic_file.h"
 #include "calib_findings.h"
 #include "commands.h"
+#include "coverage.h"
 #include "diff_section.h"
 #include "failure.h"
 #include "frame_source.h"
@@ -20,10 +22,9 @@
 #include "host_setup.h"
 #include "image_files.h"
 #include "picture_crop.h"
-#include "coverage.h"
 #include "pictures.h"
-#include "sections.h"
 #include "report_command.h"
+#include "sections.h"
 
 namespace lumo {
 namespace {
@@ -295,8 +296,9 @@ void writeReport(ReportOptions& o) {
     if (!fs::exists(calibPath)) calibPath.clear();
   } else if (!o.session.empty() && o.host.setup.deviceRoot.empty()) {
     // The session runs against the calibration the page shows.
-    fs::create_directories(device.path / "odm/etc/camera");
-    fs::copy_file(calibPath, device.path / "odm/etc/camera/lumo_filter_param.bin");
+    const fs::path deviceCalib = device.path / fs::path(kParamFilePath).relative_path();
+    fs::create_directories(deviceCalib.parent_path());
+    fs::copy_file(calibPath, deviceCalib);
     o.host.setup.deviceRoot = device.path.string();
   }
   CalibrationPart calibration;
