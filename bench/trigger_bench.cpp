@@ -2,6 +2,7 @@
 // blend case, and a trigger call whose calibration cell did not change.
 #include <benchmark/benchmark.h>
 #include <calib/calibration_file.h>
+#include <lumo/contract.h>
 #include <unistd.h>
 #include <vyalgo2/VyLog.h>
 
@@ -87,7 +88,7 @@ struct TriggerFixture {
     std::vector<calib::LuxBand> bands(2);
     bands[0] = {100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}};
     bands[1] = {400, 500, {{2000, 3000, 2}, {4000, 5000, 3}}};
-    file.scenes.push_back({"common", bands, std::nullopt});
+    file.scenes.push_back({lumo::kCommonScene, bands, std::nullopt});
     file.zooms.push_back({1.0f, bands, std::nullopt});
     for (unsigned i = 0; i < 4; i++) {
       file.luts.emplace_back(calib::kLutBlockBytes, static_cast<uint8_t>(40 * i));
@@ -100,7 +101,7 @@ struct TriggerFixture {
     gVyCamLogLevel = 7;
     gVyCamOfflineLogLevel = 7;
     store = std::make_unique<ParamUtil>(path);
-    trigger.initialize(param_trigger_init_info{false, "RealTimePreview"}, *store);
+    trigger.initialize(param_trigger_init_info{false, lumo::kPreviewInstance}, *store);
   }
   ~TriggerFixture() { std::filesystem::remove_all(dir); }
   std::filesystem::path dir;
@@ -121,7 +122,7 @@ void BM_TriggerUnchangedCell(benchmark::State& state) {
   input.lux = 150;
   input.cct = 2500;
   input.zoom_ratio = 1.0f;
-  input.aiscene = "common";
+  input.aiscene = lumo::kCommonScene;
   bool changed = false;
   f.trigger.trigger(input, &f.lut, &f.shading, changed);
   for (auto _ : state) {
@@ -141,7 +142,7 @@ void BM_TriggerChangedCell(benchmark::State& state) {
   inputs[1].cct = 2500;
   for (auto& in : inputs) {
     in.zoom_ratio = 1.0f;
-    in.aiscene = "common";
+    in.aiscene = lumo::kCommonScene;
   }
   size_t i = 0;
   for (auto _ : state) {

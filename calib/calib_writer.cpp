@@ -1,5 +1,5 @@
-// Encodes a calibration description into the byte layout the plugin loads,
-// and writes it to disk atomically.
+// Encodes a calibration description into the byte layout the plugin loads
+// (lumo/calib_layout.h), and writes it to disk atomically.
 #include <unistd.h>
 
 #include <algorithm>
@@ -115,8 +115,7 @@ std::vector<uint8_t> serialize(const CalibrationFile& file) {
 
   const uint16_t sceneCount = checkedU16(file.scenes.size(), "scene count");
   const uint16_t zoomCount = checkedU16(file.zooms.size(), "zoom block count");
-  const size_t headerBytes =
-      2 + 2 * size_t{sceneCount} + 8 + 2 * size_t{zoomCount} + 3 * kTextFieldBytes;
+  const size_t headerBytes = calib_layout::headerBytes(sceneCount, zoomCount);
   const size_t paramStart = placeAt(file.paramDataOffset, headerBytes, "paramDataOffset");
   size_t paramBytes = 0;
   for (uint16_t s : sceneSizes) paramBytes += s;

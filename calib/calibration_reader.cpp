@@ -5,6 +5,8 @@
 // tree. Every departure from the format becomes an Issue; decoding goes on
 // as far as the bytes allow.
 #include <calib/calibration_reader.h>
+#include <lumo/calib_layout.h>
+#include <lumo/contract.h>
 
 #include <algorithm>
 #include <cmath>
@@ -20,6 +22,7 @@ namespace calib {
 namespace {
 
 using Severity = Issue::Severity;
+using calib_layout::ByteCursor;
 
 class Walker {
 public:
@@ -34,7 +37,8 @@ private:
     else
       ++(s == Severity::Error ? m_result.unlistedErrors : m_result.unlistedWarnings);
   }
-  bool has(size_t offset, size_t size) const { return offset + size <= m_bytes.size(); }
+  ByteCursor at(size_t offset) const { return ByteCursor(m_bytes.data(), m_bytes.size(), offset); }
+  bool has(size_t offset, size_t size) const { return at(offset).has(size); }
   // Blocks whose declared sizes overlap make every later block re-read the
   // same bytes; once the issues run into the thousands, the walk stops
   // (saying so) instead of spending seconds listing more of the same.
@@ -48,12 +52,15 @@ private:
     m_stopped = true;
     return true;
   }
-  uint16_t u16(size_t o) const { return uint16_t(m_bytes[o] | (m_bytes[o + 1] << 8)); }
+  // Fields the walk has already checked are there.
+  uint16_t u16(size_t o) const {
+    uint16_t v = 0;
+    at(o).u16(v);
+    return v;
+  }
   float f32(size_t o) const {
-    uint32_t v = uint32_t(m_bytes[o]) | uint32_t(m_bytes[o + 1]) << 8 |
-                 uint32_t(m_bytes[o + 2]) << 16 | uint32_t(m_bytes[o + 3]) << 24;
-    float f;
-    std::memcpy(&f, &v, 4);
+    float f = 0;
+    at(o).f32(f);
     return f;
   }
   bool need(size_t offset, size_t size, const std::string& record, const std::string& what) {
@@ -118,31 +125,41 @@ void Walker::checkOrder(const std::vector<Band>& list, size_t i, size_t offset,
 
 size_t Walker::bands(size_t offset, const std::string& record, std::vector<LuxBand>& out,
                      bool lutTree) {
-  if (!need(offset, 2, record, "the lux band count")) return 0;
+  using namespace calib_layout;
+  if (!need(offset, kLuxCountBytes, record, "the lux band count")) return 0;
   const uint16_t count = u16(offset);
-  offset += 2;
+  offset += kLuxCountBytes;
   if (count == 0)
-    issue(Severity::Warning, offset - 2, record, "no lux bands: frames here find nothing");
+    issue(Severity::Warning, offset - kLuxCountBytes, record,
+          "no lux bands: frames here find nothing");
   for (uint16_t l = 0; l < count; ++l) {
     const std::string lr = record + ", lux band " + std::to_string(l);
-    if (!need(offset, 6, lr, "the lux record")) return 0;
-    LuxBand band{u16(offset), u16(offset + 2), {}};
-    const uint16_t cctCount = u16(offset + 4);
+    if (!need(offset, kLuxHeadBytes, lr, "the lux record")) return 0;
+    ByteCursor head = at(offset);
+    LuxBand band;
+    uint16_t cctCount = 0;
+    head.u16(band.start);
+    head.u16(band.end);
+    head.u16(cctCount);
     const size_t luxOffset = offset;
-    offset += 6;
+    offset += kLuxHeadBytes;
     if (cctCount == 0)
       issue(Severity::Warning, luxOffset, lr, "no CCT bands: frames in this band find nothing");
     for (uint16_t c = 0; c < cctCount; ++c) {
       const std::string cr = lr + ", cct band " + std::to_string(c);
-      if (!need(offset, 6, cr, "the CCT record")) return 0;
-      band.ccts.push_back({u16(offset), u16(offset + 2), u16(offset + 4)});
+      if (!need(offset, kCctBytes, cr, "the CCT record")) return 0;
+      ByteCursor fields = at(offset);
+      CctBand& cct = band.ccts.emplace_back();
+      fields.u16(cct.start);
+      fields.u16(cct.end);
+      fields.u16(cct.index);
       checkOrder(
           band.ccts, c, offset, cr, "CCT", [](const CctBand& b) { return b.start; },
           [](const CctBand& b) { return b.end; });
       const int index = band.ccts.back().index;
       (lutTree ? m_lastLut : m_lastShading) = index;
-      (lutTree ? m_lutRefs : m_shadingRefs).push_back({index, {offset + 4, cr}});
-      offset += 6;
+      (lutTree ? m_lutRefs : m_shadingRefs).push_back({index, {offset + kCctIndexField, cr}});
+      offset += kCctBytes;
     }
     out.push_back(std::move(band));
     checkOrder(
@@ -153,35 +170,38 @@ size_t Walker::bands(size_t offset, const std::string& record, std::vector<LuxBa
 }
 
 ReadResult Walker::run() {
+  using namespace calib_layout;
   Layout& layout = m_result.layout;
   CalibrationFile& file = m_result.file;
   layout.fileSize = m_bytes.size();
   const std::string header = "header";
-  if (!need(0, 2, header, "aiScenesCount")) return m_result;
+  if (!need(0, kU16Bytes, header, "aiScenesCount")) return m_result;
   const size_t a = u16(0);
-  if (!need(2, 2 * a + 8, header, "the header up to shadingZoomRatioCount")) return m_result;
+  if (!need(kSceneSizesOffset, headerHeadBytes(a) - kSceneSizesOffset, header,
+            "the header up to shadingZoomRatioCount"))
+    return m_result;
   std::vector<uint16_t> sceneSizes(a), zoomSizes;
-  for (size_t i = 0; i < a; ++i) sceneSizes[i] = u16(2 + 2 * i);
-  layout.paramDataOffset = u16(2 + 2 * a);
-  layout.lutDataOffset = u16(4 + 2 * a);
-  file.lut3dSize = u16(6 + 2 * a);
-  const size_t z = u16(8 + 2 * a);
-  layout.headerEnd = 778 + 2 * a + 2 * z;
+  for (size_t i = 0; i < a; ++i) sceneSizes[i] = u16(sceneSizeOffset(i));
+  layout.paramDataOffset = u16(paramDataOffsetField(a));
+  layout.lutDataOffset = u16(lutDataOffsetField(a));
+  file.lut3dSize = u16(lut3dSizeField(a));
+  const size_t z = u16(zoomCountField(a));
+  layout.headerEnd = headerBytes(a, z);
   if (!need(0, layout.headerEnd, header,
             "a header with " + std::to_string(a) + " scene sizes and " + std::to_string(z) +
                 " zoom sizes"))
     return m_result;
-  for (size_t i = 0; i < z; ++i) zoomSizes.push_back(u16(10 + 2 * a + 2 * i));
-  const size_t texts = 10 + 2 * a + 2 * z;
-  file.triggerControl = text(texts, kTextFieldBytes, "header, trigger_control", "trigger_control");
-  file.paramType = text(texts + 256, kTextFieldBytes, "header, param_type", "param_type");
-  file.paramRange = text(texts + 512, kTextFieldBytes, "header, param_range", "param_range");
+  for (size_t i = 0; i < z; ++i) zoomSizes.push_back(u16(zoomSizeOffset(a, i)));
+  file.triggerControl =
+      text(textOffset(a, z, 0), kTextBytes, "header, trigger_control", "trigger_control");
+  file.paramType = text(textOffset(a, z, 1), kTextBytes, "header, param_type", "param_type");
+  file.paramRange = text(textOffset(a, z, 2), kTextBytes, "header, param_range", "param_range");
   if (file.lut3dSize != kLutEdge)
-    issue(Severity::Warning, 6 + 2 * a, "header, lut3d_size",
+    issue(Severity::Warning, lut3dSizeField(a), "header, lut3d_size",
           "lut3d_size is " + std::to_string(file.lut3dSize) +
               "; blocks are cut as 17x17x17 (14739 bytes) whatever it says");
   if (layout.paramDataOffset < layout.headerEnd)
-    issue(Severity::Error, 2 + 2 * a, "header, paramDataOffset",
+    issue(Severity::Error, paramDataOffsetField(a), "header, paramDataOffset",
           "parameter data at " + std::to_string(layout.paramDataOffset) +
               " begins inside the header: expected at least " + std::to_string(layout.headerEnd));
   if (layout.paramDataOffset != layout.headerEnd) file.paramDataOffset = layout.paramDataOffset;
@@ -199,13 +219,11 @@ ReadResult Walker::run() {
       if (!names.insert(block.name).second)
         issue(Severity::Warning, pos, record,
               "the scene name repeats: the loader keeps the first block");
-      const auto& known = knownSceneNames();
-      if (std::find(known.begin(), known.end(), block.name) == known.end())
+      if (!lumo::isCameraScene(block.name))
         issue(Severity::Warning, pos, record,
-              "the camera never reports this scene (it reports common, plants, night, "
-              "sunrise_sunset, food, protrait)");
-      const size_t end = bands(pos + kSceneNameBytes, record, block.luxBands, true);
-      block.declaredSize = declared(pos, end, sceneSizes[i], 2 + 2 * i, record,
+              "the camera never reports this scene (it reports " + lumo::sceneNameList() + ")");
+      const size_t end = bands(pos + kSceneBandsOffset, record, block.luxBands, true);
+      block.declaredSize = declared(pos, end, sceneSizes[i], sceneSizeOffset(i), record,
                                     "aiScenesSize[" + std::to_string(i) + "]");
     }
     file.scenes.push_back(std::move(block));
@@ -217,7 +235,7 @@ ReadResult Walker::run() {
     if (flooded(pos, record)) break;
     layout.zoomOffsets.push_back(pos);
     ZoomBlock block;
-    if (need(pos, 4, record, "the zoom ratio")) {
+    if (need(pos, kF32Bytes, record, "the zoom ratio")) {
       block.ratio = f32(pos);
       std::ostringstream r;
       r << block.ratio;
@@ -228,8 +246,8 @@ ReadResult Walker::run() {
       else if (!ratios.insert(block.ratio).second)
         issue(Severity::Warning, pos, record,
               "the zoom ratio repeats: the loader keeps the first block");
-      const size_t end = bands(pos + 4, record, block.luxBands, false);
-      block.declaredSize = declared(pos, end, zoomSizes[j], 10 + 2 * a + 2 * j, record,
+      const size_t end = bands(pos + kZoomBandsOffset, record, block.luxBands, false);
+      block.declaredSize = declared(pos, end, zoomSizes[j], zoomSizeOffset(a, j), record,
                                     "shadingZoomRatioSize[" + std::to_string(j) + "]");
     }
     file.zooms.push_back(std::move(block));
@@ -255,27 +273,28 @@ ReadResult Walker::run() {
   checkRefs(m_shadingRefs, layout.shadingCount, "shading", "zoom");
 
   if (layout.lutDataOffset < paramEnd)
-    issue(Severity::Error, 4 + 2 * a, "header, lutDataOffset",
+    issue(Severity::Error, lutDataOffsetField(a), "header, lutDataOffset",
           "LUT pool at " + std::to_string(layout.lutDataOffset) +
               " overlaps the parameter data: expected at least " + std::to_string(paramEnd));
   if (layout.lutDataOffset != paramEnd) file.lutDataOffset = layout.lutDataOffset;
-  const size_t lutBytes = layout.lutCount * kLutBlockBytes;
-  const size_t poolEnd = layout.lutDataOffset + lutBytes + layout.shadingCount * 32;
+  const size_t poolEnd =
+      layout.lutDataOffset + shadingBlockOffset(layout.lutCount, layout.shadingCount);
   if (!need(layout.lutDataOffset, poolEnd - layout.lutDataOffset, "pools",
             std::to_string(layout.lutCount) + " LUT and " + std::to_string(layout.shadingCount) +
                 " shading blocks"))
     return m_result;
   for (size_t i = 0; i < layout.lutCount; ++i) {
-    const auto begin = m_bytes.begin() + long(layout.lutDataOffset + i * kLutBlockBytes);
+    const auto begin = m_bytes.begin() + long(layout.lutDataOffset + lutBlockOffset(i));
     file.luts.emplace_back(begin, begin + long(kLutBlockBytes));
   }
   for (size_t i = 0; i < layout.shadingCount; ++i) {
     ShadingBlock s{};
-    const size_t o = layout.lutDataOffset + lutBytes + i * 32;
-    for (size_t k = 0; k < kShadingBlockFloats; ++k) {
-      s[k] = f32(o + 4 * k);
+    ByteCursor block = at(layout.lutDataOffset + shadingBlockOffset(layout.lutCount, i));
+    for (size_t k = 0; k < kShadingFloats; ++k) {
+      const size_t offset = block.pos();
+      block.f32(s[k]);
       if (!std::isfinite(s[k]))
-        issue(Severity::Warning, o + 4 * k, "shading block " + std::to_string(i),
+        issue(Severity::Warning, offset, "shading block " + std::to_string(i),
               "value " + std::to_string(k) + " is not finite: the renderer skips this shading");
     }
     file.shadings.push_back(s);
@@ -298,8 +317,8 @@ bool ReadResult::ok() const {
 }
 
 const std::vector<std::string>& knownSceneNames() {
-  static const std::vector<std::string> names = {"common",         "plants", "night",
-                                                 "sunrise_sunset", "food",   "protrait"};
+  static const std::vector<std::string> names(std::begin(lumo::kSceneNames),
+                                              std::end(lumo::kSceneNames));
   return names;
 }
 

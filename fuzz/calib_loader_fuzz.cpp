@@ -3,6 +3,7 @@
 // are the lux, CCT, zoom ratio and scene of a few frames that are then
 // triggered against whatever the store accepted.
 #include <fuzzer/FuzzedDataProvider.h>
+#include <lumo/contract.h>
 
 #include <cstring>
 #include <memory>
@@ -14,13 +15,16 @@
 
 namespace {
 
-// The calibrated scene names, one that no file carries, and the empty name.
-const char* const kSceneNames[] = {"common",   "plants", "night",   "sunrise_sunset",
-                                   "protrait", "food",   "unknown", ""};
+// The camera's scene names, then one that no file carries and the empty name.
+const char* sceneName(uint8_t pick) {
+  constexpr size_t kNames = std::size(lumo::kSceneNames);
+  const size_t i = pick % (kNames + 2);
+  return i < kNames ? lumo::kSceneNames[i] : i == kNames ? "unknown" : "";
+}
 
 param_trigger_t consumeTrigger(FuzzedDataProvider& in) {
   param_trigger_t t;
-  t.aiscene = kSceneNames[in.ConsumeIntegral<uint8_t>() % std::size(kSceneNames)];
+  t.aiscene = sceneName(in.ConsumeIntegral<uint8_t>());
   t.lux = in.ConsumeIntegral<uint16_t>();
   t.cct = in.ConsumeIntegral<uint16_t>();
   const uint32_t zoomBits = in.ConsumeIntegral<uint32_t>();
@@ -37,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (param_trigger_t& t : triggers) t = consumeTrigger(in);
   const std::vector<uint8_t> file = in.ConsumeRemainingBytes<uint8_t>();
 
-  const std::string& path = lumofuzz::scratchPath("lumo_filter_param.bin");
+  const std::string& path = lumofuzz::scratchPath(lumo::kParamFileName);
   lumofuzz::writeScratch(path, file.data(), file.size());
   ParamUtil store(path);
   store.printParam();

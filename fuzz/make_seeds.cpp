@@ -6,7 +6,7 @@
 #include <calib/calibration_file.h>
 #include <calib/cube_lut.h>
 #include <calib/looks.h>
-#include <hostsim/metadata_tags.h>
+#include <lumo/contract.h>
 
 #include <cmath>
 #include <cstdio>
@@ -47,18 +47,18 @@ calib::LutBlock patternLut(size_t block) {
 std::vector<calib::CalibrationFile> calibrationFiles() {
   std::vector<calib::CalibrationFile> files;
   calib::CalibrationFile plain;
-  plain.scenes = {{"common", {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
+  plain.scenes = {{lumo::kCommonScene, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
   plain.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
   plain.luts = {patternLut(0)};
   plain.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f}};
   files.push_back(plain);
 
   calib::CalibrationFile banded = plain;
-  banded.scenes = {{"common",
+  banded.scenes = {{lumo::kCommonScene,
                     {{0, 300, {{0, 4000, 0}, {4001, 60000, 1}}}, {301, 60000, {{0, 60000, 2}}}},
                     std::nullopt},
-                   {"night", {{0, 100, {{0, 3000, 1}, {3001, 9000, 2}}}}, uint16_t(200)},
-                   {"plants", {}, std::nullopt}};
+                   {lumo::kNightScene, {{0, 100, {{0, 3000, 1}, {3001, 9000, 2}}}}, uint16_t(200)},
+                   {lumo::kPlantsScene, {}, std::nullopt}};
   banded.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt},
                   {2.0f, {{0, 500, {{0, 5000, 1}}}}, std::nullopt}};
   banded.luts = {patternLut(0), patternLut(1), patternLut(2)};
@@ -102,6 +102,7 @@ void calibrationSeeds() {
   for (size_t i = 0; i < files.size(); ++i) {
     const std::vector<uint8_t> bytes = calib::serialize(files[i]);
     writeSeed("calib_reader", "file" + std::to_string(i), bytes);
+    writeSeed("calib_agreement", "file" + std::to_string(i), bytes);
     writeSeed("calib_loader", "file" + std::to_string(i), tail.after(bytes));
   }
 }
@@ -144,7 +145,7 @@ void sessionSeeds() {
       R"( "image_name": "IMG_1"}})",
       R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "o_4x2_6_4.nv21",)"
       R"( "meta": {"stylization": 1, "tags": {")" +
-          std::string(hostsim::kTagAwbFrameControl) +
+          std::string(lumo::kTagAwbFrameControl) +
           R"(": {"type": "u8", "values": [1, 2, 3]},)"
           R"( "0x1002F": {"type": "f32", "values": ["inf", 1.5, "nan"]},)"
           R"( "android.control.zoomRatio": {"type": "f64", "values": ["0x3ff0000000000000"]},)"
@@ -188,10 +189,10 @@ void metadataSeeds() {
   std::memcpy(&luxBits, &lux, 4);
   std::memcpy(&zoomBits, &zoom, 4);
   const std::vector<std::vector<Entry>> frames = {
-      {{0, 0, uint8_t(hostsim::kAwbRecordBytes),
-        record(hostsim::kAwbRecordBytes, hostsim::kAwbCctOffset, 5000)},
-       {1, 0, uint8_t(hostsim::kAecRecordBytes),
-        record(hostsim::kAecRecordBytes, hostsim::kAecLuxOffset, luxBits)},
+      {{0, 0, uint8_t(lumo::kAwbRecordBytes),
+        record(lumo::kAwbRecordBytes, lumo::kAwbCctOffset, 5000)},
+       {1, 0, uint8_t(lumo::kAecRecordBytes),
+        record(lumo::kAecRecordBytes, lumo::kAecLuxOffset, luxBits)},
        {2, 1, 1, record(4, 0, 4)},
        {6, 2, 1, record(4, 0, zoomBits)},
        {7, 1, 8, std::vector<uint8_t>(32, 1)},

@@ -2,6 +2,7 @@
 // raw image dump.
 #include <android/log.h>
 #include <hostsim/device_root.h>
+#include <lumo/contract.h>
 #include <platform/device_path.h>
 #include <sys/stat.h>
 #include <system/graphics.h>
@@ -19,7 +20,6 @@ namespace vyalgo2 {
 namespace {
 
 constexpr const char* kTag = "VyAlgoEngine";
-constexpr const char* kDumpFolder = "/data/vendor/camera/";
 
 const char* dumpExtension(uint32_t format) {
   switch (format) {
@@ -71,7 +71,7 @@ int PluginUtils::dumpToFile(VyImageBuffer* buffer, const char* name) {
     __android_log_print(ANDROID_LOG_ERROR, kTag, "dumpToFile %s: %s", name, why.c_str());
     return -1;
   }
-  const std::string folder = vyplatform::devicePath(kDumpFolder);
+  const std::string folder = vyplatform::devicePath(lumo::kDumpFolder);
   struct stat st {};
   if (stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
     __android_log_print(ANDROID_LOG_ERROR, kTag, "dumpToFile %s: dump folder %s does not exist",

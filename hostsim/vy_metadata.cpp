@@ -1,6 +1,7 @@
 // Camera metadata: typed entries keyed by tag number. Vendor tags get their
 // numbers from one process-wide name registry, so every metadata object of
 // the process agrees on them.
+#include <lumo/contract.h>
 #include <vyalgo2/VyMetadata.h>
 
 #include <cstring>
@@ -37,22 +38,6 @@ uint32_t tagIdOf(const char* name, bool create) {
   r.ids.emplace(name, id);
   r.names.emplace(id, name);
   return id;
-}
-
-size_t typeSize(uint8_t type) {
-  switch (type) {
-    case TYPE_BYTE:
-      return 1;
-    case TYPE_INT32:
-    case TYPE_FLOAT:
-      return 4;
-    case TYPE_INT64:
-    case TYPE_DOUBLE:
-    case TYPE_RATIONAL:
-      return 8;
-    default:
-      return 0;
-  }
 }
 
 camera_metadata_ro_entry_t absentEntry(uint32_t tag) {
@@ -105,12 +90,12 @@ camera_metadata_ro_entry_t VyMetadata::find(uint32_t tagId) const {
 
 int VyMetadata::update(const char* tagName, uint8_t type, const void* data, size_t count) {
   if (tagName == nullptr || tagName[0] == '\0') return -1;
-  if (typeSize(type) == 0) return -1;
+  if (lumo::metadataTypeBytes(type) == 0) return -1;
   return update(tagIdOf(tagName, true), type, data, count);
 }
 
 int VyMetadata::update(uint32_t tagId, uint8_t type, const void* data, size_t count) {
-  size_t unit = typeSize(type);
+  size_t unit = lumo::metadataTypeBytes(type);
   if (unit == 0 || (data == nullptr && count != 0)) return -1;
   if (count > SIZE_MAX / unit) return -1;
   Impl::Entry entry;

@@ -1,6 +1,8 @@
 // Parses raw-dump geometry out of file names.
 #include "dump_name.h"
 
+#include <lumo/contract.h>
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -37,9 +39,9 @@ std::optional<PixelFormat> formatFromName(const std::string& path) {
 std::optional<PluginDumpName> pluginDumpName(const std::string& path) {
   // The plugin formats names into 128 bytes; a long image name can cut the
   // geometry off, and then the name is not one of these.
-  static const std::regex name(
-      "^(.*)_\\[lumofilter\\]_([A-Za-z]*)_frame\\[(\\d{1,10})\\]_([a-z]+)_(\\d{1,9})x(\\d{1,9})_"
-      "(\\d{1,9})$");
+  static const std::regex name(std::string("^(.*)_\\[") + lumo::kImageDumpModule +
+                               "\\]_([A-Za-z]*)_frame\\[(\\d{1,10})\\]_([a-z]+)_(\\d{1,9})x("
+                               "\\d{1,9})_(\\d{1,9})$");
   const std::string stem = std::filesystem::path(path).stem().string();
   std::smatch m;
   if (!std::regex_match(stem, m, name)) return std::nullopt;

@@ -2,6 +2,7 @@
 // input/output image dumps. Nothing here logs or reports failures: dumping
 // must never change what the frame does, and the text dump's writes are
 // deliberately unchecked (a full partition can leave a text cut short).
+#include <lumo/contract.h>
 #include <platform/device_path.h>
 #include <sys/stat.h>
 #include <vyalgo2/PluginUtils.h>
@@ -15,7 +16,6 @@
 
 namespace {
 
-constexpr const char* kDumpFolder = "/data/vendor/camera/";
 // Dump file names and paths are formatted into buffers of this size.
 constexpr size_t kDumpPathBytes = 256;
 constexpr size_t kImageDumpNameBytes = 128;
@@ -33,21 +33,21 @@ std::string localTimeStamp() {
 
 void VyLumoFilterPlugin::openPreviewExifFile() {
   char name[kDumpPathBytes] = {};
-  std::snprintf(name, sizeof(name), "lumo_filter_%s_%s_exif.txt", m_instanceName.c_str(),
+  std::snprintf(name, sizeof(name), lumo::kPreviewExifName, m_instanceName.c_str(),
                 localTimeStamp().c_str());
   openExifFile(name);
 }
 
 void VyLumoFilterPlugin::openSnapshotExifFile() {
   char name[kDumpPathBytes] = {};
-  std::snprintf(name, sizeof(name), "%s_lumo_filter_%s_exif.txt", m_imageName.c_str(),
+  std::snprintf(name, sizeof(name), lumo::kSnapshotExifName, m_imageName.c_str(),
                 m_instanceName.c_str());
   openExifFile(name);
 }
 
 void VyLumoFilterPlugin::openExifFile(const char* fileName) {
   char path[kDumpPathBytes] = {};
-  std::snprintf(path, sizeof(path), "%s%s", kDumpFolder, fileName);
+  std::snprintf(path, sizeof(path), "%s%s", lumo::kDumpFolder, fileName);
   closeExifFile();  // a second initialize must not leak the first file
   // The name is the phone's; only the open goes through the host's mapping.
   m_exifFile = vyplatform::openDeviceFile(path, "wb+");
@@ -88,9 +88,9 @@ void VyLumoFilterPlugin::exifDump(FILE* file, param_lut_t* lut, param_shading_fl
 void VyLumoFilterPlugin::dumpImage(std::map<std::string, vyalgo2::VyImageBuffer>& images) {
   for (auto& [role, buffer] : images) {
     char name[kImageDumpNameBytes] = {};
-    std::snprintf(name, sizeof(name), "%s_[%s]_%s_frame[%u]_%s_%ux%u_%u", m_imageName.c_str(),
-                  "lumofilter", m_instanceName.c_str(), m_frameNum, role.c_str(), buffer.width,
-                  buffer.height, buffer.stride);
+    std::snprintf(name, sizeof(name), lumo::kImageDumpName, m_imageName.c_str(),
+                  lumo::kImageDumpModule, m_instanceName.c_str(), m_frameNum, role.c_str(),
+                  buffer.width, buffer.height, buffer.stride);
     vyalgo2::PluginUtils::dumpToFile(&buffer, name);
   }
 }

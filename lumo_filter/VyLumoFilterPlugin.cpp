@@ -5,7 +5,7 @@
 
 #include <EGL/eglext.h>
 #include <cutils/properties.h>
-#include <system/camera_metadata_tags.h>
+#include <lumo/contract.h>
 #include <ui/GraphicBuffer.h>
 #include <utils/StrongPointer.h>
 #include <videoprocess/ProcessorCreator.h>
@@ -16,17 +16,11 @@
 #include "lumoFrameMetadata.h"
 #include "lumo_log.h"
 
-const char* const kLumoPluginName = "com.zentor.plugin.vylumofilter";
-
 // Read once at library load, in this order.
-int32_t VyLumoFilterPlugin::m_algoForceEnable =
-    property_get_int32("persist.vendor.camera.lumofilter.forceEnable", 0);
-int32_t VyLumoFilterPlugin::m_algoBypassMode =
-    property_get_int32("persist.vendor.camera.lumofilter.bypassMode", 0);
-int32_t VyLumoFilterPlugin::m_algoDumpMode =
-    property_get_int32("persist.vendor.camera.lumofilter.dumpMode", 0);
-int32_t VyLumoFilterPlugin::m_debugMode =
-    property_get_int32("persist.vendor.camera.lumofilter.debug", 0);
+int32_t VyLumoFilterPlugin::m_algoForceEnable = property_get_int32(lumo::kPropForceEnable, 0);
+int32_t VyLumoFilterPlugin::m_algoBypassMode = property_get_int32(lumo::kPropBypassMode, 0);
+int32_t VyLumoFilterPlugin::m_algoDumpMode = property_get_int32(lumo::kPropDumpMode, 0);
+int32_t VyLumoFilterPlugin::m_debugMode = property_get_int32(lumo::kPropDebug, 0);
 
 namespace {
 
@@ -81,7 +75,7 @@ VyLumoFilterPlugin::~VyLumoFilterPlugin() {
   if (m_exifFile != nullptr) closeExifFile();
 }
 
-std::string VyLumoFilterPlugin::getPluginName() { return kLumoPluginName; }
+std::string VyLumoFilterPlugin::getPluginName() { return lumo::kProviderName; }
 
 int VyLumoFilterPlugin::initialize(vyalgo2::CreateInfo* createInfo,
                                    vyalgo2::VyaNodeInterface nodeInterface) {
@@ -92,9 +86,9 @@ int VyLumoFilterPlugin::initialize(vyalgo2::CreateInfo* createInfo,
   m_shading.reset(new param_shading_float_t());
 
   if (m_processMode == kModePreview) {
-    m_instanceName = "RealTimePreview";
+    m_instanceName = lumo::kPreviewInstance;
   } else if (m_processMode == kModeSnapshot) {
-    m_instanceName = "OfflineSnapshot";
+    m_instanceName = lumo::kSnapshotInstance;
   } else {
     m_instanceName.clear();
   }
@@ -124,12 +118,10 @@ void VyLumoFilterPlugin::getInitProperties() {
   if (m_debugMode == 0) return;
 
   char scene[PROPERTY_VALUE_MAX] = {};
-  property_get("persist.vendor.camera.lumofilter.aiscene", scene, "common");
+  property_get(lumo::kPropDebugScene, scene, lumo::kCommonScene);
   m_debugTriggerInfo.aiscene = scene;
-  m_debugTriggerInfo.lux =
-      static_cast<uint16_t>(property_get_int32("persist.vendor.camera.lumofilter.lux", 0));
-  m_debugTriggerInfo.cct =
-      static_cast<uint16_t>(property_get_int32("persist.vendor.camera.lumofilter.cct", 0));
+  m_debugTriggerInfo.lux = static_cast<uint16_t>(property_get_int32(lumo::kPropDebugLux, 0));
+  m_debugTriggerInfo.cct = static_cast<uint16_t>(property_get_int32(lumo::kPropDebugCct, 0));
   LUMO_LOGD("[LumoFilter][%s] initialize, debug aiscene=%s", m_instanceName.c_str(),
             m_debugTriggerInfo.aiscene.c_str());
   LUMO_LOGD("[LumoFilter][%s] initialize, debug lux=%d", m_instanceName.c_str(),
@@ -285,19 +277,16 @@ void VyLumoFilterPlugin::fillMetaDataInfo(vyalgo2::ImageParams& image) {
               static_cast<int>(sceneId), m_triggerInfo.aiscene.c_str());
   }
 
-  const camera_metadata_ro_entry_t faces =
-      metadata->find(static_cast<uint32_t>(ANDROID_STATISTICS_FACE_RECTANGLES));
+  const camera_metadata_ro_entry_t faces = metadata->find(lumo::kTagFaceRectangles);
   if (faces.count != 0) {
-    // Four int32 values per face rectangle.
-    const uint32_t faceCount = static_cast<uint32_t>(faces.count >> 2);
+    const uint32_t faceCount = lumo::faceCountOf(faces.count);
     LUMO_LOGI("[LumoFilter][%s], faceROICount = %d", m_instanceName.c_str(),
               static_cast<int>(faceCount));
-    if (faceCount != 0) m_triggerInfo.aiscene = lumo::kPortraitScene;
+    if (lumo::facesMakePortrait(faceCount)) m_triggerInfo.aiscene = lumo::kPortraitScene;
   }
 
   float zoomRatio = 0.0f;
-  if (lumo::readFloat(metadata->find(static_cast<uint32_t>(ANDROID_CONTROL_ZOOM_RATIO)), 0,
-                      zoomRatio)) {
+  if (lumo::readFloat(metadata->find(lumo::kTagZoomRatio), 0, zoomRatio)) {
     LUMO_LOGI("[LumoFilter][%s], zoom ratio = %f", m_instanceName.c_str(),
               static_cast<double>(zoomRatio));
     m_triggerInfo.zoom_ratio = zoomRatio;

@@ -20,7 +20,6 @@
 #include "param_records.h"
 
 // Name the provider and the plugin answer with.
-extern const char* const kLumoPluginName;
 
 struct LumoPluginTestAccess;
 
@@ -82,7 +81,7 @@ private:
   FILE* m_exifFile = nullptr;
   std::string m_instanceName;
   param_trigger_t m_debugTriggerInfo;
-  ParamUtil* m_paramUtil = nullptr;  // the process-wide store, not owned
+  const ParamUtil* m_paramUtil = nullptr;  // the process-wide store, not owned
   std::unique_ptr<ParamTrigger> m_paramTrigger;
   std::unique_ptr<videoprocess::VideoFilter> m_filter;
   bool m_triggerChanged = false;

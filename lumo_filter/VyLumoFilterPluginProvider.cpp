@@ -1,6 +1,8 @@
 // Provider and C entry of the plugin library.
 #include "VyLumoFilterPluginProvider.h"
 
+#include <lumo/contract.h>
+
 #include "VyLumoFilterPlugin.h"
 
 unsigned int VyLumoFilterPluginProvider::getVersion() const {
@@ -15,7 +17,7 @@ vyalgo2::PluginWraper* VyLumoFilterPluginProvider::create() const {
   return new VyLumoFilterPlugin();
 }
 
-std::string VyLumoFilterPluginProvider::getName() const { return kLumoPluginName; }
+std::string VyLumoFilterPluginProvider::getName() const { return lumo::kProviderName; }
 
 extern "C" bool tavuconnect(vyalgo2::ProviderManager* registry) {
   registry->add(new VyLumoFilterPluginProvider());

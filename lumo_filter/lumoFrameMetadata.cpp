@@ -1,4 +1,4 @@
-// Payload readers and conversions of the frame metadata the plugin consumes.
+// Payload readers and the lux conversion of the frame metadata the plugin consumes.
 #include "lumoFrameMetadata.h"
 
 #include <cmath>
@@ -6,22 +6,6 @@
 #include <limits>
 
 namespace lumo {
-
-size_t metadataTypeBytes(uint8_t type) {
-  switch (type) {
-    case TYPE_BYTE:
-      return 1;
-    case TYPE_INT32:
-    case TYPE_FLOAT:
-      return 4;
-    case TYPE_INT64:
-    case TYPE_DOUBLE:
-    case TYPE_RATIONAL:
-      return 8;
-    default:
-      return 0;
-  }
-}
 
 size_t payloadBytes(const camera_metadata_ro_entry_t& entry) {
   const size_t unit = metadataTypeBytes(entry.type);
@@ -50,26 +34,6 @@ bool readString(const camera_metadata_ro_entry_t& entry, std::string& out) {
   const char* text = reinterpret_cast<const char*>(entry.data.u8);
   out.assign(text, strnlen(text, payloadBytes(entry)));
   return true;
-}
-
-const char* sceneNameForId(uint32_t sceneId) {
-  switch (sceneId) {
-    case 3:
-    case 4:
-    case 5:
-    case 6:
-      return "plants";
-    case 9:
-    case 10:
-    case 14:
-      return "night";
-    case 13:
-      return "sunrise_sunset";
-    case 2:
-      return "food";
-    default:
-      return kCommonScene;
-  }
 }
 
 uint16_t luxFromIndex(float luxIndex) {

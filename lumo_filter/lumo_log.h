@@ -15,32 +15,36 @@
 #define LUMO_LOG_GROUP 2
 #define LUMO_LOG_TAG "VyAlgoEngine"
 
-#define LUMO_LOG_STATEMENT(threshold, priority, letter, offlineLevel, needsMask, fmt, ...)        \
-  do {                                                                                            \
-    const bool lumoToAndroid_ =                                                                   \
-        gVyCamLogLevel < (threshold) && (gVyCamLogGroup & LUMO_LOG_GROUP) != 0;                   \
-    const bool lumoToOffline_ = gVyCamOfflineLogLevel < (threshold) &&                            \
-                                (gVyCamOfflineLogGroup & LUMO_LOG_GROUP) != 0 &&                  \
-                                (!(needsMask) || gVyCamDebugMask != 0);                           \
-    if (lumoToAndroid_ || lumoToOffline_) {                                                       \
-      const std::string lumoFile_ = vydebug::Log::getFileName(__FILE__);                          \
-      if (lumoToAndroid_ &&                                                                       \
-          vydebug::Log::catchLogEncryptLog(LUMO_LOG_GROUP, lumoFile_.c_str(), __LINE__, __func__, \
-                                           letter, fmt, ##__VA_ARGS__) == 0) {                    \
-        __android_log_print(priority, LUMO_LOG_TAG, "%s %s:%d %s()" fmt,                          \
-                            vydebug::Log::vyaGroupToString(LUMO_LOG_GROUP), lumoFile_.c_str(),    \
-                            __LINE__, __func__, ##__VA_ARGS__);                                   \
-      }                                                                                           \
-      if (lumoToOffline_) {                                                                       \
-        vydebug::Log::logSystem(LUMO_LOG_GROUP, offlineLevel, lumoFile_.c_str(), __func__,        \
-                                __LINE__, fmt, ##__VA_ARGS__);                                    \
-      }                                                                                           \
-    }                                                                                             \
+#define LUMO_LOG_STATEMENT(func, threshold, priority, letter, offlineLevel, needsMask, fmt, ...) \
+  do {                                                                                           \
+    const bool lumoToAndroid_ =                                                                  \
+        gVyCamLogLevel < (threshold) && (gVyCamLogGroup & LUMO_LOG_GROUP) != 0;                  \
+    const bool lumoToOffline_ = gVyCamOfflineLogLevel < (threshold) &&                           \
+                                (gVyCamOfflineLogGroup & LUMO_LOG_GROUP) != 0 &&                 \
+                                (!(needsMask) || gVyCamDebugMask != 0);                          \
+    if (lumoToAndroid_ || lumoToOffline_) {                                                      \
+      const std::string lumoFile_ = vydebug::Log::getFileName(__FILE__);                         \
+      if (lumoToAndroid_ &&                                                                      \
+          vydebug::Log::catchLogEncryptLog(LUMO_LOG_GROUP, lumoFile_.c_str(), __LINE__, func,    \
+                                           letter, fmt, ##__VA_ARGS__) == 0) {                   \
+        __android_log_print(priority, LUMO_LOG_TAG, "%s %s:%d %s()" fmt,                         \
+                            vydebug::Log::vyaGroupToString(LUMO_LOG_GROUP), lumoFile_.c_str(),   \
+                            __LINE__, func, ##__VA_ARGS__);                                      \
+      }                                                                                          \
+      if (lumoToOffline_) {                                                                      \
+        vydebug::Log::logSystem(LUMO_LOG_GROUP, offlineLevel, lumoFile_.c_str(), func, __LINE__, \
+                                fmt, ##__VA_ARGS__);                                             \
+      }                                                                                          \
+    }                                                                                            \
   } while (0)
 
-#define LUMO_LOGD(fmt, ...) \
-  LUMO_LOG_STATEMENT(3, ANDROID_LOG_DEBUG, "D", "V", true, fmt, ##__VA_ARGS__)
+// The _IN forms log in the name of the function `func` (a helper that
+// logs for its caller).
+#define LUMO_LOGD_IN(func, fmt, ...) \
+  LUMO_LOG_STATEMENT(func, 3, ANDROID_LOG_DEBUG, "D", "V", true, fmt, ##__VA_ARGS__)
+#define LUMO_LOGE_IN(func, fmt, ...) \
+  LUMO_LOG_STATEMENT(func, 7, ANDROID_LOG_ERROR, "E", "E", false, fmt, ##__VA_ARGS__)
+#define LUMO_LOGD(fmt, ...) LUMO_LOGD_IN(__func__, fmt, ##__VA_ARGS__)
 #define LUMO_LOGI(fmt, ...) \
-  LUMO_LOG_STATEMENT(5, ANDROID_LOG_INFO, "I", "I", true, fmt, ##__VA_ARGS__)
-#define LUMO_LOGE(fmt, ...) \
-  LUMO_LOG_STATEMENT(7, ANDROID_LOG_ERROR, "E", "E", false, fmt, ##__VA_ARGS__)
+  LUMO_LOG_STATEMENT(__func__, 5, ANDROID_LOG_INFO, "I", "I", true, fmt, ##__VA_ARGS__)
+#define LUMO_LOGE(fmt, ...) LUMO_LOGE_IN(__func__, fmt, ##__VA_ARGS__)

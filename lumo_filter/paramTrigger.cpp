@@ -81,16 +81,10 @@ void ParamTrigger::initialize(param_trigger_init_info info) {
   initialize(std::move(info), ParamUtil::getInstance());
 }
 
-void ParamTrigger::initialize(param_trigger_init_info info, ParamUtil& store) {
+void ParamTrigger::initialize(param_trigger_init_info info, const ParamUtil& store) {
   m_debugMode = info.debug_mode ? 1 : 0;
   m_name = info.instance_name;
-  m_paramUtil = &store;
-  m_aiSceneParams = store.aiSceneParams;
-  m_zoomRatioParams = store.zoomRatioParams;
-  m_lutData = store.lutData;
-  m_shadingData = store.shadingData;
-  m_lutCount = store.lutCount;
-  m_shadingCount = store.shadingCount;
+  m_store = &store;
 }
 
 bool ParamTrigger::trigger(param_trigger_t input, param_lut_t* lut, param_shading_float_t* shading,
@@ -101,7 +95,7 @@ bool ParamTrigger::trigger(param_trigger_t input, param_lut_t* lut, param_shadin
 }
 
 template <typename T>
-void ParamTrigger::findElementAndPrevious(T* list, unsigned short count, unsigned short value,
+void ParamTrigger::findElementAndPrevious(const T* list, unsigned short count, unsigned short value,
                                           T& previous, T& element) {
   size_t i = 0;
   while (i < count && value > upperBound(list[i])) i++;
@@ -115,16 +109,16 @@ void ParamTrigger::findElementAndPrevious(T* list, unsigned short count, unsigne
   LUMO_LOGD("[LumoFilter] right start=%d, end=%d", lowerBound(element), upperBound(element));
 }
 
-template void ParamTrigger::findElementAndPrevious<param_lux_t>(param_lux_t*, unsigned short,
+template void ParamTrigger::findElementAndPrevious<param_lux_t>(const param_lux_t*, unsigned short,
                                                                 unsigned short, param_lux_t&,
                                                                 param_lux_t&);
-template void ParamTrigger::findElementAndPrevious<param_cct_t>(param_cct_t*, unsigned short,
+template void ParamTrigger::findElementAndPrevious<param_cct_t>(const param_cct_t*, unsigned short,
                                                                 unsigned short, param_cct_t&,
                                                                 param_cct_t&);
 
 ParamTrigger::Cell ParamTrigger::findCell(const param_t* set, uint16_t lux, uint16_t cct) {
   Cell cell{};
-  param_lux_t* luxList = set != nullptr ? set->param_lux : nullptr;
+  const param_lux_t* luxList = set != nullptr ? set->param_lux : nullptr;
   const uint16_t luxCount = set != nullptr ? set->param_lux_count : 0;
   findElementAndPrevious<param_lux_t>(luxList, luxCount, lux, cell.luxPrev, cell.luxElem);
   findElementAndPrevious<param_cct_t>(cell.luxPrev.param_cct, cell.luxPrev.param_cct_count, cct,
@@ -138,13 +132,20 @@ ParamTrigger::Cell ParamTrigger::findCell(const param_t* set, uint16_t lux, uint
   return cell;
 }
 
+const param_t* ParamTrigger::sceneSet(const std::string& scene) const {
+  if (m_store == nullptr) return nullptr;
+  const auto entry = m_store->aiSceneParams.find(scene);
+  return entry == m_store->aiSceneParams.end() ? nullptr : &entry->second;
+}
+
 const param_t* ParamTrigger::zoomSet(float zoomRatio) const {
   // The set with the largest key not above the zoom ratio; the first below
   // every key, the last for NaN (no comparison with NaN holds).
-  auto entry = m_zoomRatioParams.begin();
-  if (entry == m_zoomRatioParams.end()) return nullptr;
-  for (auto next = std::next(entry); next != m_zoomRatioParams.end() && !(zoomRatio < next->first);
-       ++next) {
+  if (m_store == nullptr) return nullptr;
+  const std::map<float, param_t>& sets = m_store->zoomRatioParams;
+  auto entry = sets.begin();
+  if (entry == sets.end()) return nullptr;
+  for (auto next = std::next(entry); next != sets.end() && !(zoomRatio < next->first); ++next) {
     entry = next;
   }
   return &entry->second;
@@ -164,9 +165,9 @@ void fillChoice(const ParamTrigger::Cell& cell, uint16_t lux, uint16_t cct,
 }  // namespace
 
 bool ParamTrigger::chooseLut(const param_trigger_t& input, Choice& choice) const {
-  const auto scene = m_aiSceneParams.find(input.aiscene);
-  if (scene == m_aiSceneParams.end()) return false;
-  fillChoice(findCell(&scene->second, input.lux, input.cct), input.lux, input.cct, choice);
+  const param_t* set = sceneSet(input.aiscene);
+  if (set == nullptr) return false;
+  fillChoice(findCell(set, input.lux, input.cct), input.lux, input.cct, choice);
   return true;
 }
 
@@ -175,25 +176,39 @@ void ParamTrigger::chooseShading(const param_trigger_t& input, Choice& choice) c
              choice);
 }
 
-bool ParamTrigger::triggerLut(param_trigger_t input, param_lut_t* lut, bool& changed) {
-  const auto scene = m_aiSceneParams.find(input.aiscene);
-  if (scene == m_aiSceneParams.end()) return false;
-  const Cell cell = findCell(&scene->second, input.lux, input.cct);
+ParamTrigger::Outcome ParamTrigger::select(const Output& out, const param_t* set,
+                                           const param_trigger_t& input, Cell& cell,
+                                           bool& changed) {
+  cell = findCell(set, input.lux, input.cct);
   const uint16_t* k = cell.corner;
-  LUMO_LOGD("[LumoFilter][%s] lut index %d, %d, %d, %d", m_name.c_str(), k[0], k[1], k[2], k[3]);
-  if (!cornersInPool(k, m_lutCount)) {
-    LUMO_LOGE(
-        "[LumoFilter][%s] lut index %d, %d, %d, %d beyond the %u LUT blocks of the store, "
-        "no parameters for this frame",
-        m_name.c_str(), k[0], k[1], k[2], k[3], m_lutCount);
-    return false;
+  LUMO_LOGD_IN(out.function, "[LumoFilter][%s] %s index %d, %d, %d, %d", m_name.c_str(), out.name,
+               k[0], k[1], k[2], k[3]);
+  if (!cornersInPool(k, out.blocks)) {
+    LUMO_LOGE_IN(out.function,
+                 "[LumoFilter][%s] %s index %d, %d, %d, %d beyond the %u %s blocks of the store, "
+                 "no parameters for this frame",
+                 m_name.c_str(), out.name, k[0], k[1], k[2], k[3], out.blocks, out.pool);
+    return Outcome::OutsidePool;
   }
-  if (sameCorners(m_lutIndex, k)) {
-    rememberCorners(m_lutIndex, k);
-    LUMO_LOGD("[LumoFilter][%s] is_trigger_change = %d, no need to trigger", m_name.c_str(), 0);
-  } else {
-    changed = true;
-    rememberCorners(m_lutIndex, k);
+  const bool same = sameCorners(out.remembered, k);
+  rememberCorners(out.remembered, k);
+  if (same) {
+    LUMO_LOGD_IN(out.function, "[LumoFilter][%s] is_trigger_change = %d, no need to trigger",
+                 m_name.c_str(), 0);
+    return Outcome::Unchanged;
+  }
+  changed = true;
+  return Outcome::Changed;
+}
+
+bool ParamTrigger::triggerLut(param_trigger_t input, param_lut_t* lut, bool& changed) {
+  const param_t* set = sceneSet(input.aiscene);
+  if (set == nullptr) return false;
+  Cell cell;
+  const Output out{__func__, "lut", "LUT", m_store->lutCount, m_lutIndex};
+  const Outcome outcome = select(out, set, input, cell, changed);
+  if (outcome == Outcome::OutsidePool) return false;
+  if (outcome == Outcome::Changed) {
     const CornerWeights cw = cornerWeights(cell, input.lux, input.cct);
     LUMO_LOGD("[LumoFilter][%s] %f, %f, %f, %f, %f, %f", m_name.c_str(), cw.wLuxPrev, cw.wLuxElem,
               cw.uPrev, cw.uPrevPartner, cw.uElem, cw.uElemPartner);
@@ -201,9 +216,10 @@ bool ParamTrigger::triggerLut(param_trigger_t input, param_lut_t* lut, bool& cha
               cw.w[3]);
     lumo::LutBlendSources src;
     for (int i = 0; i < 4; i++) {
-      src.lut[i] = m_lutData + size_t{k[i]} * LUT_BYTES;
+      src.lut[i] = m_store->lutData + size_t{cell.corner[i]} * LUT_BYTES;
       src.weight[i] = cw.w[i];
     }
+    const uint16_t* k = cell.corner;
     lumo::blendLut(lumo::lutBlendCase(k[0], k[1], k[2], k[3]), src, lut->data, LUT_BYTES);
   }
   if (m_debugMode == 1) {
@@ -215,31 +231,22 @@ bool ParamTrigger::triggerLut(param_trigger_t input, param_lut_t* lut, bool& cha
 
 bool ParamTrigger::triggerShading(param_trigger_t input, param_shading_float_t* shading,
                                   bool& changed) {
-  const Cell cell = findCell(zoomSet(input.zoom_ratio), input.lux, input.cct);
-  const uint16_t* k = cell.corner;
-  LUMO_LOGD("[LumoFilter][%s] shading index %d, %d, %d, %d", m_name.c_str(), k[0], k[1], k[2],
-            k[3]);
-  if (!cornersInPool(k, m_shadingCount)) {
-    LUMO_LOGE(
-        "[LumoFilter][%s] shading index %d, %d, %d, %d beyond the %u shading blocks of "
-        "the store, no parameters for this frame",
-        m_name.c_str(), k[0], k[1], k[2], k[3], m_shadingCount);
-    return false;
-  }
-  if (sameCorners(m_shadingIndex, k)) {
-    rememberCorners(m_shadingIndex, k);
-    LUMO_LOGD("[LumoFilter][%s] is_trigger_change = %d, no need to trigger", m_name.c_str(), 0);
-  } else {
-    changed = true;
-    rememberCorners(m_shadingIndex, k);
+  Cell cell;
+  const Output out{__func__, "shading", "shading", m_store != nullptr ? m_store->shadingCount : 0,
+                   m_shadingIndex};
+  const Outcome outcome = select(out, zoomSet(input.zoom_ratio), input, cell, changed);
+  if (outcome == Outcome::OutsidePool) return false;
+  if (outcome == Outcome::Changed) {
     const CornerWeights cw = cornerWeights(cell, input.lux, input.cct);
     const float* w = cw.w;
     LUMO_LOGD("[LumoFilter][%s] %f, %f, %f, %f", m_name.c_str(), w[0], w[1], w[2], w[3]);
+    const uint8_t* pool = m_store->shadingData;
+    const uint16_t* k = cell.corner;
     for (size_t j = 0; j < SHADING_FLOATS; j++) {
-      shading->data[j] = ((w[0] * shadingValue(m_shadingData, k[0], j) +
-                           w[1] * shadingValue(m_shadingData, k[1], j)) +
-                          w[2] * shadingValue(m_shadingData, k[2], j)) +
-                         w[3] * shadingValue(m_shadingData, k[3], j);
+      shading->data[j] =
+          ((w[0] * shadingValue(pool, k[0], j) + w[1] * shadingValue(pool, k[1], j)) +
+           w[2] * shadingValue(pool, k[2], j)) +
+          w[3] * shadingValue(pool, k[3], j);
     }
   }
   if (m_debugMode == 1) {

@@ -13,10 +13,10 @@ class ParamTrigger {
 public:
   ParamTrigger() = default;
 
-  // Copies the trees and pool pointers of the process-wide store.
+  // Selects from the process-wide store.
   void initialize(param_trigger_init_info info);
-  // Same, from a given store (tools and tests); it must outlive the trigger.
-  void initialize(param_trigger_init_info info, ParamUtil& store);
+  // From a given store (tools and tests); it must outlive the trigger.
+  void initialize(param_trigger_init_info info, const ParamUtil& store);
 
   // false when the frame's AI scene has no parameter set, or when the chosen
   // cell names a LUT or shading block the store does not hold (the frame then
@@ -29,7 +29,7 @@ public:
   bool triggerShading(param_trigger_t input, param_shading_float_t* shading, bool& changed);
 
   template <typename T>
-  static void findElementAndPrevious(T* list, unsigned short count, unsigned short value,
+  static void findElementAndPrevious(const T* list, unsigned short count, unsigned short value,
                                      T& previous, T& element);
 
   // Last selected indices: lower-lux/lower-CCT, lower/upper, upper/lower, upper/upper.
@@ -55,18 +55,30 @@ public:
   };
 
 private:
+  // One of the two outputs, as the shared selection sees it.
+  struct Output {
+    const char* function;  // the selection it serves, for its log lines
+    const char* name;      // "lut" or "shading", as the log lines call it
+    const char* pool;      // "LUT" or "shading"
+    uint32_t blocks;       // blocks in that pool
+    int16_t* remembered;   // m_lutIndex or m_shadingIndex
+  };
+  enum class Outcome { OutsidePool, Unchanged, Changed };
+  // The part both selections share: the cell of `set` around the frame's
+  // lux and CCT, its corners logged, checked against the pool and compared
+  // with (then stored as) the remembered ones; `changed` is set when they
+  // differ.
+  Outcome select(const Output& out, const param_t* set, const param_trigger_t& input, Cell& cell,
+                 bool& changed);
   // The three bracket searches of a band list (null: no set, an empty list).
   static Cell findCell(const param_t* set, uint16_t lux, uint16_t cct);
-  // The shading set of a zoom ratio (null when there is none).
+  // The LUT set of a scene and the shading set of a zoom ratio (null when
+  // there is none).
+  const param_t* sceneSet(const std::string& scene) const;
   const param_t* zoomSet(float zoomRatio) const;
 
   uint8_t m_debugMode = 0;
   std::string m_name;
-  ParamUtil* m_paramUtil = nullptr;
-  const uint8_t* m_lutData = nullptr;
-  const uint8_t* m_shadingData = nullptr;  // read as floats with memcpy: unaligned-safe
-  uint32_t m_lutCount = 0;
-  uint32_t m_shadingCount = 0;
-  std::map<std::string, param_t> m_aiSceneParams;
-  std::map<float, param_t> m_zoomRatioParams;
+  // The store selected from; it outlives the trigger and never changes.
+  const ParamUtil* m_store = nullptr;
 };

@@ -3,31 +3,33 @@
 // input, initialisation and output records.
 #pragma once
 
+#include <lumo/calib_layout.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-// One CCT band. Same image as the 6-byte file record: CCT arrays are copied
-// from the file byte for byte.
+// One CCT band. Same image as the 6-byte file record.
 struct param_cct_t {
   uint16_t param_start;          // lower CCT limit, kelvin, inclusive
   uint16_t param_end;            // upper CCT limit, kelvin, inclusive
   uint16_t param_cct_lut_index;  // block index into the pool of its tree
 };
-static_assert(sizeof(param_cct_t) == 6, "param_cct_t must match the file record");
+static_assert(sizeof(param_cct_t) == calib_layout::kCctBytes,
+              "param_cct_t must match the file record");
 
-// One lux band with its CCT bands (array owned by the store).
+// One lux band with its CCT bands (a view of an array the store owns).
 struct param_lux_t {
   uint16_t start;  // lower lux limit, inclusive
   uint16_t end;    // upper lux limit, inclusive
-  param_cct_t* param_cct;
+  const param_cct_t* param_cct;
   uint16_t param_cct_count;
 };
 
 // The band list of one AI scene or one zoom ratio. A plain value: copying
-// it copies the pointer, never the array (owned by the store).
+// it copies the view, never the array (owned by the store).
 struct param_t {
-  param_lux_t* param_lux;
+  const param_lux_t* param_lux;
   uint16_t param_lux_count;
 };
 
@@ -39,9 +41,9 @@ enum param_type_t : int {
 };
 
 // A 17 x 17 x 17 lattice of 3 bytes, in the calibration file's byte order.
-constexpr size_t LUT_BYTES = 14739;
-constexpr size_t SHADING_FLOATS = 8;
-constexpr size_t SHADING_BYTES = SHADING_FLOATS * sizeof(float);
+constexpr size_t LUT_BYTES = calib_layout::kLutBlockBytes;
+constexpr size_t SHADING_FLOATS = calib_layout::kShadingFloats;
+constexpr size_t SHADING_BYTES = calib_layout::kShadingBlockBytes;
 
 struct param_lut_t {
   uint8_t data[LUT_BYTES];

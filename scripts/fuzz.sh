@@ -25,7 +25,7 @@ esac
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 build=build/fuzz
-targets=(calib_loader calib_reader cube session_line dump_name effect_script metadata)
+targets=(calib_loader calib_reader calib_agreement cube session_line dump_name effect_script metadata)
 parallel=${FUZZ_PARALLEL:-2}
 
 cmake --preset fuzz >/dev/null

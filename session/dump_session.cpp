@@ -1,6 +1,8 @@
 // Reading a dump folder back into session lines.
 #include "dump_session.h"
 
+#include <lumo/contract.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -22,8 +24,32 @@ namespace fs = std::filesystem;
 // Keys keep the order a session line is usually written in.
 using json = nlohmann::ordered_json;
 
-constexpr const char* kPreview = "RealTimePreview";
-constexpr const char* kSnapshot = "OfflineSnapshot";
+std::string regexQuoted(const std::string& text) {
+  static const std::string kSpecial = R"(\^$.|?*+()[]{})";
+  std::string out;
+  for (char c : text) {
+    if (kSpecial.find(c) != std::string::npos) out += '\\';
+    out += c;
+  }
+  return out;
+}
+
+// What the plugin's printf name pattern (only %s fields) makes, as a regex:
+// a field given as null is captured, the others must read as given.
+std::regex dumpNameRegex(const char* pattern, std::initializer_list<const char*> fields) {
+  std::string re = "^";
+  auto field = fields.begin();
+  for (const char* p = pattern; *p != '\0'; ++p) {
+    if (p[0] == '%' && p[1] == 's' && field != fields.end()) {
+      re += *field == nullptr ? "(.*)" : regexQuoted(*field);
+      ++field;
+      ++p;
+    } else {
+      re += regexQuoted(std::string(1, *p));
+    }
+  }
+  return std::regex(re + "$");
+}
 
 struct ImageDump {
   fs::path path;
@@ -59,9 +85,7 @@ json metaOf(const ExifBlock& b, const std::string& where, std::vector<std::strin
     meta["zoom"] = zoom;
   else
     warnings.push_back(where + ": zoom_ratio \"" + b.zoomRatio + "\" is not a number: left out");
-  static const char* kScenes[] = {"common",         "plants", "night",
-                                  "sunrise_sunset", "food",   "protrait"};
-  if (std::find(std::begin(kScenes), std::end(kScenes), b.aiscene) != std::end(kScenes))
+  if (isCameraScene(b.aiscene))
     meta["scene"] = b.aiscene;
   else
     warnings.push_back(where + ": aiscene \"" + b.aiscene +
@@ -85,8 +109,10 @@ DumpSession sessionFromDumps(const std::string& dumpDir, const std::string& sess
   std::vector<ImageDump> inputs;
   std::map<std::string, std::vector<fs::path>> snapshotText;  // by image name
   std::vector<std::pair<std::string, fs::path>> previewText;  // time stamp, file
-  static const std::regex snapshotName("^(.*)_lumo_filter_OfflineSnapshot_exif\\.txt$");
-  static const std::regex previewName("^lumo_filter_RealTimePreview_(.*)_exif\\.txt$");
+  static const std::regex snapshotName =
+      dumpNameRegex(kSnapshotExifName, {nullptr, kSnapshotInstance});
+  static const std::regex previewName =
+      dumpNameRegex(kPreviewExifName, {kPreviewInstance, nullptr});
   for (auto it = fs::recursive_directory_iterator(dumpDir, ec);
        !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
     if (!it->is_regular_file()) continue;
@@ -113,19 +139,19 @@ DumpSession sessionFromDumps(const std::string& dumpDir, const std::string& sess
   // name: it belongs to the last of them, taken to be the highest frame number.
   std::map<std::string, uint32_t> lastSnapshotFrame;
   for (const ImageDump& d : inputs)
-    if (d.name.instance == kSnapshot) {
+    if (d.name.instance == kSnapshotInstance) {
       auto [it, added] = lastSnapshotFrame.emplace(d.name.imageName, d.name.frame);
       if (!added) it->second = std::max(it->second, d.name.frame);
     }
 
   std::sort(inputs.begin(), inputs.end(), [](const ImageDump& a, const ImageDump& b) {
-    return std::tuple(a.name.frame, a.name.instance != kPreview, a.name.imageName, a.path) <
-           std::tuple(b.name.frame, b.name.instance != kPreview, b.name.imageName, b.path);
+    return std::tuple(a.name.frame, a.name.instance != kPreviewInstance, a.name.imageName, a.path) <
+           std::tuple(b.name.frame, b.name.instance != kPreviewInstance, b.name.imageName, b.path);
   });
   for (const ImageDump& d : inputs) {
     const std::string where = d.path.filename().string();
-    const bool preview = d.name.instance == kPreview;
-    if (!preview && d.name.instance != kSnapshot) {
+    const bool preview = d.name.instance == kPreviewInstance;
+    if (!preview && d.name.instance != kSnapshotInstance) {
       out.warnings.push_back(where + ": instance \"" + d.name.instance +
                              "\" is neither preview nor snapshot: left out");
       continue;

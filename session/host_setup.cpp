@@ -6,6 +6,7 @@
 #include <hostsim/device_root.h>
 #include <hostsim/log_sink.h>
 #include <hostsim/properties.h>
+#include <lumo/contract.h>
 #include <platform/device_path.h>
 
 #include <filesystem>
@@ -14,8 +15,6 @@
 
 namespace lumo {
 namespace {
-
-constexpr const char* kCalibrationFile = "/odm/etc/camera/lumo_filter_param.bin";
 
 int priorityOf(const std::string& level) {
   if (level == "verbose") return ANDROID_LOG_VERBOSE;
@@ -63,13 +62,13 @@ void applyHostSetup(const HostSetup& setup) {
   hostsim::setAndroidLogMinPriority(priorityOf(level));
 }
 
-std::string calibrationFilePath() { return vyplatform::devicePath(kCalibrationFile); }
+std::string calibrationFilePath() { return vyplatform::devicePath(kParamFilePath); }
 
 bool calibrationFileReady() {
   namespace fs = std::filesystem;
   const std::string path = calibrationFilePath();
   if (path.empty())
-    throw Failure(hostsim::deviceRoot() + kCalibrationFile +
+    throw Failure(hostsim::deviceRoot() + kParamFilePath +
                   ": refused, the path passes through a symlink, which the simulator never "
                   "follows; copy the file into the device root");
   std::error_code ec;
@@ -92,7 +91,7 @@ bool calibrationFileReady() {
   return true;
 }
 
-std::string dumpFolderPath() { return vyplatform::devicePath("/data/vendor/camera/"); }
+std::string dumpFolderPath() { return vyplatform::devicePath(kDumpFolder); }
 
 std::string defaultPluginPath() {
   std::error_code ec;

@@ -5,9 +5,8 @@
 #include <hostsim/frame_metadata.h>
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
-#include <hostsim/metadata_tags.h>
 #include <hostsim/plugin_registry.h>
-#include <system/camera_metadata_tags.h>
+#include <lumo/contract.h>
 #include <unistd.h>
 #include <vyalgo2/PluginUtils.h>
 #include <vyalgo2/VyLog.h>
@@ -32,7 +31,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kProviderName = "com.zentor.plugin.vylumofilter";
 constexpr const char* kHostTag = "LumoHost";
 
 hostsim::PixelLayout layoutOf(PixelFormat f) {
@@ -84,13 +82,12 @@ std::shared_ptr<VyMetadata> frameMetadata(const SessionFrame& frame, VyMetadata&
   }
   auto metadata = hostsim::makeFrameMetadata(c);
   if (!metadata) throw Failure(frame.where("meta") + "the host refused the metadata");
-  session.erase(hostsim::kTagStylizationType);
+  session.erase(kTagStylizationType);
   const auto stylization = m.stylization ? m.stylization : defaultStylization;
   if (stylization) hostsim::setStylizationType(session, *stylization);
   for (const RawTag& tag : m.tags) {
     // The stylisation type is a session parameter; every other tag rides on the frame.
-    VyMetadata& target =
-        (!tag.number && tag.key == hostsim::kTagStylizationType) ? session : *metadata;
+    VyMetadata& target = (!tag.number && tag.key == kTagStylizationType) ? session : *metadata;
     const int rc = tag.number
                        ? target.update(*tag.number, tag.type, tag.payload.data(), tag.count)
                        : target.update(tag.key.c_str(), tag.type, tag.payload.data(), tag.count);
@@ -217,7 +214,9 @@ std::string sceneFromLog(const std::vector<std::string>& messages) {
   std::smatch m;
   for (const std::string& msg : messages) {
     if (std::regex_search(msg, m, scene)) name = m[1].str();
-    if (std::regex_search(msg, m, faces) && m[1].str() != "0") name = "protrait";
+    if (std::regex_search(msg, m, faces) &&
+        facesMakePortrait(m[1].str().find_first_not_of('0') != std::string::npos))
+      name = kPortraitScene;
   }
   return name;
 }
@@ -225,15 +224,13 @@ std::string sceneFromLog(const std::vector<std::string>& messages) {
 // A tag nobody in the camera stack reads is most likely a typo of one that
 // is read: say so once per tag, on the first line that uses it.
 void warnUnreadTags(const std::vector<SessionFrame>& frames) {
-  static const char* const kRead[] = {hostsim::kTagAwbFrameControl, hostsim::kTagAecFrameControl,
-                                      hostsim::kTagAiSceneResult, hostsim::kTagSnapshotImageName,
-                                      hostsim::kTagStylizationType};
+  static const char* const kRead[] = {kTagAwbFrameControl, kTagAecFrameControl, kTagAiSceneResult,
+                                      kTagSnapshotImageName, kTagStylizationType};
   std::set<std::string> warned;
   for (const SessionFrame& frame : frames) {
     for (const RawTag& tag : frame.meta.tags) {
       const bool read =
-          tag.number ? (*tag.number == ANDROID_CONTROL_ZOOM_RATIO ||
-                        *tag.number == ANDROID_STATISTICS_FACE_RECTANGLES)
+          tag.number ? (*tag.number == kTagZoomRatio || *tag.number == kTagFaceRectangles)
                      : std::find(std::begin(kRead), std::end(kRead), tag.key) != std::end(kRead);
       if (read || !warned.insert(tag.key).second) continue;
       std::fprintf(stderr,
@@ -383,7 +380,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       }
       report.aiscene = sceneFromLog(capture.androidMessages());
       // Without a scene result the plugin takes the common scene and says nothing.
-      if (report.enabled && report.aiscene.empty()) report.aiscene = "common";
+      if (report.enabled && report.aiscene.empty()) report.aiscene = kCommonScene;
       evidence.frame = frame.frame;
       evidence.enabled = report.enabled;
       evidence.messages = capture.androidMessages();

@@ -4,6 +4,7 @@
 
 #include <calib/json_values.h>
 #include <calib/text_encoding.h>
+#include <lumo/contract.h>
 #include <system/camera_metadata.h>
 #include <system/camera_metadata_tags.h>
 
@@ -144,8 +145,7 @@ RawTag rawTag(const std::string& key, const json& entry, const SessionFrame& fra
       append(tag.payload, doubleValue(v, w));
     }
   }
-  static const size_t kSizes[] = {1, 4, 4, 8, 8};  // by TYPE_BYTE .. TYPE_DOUBLE
-  tag.count = tag.payload.size() / kSizes[tag.type];
+  tag.count = tag.payload.size() / metadataTypeBytes(tag.type);
   return tag;
 }
 
@@ -162,16 +162,13 @@ FrameMeta parseMeta(const json& meta, const SessionFrame& entry) {
     } else if (key == "scene") {
       if (value.is_string() && !value.get<std::string>().starts_with("0x")) {
         const std::string name = value.get<std::string>();
-        if (name == "protrait" || name == "portrait") {
+        if (name == kPortraitScene || name == "portrait") {
           sceneName = name;
-          out.scene = 0;
+          out.scene = kCommonSceneId;
         } else if (auto id = sceneIdOfName(name)) {
           out.scene = *id;
         } else {
-          fail(w,
-               "expected a scene id or one of common, food, plants, night, sunrise_sunset, "
-               "protrait, got " +
-                   shown(value));
+          fail(w, "expected a scene id or one of " + sceneNameList() + ", got " + shown(value));
         }
       } else {
         out.scene = u32Value(value, w);
@@ -225,11 +222,8 @@ std::string modeLabel(uint32_t mode) {
 }
 
 std::optional<uint32_t> sceneIdOfName(const std::string& name) {
-  if (name == "common") return 0;
-  if (name == "food") return 2;
-  if (name == "plants") return 3;
-  if (name == "night") return 9;
-  if (name == "sunrise_sunset") return 13;
+  uint32_t id = 0;
+  if (detectorIdOfScene(name.c_str(), id)) return id;
   return std::nullopt;
 }
 

@@ -7,12 +7,14 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "calib_agreement.h"
 #include "paramTrigger.h"
 #include "param_fixtures.h"
 
@@ -264,6 +266,80 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
               Lines{rejected + reason + (textLength ? "" : ", the file has 15655")})
         << "byte " << at;
   }
+}
+
+// The loader and the strict reader on the same bytes. Whenever the reader
+// passes a file, the store holds exactly what it decoded; the rows name what
+// only the reader refuses (docs/calibration.md says why).
+TEST_F(ParamStore, LoaderHoldsWhatTheStrictReaderPasses) {
+  auto setU16 = [](std::vector<uint8_t>& b, size_t at, size_t v) {
+    b[at] = uint8_t(v);
+    b[at + 1] = uint8_t(v >> 8);
+  };
+  calib::CalibrationFile warned = sampleFile();
+  warned.scenes.insert(warned.scenes.begin() + 1, {"studio", {Band{0, 9, {}}}, {}});
+  warned.scenes.push_back({"night", {Band{0, 10, {{0, 10, 3}}}}, {}});
+  warned.lut3dSize = 33;
+  warned.trailingBytes = {1, 2, 3};
+  calib::CalibrationFile unordered = sampleFile(), pastPool = sampleFile(), zoomZero = sampleFile();
+  std::swap(unordered.scenes[0].luxBands[0].ccts[0], unordered.scenes[0].luxBands[0].ccts[1]);
+  pastPool.scenes[0].luxBands[0].ccts[0].index = 7;
+  zoomZero.zooms[0].ratio = 0.0f;
+  calib::CalibrationFile noBlocks;
+  noBlocks.scenes.push_back({"common", {Band{0, 100, {}}}, {}});
+  const struct {
+    const char* what;
+    calib::CalibrationFile file;
+    std::function<void(std::vector<uint8_t>&)> mutate;
+    bool readerPasses, loaderLoads;
+  } rows[] = {
+      {"well-formed", sampleFile(), nullptr, true, true},
+      {"warnings only", warned, nullptr, true, true},
+      {"CCT bands out of order", unordered, nullptr, false, true},
+      {"a block index past its pool", pastPool, nullptr, false, true},
+      {"a zoom ratio of 0", zoomZero, nullptr, false, true},
+      {"empty pools starting past the end", noBlocks,
+       [&](std::vector<uint8_t>& b) {
+         setU16(b, calib_layout::lutDataOffsetField(1), b.size() + 1);
+       },
+       false, false},
+      {"a text without its NUL", sampleFile(),
+       [](std::vector<uint8_t>& b) {
+         std::memset(b.data() + calib_layout::textOffset(2, 2, 0), 'x', 256);
+       },
+       false, false},
+      {"cut inside the LUT pool", sampleFile(),
+       [](std::vector<uint8_t>& b) { b.resize(b.size() - 100); }, false, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    std::vector<uint8_t> bytes = calib::serialize(row.file);
+    if (row.mutate) row.mutate(bytes);
+    const calib::ReadResult read = calib::readCalibration(bytes);
+    const ParamUtil store(lumotest::writeBytes(dir, "agree.bin", bytes));
+    EXPECT_EQ(read.ok(), row.readerPasses);
+    EXPECT_EQ(!lumotest::storeIsEmpty(store), row.loaderLoads);
+    if (row.readerPasses) {
+      EXPECT_EQ(lumotest::storeDisagreement(store, read), "");
+    }
+  }
+
+  // Every byte of the header and the blocks set to 0, 0xFF and one more: the
+  // mutants the reader passes load to the same values.
+  const std::vector<uint8_t> good = goodFile();
+  size_t passed = 0;
+  for (size_t at = 0; at < 884; at++) {
+    for (const uint8_t value : {uint8_t(0), uint8_t(0xFF), uint8_t(good[at] + 1)}) {
+      std::vector<uint8_t> bytes = good;
+      bytes[at] = value;
+      const calib::ReadResult read = calib::readCalibration(bytes);
+      if (!read.ok()) continue;
+      passed++;
+      const ParamUtil store(lumotest::writeBytes(dir, "mutant.bin", bytes));
+      ASSERT_EQ(lumotest::storeDisagreement(store, read), "") << "byte " << at << " = " << +value;
+    }
+  }
+  EXPECT_GT(passed, 500u);  // the sweep reaches the trees, not only the rejections
 }
 
 const std::string kTag = " [LumoFilter] ";

@@ -197,9 +197,9 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
   auto meta = std::make_shared<VyMetadata>();
   const std::vector<uint8_t> bytes(100, 0x11);
   // One byte short of each word read.
-  meta->update(hostsim::kTagAwbFrameControl, TYPE_BYTE, bytes.data(), 15);
-  meta->update(hostsim::kTagAecFrameControl, TYPE_BYTE, bytes.data(), 99);
-  meta->update(hostsim::kTagAiSceneResult, TYPE_BYTE, bytes.data(), 3);
+  meta->update(lumo::kTagAwbFrameControl, TYPE_BYTE, bytes.data(), 15);
+  meta->update(lumo::kTagAecFrameControl, TYPE_BYTE, bytes.data(), 99);
+  meta->update(lumo::kTagAiSceneResult, TYPE_BYTE, bytes.data(), 3);
   meta->update(static_cast<uint32_t>(ANDROID_CONTROL_ZOOM_RATIO), TYPE_BYTE, bytes.data(), 3);
   EXPECT_TRUE(fill(plugin, meta).empty());
   EXPECT_EQ(fields(Access::info(plugin)), fields({250, 6500, 3.0f, "common"}));
@@ -209,11 +209,11 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
   // NUL stops at the payload's end.
   meta = std::make_shared<VyMetadata>();
   const uint32_t awb[4] = {1, 2, 3, 7200};
-  meta->update(hostsim::kTagAwbFrameControl, TYPE_INT32, awb, 4);
+  meta->update(lumo::kTagAwbFrameControl, TYPE_INT32, awb, 4);
   float aec[25] = {};
   aec[24] = 880.25f;
-  meta->update(hostsim::kTagAecFrameControl, TYPE_FLOAT, aec, 25);
-  meta->update(hostsim::kTagSnapshotImageName, TYPE_BYTE, "IMG_9999XYZ", 8);
+  meta->update(lumo::kTagAecFrameControl, TYPE_FLOAT, aec, 25);
+  meta->update(lumo::kTagSnapshotImageName, TYPE_BYTE, "IMG_9999XYZ", 8);
   fill(plugin, meta);
   EXPECT_EQ(fields(Access::info(plugin)), fields({880, 7200, 3.0f, "common"}));
   EXPECT_EQ(Access::imageName(plugin), "IMG_9999");

@@ -10,9 +10,9 @@
 #include <hostsim/frame_metadata.h>
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
-#include <hostsim/metadata_tags.h>
 #include <hostsim/plugin_registry.h>
 #include <hostsim/recording_filter.h>
+#include <lumo/contract.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vyalgo2/HostRecords.h>
@@ -165,7 +165,7 @@ inline bool enabledFor(vyalgo2::PluginWraper& plugin, int stylizationType) {
   params.pSessionMetadata = std::make_shared<VyMetadata>();
   const uint8_t bytes[2] = {static_cast<uint8_t>(stylizationType), 9};
   if (stylizationType >= 0)
-    params.pSessionMetadata->update(hostsim::kTagStylizationType, TYPE_BYTE, bytes, 2);
+    params.pSessionMetadata->update(lumo::kTagStylizationType, TYPE_BYTE, bytes, 2);
   return plugin.isEnabled(params);
 }
 

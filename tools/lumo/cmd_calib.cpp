@@ -2,6 +2,7 @@
 #include <calib/calibration_dump.h>
 #include <calib/calibration_reader.h>
 #include <calib/description_json.h>
+#include <lumo/contract.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -48,8 +49,9 @@ void addBuild(CLI::App& calibApp) {
       "saturation, shadows, highlights, fade, gamma}} | {\"lut\": FILE}}, \"shadings\": {NAME: "
       "[8 floats]}, \"scenes\": [{\"name\": SCENE, \"lux\": [{\"start\": N, \"end\": N, \"cct\": "
       "[{\"start\": N, \"end\": N, \"lut\": NAME}]}]}], \"zooms\": [{\"ratio\": R, \"lux\": [... "
-      "\"shading\": NAME ...]}]}. Scene names the camera reports: common, plants, night, "
-      "sunrise_sunset, food, protrait. Bands ascend without overlap. The file is checked as "
+      "\"shading\": NAME ...]}]}. Scene names the camera reports: " +
+      sceneNameList() +
+      ". Bands ascend without overlap. The file is checked as "
       "`calib check` would before it is written. Full description: docs/lumo.md (lumo calib); "
       "`calib export` of an existing file gives a worked example. LUT files: any format "
       "OpenColorIO reads (.cube in both dialects, .3dl, .clf, .ctf, .csp, .spi3d, ...), any "

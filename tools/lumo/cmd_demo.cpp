@@ -2,6 +2,7 @@
 // both plugin instances, with before/after pictures, the parameter dumps
 // and a table of what the plugin chose.
 #include <calib/calibration_reader.h>
+#include <lumo/contract.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -34,17 +35,17 @@ struct DemoFrame {
 // Chosen so every scene name, both lux bands, both CCT bands, the gaps
 // between them (blends) and all three zoom ratios show up.
 const DemoFrame kFrames[] = {
-    {InstanceKind::Preview, "chart", "common", 60, 3500, 1.0f},
-    {InstanceKind::Preview, "chart", "common", 800, 6500, 1.0f},
-    {InstanceKind::Preview, "sunset", "sunrise_sunset", 80, 2900, 1.0f},
-    {InstanceKind::Preview, "plants", "plants", 500, 5200, 2.0f},
-    {InstanceKind::Preview, "night", "night", 10, 4200, 1.0f},
-    {InstanceKind::Snapshot, "food", "food", 450, 4000, 1.0f},
-    {InstanceKind::Snapshot, "portrait", "protrait", 120, 4200, 1.0f},
-    {InstanceKind::Snapshot, "sunset", "sunrise_sunset", 300, 3300, 3.0f},
-    {InstanceKind::Snapshot, "chart", "common", 220, 4500, 2.0f},
-    {InstanceKind::Snapshot, "night", "night", 50, 5000, 2.0f},
-    {InstanceKind::Snapshot, "plants", "plants", 90, 6000, 1.0f},
+    {InstanceKind::Preview, "chart", kCommonScene, 60, 3500, 1.0f},
+    {InstanceKind::Preview, "chart", kCommonScene, 800, 6500, 1.0f},
+    {InstanceKind::Preview, "sunset", kSunsetScene, 80, 2900, 1.0f},
+    {InstanceKind::Preview, "plants", kPlantsScene, 500, 5200, 2.0f},
+    {InstanceKind::Preview, "night", kNightScene, 10, 4200, 1.0f},
+    {InstanceKind::Snapshot, "food", kFoodScene, 450, 4000, 1.0f},
+    {InstanceKind::Snapshot, "portrait", kPortraitScene, 120, 4200, 1.0f},
+    {InstanceKind::Snapshot, "sunset", kSunsetScene, 300, 3300, 3.0f},
+    {InstanceKind::Snapshot, "chart", kCommonScene, 220, 4500, 2.0f},
+    {InstanceKind::Snapshot, "night", kNightScene, 50, 5000, 2.0f},
+    {InstanceKind::Snapshot, "plants", kPlantsScene, 90, 6000, 1.0f},
 };
 
 fs::path shareDir() {
@@ -106,7 +107,7 @@ void addDemoCommand(CLI::App& app) {
   c->add_flag("--json", o->json, "Print the table as JSON");
   c->callback([o, calibration, size] {
     const fs::path calib =
-        calibration->empty() ? shareDir() / "lumo_filter_param.bin" : fs::path(*calibration);
+        calibration->empty() ? shareDir() / kParamFileName : fs::path(*calibration);
     if (!fs::is_regular_file(calib))
       throw Failure(calib.string() +
                     ": no calibration file (build the tree, or pass --calibration)");
@@ -124,10 +125,11 @@ void addDemoCommand(CLI::App& app) {
         fs::remove_all(p, ec);
       }
     } cleanup{root};
-    fs::create_directories(root / "odm/etc/camera");
-    fs::copy_file(calib, root / "odm/etc/camera/lumo_filter_param.bin");
+    const fs::path deviceCalib = root / fs::path(kParamFilePath).relative_path();
+    fs::create_directories(deviceCalib.parent_path());
+    fs::copy_file(calib, deviceCalib);
     o->setup.deviceRoot = root.string();
-    o->setup.props = {"persist.vendor.camera.lumofilter.dumpMode=3"};
+    o->setup.props = {std::string(kPropDumpMode) + "=3"};
 
     std::vector<SessionFrame> frames;
     uint32_t n = 0;
@@ -148,7 +150,7 @@ void addDemoCommand(CLI::App& app) {
       f.meta.zoom = d.zoom;
       f.meta.stylization = 1;
       const std::string scene = d.scene;
-      if (scene == "protrait")
+      if (scene == kPortraitScene)
         f.meta.faces = 1;
       else
         f.meta.scene = sceneIdOfName(scene);
@@ -163,10 +165,10 @@ void addDemoCommand(CLI::App& app) {
 
     // Collect the parameter dumps into the output folder.
     std::map<uint32_t, ExifBlock> chosen;
-    const fs::path dumps = root / "data/vendor/camera";
+    const fs::path dumps = root / fs::path(kDumpFolder).relative_path();
     for (const auto& entry : fs::directory_iterator(dumps)) {
       const std::string file = entry.path().filename().string();
-      if (!file.ends_with("_exif.txt")) continue;
+      if (!file.ends_with(kExifSuffix)) continue;
       fs::copy_file(entry.path(), fs::path(o->outDir) / file, fs::copy_options::overwrite_existing);
       const auto blocks = readExifDump(entry.path().string());
       for (size_t i = 0; i < frames.size(); ++i) {

@@ -1,4 +1,6 @@
 // `lumo replay SESSION.jsonl` and `lumo run IMAGE`.
+#include <lumo/contract.h>
+
 #include <filesystem>
 #include <memory>
 
@@ -67,8 +69,7 @@ void addRunCommand(CLI::App& app) {
   c->add_option("-o,--output", o->output, "Output image (.png, .jpg, .nv21, .nv12, .rgba)")
       ->required()
       ->check(outputImageName());
-  c->add_option("--scene", o->scene,
-                "AI scene id or name: common, food, plants, night, sunrise_sunset, protrait");
+  c->add_option("--scene", o->scene, "AI scene id or name: " + sceneNameList());
   c->add_option("--lux", o->lux, "Lux index (float: number, nan, inf, -inf, 0x3f800000)");
   c->add_option("--cct", o->cct, "Colour temperature in kelvin");
   c->add_option("--zoom", o->zoom, "Zoom ratio (float)");
@@ -112,9 +113,9 @@ void addRunCommand(CLI::App& app) {
     checkFrameMemory(f);
     if (!o->scene.empty()) {
       const std::string& scene = o->scene;
-      if (scene == "protrait" || scene == "portrait") {
+      if (scene == kPortraitScene || scene == "portrait") {
         // The camera reports portraits through faces, not through a scene id.
-        f.meta.scene = 0;
+        f.meta.scene = kCommonSceneId;
         f.meta.faces = 1;
       } else if (auto id = sceneIdOfName(scene)) {
         f.meta.scene = *id;
@@ -123,10 +124,8 @@ void addRunCommand(CLI::App& app) {
                  std::stoull(scene) <= 0xFFFFFFFFull) {
         f.meta.scene = uint32_t(std::stoull(scene));
       } else {
-        throw CLI::ValidationError("--scene",
-                                   "expected an id or one of common, food, plants, "
-                                   "night, sunrise_sunset, protrait, got " +
-                                       scene);
+        throw CLI::ValidationError(
+            "--scene", "expected an id or one of " + sceneNameList() + ", got " + scene);
       }
     }
     if (!o->lux.empty()) f.meta.lux = parseFloatArgument(o->lux, "--lux");

@@ -2,6 +2,7 @@
 // holds, what the plugin's selection makes of it, and what the plugin did
 // with each frame of a session.
 #include <calib/calibration_reader.h>
+#include <lumo/contract.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -315,8 +316,9 @@ void writeReport(ReportOptions& o) {
     if (!fs::exists(calibPath)) calibPath.clear();
   } else if (!o.session.empty() && o.host.setup.deviceRoot.empty()) {
     // The session runs against the calibration the page shows.
-    fs::create_directories(device.path / "odm/etc/camera");
-    fs::copy_file(calibPath, device.path / "odm/etc/camera/lumo_filter_param.bin");
+    const fs::path deviceCalib = device.path / fs::path(kParamFilePath).relative_path();
+    fs::create_directories(deviceCalib.parent_path());
+    fs::copy_file(calibPath, deviceCalib);
     o.host.setup.deviceRoot = device.path.string();
   }
   if (!o.against.empty() && o.calib.empty())

@@ -1,4 +1,6 @@
 // `lumo session from-dumps DIR -o SESSION.jsonl`.
+#include <lumo/contract.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -23,8 +25,9 @@ void addSessionCommand(CLI::App& app) {
   auto o = std::make_shared<FromDumpsOptions>();
   CLI::App* c = addGroupedCommand(
       app, "session", "Make capture sessions", "from-dumps",
-      "Turn a device's dump folder (the plugin's image dumps and parameter text dumps from "
-      "/data/vendor/camera/) into a session that replays those frames with the recorded values");
+      std::string("Turn a device's dump folder (the plugin's image dumps and parameter text dumps "
+                  "from ") +
+          kDumpFolder + ") into a session that replays those frames with the recorded values");
   c->add_option("DIR", o->dir, "Folder of dumps (searched recursively)")
       ->required()
       ->check(CLI::ExistingDirectory);

@@ -2,6 +2,7 @@
 #include "host_options.h"
 
 #include <calib/json_values.h>
+#include <lumo/contract.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -36,9 +37,8 @@ void addHostOptions(CLI::App& c, HostCommandOptions& o, bool withOut) {
   // An existing folder only: a mistyped root would otherwise be created empty
   // and the plugin would quietly run without its calibration.
   c.add_option("--device-root", o.setup.deviceRoot,
-               "Existing folder standing for the device's root: "
-               "/odm/etc/camera/lumo_filter_param.bin and /data/vendor/camera/ dumps live under it "
-               "(default: $LUMO_DEVICE_ROOT)")
+               std::string("Existing folder standing for the device's root: ") + kParamFilePath +
+                   " and " + kDumpFolder + " dumps live under it (default: $LUMO_DEVICE_ROOT)")
       ->check(CLI::ExistingDirectory);
   // One value per --prop, so a following positional is never taken for a property.
   c.add_option("--prop", o.setup.props,

@@ -3,6 +3,8 @@
 // the knobs needed to write the odd shapes the format allows.
 #pragma once
 
+#include <lumo/calib_layout.h>
+
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -11,11 +13,12 @@
 
 namespace calib {
 
-constexpr size_t kLutEdge = 17;
-constexpr size_t kLutBlockBytes = kLutEdge * kLutEdge * kLutEdge * 3;  // 14739
-constexpr size_t kShadingBlockFloats = 8;
-constexpr size_t kTextFieldBytes = 256;
-constexpr size_t kSceneNameBytes = 64;
+// The layout's sizes under the names the toolkit uses.
+constexpr size_t kLutEdge = calib_layout::kLutEdge;
+constexpr size_t kLutBlockBytes = calib_layout::kLutBlockBytes;
+constexpr size_t kShadingBlockFloats = calib_layout::kShadingFloats;
+constexpr size_t kTextFieldBytes = calib_layout::kTextBytes;
+constexpr size_t kSceneNameBytes = calib_layout::kSceneNameBytes;
 
 struct CctBand {
   uint16_t start = 0;  // kelvin, inclusive
