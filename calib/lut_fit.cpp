@@ -3,6 +3,7 @@
 // smoothness term is added as D^T D of the second-difference operator, and
 // one sparse Cholesky factorisation solves all three channels.
 #include <calib/lut_fit.h>
+#include <calib/lut_source.h>
 
 #include <Eigen/IterativeLinearSolvers>
 #include <Eigen/SparseCore>
@@ -127,7 +128,8 @@ constexpr int kMaxIterations = 5000;
 
 int lastIterations = 0;
 
-std::vector<float> solve(const Normal& n, double smooth) {
+std::vector<float> solve(const Normal& n, double smooth, const std::vector<float>* guess,
+                         int guessEdge) {
   const int e = n.edge;
   const int nodes = e * e * e;
   const double perPixel = n.pixels > 0 ? 1.0 / double(n.pixels) : 0.0;
@@ -157,8 +159,8 @@ std::vector<float> solve(const Normal& n, double smooth) {
     for (int c = 0; c < 3; ++c)
       b(node, c) = n.rhs[size_t(node) * 3 + c] / 255 * perPixel + kIdentityPull * idx[c] / (e - 1);
   }
-  // Conjugate gradients from the identity: a direct factorisation of this
-  // 3D stencil fills in far too much beyond a few thousand nodes.
+  // Conjugate gradients from a guess: a direct factorisation of this 3D
+  // stencil fills in far too much beyond a few thousand nodes.
   Eigen::ConjugateGradient<Sparse, Eigen::Lower | Eigen::Upper, Eigen::IncompleteCholesky<double>>
       cg;
   cg.setTolerance(kTolerance);
@@ -166,15 +168,17 @@ std::vector<float> solve(const Normal& n, double smooth) {
   cg.compute(m);
   if (cg.info() != Eigen::Success)
     throw std::runtime_error("the fit's equations could not be prepared for solving");
+  Eigen::MatrixXd start(nodes, 3);
+  for (int node = 0; node < nodes; ++node) {
+    const std::array<double, 3> at = {double(node % e) / (e - 1), double((node / e) % e) / (e - 1),
+                                      double(node / (e * e)) / (e - 1)};
+    const std::array<double, 3> v =
+        guess != nullptr ? tetrahedral(guess->data(), guessEdge, at) : at;
+    for (int c = 0; c < 3; ++c) start(node, c) = v[c];
+  }
   Eigen::MatrixXd x(nodes, 3);
   for (int c = 0; c < 3; ++c) {
-    Eigen::VectorXd start(nodes);
-    for (int node = 0; node < nodes; ++node)
-      start(node) = double((c == 0   ? node % e
-                            : c == 1 ? (node / e) % e
-                                     : node / (e * e))) /
-                    (e - 1);
-    x.col(c) = cg.solveWithGuess(b.col(c), start);
+    x.col(c) = cg.solveWithGuess(b.col(c), start.col(c));
     lastIterations = cg.iterations();
   }
   std::vector<float> lattice(size_t(nodes) * 3);

@@ -44,8 +44,10 @@ struct Normal {
 };
 
 // The lattice (red fastest, RGB 0..1, clamped) minimising the data term
-// plus `smooth` times the second-difference energy.
-std::vector<float> solve(const Normal& normal, double smooth);
+// plus `smooth` times the second-difference energy. The solver starts from
+// `guess` (a lattice of `guessEdge` points, interpolated) or the identity.
+std::vector<float> solve(const Normal& normal, double smooth,
+                         const std::vector<float>* guess = nullptr, int guessEdge = 0);
 extern int lastIterations;  // of the last channel solved, for tuning
 
 // A colour through the lattice, in code values (unrounded).

@@ -28,6 +28,8 @@ constexpr int kHueSector = 30;
 constexpr int kLightnessBand = 20;
 // Rows per unit of work of the accumulation.
 constexpr int kBandRows = 64;
+// The lattice the smoothness is chosen on and larger fits start from.
+constexpr int kCoarseEdge = 17;
 // Positions compared when checking alignment, and how much better a shifted
 // after picture must line up before the pair counts as misaligned.
 constexpr double kGradientSamples = 100000;
@@ -67,13 +69,20 @@ Split splitOf(const std::vector<FitPair>& pairs, std::string& said) {
   return s;
 }
 
-struct Accumulated {
+// The normal equations of one lattice size, training and held-out apart.
+struct Level {
+  fit::Geometry g;
   fit::Normal training, heldOut;
-  explicit Accumulated(int edge) : training(edge), heldOut(edge) {}
+  explicit Level(int edge) : g(edge), training(edge), heldOut(edge) {}
+  void merge(const Level& other) {
+    training.merge(other.training);
+    heldOut.merge(other.heldOut);
+  }
 };
 
-Accumulated accumulate(const std::vector<FitPair>& pairs, const Split& split,
-                       const fit::Geometry& g, unsigned threads) {
+// One pass over the pixels fills every lattice size in `edges`.
+std::vector<Level> accumulate(const std::vector<FitPair>& pairs, const Split& split,
+                              const std::vector<int>& edges, unsigned threads) {
   struct Work {
     size_t pair;
     int row0, row1;
@@ -83,10 +92,11 @@ Accumulated accumulate(const std::vector<FitPair>& pairs, const Split& split,
     for (int y = 0; y < pairs[p].before.height; y += kBandRows)
       work.push_back({p, y, std::min(y + kBandRows, pairs[p].before.height)});
   threads = std::max(1u, std::min<unsigned>(threads, unsigned(work.size())));
-  std::vector<Accumulated> parts;
-  for (unsigned t = 0; t < threads; ++t) parts.emplace_back(g.edge);
+  std::vector<std::vector<Level>> parts(threads);
+  for (auto& part : parts)
+    for (const int e : edges) part.emplace_back(e);
   std::atomic<size_t> next{0};
-  const auto run = [&](Accumulated& into) {
+  const auto run = [&](std::vector<Level>& into) {
     for (size_t w; (w = next.fetch_add(1)) < work.size();) {
       const Work& job = work[w];
       const FitPair& pair = pairs[job.pair];
@@ -94,8 +104,10 @@ Accumulated accumulate(const std::vector<FitPair>& pairs, const Split& split,
       for (int y = job.row0; y < job.row1; ++y) {
         const uint8_t* b = &pair.before.rgb[size_t(y) * width * 3];
         const uint8_t* a = &pair.after.rgb[size_t(y) * width * 3];
-        for (int x = 0; x < width; ++x)
-          (split.held(job.pair, x, y) ? into.heldOut : into.training).add(g, b + 3 * x, a + 3 * x);
+        for (int x = 0; x < width; ++x) {
+          const bool held = split.held(job.pair, x, y);
+          for (Level& l : into) (held ? l.heldOut : l.training).add(l.g, b + 3 * x, a + 3 * x);
+        }
       }
     }
   };
@@ -103,10 +115,8 @@ Accumulated accumulate(const std::vector<FitPair>& pairs, const Split& split,
   for (unsigned t = 1; t < threads; ++t) pool.emplace_back(run, std::ref(parts[t]));
   run(parts[0]);
   for (std::thread& t : pool) t.join();
-  for (unsigned t = 1; t < threads; ++t) {
-    parts[0].training.merge(parts[t].training);
-    parts[0].heldOut.merge(parts[t].heldOut);
-  }
+  for (unsigned t = 1; t < threads; ++t)
+    for (size_t l = 0; l < edges.size(); ++l) parts[0][l].merge(parts[t][l]);
   return std::move(parts[0]);
 }
 
@@ -320,28 +330,41 @@ LutFit fitLut(const std::vector<FitPair>& pairs, const FitOptions& options) {
   fit.smooth = options.smooth;
   fit.cells = size_t(fit.edge - 1) * (fit.edge - 1) * (fit.edge - 1);
   const Split split = splitOf(pairs, fit.heldOutBy);
-  const fit::Geometry g(fit.edge);
   const unsigned threads =
       options.threads != 0 ? options.threads : std::max(1u, std::thread::hardware_concurrency());
-  Accumulated acc = accumulate(pairs, split, g, threads);
-  fit.trainingPixels = acc.training.pixels;
-  fit.heldOutPixels = acc.heldOut.pixels;
+  // Larger lattices start from the 17-point solution, which the smoothness
+  // is also chosen on (its scale does not depend on the lattice size): the
+  // solver then has only the fine detail left to find.
+  std::vector<int> edges = {kCoarseEdge};
+  if (fit.edge != kCoarseEdge) edges.push_back(fit.edge);
+  std::vector<Level> levels = accumulate(pairs, split, edges, threads);
+  Level& coarse = levels.front();
+  Level& fine = levels.back();
+  fit.trainingPixels = fine.training.pixels;
+  fit.heldOutPixels = fine.heldOut.pixels;
 
+  LutFit probe;
+  probe.edge = kCoarseEdge;
   if (fit.smooth == kChooseSmooth) {
     fit.smooth = kFallbackSmooth;
     double best = 0;
     for (const double w : kSmoothCandidates) {
-      if (acc.heldOut.pixels == 0) break;
-      fit.lattice = fit::solve(acc.training, w);
-      const Measured probe = measure(pairs, split, fit, true);
+      if (coarse.heldOut.pixels == 0) break;
+      probe.lattice = fit::solve(coarse.training, w);
+      const Measured m = measure(pairs, split, probe, true);
       double mean = 0;
-      for (const double v : probe.heldOut) mean += v / double(probe.heldOut.size());
+      for (const double v : m.heldOut) mean += v / double(m.heldOut.size());
       fit.smoothTried.emplace_back(w, mean);
       if (fit.smoothTried.size() == 1 || mean < best) best = mean, fit.smooth = w;
     }
   }
+  const auto solve = [&](const fit::Normal& n, const fit::Normal& coarseNormal) {
+    if (&n == &coarseNormal) return fit::solve(n, fit.smooth);
+    probe.lattice = fit::solve(coarseNormal, fit.smooth);
+    return fit::solve(n, fit.smooth, &probe.lattice, kCoarseEdge);
+  };
   // The held-out pixels measure a LUT that never saw them...
-  fit.lattice = fit::solve(acc.training, fit.smooth);
+  fit.lattice = solve(fine.training, coarse.training);
   Measured m = measure(pairs, split, fit);
   fit.training = statsOf(m.training);
   fit.heldOut = statsOf(m.heldOut);
@@ -351,10 +374,11 @@ LutFit fitLut(const std::vector<FitPair>& pairs, const FitOptions& options) {
   fit.byLightness =
       binsOf(anyHeld ? m.heldOut : m.training, anyHeld ? m.heldOutTarget : m.trainingTarget, false);
   // ...and the LUT written out uses them all.
-  acc.training.merge(acc.heldOut);
-  if (acc.heldOut.pixels > 0) fit.lattice = fit::solve(acc.training, fit.smooth);
-  for (size_t c = 0; c < acc.training.count.size(); ++c)
-    if (acc.training.count[c] == 0) fit.emptyCells.push_back(uint32_t(c));
+  const bool anyHeldOut = fine.heldOut.pixels > 0;
+  for (Level& l : levels) l.training.merge(l.heldOut);
+  if (anyHeldOut) fit.lattice = solve(fine.training, coarse.training);
+  for (size_t c = 0; c < fine.training.count.size(); ++c)
+    if (fine.training.count[c] == 0) fit.emptyCells.push_back(uint32_t(c));
 
   fit.identity = samePictures(pairs);
   if (fit.identity)
