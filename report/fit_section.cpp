@@ -97,8 +97,9 @@ Section fitSection(const FitRecord& fit) {
 
   if (fit.edge >= 2) {
     const size_t cells = size_t(fit.edge - 1) * (fit.edge - 1) * (fit.edge - 1);
-    body += "<h3>Lattice coverage</h3><p class=\"note\">" +
-            std::to_string(cells - std::min(cells, fit.emptyCells.size())) + " of " +
+    const size_t empty = size_t(std::count_if(fit.emptyCells.begin(), fit.emptyCells.end(),
+                                              [&](uint32_t c) { return c < cells; }));
+    body += "<h3>Lattice coverage</h3><p class=\"note\">" + std::to_string(cells - empty) + " of " +
             std::to_string(cells) +
             " cells held data. One square per blue step (blue grows left to right, then down), "
             "red to the right and green upwards inside it; a cell that held data shows its "

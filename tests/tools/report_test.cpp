@@ -13,6 +13,7 @@
 
 #include "coverage.h"
 #include "diff_section.h"
+#include "fit_section.h"
 #include "html.h"
 #include "pictures.h"
 #include "sections.h"
@@ -130,6 +131,12 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   copied.instance = "snapshot";
   copied.outcome = "copied: bypass switch";
   copied.pictureNote = "left out";
+  FitRecord fit;
+  fit.name = "<x-injected>.cube";
+  fit.edge = 17;
+  fit.emptyCells = {0, 1, 4095, 99999};  // an index past the lattice is ignored
+  fit.notes = {"<x-injected>"};
+  fit.byHue = {{"hue 0-30", 10, 0.5, 0.9}, {"neutral", 0, 0, 0}};
   std::string styles;
   const Section built[] = {
       calibrationSection(file, styles),
@@ -137,6 +144,7 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
       replaySection({shown, copied}),
       strengthSection("chart", {{0.0, shown.before}, {1.0, shown.after}}),
       diffSection(file, file, "a.bin", "<x-injected>", styles),
+      fitSection(fit),
   };
   for (const Section& s : built) {
     const std::string html = page("t", {s}, styles);
@@ -150,6 +158,8 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   EXPECT_EQ(lumo_test::countOf(built[2].body, "class=\"frame\""), 2u);
   EXPECT_EQ(lumo_test::countOf(built[2].body, "type=\"range\""), 1u);
   EXPECT_EQ(lumo_test::countOf(built[1].body, "class=\"map "), 3u);
+  EXPECT_NE(built[5].body.find("4093 of 4096 cells held data"), std::string::npos);
+  EXPECT_EQ(lumo_test::countOf(built[5].body, "no pixels"), 1u);
 }
 
 // The diff heat map: one cell per compared CCT band, zero where the block is
