@@ -12,8 +12,8 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "image_files.h"
 #include "html.h"
+#include "image_files.h"
 #include "tool_runner.h"
 
 using namespace lumo_test;
@@ -206,7 +206,9 @@ TEST_F(ReportCli, ExitCodesAndNothingHalfWritten) {
     const char* inErr;
     bool page;
   } cases[] = {
-      {"report -o r.html", 2, "give a calibration file, a session or both", false},
+      {"report -o r.html", 2, "give a calibration file, a session, a fit or several", false},
+      {"report --fit broken.bin -o r.html", 1, "broken.bin: not the JSON of `lumo lut fit --json`",
+       false},
       {"report --calib missing.bin -o r.html", 2, "missing.bin", false},
       {"report --calib broken.bin -o r.html", 1, "not a readable calibration file", false},
       {"report --calib '" + calib + "' -o r.html", 0, "coverage", true},
