@@ -4,6 +4,7 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <calib/colour_difference.h>
 
 #include <array>
 #include <nlohmann/json_fwd.hpp>
@@ -39,10 +40,8 @@ struct ChartPatch {
 };
 const std::vector<ChartPatch>& referenceChart();
 
-// CIEDE2000 between two CIELAB colours.
-double ciede2000(const std::array<double, 3>& lab1, const std::array<double, 3>& lab2);
-// CIELAB (D65) of an sRGB colour with components in 0..1.
-std::array<double, 3> srgbToLab(const std::array<double, 3>& rgb);
+using calib::ciede2000;
+using calib::srgbToLab;
 
 // The chart through both LUT blocks, compared patch by patch.
 ChartDelta lutDelta(const calib::LutBlock& a, const calib::LutBlock& b);

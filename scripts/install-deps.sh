@@ -7,7 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libhwy-dev libyuv-dev libjpeg-dev libpng-dev
-  nlohmann-json3-dev libcli11-dev libopencolorio-dev
+  nlohmann-json3-dev libcli11-dev libopencolorio-dev libeigen3-dev
   ffmpeg libjpeg-turbo-progs
   clang libfuzzer-14-dev libclang-rt-14-dev
   chromium gcovr

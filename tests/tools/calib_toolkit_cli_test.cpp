@@ -180,3 +180,55 @@ TEST_F(CalibBuildSourcesCli, EachLutFileIsReportedWithItsErrorAndProblemsAndLayo
     EXPECT_FALSE(fs::exists(dir / "bad.bin"));
   }
 }
+
+class LutFitCli : public ToolTest {};
+
+// Pictures to a fitted .cube, into a calibration, onto a report page; and
+// the refusals with their exit statuses.
+TEST_F(LutFitCli, FittedLookGoesIntoACalibrationAndAReport) {
+  for (const char* scene : {"chart", "sunset"})
+    ASSERT_EQ(
+        lumo(std::string("generate ") + scene + " -o " + scene + ".png --width 160 --height 120")
+            .status,
+        0);
+  Outcome o = lumo("lut fit chart.png chart.png sunset.png sunset.png -o look.cube --json");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const nlohmann::json j = nlohmann::json::parse(o.out);
+  EXPECT_TRUE(j["identity"].get<bool>());
+  EXPECT_EQ(j["lattice_size"], 17);
+  EXPECT_EQ(j["coverage"]["empty_cells"].size(),
+            4096 - j["coverage"]["cells_with_data"].get<size_t>());
+  EXPECT_LT(j["held_out"]["mean"].get<double>(), 0.2);
+  write("fit.json", o.out);
+  write("d.json", R"({"looks": {"graded": {"cube": "look.cube"}},
+    "shadings": {"s": [0,0,0,0,0,0,0,0]},
+    "scenes": [{"name": "common", "lux": [{"start": 0, "end": 65535,
+                "cct": [{"start": 0, "end": 65535, "lut": "graded"}]}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+               "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})");
+  o = lumo("calib build d.json -o d.bin");
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.out,
+              HasSubstr("looks.graded: ./look.cube: iridas_cube (Iridas): 17-point lattice"));
+  o = lumo("report --fit fit.json --calib d.bin -o page.html");
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(readText(dir / "page.html"), HasSubstr("Lattice coverage"));
+
+  const struct {
+    const char* args;
+    int status;
+    const char* message;
+  } refused[] = {
+      {"chart.png sunset.png -o x.cube", 1, "pictures look misaligned"},
+      {"chart.png -o x.cube", 2, "pictures come in pairs: 1 given"},
+      {"-o x.cube", 2, "give picture pairs or --pairs DIR"},
+      {"--pairs . -o x.cube", 1, "no such folder (--pairs expects DIR/before and DIR/after"},
+      {"chart.png chart.png -o x.cube --size 20", 2, "--size"},
+  };
+  for (const auto& c : refused) {
+    o = lumo(std::string("lut fit ") + c.args);
+    EXPECT_EQ(o.status, c.status) << c.args;
+    EXPECT_THAT(o.err, HasSubstr(c.message)) << c.args;
+    EXPECT_FALSE(fs::exists(dir / "x.cube")) << c.args;
+  }
+}

@@ -210,7 +210,8 @@ TEST_F(ReportCli, ExitCodesAndNothingHalfWritten) {
     size_t sections;                  // 0: no page
     std::vector<std::string> inPage;  // as the page writes them
   } cases[] = {
-      {"report -o r.html", 2, "give a calibration file, a session or both", 0, {}},
+      {"report -o r.html", 2, "give a calibration file, a session, a fit or several", 0, {}},
+      {"report --fit broken.bin -o r.html", 1, "broken.bin: not the JSON of `lumo lut fit --json`", 0, {}},
       {"report --calib missing.bin -o r.html", 2, "missing.bin", 0, {}},
       {"report --calib broken.bin -o r.html", 1, "not a readable calibration file", 0, {}},
       {"report --calib '" + calib + "' --looks broken.bin -o r.html",

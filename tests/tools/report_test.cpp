@@ -14,6 +14,7 @@
 
 #include "coverage.h"
 #include "diff_section.h"
+#include "fit_section.h"
 #include "html.h"
 #include "pictures.h"
 #include "sections.h"
@@ -135,6 +136,12 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   ReplayFrame held = shown;
   held.scene = "night";
   held.heldScript = "held script made for 4000x3000 on a 1280x720 frame";
+  FitRecord fit;
+  fit.name = "<x-injected>.cube";
+  fit.edge = 17;
+  fit.emptyCells = {0, 1, 4095, 99999};  // an index past the lattice is ignored
+  fit.notes = {"<x-injected>"};
+  fit.byHue = {{"hue 0-30", 10, 0.5, 0.9}, {"neutral", 0, 0, 0}};
   std::string styles;
   const BlockNames names{{1, "<warm>"}};
   const Section built[] = {
@@ -143,6 +150,7 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
       replaySection({shown, copied, held}),
       strengthSection("chart", {{0.0, shown.before}, {1.0, shown.after}}),
       diffSection(file, file, "a.bin", "<x-injected>", styles, names, names),
+      fitSection(fit),
   };
   for (const Section& s : built) {
     const std::string html = page("t", {s}, styles);
@@ -165,6 +173,8 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   EXPECT_EQ(lumo_test::countOf(built[2].body, held.heldScript), 3u);     // hover, row, panel
   EXPECT_EQ(lumo_test::countOf(built[2].body, "fill=\"#ef9c00\""), 1u);  // its amber mark
   EXPECT_EQ(lumo_test::countOf(built[1].body, "class=\"map "), 3u);
+  EXPECT_NE(built[5].body.find("4093 of 4096 cells held data"), std::string::npos);
+  EXPECT_EQ(lumo_test::countOf(built[5].body, "no pixels"), 1u);
 }
 
 // The diff heat map: one cell per compared CCT band, zero where the block is

@@ -9,7 +9,9 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "atomic_file.h"
 #include "calib_findings.h"
@@ -17,6 +19,7 @@
 #include "coverage.h"
 #include "diff_section.h"
 #include "failure.h"
+#include "fit_section.h"
 #include "frame_source.h"
 #include "host_options.h"
 #include "host_setup.h"
@@ -45,6 +48,7 @@ struct ReportOptions {
   std::string session;
   std::string against;             // the baseline --calib is compared with
   std::vector<std::string> looks;  // descriptions that name LUT blocks
+  std::string fit;                 // the JSON record of `lut fit --json`
   std::string output;
 };
 
@@ -303,9 +307,39 @@ void finishPage(std::vector<Section>& sections, const std::string& styles,
               html.size() >> 10, kPageBudgetBytes >> 10);
 }
 
+// The record `lut fit --json` prints, as the fit section takes it.
+FitRecord readFitRecord(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  nlohmann::json j;
+  try {
+    j = nlohmann::json::parse(in);
+    FitRecord r;
+    r.name = j.value("output", fs::path(path).stem().string());
+    r.edge = j.at("lattice_size").get<int>();
+    if (r.edge < 2 || r.edge > 129) throw Failure(path + ": lattice_size: 2..129 expected");
+    r.smooth = j.at("smooth").get<double>();
+    r.emptyCells = j.at("coverage").at("empty_cells").get<std::vector<uint32_t>>();
+    r.heldOutBy = j.at("held_out_by").get<std::string>();
+    for (auto [key, into] : {std::pair{"training", &r.training}, {"held_out", &r.heldOut}}) {
+      const nlohmann::json& e = j.at(key);
+      *into = {e.at("pixels").get<size_t>(), e.at("mean").get<double>(), e.at("p95").get<double>(),
+               e.at("max").get<double>()};
+    }
+    for (auto [key, into] : {std::pair{"by_hue", &r.byHue}, {"by_lightness", &r.byLightness}})
+      for (const nlohmann::json& b : j.at(key))
+        into->push_back({b.at("label").get<std::string>(), b.at("pixels").get<size_t>(),
+                         b.at("mean").get<double>(), b.at("p95").get<double>()});
+    r.notes = j.at("notes").get<std::vector<std::string>>();
+    return r;
+  } catch (const nlohmann::json::exception& e) {
+    throw Failure(path + ": not the JSON of `lumo lut fit --json`: " + e.what());
+  }
+}
+
 void writeReport(ReportOptions& o) {
-  if (o.calib.empty() && o.session.empty())
-    throw CLI::ValidationError("--calib/--session", "give a calibration file, a session or both");
+  if (o.calib.empty() && o.session.empty() && o.fit.empty())
+    throw CLI::ValidationError("--calib/--session/--fit",
+                               "give a calibration file, a session, a fit or several");
   std::vector<Section> sections;
   std::string styles;
   TempDir device;
@@ -342,10 +376,14 @@ void writeReport(ReportOptions& o) {
                                    calibration.names));
   }
   if (!o.session.empty()) addReplaySections(o, calibration.probe.get(), sections);
+  if (!o.fit.empty()) sections.push_back(fitSection(readFitRecord(o.fit)));
   const std::string title =
-      "Lumo report: " + (o.calib.empty() ? std::string() : fs::path(o.calib).filename().string()) +
-      (!o.calib.empty() && !o.session.empty() ? ", " : "") +
-      (o.session.empty() ? std::string() : fs::path(o.session).filename().string());
+      !o.fit.empty() && o.calib.empty() && o.session.empty()
+          ? "Lumo report: " + fs::path(o.fit).filename().string()
+          : "Lumo report: " +
+                (o.calib.empty() ? std::string() : fs::path(o.calib).filename().string()) +
+                (!o.calib.empty() && !o.session.empty() ? ", " : "") +
+                (o.session.empty() ? std::string() : fs::path(o.session).filename().string());
   finishPage(sections, styles, calibPath.empty() ? nullptr : &calibration, title, o.output);
 }
 
@@ -382,6 +420,10 @@ void addReportCommand(CLI::App& app) {
   c->add_option("--looks", o->looks,
                 "Looks description (the JSON `lumo calib build` reads) whose look names label "
                 "the LUT blocks they match byte for byte; may be given more than once")
+      ->check(CLI::ExistingFile);
+  c->add_option("--fit", o->fit,
+                "JSON record of `lumo lut fit --json`: adds a section with the fitted look's "
+                "lattice coverage and its error by hue and lightness")
       ->check(CLI::ExistingFile);
   c->add_option("-o,--output", o->output, "HTML file to write")->required();
   addHostOptions(*c, o->host, false);

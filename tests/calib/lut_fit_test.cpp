@@ -1,0 +1,237 @@
+// Look fitting: generated scenes pushed through known looks (LUTs rendered
+// by the renderer's reference arithmetic, and an ffmpeg filter chain that is
+// no LUT), fitted, and checked on scenes the fit never saw; then the inputs
+// the fit must refuse or flag.
+#include <calib/colour_difference.h>
+#include <calib/looks.h>
+#include <calib/lut_fit.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "color_math.h"
+#include "image_files.h"
+#include "test_scenes.h"
+
+using namespace calib;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kWidth = 320, kHeight = 240;
+
+RgbImage scene(const std::string& name, int width = kWidth, int height = kHeight) {
+  const lumo::Image rgba = lumo::generateScene(name, uint32_t(width), uint32_t(height));
+  RgbImage out{width, height, std::vector<uint8_t>(size_t(width) * height * 3)};
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x)
+      for (int c = 0; c < 3; ++c)
+        out.rgb[(size_t(y) * width + x) * 3 + c] = rgba.row(uint32_t(y))[4 * x + c];
+  return out;
+}
+
+// Every colour of the cube on a jittered grid: the chart that covers the lattice.
+RgbImage cubeChart() {
+  RgbImage out{256, 256, std::vector<uint8_t>(256 * 256 * 3)};
+  uint32_t h = 12345;
+  for (uint8_t& v : out.rgb) {
+    h = h * 1664525u + 1013904223u;
+    v = uint8_t(h >> 24);
+  }
+  return out;
+}
+
+using Look = std::function<RgbImage(const RgbImage&)>;
+
+// A LUT block through the renderer's own tetrahedral look-up and rounding.
+Look rendered(const LutBlock& lut) {
+  return [lut](const RgbImage& in) {
+    RgbImage out = in;
+    for (size_t i = 0; i < in.rgb.size(); i += 3) {
+      const auto c = lumo::render::lookupTetrahedral<double>(
+          lut.data(), {double(in.rgb[i]), double(in.rgb[i + 1]), double(in.rgb[i + 2])});
+      out.rgb[i] = lumo::render::toByte(c.r);
+      out.rgb[i + 1] = lumo::render::toByte(c.g);
+      out.rgb[i + 2] = lumo::render::toByte(c.b);
+    }
+    return out;
+  };
+}
+
+RgbImage readRgb(const std::string& path) { return loadFitPair(path, path).before; }
+
+void writeRgb(const std::string& path, const RgbImage& in) {
+  lumo::Image rgba =
+      lumo::makeImage({lumo::PixelFormat::Rgba, uint32_t(in.width), uint32_t(in.height),
+                       uint32_t(in.width), uint32_t(in.height)});
+  for (int y = 0; y < in.height; ++y)
+    for (int x = 0; x < in.width; ++x)
+      for (int c = 0; c < 3; ++c)
+        rgba.row(uint32_t(y))[4 * x + c] = in.rgb[(size_t(y) * in.width + x) * 3 + c];
+  lumo::writeImage(path, rgba);
+}
+
+bool haveFfmpeg() { return std::system("ffmpeg -version >/dev/null 2>&1") == 0; }
+
+// An ffmpeg filter chain applied to a picture (PNG in, PNG out).
+Look ffmpeg(const std::string& chain) {
+  return [chain](const RgbImage& in) {
+    const fs::path dir = fs::temp_directory_path();
+    const std::string src = (dir / "lumo_fit_in.png").string();
+    const std::string dst = (dir / "lumo_fit_out.png").string();
+    writeRgb(src, in);
+    const std::string cmd =
+        "ffmpeg -v error -y -i " + src + " -vf '" + chain + "' -pix_fmt rgb24 " + dst;
+    EXPECT_EQ(std::system(cmd.c_str()), 0) << cmd;
+    return readRgb(dst);
+  };
+}
+
+// CIEDE2000 of the fitted LUT against the look on a picture the fit never saw.
+ErrorStats heldOutError(const LutFit& fit, const RgbImage& before, const RgbImage& after) {
+  std::vector<double> e;
+  for (size_t i = 0; i < before.rgb.size(); i += 3) {
+    const auto got = applyFit(fit, &before.rgb[i]);
+    uint8_t out[3];
+    for (int c = 0; c < 3; ++c) out[c] = lumo::render::toByte(got[c]);
+    e.push_back(ciede2000(srgb8ToLab(out[0], out[1], out[2]),
+                          srgb8ToLab(after.rgb[i], after.rgb[i + 1], after.rgb[i + 2])));
+  }
+  std::sort(e.begin(), e.end());
+  ErrorStats s;
+  for (const double v : e) s.mean += v / double(e.size());
+  s.p99 = e[size_t(0.99 * double(e.size() - 1))];
+  s.max = e.back();
+  return s;
+}
+
+LookParams look(double temperature, double contrast, double saturation, double fade) {
+  LookParams p;
+  p.temperature = temperature;
+  p.contrast = contrast;
+  p.saturation = saturation;
+  p.fade = fade;
+  return p;
+}
+
+}  // namespace
+
+TEST(LutFit, ReproducesKnownLooksOnScenesItNeverSaw) {
+  struct Case {
+    const char* name;
+    Look look;
+    bool needsFfmpeg;
+    int edge;
+    double meanLimit, p99Limit;
+    double minCoverage;  // the charts fill every cell of 17 points, not of 33
+  };
+  const Case cases[] = {
+      {"warm contrast", rendered(generateLook(look(0.4, 0.3, 1.2, 0))), false, 17, 0.5, 2, 0.99},
+      {"cool faded", rendered(generateLook(look(-0.5, -0.2, 0.7, 0.1))), false, 17, 0.5, 2, 0.99},
+      {"strong saturation", rendered(generateLook(look(0, 0.5, 1.8, 0))), false, 17, 0.5, 2, 0.99},
+      {"warm contrast, 33 points", rendered(generateLook(look(0.4, 0.3, 1.2, 0))), false, 33, 0.5,
+       2, 0.8},
+      // No LUT: per-channel curves, a colour balance and a hue turn.
+      {"ffmpeg curves + colorbalance + hue",
+       ffmpeg("curves=preset=increase_contrast,colorbalance=rs=0.15:bs=-0.1:rh=-0.05,"
+              "format=yuv444p,hue=h=12:s=1.2,format=rgb24"),
+       true, 17, 1.5, 3, 0.99},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.needsFfmpeg && !haveFfmpeg()) {
+      std::fprintf(stderr, "skipped %s: ffmpeg is not installed\n", c.name);
+      continue;
+    }
+    std::vector<FitPair> pairs;
+    for (const RgbImage& before : {cubeChart(), scene("chart"), scene("sunset"), scene("plants")})
+      pairs.push_back({"training", before, c.look(before)});
+    const LutFit fit = fitLut(pairs, {c.edge, kChooseSmooth, 2});
+    EXPECT_GT(fit.coverage(), c.minCoverage);
+    for (const char* unseen : {"food", "portrait", "night"}) {
+      SCOPED_TRACE(unseen);
+      const RgbImage before = scene(unseen);
+      const ErrorStats e = heldOutError(fit, before, c.look(before));
+      std::fprintf(stderr, "%s on %s: mean %.3f p99 %.3f max %.3f\n", c.name, unseen, e.mean, e.p99,
+                   e.max);
+      EXPECT_LE(e.mean, c.meanLimit);
+      EXPECT_LE(e.p99, c.p99Limit);
+    }
+  }
+}
+
+TEST(LutFit, InputsItRefusesOrFlags) {
+  const RgbImage chart = scene("chart");
+  RgbImage shifted = chart;  // the same scene six pixels to the right
+  for (int y = 0; y < kHeight; ++y)
+    std::copy_n(&chart.rgb[size_t(y) * kWidth * 3], (kWidth - 6) * 3,
+                &shifted.rgb[(size_t(y) * kWidth + 6) * 3]);
+  RgbImage flat{kWidth, kHeight, std::vector<uint8_t>(size_t(kWidth) * kHeight * 3)};
+  for (size_t i = 0; i < flat.rgb.size(); i += 3) flat.rgb[i] = 200, flat.rgb[i + 1] = 90;
+  RgbImage flatAfter = flat;
+  for (size_t i = 0; i < flat.rgb.size(); i += 3) flatAfter.rgb[i + 2] = 40;
+  struct Case {
+    const char* name;
+    FitPair pair;
+    std::string error;  // expected in the message; empty: the fit runs
+    std::string note;   // expected among the notes
+  };
+  const Case cases[] = {
+      {"sizes differ",
+       {"a / b", chart, scene("chart", 160, 120)},
+       "a / b: sizes differ: before "
+       "320 x 240, after 160 x 120",
+       ""},
+      {"misaligned", {"a / b", chart, shifted}, "a / b: pictures look misaligned", ""},
+      {"single colour", {"a / b", flat, flatAfter}, "", "only 1 of 4096 lattice cells (0.0%)"},
+      {"identical", {"a / b", chart, chart}, "", "the fit is the identity"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (!c.error.empty()) {
+      try {
+        fitLut({c.pair});
+        ADD_FAILURE() << "accepted; gradient correlation "
+                      << gradientCorrelation(c.pair.before, c.pair.after);
+      } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find(c.error), std::string::npos) << e.what();
+      }
+      continue;
+    }
+    const LutFit fit = fitLut({c.pair});
+    const std::string notes = fitLines(fit).back() + fitJson(fit).dump();
+    EXPECT_NE(notes.find(c.note), std::string::npos) << notes;
+    // Either way the pixels the fit saw come out as the after picture.
+    EXPECT_LT(fit.training.max, 1.0);
+  }
+  // The identity's lattice is the identity, not just close on the pictures.
+  const LutFit id = fitLut({{"a / b", chart, chart}});
+  const uint8_t corners[][3] = {{0, 0, 0}, {255, 255, 255}, {255, 0, 0}, {0, 255, 128}};
+  for (const auto& rgb : corners)
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(applyFit(id, rgb)[c], rgb[c], 0.5);
+}
+
+TEST(LutFit, SixteenBitPngIsRefusedByName) {
+  // Signature and IHDR of a 16-bit RGB picture: refused before decoding.
+  const fs::path p = fs::temp_directory_path() / "lumo_fit_16bit.png";
+  const unsigned char head[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n', 0, 0,
+                                0,    13,  'I', 'H', 'D',  'R',  0,    0,    0, 8,
+                                0,    0,   0,   8,   16,   2,    0,    0,    0};
+  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(head), sizeof(head));
+  try {
+    loadFitPair(p.string(), p.string());
+    ADD_FAILURE() << "accepted";
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(std::string(e.what()), p.string() +
+                                         ": 16-bit PNG: the fit works on 8-bit pictures, as the "
+                                         "camera renders them; save both pictures with 8 bits "
+                                         "per channel");
+  }
+  fs::remove(p);
+}
