@@ -78,7 +78,7 @@ int PluginUtils::dumpToFile(VyImageBuffer* buffer, const char* name) {
                         name, folder.c_str());
     return -1;
   }
-  const std::string device = std::string(kDumpFolder) + name + dumpExtension(buffer->format);
+  const std::string device = std::string(lumo::kDumpFolder) + name + dumpExtension(buffer->format);
   // Named in messages as it maps, even when the mapping refuses it.
   const std::string path = hostsim::deviceRoot() + device;
   FILE* f = hostsim::openHostFile(device.c_str(), "wb");
