@@ -74,7 +74,8 @@ void addBuild(CLI::App& calibApp) {
       throw Failure(*desc + ": not built: the file would break the format (" +
                     std::to_string(errorCount(checked)) + " errors above)");
     std::string error;
-    if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
+    if (!calib::writeFile(file, *out, &error))
+      throw Failure(error.starts_with(*out) ? error : *out + ": " + error);
     printLookSources(sources);
     std::printf("%s: %zu scenes, %zu zoom ratios, %zu LUTs, %zu shadings\n", out->c_str(),
                 file.scenes.size(), file.zooms.size(), file.luts.size(), file.shadings.size());
