@@ -69,8 +69,8 @@ std::vector<std::string> diagnosisLines(const LutDiagnosis& d) {
   what += ", domain " + domainText(info);
   what += info.title.empty() ? ", no title" : ", title \"" + escapeBytes(info.title) + "\"";
   std::vector<std::string> lines{what};
-  for (const calib::LutProblem& p : d.problems)
-    lines.push_back(file + ": warning: " + p.message + " (" + p.code + ")");
+  for (const calib::Finding& p : d.problems)
+    lines.push_back(escapeBytes(calib::findingLine(d.file, p)));
   lines.push_back(file + ": calib build would take it as " + calib::describeImport(d.import));
   lines.push_back(file + ": " +
                   (d.problems.empty() ? std::string("ok")
@@ -94,8 +94,7 @@ nlohmann::json diagnosisJson(const LutDiagnosis& d) {
   j["domain_min"] = info.domainMin;
   j["domain_max"] = info.domainMax;
   nlohmann::json problems = nlohmann::json::array();
-  for (const calib::LutProblem& p : d.problems)
-    problems.push_back({{"code", p.code}, {"message", p.message}});
+  for (const calib::Finding& p : d.problems) problems.push_back(calib::findingJson(p, "code"));
   j["problems"] = problems;
   j["build"] = {{"summary", calib::describeImport(d.import)},
                 {"error_max", d.import.error.max},

@@ -14,7 +14,7 @@ struct LutDiagnosis {
   std::string file;
   std::string readError;  // set when the file could not be read at all
   calib::LutImport import;
-  std::vector<calib::LutProblem> problems;
+  std::vector<calib::Finding> problems;
   bool ok() const { return readError.empty() && problems.empty(); }
 };
 

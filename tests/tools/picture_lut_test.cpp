@@ -144,7 +144,7 @@ TEST(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
   const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_grey.png";
   writeImage(p.string(), grey);
   std::vector<std::string> codes;
-  for (const auto& problem : diagnoseLut(p.string()).problems) codes.push_back(problem.code);
+  for (const auto& problem : diagnoseLut(p.string()).problems) codes.push_back(problem.rule);
   EXPECT_EQ(codes, (std::vector<std::string>{"layout-ambiguous", "near-constant"}));
   // Forcing Hald leaves a single candidate: nothing to doubt.
   EXPECT_TRUE(calib::importLut(p.string(), "hald").info.layoutDoubt.empty());

@@ -28,9 +28,8 @@ calib::ReadResult readOrFail(const std::string& path) {
 void printLookSources(const std::vector<calib::LookSource>& sources) {
   for (const calib::LookSource& s : sources) {
     std::printf("%s: %s: %s\n", s.field.c_str(), escapeBytes(s.path).c_str(), s.summary.c_str());
-    for (const calib::LutProblem& p : s.problems)
-      std::printf("%s: %s: warning: %s (%s)\n", s.field.c_str(), escapeBytes(s.path).c_str(),
-                  p.message.c_str(), p.code.c_str());
+    for (const calib::Finding& p : s.problems)
+      std::printf("%s\n", calib::findingLine(s.field + ": " + escapeBytes(s.path), p).c_str());
   }
 }
 
@@ -195,14 +194,15 @@ void addLint(CLI::App& calibApp) {
         throw Failure(path + ": not linted: the file breaks the format (" +
                       std::to_string(errorCount(r)) + " errors; see `lumo calib check`)");
       }
-      const std::vector<LintFinding> findings = lintCalibration(r.file);
+      const std::vector<calib::Finding> findings = lintCalibration(r.file);
       failed = failed || (*strict && !findings.empty());
       if (*json) {
         nlohmann::json entry = lintJson(findings);
         entry["file"] = escapeBytes(path);
         report.push_back(entry);
       } else {
-        for (const LintFinding& f : findings) std::printf("%s\n", lintLine(path, f).c_str());
+        for (const calib::Finding& f : findings)
+          std::printf("%s\n", escapeBytes(calib::findingLine(path, f)).c_str());
         std::printf("%s: %zu findings\n", escapeBytes(path).c_str(), findings.size());
       }
     }
