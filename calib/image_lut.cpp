@@ -8,12 +8,25 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "image_files.h"
+
 namespace calib {
 namespace {
 
-ImageReader& reader() {
-  static ImageReader r;
-  return r;
+// Through the project's own PNG and JPEG decoders, as RGB.
+RgbImage readPicture(const std::string& path) {
+  const lumo::Image rgba = lumo::fileKindOf(path) == lumo::FileKind::Png ? lumo::decodePng(path)
+                                                                         : lumo::decodeJpeg(path);
+  RgbImage out;
+  out.width = int(rgba.geometry.width);
+  out.height = int(rgba.geometry.height);
+  out.rgb.reserve(size_t(out.width) * size_t(out.height) * 3);
+  for (uint32_t y = 0; y < rgba.geometry.height; ++y) {
+    const uint8_t* row = rgba.row(y);
+    for (uint32_t x = 0; x < rgba.geometry.width; ++x)
+      out.rgb.insert(out.rgb.end(), row + 4 * x, row + 4 * x + 3);
+  }
+  return out;
 }
 
 bool fits(const ImageLayout& l, const LayoutChoice& c) {
@@ -25,8 +38,6 @@ bool fits(const ImageLayout& l, const LayoutChoice& c) {
 }
 
 }  // namespace
-
-void setImageReader(ImageReader r) { reader() = std::move(r); }
 
 bool isImageLutPath(const std::string& path) {
   std::string ext = std::filesystem::path(path).extension().string();
@@ -99,11 +110,8 @@ LayoutChoice parseLayoutChoice(const std::string& text) {
 }
 
 ImageLutRead readImageLut(const std::string& path, const std::string& layoutChoice) {
-  if (!reader()) throw std::runtime_error(path + ": picture LUTs are read by the lumo tool only");
   const LayoutChoice choice = parseLayoutChoice(layoutChoice);
-  const RgbImage image = reader()(path);
-  if (image.rgb.size() != size_t(image.width) * size_t(image.height) * 3)
-    throw std::runtime_error(path + ": picture decoder gave an inconsistent buffer");
+  const RgbImage image = readPicture(path);
   std::vector<ImageLayout> layouts = candidateLayouts(image.width, image.height);
   layouts.erase(std::remove_if(layouts.begin(), layouts.end(),
                                [&](const ImageLayout& l) { return !fits(l, choice); }),

@@ -2,14 +2,11 @@
 // problems lutProblems() finds, and the import `calib build` would make.
 #include "lut_doctor.h"
 
-#include <calib/image_lut.h>
-
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "calib_findings.h"
-#include "image_files.h"
 
 namespace lumo {
 namespace {
@@ -26,22 +23,6 @@ std::string domainText(const calib::LutSourceInfo& info) {
 }
 
 }  // namespace
-
-void usePictureDecoders() {
-  calib::setImageReader([](const std::string& path) {
-    const Image rgba = fileKindOf(path) == FileKind::Png ? decodePng(path) : decodeJpeg(path);
-    calib::RgbImage out;
-    out.width = int(rgba.geometry.width);
-    out.height = int(rgba.geometry.height);
-    out.rgb.reserve(size_t(out.width) * size_t(out.height) * 3);
-    for (uint32_t y = 0; y < rgba.geometry.height; ++y) {
-      const uint8_t* row = rgba.row(y);
-      for (uint32_t x = 0; x < rgba.geometry.width; ++x)
-        out.rgb.insert(out.rgb.end(), row + 4 * x, row + 4 * x + 3);
-    }
-    return out;
-  });
-}
 
 LutDiagnosis diagnoseLut(const std::string& path, const std::string& imageLayout) {
   LutDiagnosis d;

@@ -20,9 +20,6 @@ struct LutDiagnosis {
 
 LutDiagnosis diagnoseLut(const std::string& path, const std::string& imageLayout = "");
 
-// Lets the calibration toolkit read picture LUTs with the tool's PNG and JPEG decoders.
-void usePictureDecoders();
-
 // "FILE: ..." lines: what the file is, each problem, what calib build would
 // do, then "FILE: ok" or "FILE: N problems".
 std::vector<std::string> diagnosisLines(const LutDiagnosis& d);

@@ -51,7 +51,6 @@ int maxDifference(const calib::LutBlock& a, const calib::LutBlock& b) {
 }  // namespace
 
 TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
-  usePictureDecoders();
   using K = calib::ImageLayout::Kind;
   const struct {
     calib::ImageLayout layout;
@@ -83,7 +82,6 @@ TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
 }
 
 TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
-  usePictureDecoders();
   // 64x64 is both a Hald level 4 and 4x4 tiles of 16; forcing Hald reads the
   // tiles picture as Hald, which scrambles the look.
   const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_forced.jpg";
@@ -137,7 +135,6 @@ TEST(PictureLut, CandidateLayoutsFollowThePictureSize) {
 }
 
 TEST(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
-  usePictureDecoders();
   // A flat grey picture reads the same in every layout its size allows.
   Image grey = makeImage({PixelFormat::Rgba, 64, 64, 0, 0});
   for (size_t i = 0; i < grey.bytes.size(); ++i) grey.bytes[i] = (i % 4 == 3) ? 255 : 120;

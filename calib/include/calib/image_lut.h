@@ -7,7 +7,6 @@
 // much closer to the identity under its own layout than under a wrong one.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,10 +19,6 @@ struct RgbImage {
   std::vector<uint8_t> rgb;  // width * height * 3, rows top to bottom
 };
 
-// The picture decoder (PNG, JPEG) is the tool's; it throws std::runtime_error
-// (or anything derived from std::exception) naming the file.
-using ImageReader = std::function<RgbImage(const std::string& path)>;
-void setImageReader(ImageReader reader);
 bool isImageLutPath(const std::string& path);  // .png, .jpg, .jpeg
 
 struct ImageLayout {
