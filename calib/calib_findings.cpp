@@ -7,51 +7,6 @@
 #include <nlohmann/json.hpp>
 
 namespace lumo {
-namespace {
-
-// Length of the valid UTF-8 sequence starting at `i` (0 when invalid).
-size_t utf8Length(const std::string& s, size_t i) {
-  const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
-  const unsigned char c = byte(i);
-  size_t n = 0;
-  if (c >= 0xC2 && c <= 0xDF)
-    n = 2;
-  else if (c >= 0xE0 && c <= 0xEF)
-    n = 3;
-  else if (c >= 0xF0 && c <= 0xF4)
-    n = 4;
-  if (n == 0 || i + n > s.size()) return 0;
-  for (size_t k = 1; k < n; ++k)
-    if ((byte(i + k) & 0xC0) != 0x80) return 0;
-  // Overlong three- and four-byte forms, surrogates and code points past U+10FFFF.
-  if ((c == 0xE0 && byte(i + 1) < 0xA0) || (c == 0xED && byte(i + 1) >= 0xA0) ||
-      (c == 0xF0 && byte(i + 1) < 0x90) || (c == 0xF4 && byte(i + 1) >= 0x90))
-    return 0;
-  return n;
-}
-
-}  // namespace
-
-std::string escapeBytes(const std::string& text, bool keepNewlines) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size();) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    if ((c >= 0x20 && c < 0x7F) || (keepNewlines && c == '\n')) {
-      out += char(c);
-      ++i;
-    } else if (const size_t n = c >= 0x80 ? utf8Length(text, i) : 0) {
-      out.append(text, i, n);
-      i += n;
-    } else {
-      char hex[8];
-      std::snprintf(hex, sizeof(hex), "\\x%02x", c);
-      out += hex;
-      ++i;
-    }
-  }
-  return out;
-}
 
 std::string foreignFileKind(const std::string& path) {
   std::string head(4096, '\0');
@@ -82,7 +37,7 @@ std::string foreignFileKind(const std::string& path) {
     const unsigned char c = static_cast<unsigned char>(head[i]);
     if ((c >= 0x20 && c < 0x7F) || c == '\t' || c == '\n' || c == '\r') {
       ++i;
-    } else if (const size_t n = c >= 0x80 ? utf8Length(head, i) : 0) {
+    } else if (const size_t n = c >= 0x80 ? calib::utf8Length(head, i) : 0) {
       i += n;
     } else if (c >= 0x80 && i + 4 > head.size()) {
       break;  // a character cut by the end of what was read
@@ -114,7 +69,7 @@ std::vector<std::string> findingLines(const std::string& file, const calib::Read
   const std::vector<calib::Issue>& issues = read.issues;
   std::vector<std::string> lines;
   for (size_t k = 0; k < issues.size() && k < kFindingsShown; ++k)
-    lines.push_back(escapeBytes(calib::formatIssue(file, issues[k])));
+    lines.push_back(escapeBytes(calib::findingLine(file, issues[k])));
   if (read.issueCount() > kFindingsShown) {
     const size_t rest = read.issueCount() - kFindingsShown;
     const size_t restErrors =
@@ -128,13 +83,8 @@ std::vector<std::string> findingLines(const std::string& file, const calib::Read
 nlohmann::json findingsJson(const calib::ReadResult& read) {
   const std::vector<calib::Issue>& issues = read.issues;
   nlohmann::json list = nlohmann::json::array();
-  for (size_t k = 0; k < issues.size() && k < kFindingsShown; ++k) {
-    const calib::Issue& i = issues[k];
-    list.push_back({{"severity", i.severity == calib::Issue::Severity::Error ? "error" : "warning"},
-                    {"offset", i.offset},
-                    {"record", escapeBytes(i.record)},
-                    {"message", escapeBytes(i.message)}});
-  }
+  for (size_t k = 0; k < issues.size() && k < kFindingsShown; ++k)
+    list.push_back(calib::findingJson(issues[k]));
   const size_t errors = errorCount(read);
   return {{"issues", list},
           {"issue_count", read.issueCount()},

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <calib/calibration_reader.h>
+#include <calib/finding.h>
 
 #include <cstddef>
 #include <nlohmann/json_fwd.hpp>
@@ -15,9 +16,7 @@ namespace lumo {
 
 constexpr size_t kFindingsShown = 50;
 
-// Printable ASCII and valid UTF-8 stay; control bytes and invalid UTF-8
-// become \xNN. Line breaks are kept only when `keepNewlines`.
-std::string escapeBytes(const std::string& text, bool keepNewlines = false);
+using calib::escapeBytes;
 
 // "FILE: offset N (record): severity: message" lines for the first
 // kFindingsShown issues, then "FILE: ... and N more findings" when there are more.

@@ -14,6 +14,12 @@
 namespace lumo {
 namespace {
 
+void warn(std::vector<calib::Finding>& out, const char* rule, std::string record,
+          std::string message) {
+  out.push_back(
+      {calib::Finding::Severity::Warning, {}, std::move(record), std::move(message), rule});
+}
+
 std::string sceneRecord(size_t i, const calib::SceneBlock& s) {
   return "scene block " + std::to_string(i) + " \"" + escapeBytes(s.name) + "\"";
 }
@@ -27,32 +33,32 @@ std::string zoomRecord(size_t j, const calib::ZoomBlock& z) {
 // The plugin takes the first block of a name or ratio; later ones are dead.
 template <typename Block, typename Key, typename Record>
 void repeatedKeys(const std::vector<Block>& blocks, Key key, Record record, const char* what,
-                  std::vector<LintFinding>& out) {
+                  std::vector<calib::Finding>& out) {
   for (size_t i = 0; i < blocks.size(); ++i)
     for (size_t k = 0; k < i; ++k)
       if (key(blocks[k]) == key(blocks[i])) {
-        out.push_back({"never-chosen", record(i, blocks[i]),
-                       std::string("never chosen: ") + what + " as " + record(k, blocks[k]) +
-                           ", which the plugin keeps"});
+        warn(out, "never-chosen", record(i, blocks[i]),
+             std::string("never chosen: ") + what + " as " + record(k, blocks[k]) +
+                 ", which the plugin keeps");
         break;
       }
 }
 
 void lowLux(const std::string& record, const std::vector<calib::LuxBand>& bands,
-            std::vector<LintFinding>& out) {
+            std::vector<calib::Finding>& out) {
   if (bands.empty() || bands.front().start < kLowLux) return;
-  out.push_back({"no-low-lux", record,
-                 "no lux band below " + std::to_string(kLowLux) + " lux: the lowest starts at " +
-                     std::to_string(bands.front().start) +
-                     ", so dark frames get the look of a brighter band"});
+  warn(out, "no-low-lux", record,
+       "no lux band below " + std::to_string(kLowLux) + " lux: the lowest starts at " +
+           std::to_string(bands.front().start) +
+           ", so dark frames get the look of a brighter band");
 }
 
 void unusedPool(const char* pool, size_t count, const std::set<uint16_t>& used,
-                std::vector<LintFinding>& out) {
+                std::vector<calib::Finding>& out) {
   for (size_t i = 0; i < count; ++i)
     if (used.count(uint16_t(i)) == 0)
-      out.push_back({"never-chosen", std::string(pool) + " block " + std::to_string(i),
-                     "never chosen: no CCT band refers to it"});
+      warn(out, "never-chosen", std::string(pool) + " block " + std::to_string(i),
+           "never chosen: no CCT band refers to it");
 }
 
 std::string blockList(const std::set<uint16_t>& blocks) {
@@ -67,7 +73,7 @@ std::string blockList(const std::set<uint16_t>& blocks) {
 // Cells neighbour when they are CCT neighbours in one lux band, or sit at the
 // same CCT position in adjacent lux bands.
 void sharedBlocks(const std::string& record, const char* pool,
-                  const std::vector<calib::LuxBand>& bands, std::vector<LintFinding>& out) {
+                  const std::vector<calib::LuxBand>& bands, std::vector<calib::Finding>& out) {
   struct Patch {
     uint16_t block;
     std::pair<size_t, size_t> first;
@@ -102,14 +108,13 @@ void sharedBlocks(const std::string& record, const char* pool,
       }
       for (const Patch& q : patches)
         if (q.block == p.block && q.around != p.around) {
-          out.push_back(
-              {"shared-block",
+          warn(out, "shared-block",
                record + " lux band " + std::to_string(i) + " CCT band " + std::to_string(j),
                std::string(pool) + " block " + std::to_string(p.block) +
                    " is also used at lux band " + std::to_string(q.first.first) + " CCT band " +
                    std::to_string(q.first.second) + ", whose neighbours differ (blocks " +
                    blockList(p.around) + " here, " + blockList(q.around) +
-                   " there): an index copied into the wrong cell?"});
+                   " there): an index copied into the wrong cell?");
           break;
         }
       patches.push_back(std::move(p));
@@ -118,8 +123,8 @@ void sharedBlocks(const std::string& record, const char* pool,
 
 }  // namespace
 
-std::vector<LintFinding> lintCalibration(const calib::CalibrationFile& file) {
-  std::vector<LintFinding> out;
+std::vector<calib::Finding> lintCalibration(const calib::CalibrationFile& file) {
+  std::vector<calib::Finding> out;
   std::set<uint16_t> usedLuts, usedShadings;
   for (size_t i = 0; i < file.scenes.size(); ++i) {
     const calib::SceneBlock& s = file.scenes[i];
@@ -130,8 +135,8 @@ std::vector<LintFinding> lintCalibration(const calib::CalibrationFile& file) {
       for (const calib::CctBand& c : lux.ccts) usedLuts.insert(c.index);
     }
     if (oneCct)
-      out.push_back({"single-cct", record,
-                     "one CCT band only in every lux band: the look never follows white balance"});
+      warn(out, "single-cct", record,
+           "one CCT band only in every lux band: the look never follows white balance");
     lowLux(record, s.luxBands, out);
     sharedBlocks(record, "LUT pool", s.luxBands, out);
   }
@@ -145,7 +150,7 @@ std::vector<LintFinding> lintCalibration(const calib::CalibrationFile& file) {
       std::ostringstream m;
       m << "zoom ratio " << z.ratio << " follows " << file.zooms[j - 1].ratio
         << ": the plugin uses the ratios in ascending order, not in file order";
-      out.push_back({"zoom-order", zoomRecord(j, z), m.str()});
+      warn(out, "zoom-order", zoomRecord(j, z), m.str());
     }
   }
   repeatedKeys(
@@ -159,19 +164,14 @@ std::vector<LintFinding> lintCalibration(const calib::CalibrationFile& file) {
   for (const std::string& name : calib::knownSceneNames())
     if (std::none_of(file.scenes.begin(), file.scenes.end(),
                      [&](const calib::SceneBlock& s) { return s.name == name; }))
-      out.push_back({"missing-scene", "scene \"" + name + "\"",
-                     "the camera reports this scene but no block has it: its frames get no look"});
+      warn(out, "missing-scene", "scene \"" + name + "\"",
+           "the camera reports this scene but no block has it: its frames get no look");
   return out;
 }
 
-std::string lintLine(const std::string& file, const LintFinding& f) {
-  return escapeBytes(file) + ": " + f.record + ": warning: " + f.message + " (" + f.rule + ")";
-}
-
-nlohmann::json lintJson(const std::vector<LintFinding>& findings) {
+nlohmann::json lintJson(const std::vector<calib::Finding>& findings) {
   nlohmann::json list = nlohmann::json::array();
-  for (const LintFinding& f : findings)
-    list.push_back({{"rule", f.rule}, {"record", f.record}, {"message", f.message}});
+  for (const calib::Finding& f : findings) list.push_back(calib::findingJson(f));
   return {{"findings", list}, {"warnings", findings.size()}};
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <calib/finding.h>
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -11,20 +12,15 @@
 
 namespace lumo {
 
-struct LintFinding {
-  std::string rule;    // "single-cct", "no-low-lux", "never-chosen", "missing-scene", "zoom-order",
-                       // "shared-block"
-  std::string record;  // "scene block 2 \"night\"", "LUT pool block 7", ...
-  std::string message;
-};
-
 // Lux below this counts as low light: a look tuned in daylight is a poor fit there.
 constexpr unsigned kLowLux = 50;
 
-std::vector<LintFinding> lintCalibration(const calib::CalibrationFile& file);
+// Warnings with a record ("scene block 2 \"night\"", "LUT pool block 7", ...)
+// and a rule: "single-cct", "no-low-lux", "never-chosen", "missing-scene",
+// "zoom-order", "shared-block".
+std::vector<calib::Finding> lintCalibration(const calib::CalibrationFile& file);
 
-// "FILE: record: warning: message (rule)"
-std::string lintLine(const std::string& file, const LintFinding& finding);
-nlohmann::json lintJson(const std::vector<LintFinding>& findings);
+// {"findings": [...], "warnings": N}
+nlohmann::json lintJson(const std::vector<calib::Finding>& findings);
 
 }  // namespace lumo

@@ -3,15 +3,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "atomic_file.h"
 #include "calib/calibration_file.h"
+#include "failure.h"
 
 namespace calib {
 namespace {
@@ -164,23 +164,12 @@ bool writeFile(const CalibrationFile& file, const std::string& path, std::string
   } catch (const std::invalid_argument& e) {
     return fail(e.what());
   }
-  // Written beside the target and renamed over it, so that a reader never
-  // sees half a file.
-  const std::string temp = path + ".tmp." + std::to_string(getpid());
-  std::FILE* f = std::fopen(temp.c_str(), "wb");
-  if (f == nullptr) return fail("cannot create " + temp + ": " + std::strerror(errno));
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  const bool flushed = std::fflush(f) == 0 && fsync(fileno(f)) == 0;
-  const int savedErrno = errno;
-  const bool closed = std::fclose(f) == 0;
-  if (!written || !flushed || !closed) {
-    std::remove(temp.c_str());
-    return fail("cannot write " + temp + ": " + std::strerror(savedErrno));
-  }
-  if (std::rename(temp.c_str(), path.c_str()) != 0) {
-    const std::string reason = std::strerror(errno);
-    std::remove(temp.c_str());
-    return fail("cannot rename " + temp + " to " + path + ": " + reason);
+  // The device loads this file at boot: it reaches the disk before it
+  // replaces the previous one.
+  try {
+    lumo::writeFileAtomically(path, bytes.data(), bytes.size(), lumo::Durability::sync);
+  } catch (const lumo::Failure& e) {
+    return fail(e.what());
   }
   return true;
 }

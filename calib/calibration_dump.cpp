@@ -82,7 +82,7 @@ std::string dumpText(const ReadResult& result, const std::string& fileName) {
     out << "no issues\n";
   } else {
     out << "issues:\n";
-    for (const Issue& issue : result.issues) out << "  " << formatIssue(fileName, issue) << "\n";
+    for (const Issue& issue : result.issues) out << "  " << findingLine(fileName, issue) << "\n";
     if (result.issueCount() > result.issues.size())
       out << "  ... and " << result.issueCount() - result.issues.size() << " more\n";
   }

@@ -33,7 +33,7 @@ public:
 private:
   void issue(Severity s, size_t offset, const std::string& record, const std::string& message) {
     if (m_result.issues.size() < ReadResult::kMaxIssues)
-      m_result.issues.push_back({s, offset, record, message});
+      m_result.issues.push_back({s, offset, record, message, ""});
     else
       ++(s == Severity::Error ? m_result.unlistedErrors : m_result.unlistedWarnings);
   }
@@ -48,7 +48,8 @@ private:
     if (!m_stopped)
       m_result.issues.push_back({Severity::Error, std::min(offset, m_bytes.size()), record,
                                  "over " + std::to_string(ReadResult::kStopAfter) +
-                                     " issues so far: the rest of the file is not examined"});
+                                     " issues so far: the rest of the file is not examined",
+                                 ""});
     m_stopped = true;
     return true;
   }
@@ -115,7 +116,7 @@ void Walker::checkOrder(const std::vector<Band>& list, size_t i, size_t offset,
     issue(Severity::Error, offset, record,
           std::string(kind) + " band starts at " + std::to_string(start(b)) + " after its end " +
               std::to_string(end(b)) + ": expected start <= end");
-  if (i > 0 && start(b) <= end(list[i - 1]))
+  if (i > 0 && !followsInOrder(end(list[i - 1]), start(b)))
     issue(Severity::Error, offset, record,
           std::string(kind) + " band [" + std::to_string(start(b)) + ", " + std::to_string(end(b)) +
               "] does not follow [" + std::to_string(start(list[i - 1])) + ", " +
@@ -329,7 +330,7 @@ std::string calibrationSizeLimit() { return std::to_string(kMaxCalibrationBytes 
 ReadResult readCalibrationFile(const std::string& path) {
   ReadResult r;
   const auto refuse = [&](const std::string& message) {
-    r.issues.push_back({Issue::Severity::Error, 0, "file", message});
+    r.issues.push_back({Issue::Severity::Error, 0, "file", message, ""});
     return r;
   };
   // Sized before anything is read, so a huge (or sparse) file costs nothing.
@@ -346,12 +347,6 @@ ReadResult readCalibrationFile(const std::string& path) {
   in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
   bytes.resize(static_cast<size_t>(in.gcount()));  // a file shrinking meanwhile reads short
   return readCalibration(bytes);
-}
-
-std::string formatIssue(const std::string& file, const Issue& issue) {
-  return file + ": offset " + std::to_string(issue.offset) + " (" + issue.record +
-         "): " + (issue.severity == Issue::Severity::Error ? "error: " : "warning: ") +
-         issue.message;
 }
 
 }  // namespace calib

@@ -16,6 +16,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "atomic_file.h"
+
 namespace calib {
 namespace {
 
@@ -340,8 +342,8 @@ json exportDescription(const CalibrationFile& file, const std::string& jsonDir,
     char name[32];
     std::snprintf(name, sizeof(name), "lut_%03zu.cube", i);
     const fs::path cube = fs::path(cubeDir) / name;
-    std::ofstream(cube, std::ios::binary) << cubeText(file.luts[i], name);
-    if (!fs::is_regular_file(cube)) throw std::runtime_error(cube.string() + ": cannot write");
+    const std::string text = cubeText(file.luts[i], name);
+    lumo::writeFileAtomically(cube.string(), text.data(), text.size());
     looks.push_back({{"cube", fs::relative(cube, jsonDir.empty() ? "." : jsonDir).string()}});
   }
   out["looks"] = looks;

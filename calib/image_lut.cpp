@@ -8,12 +8,25 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "image_files.h"
+
 namespace calib {
 namespace {
 
-ImageReader& reader() {
-  static ImageReader r;
-  return r;
+// Through the project's own PNG and JPEG decoders, as RGB.
+RgbImage readPicture(const std::string& path) {
+  const lumo::Image rgba = lumo::fileKindOf(path) == lumo::FileKind::Png ? lumo::decodePng(path)
+                                                                         : lumo::decodeJpeg(path);
+  RgbImage out;
+  out.width = int(rgba.geometry.width);
+  out.height = int(rgba.geometry.height);
+  out.rgb.reserve(size_t(out.width) * size_t(out.height) * 3);
+  for (uint32_t y = 0; y < rgba.geometry.height; ++y) {
+    const uint8_t* row = rgba.row(y);
+    for (uint32_t x = 0; x < rgba.geometry.width; ++x)
+      out.rgb.insert(out.rgb.end(), row + 4 * x, row + 4 * x + 3);
+  }
+  return out;
 }
 
 bool fits(const ImageLayout& l, const LayoutChoice& c) {
@@ -25,8 +38,6 @@ bool fits(const ImageLayout& l, const LayoutChoice& c) {
 }
 
 }  // namespace
-
-void setImageReader(ImageReader r) { reader() = std::move(r); }
 
 bool isImageLutPath(const std::string& path) {
   std::string ext = std::filesystem::path(path).extension().string();
@@ -99,21 +110,20 @@ LayoutChoice parseLayoutChoice(const std::string& text) {
 }
 
 ImageLutRead readImageLut(const std::string& path, const std::string& layoutChoice) {
-  if (!reader().size || !reader().read)
-    throw std::runtime_error(path + ": picture LUTs are read by the lumo tool only");
   const LayoutChoice choice = parseLayoutChoice(layoutChoice);
-  const auto [width, height] = reader().size(path);
-  std::vector<ImageLayout> layouts = candidateLayouts(width, height);
+  // The header alone first: a picture no layout fits is refused undecoded.
+  const lumo::PictureSize size = lumo::pictureSize(path);
+  std::vector<ImageLayout> layouts = candidateLayouts(int(size.width), int(size.height));
   layouts.erase(std::remove_if(layouts.begin(), layouts.end(),
                                [&](const ImageLayout& l) { return !fits(l, choice); }),
                 layouts.end());
   if (layouts.empty())
     throw std::runtime_error(
-        path + ": " + std::to_string(width) + "x" + std::to_string(height) + " pixels fit no " +
-        (layoutChoice.empty() ? std::string("LUT") : layoutChoice) +
+        path + ": " + std::to_string(size.width) + "x" + std::to_string(size.height) +
+        " pixels fit no " + (layoutChoice.empty() ? std::string("LUT") : layoutChoice) +
         " layout (Hald: a square of level^3 pixels; tiles: N tiles of N x N pixels)");
-  const RgbImage image = reader().read(path);
-  if (image.width != width || image.height != height ||
+  const RgbImage image = readPicture(path);
+  if (uint32_t(image.width) != size.width || uint32_t(image.height) != size.height ||
       image.rgb.size() != size_t(image.width) * size_t(image.height) * 3)
     throw std::runtime_error(path + ": picture decoder gave an inconsistent buffer");
   ImageLutRead best;

@@ -7,11 +7,15 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "jfif.h"
+
 namespace calib {
 namespace {
 
 double clamp01(double v) { return std::clamp(v, 0.0, 1.0); }
-double luma(const std::array<double, 3>& c) { return 0.299 * c[0] + 0.587 * c[1] + 0.114 * c[2]; }
+double luma(const std::array<double, 3>& c) {
+  return lumo::jfif::kRToY * c[0] + lumo::jfif::kGToY * c[1] + lumo::jfif::kBToY * c[2];
+}
 
 }  // namespace
 

@@ -2,15 +2,11 @@
 // problems lutProblems() finds, and the import `calib build` would make.
 #include "lut_doctor.h"
 
-#include <calib/image_lut.h>
-
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
-#include <utility>
 
 #include "calib_findings.h"
-#include "image_files.h"
 
 namespace lumo {
 namespace {
@@ -27,28 +23,6 @@ std::string domainText(const calib::LutSourceInfo& info) {
 }
 
 }  // namespace
-
-void usePictureDecoders() {
-  calib::ImageReader reader;
-  reader.size = [](const std::string& path) {
-    const PictureSize size = pictureSize(path);
-    return std::pair<int, int>(int(size.width), int(size.height));
-  };
-  reader.read = [](const std::string& path) {
-    const Image rgba = fileKindOf(path) == FileKind::Png ? decodePng(path) : decodeJpeg(path);
-    calib::RgbImage out;
-    out.width = int(rgba.geometry.width);
-    out.height = int(rgba.geometry.height);
-    out.rgb.reserve(size_t(out.width) * size_t(out.height) * 3);
-    for (uint32_t y = 0; y < rgba.geometry.height; ++y) {
-      const uint8_t* row = rgba.row(y);
-      for (uint32_t x = 0; x < rgba.geometry.width; ++x)
-        out.rgb.insert(out.rgb.end(), row + 4 * x, row + 4 * x + 3);
-    }
-    return out;
-  };
-  calib::setImageReader(std::move(reader));
-}
 
 LutDiagnosis diagnoseLut(const std::string& path, const std::string& imageLayout) {
   LutDiagnosis d;
@@ -76,8 +50,8 @@ std::vector<std::string> diagnosisLines(const LutDiagnosis& d) {
   what += ", domain " + domainText(info);
   what += info.title.empty() ? ", no title" : ", title \"" + escapeBytes(info.title) + "\"";
   std::vector<std::string> lines{what};
-  for (const calib::LutProblem& p : d.problems)
-    lines.push_back(file + ": warning: " + p.message + " (" + p.code + ")");
+  for (const calib::Finding& p : d.problems)
+    lines.push_back(escapeBytes(calib::findingLine(d.file, p)));
   lines.push_back(file + ": calib build would take it as " + calib::describeImport(d.import));
   lines.push_back(file + ": " +
                   (d.problems.empty() ? std::string("ok") : counted(d.problems.size(), "problem")));
@@ -99,8 +73,7 @@ nlohmann::json diagnosisJson(const LutDiagnosis& d) {
   j["domain_min"] = info.domainMin;
   j["domain_max"] = info.domainMax;
   nlohmann::json problems = nlohmann::json::array();
-  for (const calib::LutProblem& p : d.problems)
-    problems.push_back({{"code", p.code}, {"message", p.message}});
+  for (const calib::Finding& p : d.problems) problems.push_back(calib::findingJson(p, "code"));
   j["problems"] = problems;
   j["build"] = {{"summary", calib::describeImport(d.import)},
                 {"error_max", d.import.error.max},

@@ -14,14 +14,11 @@ struct LutDiagnosis {
   std::string file;
   std::string readError;  // set when the file could not be read at all
   calib::LutImport import;
-  std::vector<calib::LutProblem> problems;
+  std::vector<calib::Finding> problems;
   bool ok() const { return readError.empty() && problems.empty(); }
 };
 
 LutDiagnosis diagnoseLut(const std::string& path, const std::string& imageLayout = "");
-
-// Lets the calibration toolkit read picture LUTs with the tool's PNG and JPEG decoders.
-void usePictureDecoders();
 
 // "FILE: ..." lines: what the file is, each problem, what calib build would
 // do, then "FILE: ok" or "FILE: N problems".

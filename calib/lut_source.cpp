@@ -343,8 +343,11 @@ std::string describeImport(const LutImport& import) {
          error;
 }
 
-std::vector<LutProblem> lutProblems(const LutImport& import) {
-  std::vector<LutProblem> out;
+std::vector<Finding> lutProblems(const LutImport& import) {
+  std::vector<Finding> out;
+  const auto add = [&](const char* rule, std::string message) {
+    out.push_back({Finding::Severity::Warning, {}, "", std::move(message), rule});
+  };
   const LutSourceInfo& info = import.info;
   char text[256];
   if (info.domainMin != std::array<double, 3>{0, 0, 0} ||
@@ -355,7 +358,7 @@ std::vector<LutProblem> lutProblems(const LutImport& import) {
         "through it (built in)",
         info.domainMin[0], info.domainMin[1], info.domainMin[2], info.domainMax[0],
         info.domainMax[1], info.domainMax[2]);
-    out.push_back({"domain", text});
+    add("domain", text);
   }
   // Values and order are the file's own lattice's.
   const std::vector<float>& l = info.lattice;
@@ -371,19 +374,19 @@ std::vector<LutProblem> lutProblems(const LutImport& import) {
   }
   if (nan != 0) {
     std::snprintf(text, sizeof(text), "%zu lattice values are NaN or infinite (built as 0)", nan);
-    out.push_back({"nan", text});
+    add("nan", text);
   }
   if (outside != 0) {
     std::snprintf(text, sizeof(text),
                   "%zu lattice values outside 0..1 (range %.4g .. %.4g; clamped when built)",
                   outside, lo, hi);
-    out.push_back({"out-of-range", text});
+    add("out-of-range", text);
   }
-  if (!info.layoutDoubt.empty()) out.push_back({"layout-ambiguous", info.layoutDoubt});
+  if (!info.layoutDoubt.empty()) add("layout-ambiguous", info.layoutDoubt);
   if (looksBlueFastest(l, info.size3d))
-    out.push_back({"blue-fastest",
-                   "lattice looks written blue-fastest: output red follows the blue index (the "
-                   "format wants red fastest; red and blue would swap)"});
+    add("blue-fastest",
+        "lattice looks written blue-fastest: output red follows the blue index (the "
+        "format wants red fastest; red and blue would swap)");
   // Identity and constancy are of the whole transform (shaper and domain
   // included), as the built block has it.
   const LutBlock& b = import.lut;
@@ -401,11 +404,11 @@ std::vector<LutProblem> lutProblems(const LutImport& import) {
     std::snprintf(text, sizeof(text),
                   "the look is nearly the identity (at most %d code value%s from it)", identityDev,
                   identityDev == 1 ? "" : "s");
-    out.push_back({"near-identity", text});
+    add("near-identity", text);
   } else if (!b.empty() && spread < 2) {
     std::snprintf(text, sizeof(text), "the look is nearly constant (outputs span %d code value%s)",
                   spread, spread == 1 ? "" : "s");
-    out.push_back({"near-constant", text});
+    add("near-constant", text);
   }
   return out;
 }

@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (issue.offset > size && issue.message.rfind("file ends at byte", 0) != 0) std::abort();
     // A broken tree can give tens of thousands of issues of a few kinds;
     // formatting the first ones covers the formatter without slowing the run.
-    if (shown++ < 64) (void)calib::formatIssue("fuzz.bin", issue);
+    if (shown++ < 64) (void)calib::findingLine("fuzz.bin", issue);
   }
   if (result.ok()) (void)calib::dumpText(result, "fuzz.bin");
   return 0;

@@ -1,5 +1,5 @@
-// ProcessorCreator::createFilter on Linux: the factory chain (injected
-// failure, test override, the registered SDK, the recording fallback) and
+// The factory chain createFilter goes through on Linux (injected failure,
+// test override, the SDK's factory, the recording fallback) and
 // the decorator that makes every filter it hands out subject to the
 // injected LUT and render faults.
 #include <hostsim/filter_factory.h>
@@ -14,7 +14,6 @@ namespace {
 
 struct FactoryState {
   std::mutex mutex;
-  FilterFactory sdk;
   FilterFactory override;
   FilterFaults faults;
   std::vector<int> formats;  // of every createFilter call
@@ -67,22 +66,6 @@ private:
 
 }  // namespace
 
-bool registerSdkFilterFactory(FilterFactory factory) {
-  std::lock_guard<std::mutex> lock(state().mutex);
-  state().sdk = std::move(factory);
-  return true;
-}
-
-bool hasSdkFilterFactory() {
-  std::lock_guard<std::mutex> lock(state().mutex);
-  return static_cast<bool>(state().sdk);
-}
-
-FilterFactory sdkFilterFactory() {
-  std::lock_guard<std::mutex> lock(state().mutex);
-  return state().sdk;
-}
-
 FilterFactoryOverride::FilterFactoryOverride(FilterFactory factory) {
   std::lock_guard<std::mutex> lock(state().mutex);
   m_previous = std::move(state().override);
@@ -134,23 +117,20 @@ void resetCreateFilterCalls() {
   state().formats.clear();
 }
 
-}  // namespace hostsim
-
-namespace videoprocess {
-
-VideoFilter* ProcessorCreator::createFilter(VideoFormat format, bool sharedContext) {
-  hostsim::FilterFactory factory;
+videoprocess::VideoFilter* makeFilter(videoprocess::VideoFormat format, bool sharedContext,
+                                      const FilterFactory& sdk) {
+  FilterFactory factory;
   {
-    std::lock_guard<std::mutex> lock(hostsim::state().mutex);
-    hostsim::state().formats.push_back(static_cast<int>(format));
-    factory = hostsim::state().override ? hostsim::state().override : hostsim::state().sdk;
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().formats.push_back(static_cast<int>(format));
+    factory = state().override ? state().override : sdk;
   }
-  if (hostsim::takeCreateFault()) return nullptr;
+  if (takeCreateFault()) return nullptr;
   // The factory runs unlocked: it may itself consult the seam.
-  VideoFilter* made =
-      factory ? factory(format, sharedContext) : new hostsim::RecordingFilter(format, nullptr);
+  videoprocess::VideoFilter* made =
+      factory ? factory(format, sharedContext) : new RecordingFilter(format, nullptr);
   if (made == nullptr) return nullptr;
-  return new hostsim::FaultInjectingFilter(made);
+  return new FaultInjectingFilter(made);
 }
 
-}  // namespace videoprocess
+}  // namespace hostsim

@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "jfif.h"
+
 namespace lumo {
 namespace {
 
@@ -35,7 +37,7 @@ void rgbaToYuvReference(const Image& rgba, Image& yuv) {
     uint8_t* dst = yuv.row(y);
     for (uint32_t x = 0; x < g.width; ++x) {
       const double r = src[4 * x], gr = src[4 * x + 1], b = src[4 * x + 2];
-      dst[x] = roundClamp(0.299 * r + 0.587 * gr + 0.114 * b);
+      dst[x] = roundClamp(jfif::kRToY * r + jfif::kGToY * gr + jfif::kBToY * b);
     }
   }
   for (uint32_t cy = 0; cy < (g.height + 1) / 2; ++cy) {
@@ -47,8 +49,8 @@ void rgbaToYuvReference(const Image& rgba, Image& yuv) {
         const uint8_t* src = rgba.row(y);
         for (uint32_t x = 2 * cx; x < std::min(2 * cx + 2, g.width); ++x) {
           const double r = src[4 * x], gr = src[4 * x + 1], b = src[4 * x + 2];
-          su += -0.168736 * r - 0.331264 * gr + 0.5 * b + 128.0;
-          sv += 0.5 * r - 0.418688 * gr - 0.081312 * b + 128.0;
+          su += jfif::kRToCb * r + jfif::kGToCb * gr + jfif::kBToCb * b + 128.0;
+          sv += jfif::kRToCr * r + jfif::kGToCr * gr + jfif::kBToCr * b + 128.0;
           ++n;
         }
       }
@@ -68,9 +70,9 @@ void yuvToRgbaReference(const Image& yuv, Image& rgba) {
     for (uint32_t x = 0; x < g.width; ++x) {
       const double l = ys[x];
       const double u = cs[2 * (x / 2) + ui] - 128.0, v = cs[2 * (x / 2) + vi] - 128.0;
-      dst[4 * x] = roundClamp(l + 1.402 * v);
-      dst[4 * x + 1] = roundClamp(l - 0.344136 * u - 0.714136 * v);
-      dst[4 * x + 2] = roundClamp(l + 1.772 * u);
+      dst[4 * x] = roundClamp(l + jfif::kCrToR * v);
+      dst[4 * x + 1] = roundClamp(l + jfif::kCbToG * u + jfif::kCrToG * v);
+      dst[4 * x + 2] = roundClamp(l + jfif::kCbToB * u);
       dst[4 * x + 3] = 255;
     }
   }

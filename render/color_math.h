@@ -8,17 +8,12 @@
 #include <cstdint>
 
 #include "effect_chain.h"
+#include "jfif.h"
 
 namespace lumo::render {
 
-// Full-range BT.601 (JFIF) coefficients.
-inline constexpr double kCrToR = 1.402;
-inline constexpr double kCbToG = -0.344136;
-inline constexpr double kCrToG = -0.714136;
-inline constexpr double kCbToB = 1.772;
-inline constexpr double kRToY = 0.299, kGToY = 0.587, kBToY = 0.114;
-inline constexpr double kRToCb = -0.168736, kGToCb = -0.331264, kBToCb = 0.5;
-inline constexpr double kRToCr = 0.5, kGToCr = -0.418688, kBToCr = -0.081312;
+using jfif::kBToCb, jfif::kBToCr, jfif::kBToY, jfif::kCbToB, jfif::kCbToG, jfif::kCrToG,
+    jfif::kCrToR, jfif::kGToCb, jfif::kGToCr, jfif::kGToY, jfif::kRToCb, jfif::kRToCr, jfif::kRToY;
 
 template <typename T>
 struct Rgb {

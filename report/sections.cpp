@@ -6,21 +6,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <set>
 
 #include "pictures.h"
+#include "selection_findings.h"
 
 namespace lumo::report {
 namespace {
 
 std::string range(uint16_t a, uint16_t b) { return std::to_string(a) + "–" + std::to_string(b); }
-
-std::string zoomText(float ratio) {
-  char s[32];
-  std::snprintf(s, sizeof(s), "%g", double(ratio));
-  return s;
-}
 
 const char* const kShadingNames[] = {
     "SmoothStartValue",   "SmoothEndValue",     "SmoothCoordScale",   "SmoothValueScale",
@@ -97,7 +91,7 @@ Section calibrationSection(const calib::CalibrationFile& file, std::string& styl
   }
   body += "<h3>Shading per zoom ratio</h3>";
   for (const calib::ZoomBlock& zoom : file.zooms) {
-    body += "<h3 class=\"zoom\">zoom " + zoomText(zoom.ratio) + "</h3>";
+    body += "<h3 class=\"zoom\">zoom " + ratioText(zoom.ratio) + "</h3>";
     std::set<uint16_t> blocks;
     body += bandGrid(zoom.luxBands, [&](const calib::CctBand& cct) {
       blocks.insert(cct.index);
@@ -216,65 +210,13 @@ std::string legend(const std::vector<CoverageMap>& maps, const char* what,
   return colourKey(keys);
 }
 
-template <typename Block>
-void bandFindings(const std::string& where, const Block& block, bool luts,
-                  std::vector<CoverageFinding>& out) {
-  const auto& bands = block.luxBands;
-  if (bands.empty()) {
-    out.push_back({where, "no lux band: every frame gets block 0 or nothing"});
-    return;
-  }
-  bool under50 = false;
-  for (size_t l = 0; l < bands.size(); ++l) {
-    const calib::LuxBand& lux = bands[l];
-    under50 = under50 || lux.start < 50;
-    if (luts && lux.ccts.size() == 1)
-      out.push_back({where, "lux band " + range(lux.start, lux.end) +
-                                " has one CCT band only: no blending across colour temperature"});
-    if (l > 0 && lux.start <= bands[l - 1].end)
-      out.push_back(
-          {where, "lux band " + range(lux.start, lux.end) +
-                      " does not start above the band before it (" +
-                      range(bands[l - 1].start, bands[l - 1].end) +
-                      "): the first band reaching a lux value wins, the rest of it is never used"});
-    for (size_t c = 1; c < lux.ccts.size(); ++c)
-      if (lux.ccts[c].start <= lux.ccts[c - 1].end)
-        out.push_back({where, "in lux band " + range(lux.start, lux.end) + " CCT band " +
-                                  range(lux.ccts[c].start, lux.ccts[c].end) +
-                                  " does not start above the band before it"});
-  }
-  if (!under50)
-    out.push_back({where, "no band under 50 lux: low-light frames take the first band (" +
-                              range(bands.front().start, bands.front().end) + ") unchanged"});
-}
-
 }  // namespace
 
-std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file,
-                                              const std::vector<CoverageMap>& scenes,
-                                              const std::vector<CoverageMap>& zooms,
-                                              const SelectionProbe* probe) {
-  std::vector<CoverageFinding> out;
-  std::map<std::string, int> names;
-  for (const calib::SceneBlock& s : file.scenes)
-    if (++names[s.name] == 2)
-      out.push_back({"scene " + s.name,
-                     "duplicate key: the plugin keeps the first block of this "
-                     "name and drops the later ones"});
-  std::map<float, int> ratios;
-  for (const calib::ZoomBlock& z : file.zooms)
-    if (++ratios[z.ratio] == 2)
-      out.push_back({"zoom " + zoomText(z.ratio),
-                     "duplicate key: the plugin keeps the first block "
-                     "of this ratio and drops the later ones"});
-  for (const std::string& known : calib::knownSceneNames())
-    if (!names.count(known))
-      out.push_back({"scene " + known,
-                     "the camera reports this scene but the file has no entry "
-                     "for it: its frames are copied unfiltered"});
-  for (const calib::SceneBlock& s : file.scenes) bandFindings("scene " + s.name, s, true, out);
-  for (const calib::ZoomBlock& z : file.zooms)
-    bandFindings("zoom " + zoomText(z.ratio), z, false, out);
+std::vector<calib::Finding> coverageFindings(const calib::CalibrationFile& file,
+                                             const std::vector<CoverageMap>& scenes,
+                                             const std::vector<CoverageMap>& zooms,
+                                             const SelectionProbe* probe) {
+  std::vector<calib::Finding> out = selectionFindings(file);
 
   // Blocks a tree entry names that no sample chooses with a weight.
   const auto unused = [&](const std::string& where, const std::vector<calib::LuxBand>& bands,
@@ -296,8 +238,12 @@ std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file
               take(extraProbe(lux, cct));
     for (const uint16_t k : named)
       if (!chosen.count(k))
-        out.push_back({where, "block " + std::to_string(k) +
-                                  " is named by a band but never chosen with a weight"});
+        out.push_back(
+            {calib::Finding::Severity::Warning,
+             {},
+             where,
+             "block " + std::to_string(k) + " is named by a band but never chosen with a weight",
+             ""});
   };
   std::set<std::string> doneScenes;
   for (const calib::SceneBlock& s : file.scenes) {
@@ -313,8 +259,8 @@ std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file
     if (!doneZooms.insert(z.ratio).second) continue;
     const CoverageMap* map = nullptr;
     for (const CoverageMap& m : zooms)
-      if (m.key == zoomText(z.ratio)) map = &m;
-    unused("zoom " + zoomText(z.ratio), z.luxBands, map,
+      if (m.key == ratioText(z.ratio)) map = &m;
+    unused("zoom " + ratioText(z.ratio), z.luxBands, map,
            [&](uint16_t l, uint16_t c) { return probe->shading(z.ratio, l, c); });
   }
   return out;
@@ -322,7 +268,7 @@ std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file
 
 Section coverageSection(const std::vector<CoverageMap>& scenes,
                         const std::vector<CoverageMap>& zooms,
-                        const std::vector<CoverageFinding>& findings, const BlockNames& names) {
+                        const std::vector<calib::Finding>& findings, const BlockNames& names) {
   std::string body =
       "<p class=\"note\">Every point is what the plugin's own selection picks for that lux and "
       "CCT: the colour of a block, or the weighted mix of the four blocks it blends. Grey: the "
@@ -339,9 +285,9 @@ Section coverageSection(const std::vector<CoverageMap>& scenes,
   body += "<h3>Warnings</h3>";
   if (findings.empty()) body += "<p class=\"ok\">none</p>";
   body += "<ul class=\"findings\">";
-  for (const CoverageFinding& f : findings)
-    body +=
-        "<li class=\"warn\"><b>" + escapeHtml(f.where) + "</b>: " + escapeHtml(f.text) + "</li>";
+  for (const calib::Finding& f : findings)
+    body += "<li class=\"warn\"><b>" + escapeHtml(f.record) + "</b>: " + escapeHtml(f.message) +
+            "</li>";
   return {"coverage", "Coverage", body + "</ul>"};
 }
 

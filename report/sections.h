@@ -4,6 +4,7 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <calib/finding.h>
 
 #include <array>
 #include <map>
@@ -30,28 +31,23 @@ std::string blockLabel(const BlockNames& names, size_t block);
 Section calibrationSection(const calib::CalibrationFile& file, std::string& styles,
                            const BlockNames& names = {});
 
-// Findings in words about how the selection covers the calibration.
-struct CoverageFinding {
-  std::string where;  // "scene night", "zoom 2"
-  std::string text;
-};
-// Warnings that follow from the band trees alone (a scene with one CCT band only, no
-// band under 50 lux, duplicate keys, unsorted or overlapping bands, a scene
-// of the camera's list with no entry) and from what the maps show (a block
-// no sample ever chooses).
+// Findings in words about how the selection covers the calibration, each a
+// warning on "scene NAME" or "zoom RATIO": what the band trees alone say
+// (selectionFindings) and what the maps show (a block no sample ever chooses).
 // `probe`, when given, also tries the middle and both limits of every band,
 // so a narrow band between two samples of the maps is not taken for unused.
-std::vector<CoverageFinding> coverageFindings(const calib::CalibrationFile& file,
-                                              const std::vector<CoverageMap>& scenes,
-                                              const std::vector<CoverageMap>& zooms,
-                                              const SelectionProbe* probe = nullptr);
+std::vector<calib::Finding> coverageFindings(const calib::CalibrationFile& file,
+                                             const std::vector<CoverageMap>& scenes,
+                                             const std::vector<CoverageMap>& zooms,
+                                             const SelectionProbe* probe = nullptr);
 
 // Coverage: the maps as coloured planes (each block index its colour, a
 // blend the weighted mix), hover text with corners and weights, then the
 // findings.
 Section coverageSection(const std::vector<CoverageMap>& scenes,
                         const std::vector<CoverageMap>& zooms,
-                        const std::vector<CoverageFinding>& findings, const BlockNames& names = {});
+                        const std::vector<calib::Finding>& findings,
+                        const BlockNames& names = {});
 
 // One replayed frame as the report shows it.
 struct ReplayFrame {

@@ -1,9 +1,9 @@
 // The filter decorator behind FilterTap.
 #include "filter_tap.h"
 
-#include <hostsim/recording_filter.h>
-
 #include <utility>
+
+#include "create_filter.h"
 
 namespace lumo {
 namespace {
@@ -50,10 +50,9 @@ private:
 
 FilterTap::FilterTap()
     : m_journal(std::make_shared<Journal>()),
-      m_override([journal = m_journal, sdk = hostsim::sdkFilterFactory()](
-                     videoprocess::VideoFormat format, bool shared) -> videoprocess::VideoFilter* {
-        videoprocess::VideoFilter* inner =
-            sdk ? sdk(format, shared) : new hostsim::RecordingFilter(format, nullptr);
+      m_override([journal = m_journal](videoprocess::VideoFormat format,
+                                       bool shared) -> videoprocess::VideoFilter* {
+        videoprocess::VideoFilter* inner = render::createSdkFilter(format, shared);
         return inner == nullptr ? nullptr : new TappedFilter(inner, journal);
       }) {}
 

@@ -35,7 +35,7 @@ Bytes goodFile() {
 
 std::string messages(const ReadResult& r) {
   std::string out;
-  for (const Issue& i : r.issues) out += formatIssue("f.bin", i) + "\n";
+  for (const Issue& i : r.issues) out += findingLine("f.bin", i) + "\n";
   return out;
 }
 

@@ -208,7 +208,7 @@ TEST(LutSource, DomainsAndInputRangesAreAppliedNotIgnored) {
     EXPECT_EQ(got.info.domainMax, (std::array<double, 3>{2, 2, 2}));
     EXPECT_LE(maxDifference(got.lut, identityLut()), 1);
     std::vector<std::string> codes;
-    for (const LutProblem& problem : lutProblems(got)) codes.push_back(problem.code);
+    for (const Finding& problem : lutProblems(got)) codes.push_back(problem.rule);
     EXPECT_NE(std::find(codes.begin(), codes.end(), "domain"), codes.end());
     fs::remove(p);
   }
@@ -259,8 +259,7 @@ TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
     SCOPED_TRACE(c.name);
     const fs::path p = writeFile(std::string("order_") + c.name + ".cube", c.text);
     std::vector<std::string> codes;
-    for (const LutProblem& problem : lutProblems(importLut(p.string())))
-      codes.push_back(problem.code);
+    for (const Finding& problem : lutProblems(importLut(p.string()))) codes.push_back(problem.rule);
     EXPECT_EQ(codes, c.codes);
     fs::remove(p);
   }

@@ -59,7 +59,7 @@ TEST(Concurrency, PropertiesLogsTagNumbersBuffersAndFilters) {
                                      static_cast<int32_t>(p.format), 1, 0x333, p.stride);
       ASSERT_EQ(gb->initCheck(), 0);
       std::unique_ptr<videoprocess::VideoFilter> f(
-          videoprocess::ProcessorCreator::createFilter(videoprocess::VideoFormat(10), false));
+          hostsim::makeFilter(videoprocess::VideoFormat(10), false, {}));
       videoprocess::FilterFrameParam in{}, out{};
       for (int k = 0; k < 4; ++k)
         if (f->processFrame(&in, &out) != 0) ++failures;

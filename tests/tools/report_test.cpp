@@ -283,7 +283,7 @@ TEST_F(ReportCalib, FindingsSayWhatTheTreesAndMapsShow) {
     const std::vector<CoverageMap> scenes{probe.sceneMap("common", lux, cct)};
     const auto findings = coverageFindings(file, scenes, {}, &probe);
     bool found = false;
-    for (const auto& f : findings) found = found || f.text.find(c.expected) != std::string::npos;
+    for (const auto& f : findings) found = found || f.message.find(c.expected) != std::string::npos;
     EXPECT_TRUE(found) << c.name;
   }
   // The plain file: only the scenes the camera reports and the file lacks.
@@ -292,7 +292,7 @@ TEST_F(ReportCalib, FindingsSayWhatTheTreesAndMapsShow) {
   const auto findings = coverageFindings(plain, {}, {}, &probe);
   EXPECT_EQ(findings.size(), 5u);
   for (const auto& f : findings)
-    EXPECT_NE(f.text.find("has no entry"), std::string::npos) << f.text;
+    EXPECT_NE(f.message.find("has no entry"), std::string::npos) << f.message;
 }
 
 // No two texts of a chart overlap (10 px sans: taken as 6 px a character,

@@ -4,6 +4,7 @@
 // payloads; bad lines are checked through the tool) and the plugin's
 // parameter dumps.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <system/camera_metadata.h>
 
 #include <algorithm>
@@ -12,11 +13,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 // jpeglib.h needs size_t and FILE declared before it.
 #include <jpeglib.h>
 
 #include "declared_size.h"
+#include "atomic_file.h"
 #include "dump_name.h"
 #include "exif_dump.h"
 #include "failure.h"
@@ -237,6 +240,30 @@ TEST_F(ImageIo, RawWriteConvertsToTheFormatItsNameSays) {
   EXPECT_EQ(nv21.chromaRow(1)[2], nv12.chromaRow(1)[3]);
   EXPECT_EQ(nv21.chromaRow(1)[3], nv12.chromaRow(1)[2]);
   EXPECT_THROW(writeImage(path("nodir/x.png"), nv12), Failure);
+}
+
+// Writer threads commit side by side without touching the process umask, and
+// every file gets the permissions the umask gives, synced or not.
+TEST_F(ImageIo, ConcurrentCommitsKeepTheUmaskAndTheModes) {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  ASSERT_EQ(startupUmask(), mask);
+  std::vector<std::thread> writers;
+  for (Durability d :
+       {Durability::visible, Durability::visible, Durability::visible, Durability::sync})
+    writers.emplace_back([&, d, t = writers.size()] {
+      for (int i = 0; i < (d == Durability::sync ? 20 : 1000); ++i)
+        writeFileAtomically(path("w" + std::to_string(t) + "_" + std::to_string(i)), "x", 1, d);
+    });
+  for (std::thread& w : writers) w.join();
+  const mode_t now = ::umask(mask);
+  EXPECT_EQ(now, mask);
+  int files = 0;
+  for (const fs::directory_entry& e : fs::directory_iterator(dir)) {
+    ++files;
+    EXPECT_EQ(fs::status(e).permissions(), fs::perms(0666 & ~mask)) << e.path();
+  }
+  EXPECT_EQ(files, 3020);
 }
 
 // A raw dump's bytes land unchanged at every size the frame memory serves

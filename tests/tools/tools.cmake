@@ -39,27 +39,19 @@ if(CMAKE_CROSSCOMPILING_EMULATOR)
   target_compile_definitions(lumo_cli_tests PRIVATE LUMO_TOOL_EMULATOR="${lumo_emulator} ")
 endif()
 
-# With the real plugin built, the demo and the plugin's dumps are checked too.
-if(EXISTS ${PROJECT_SOURCE_DIR}/lumo_filter/VyLumoFilterPlugin.cpp)
-  target_compile_definitions(lumo_cli_tests PRIVATE LUMO_REAL_PLUGIN=1)
-  add_dependencies(lumo_cli_tests lumo_filter lumo_demo_calibration)
-endif()
+# The demo and the real plugin's dumps are checked too.
+target_compile_definitions(lumo_cli_tests PRIVATE LUMO_REAL_PLUGIN=1)
+add_dependencies(lumo_cli_tests lumo_filter lumo_demo_calibration)
 
 # The HTML report's pieces (they link the plugin's core for its selection).
-if(TARGET lumo_report)
-  lumo_add_gtest(lumo_report_tests
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/report_test.cpp
-    LIBS lumo_report)
-endif()
+lumo_add_gtest(lumo_report_tests
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/report_test.cpp
+  LIBS lumo_report)
 
 # The report in Debian's chromium (installed by scripts/install-deps.sh). Not
 # in cross builds: the browser runs on the build machine, the page is the same.
-if(TARGET lumo_report AND NOT CMAKE_CROSSCOMPILING)
-  find_program(LUMO_CHROMIUM NAMES chromium chromium-browser)
-  if(NOT LUMO_CHROMIUM)
-    message(STATUS "chromium not found: the report's browser test will say so when run")
-    set(LUMO_CHROMIUM "")
-  endif()
+if(NOT CMAKE_CROSSCOMPILING)
+  lumo_find_program(LUMO_CHROMIUM NAMES chromium chromium-browser DEBIAN chromium)
   lumo_add_gtest(lumo_report_browser_tests
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/report_browser_test.cpp
     LIBS lumo_report)

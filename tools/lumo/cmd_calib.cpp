@@ -31,9 +31,8 @@ void printLookSources(const std::vector<calib::LookSource>& sources) {
     // The field holds the look's name from the description: any bytes at all.
     const std::string field = escapeBytes(s.field), file = escapeBytes(s.path);
     std::printf("%s: %s: %s\n", field.c_str(), file.c_str(), escapeBytes(s.summary).c_str());
-    for (const calib::LutProblem& p : s.problems)
-      std::printf("%s: %s: warning: %s (%s)\n", field.c_str(), file.c_str(),
-                  escapeBytes(p.message).c_str(), p.code.c_str());
+    for (const calib::Finding& p : s.problems)
+      std::printf("%s\n", escapeBytes(calib::findingLine(s.field + ": " + s.path, p)).c_str());
   }
 }
 
@@ -78,7 +77,8 @@ void addBuild(CLI::App& calibApp) {
       throw Failure(*desc + ": not built: the file would break the format (" +
                     std::to_string(errorCount(checked)) + " errors above)");
     std::string error;
-    if (!calib::writeFile(file, *out, &error)) throw Failure(*out + ": " + error);
+    if (!calib::writeFile(file, *out, &error))
+      throw Failure(error.starts_with(*out) ? error : *out + ": " + error);
     printLookSources(sources);
     std::printf("%s: %zu scenes, %zu zoom ratios, %zu LUTs, %zu shadings\n", out->c_str(),
                 file.scenes.size(), file.zooms.size(), file.luts.size(), file.shadings.size());
@@ -205,14 +205,15 @@ void addLint(CLI::App& calibApp) {
         throw Failure(path + ": not linted: the file breaks the format (" +
                       std::to_string(errorCount(r)) + " errors; see `lumo calib check`)");
       }
-      const std::vector<LintFinding> findings = lintCalibration(r.file);
+      const std::vector<calib::Finding> findings = lintCalibration(r.file);
       failed = failed || (*strict && !findings.empty());
       if (*json) {
         nlohmann::json entry = lintJson(findings);
         entry["file"] = escapeBytes(path);
         report.push_back(entry);
       } else {
-        for (const LintFinding& f : findings) std::printf("%s\n", lintLine(path, f).c_str());
+        for (const calib::Finding& f : findings)
+          std::printf("%s\n", escapeBytes(calib::findingLine(path, f)).c_str());
         std::printf("%s: %s\n", escapeBytes(path).c_str(),
                     counted(findings.size(), "finding").c_str());
       }

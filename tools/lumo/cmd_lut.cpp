@@ -107,7 +107,6 @@ void addLutCommand(CLI::App& app) {
   auto files = std::make_shared<std::vector<std::string>>();
   auto json = std::make_shared<bool>(false);
   auto layout = std::make_shared<std::string>();
-  usePictureDecoders();
   CLI::App* c = addGroupedCommand(
       app, "lut", "LUT files from grading tools", "doctor",
       "Say what each LUT file is and what looks wrong with it. Exit 1 when any file has a "

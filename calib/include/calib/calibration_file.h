@@ -75,7 +75,8 @@ struct CalibrationFile {
 // 65535, a declared size smaller than the contents, ...).
 std::vector<uint8_t> serialize(const CalibrationFile& file);
 
-// Writes atomically (temporary file, then rename). false with `error` set.
+// Writes atomically (temporary file, synced, then rename). false with `error`
+// set: what is wrong with `file`, or the disk's failure naming `path`.
 bool writeFile(const CalibrationFile& file, const std::string& path, std::string* error);
 
 }  // namespace calib

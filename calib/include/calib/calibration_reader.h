@@ -4,6 +4,7 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <calib/finding.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -12,13 +13,9 @@
 
 namespace calib {
 
-struct Issue {
-  enum class Severity { Error, Warning };
-  Severity severity = Severity::Error;
-  size_t offset = 0;   // byte offset in the file
-  std::string record;  // "header", "scene block 1 \"night\", lux band 0, cct band 2", ...
-  std::string message;
-};
+// What the reader finds: always with the byte offset; the record is
+// "header", "scene block 1 \"night\", lux band 0, cct band 2", ...
+using Issue = Finding;
 
 // Where things were found; offsets are absolute.
 struct Layout {
@@ -59,8 +56,9 @@ ReadResult readCalibration(const std::vector<uint8_t>& bytes);
 // kMaxCalibrationBytes, gives one error at offset 0.
 ReadResult readCalibrationFile(const std::string& path);
 
-// "FILE: offset 1234 (record): error: message".
-std::string formatIssue(const std::string& file, const Issue& issue);
+// Bands of a list ascend without overlap: a band that starts at or below the
+// end of the one before it is never reached over that stretch.
+constexpr bool followsInOrder(unsigned previousEnd, unsigned start) { return start > previousEnd; }
 
 // The six scene names the camera reports.
 const std::vector<std::string>& knownSceneNames();

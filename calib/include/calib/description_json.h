@@ -29,8 +29,8 @@ namespace calib {
 struct LookSource {
   std::string field;  // "looks.film"
   std::string path;
-  std::string summary;  // describeImport()
-  std::vector<LutProblem> problems;
+  std::string summary;            // describeImport()
+  std::vector<Finding> problems;  // lutProblems()
 };
 
 // Throws std::invalid_argument: "FILE: field "scenes[1].lux[0].cct[2].lut": ...".

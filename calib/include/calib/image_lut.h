@@ -7,7 +7,6 @@
 // much closer to the identity under its own layout than under a wrong one.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -21,15 +20,6 @@ struct RgbImage {
   std::vector<uint8_t> rgb;  // width * height * 3, rows top to bottom
 };
 
-// The picture decoder (PNG, JPEG) is the tool's; both functions throw
-// std::runtime_error (or anything derived from std::exception) naming the
-// file. `size` reads the header alone: a picture no layout fits is refused
-// without being decoded.
-struct ImageReader {
-  std::function<std::pair<int, int>(const std::string& path)> size;
-  std::function<RgbImage(const std::string& path)> read;
-};
-void setImageReader(ImageReader reader);
 bool isImageLutPath(const std::string& path);  // .png, .jpg, .jpeg
 
 struct ImageLayout {

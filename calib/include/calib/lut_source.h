@@ -9,6 +9,7 @@
 #pragma once
 
 #include <calib/calibration_file.h>
+#include <calib/finding.h>
 
 #include <array>
 #include <string>
@@ -65,12 +66,9 @@ std::string describeImport(const LutImport& import);
 
 namespace calib {
 
-// What looks wrong with a source; `code` is stable for scripts.
-struct LutProblem {
-  std::string
-      code;  // "blue-fastest", "out-of-range", "nan", "domain", "near-identity", "near-constant"
-  std::string message;
-};
-std::vector<LutProblem> lutProblems(const LutImport& import);
+// What looks wrong with a source, as warnings without a record; the rule is
+// stable for scripts: "blue-fastest", "out-of-range", "nan", "domain",
+// "near-identity", "near-constant", "layout-ambiguous".
+std::vector<Finding> lutProblems(const LutImport& import);
 
 }  // namespace calib

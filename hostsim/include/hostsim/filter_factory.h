@@ -1,7 +1,7 @@
-// The filter SDK's factory seam on Linux. ProcessorCreator::createFilter asks,
-// in order: the fault injection, a test override, the registered SDK (the
-// renderer registers itself when its library loads), and finally falls back
-// to a RecordingFilter.
+// The filter SDK's factory seam on Linux. The SDK's
+// ProcessorCreator::createFilter (render/) hands its own factory to makeFilter,
+// which asks, in order: the fault injection, a test override, that factory,
+// and finally falls back to a RecordingFilter.
 #pragma once
 
 #include <videoprocess/ProcessorCreator.h>
@@ -13,11 +13,12 @@ namespace hostsim {
 
 using FilterFactory = std::function<videoprocess::VideoFilter*(videoprocess::VideoFormat, bool)>;
 
-// Called by the SDK stand-in at load time. Returns true.
-bool registerSdkFilterFactory(FilterFactory factory);
-bool hasSdkFilterFactory();
-// The registered SDK factory (empty when none), for overrides that decorate it.
-FilterFactory sdkFilterFactory();
+// A filter as createFilter hands it out: records the call, consumes a create
+// fault (null), then asks a test's override or else `sdk` (a RecordingFilter
+// on the default journal when `sdk` is empty), and puts what it gets behind
+// the fault decorator.
+videoprocess::VideoFilter* makeFilter(videoprocess::VideoFormat format, bool sharedContext,
+                                      const FilterFactory& sdk);
 
 // Replaces the factory while it lives (tests install recording or failing filters).
 class FilterFactoryOverride {

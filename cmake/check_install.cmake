@@ -1,0 +1,35 @@
+# Installs BUILD into PREFIX and runs the installed lumo: its version, and the
+# demo, which loads the installed plugin and reads the installed calibration.
+file(REMOVE_RECURSE ${PREFIX})
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX}
+                OUTPUT_QUIET RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "cmake --install failed (${rc})")
+endif()
+function(run)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LUMO_DEVICE_ROOT ${ARGN}
+                  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${ARGN}: exit ${rc}\n${out}${err}")
+  endif()
+  set(out "${out}" PARENT_SCOPE)
+endfunction()
+run(${PREFIX}/bin/lumo --version)
+if(NOT out MATCHES "^lumo [0-9]")
+  message(FATAL_ERROR "lumo --version printed: ${out}")
+endif()
+run(${PREFIX}/bin/lumo demo --out ${PREFIX}/demo)
+file(GLOB pictures ${PREFIX}/demo/*.png)
+list(LENGTH pictures count)
+if(count EQUAL 0)
+  message(FATAL_ERROR "the installed demo wrote no pictures:\n${out}")
+endif()
+# The installed copy must not lean on the build tree.
+file(GET_RUNTIME_DEPENDENCIES EXECUTABLES ${PREFIX}/bin/lumo
+     RESOLVED_DEPENDENCIES_VAR deps POST_EXCLUDE_REGEXES "^/(usr/)?lib")
+foreach(dep ${deps})
+  if(NOT dep MATCHES "^${PREFIX}/")
+    message(FATAL_ERROR "the installed lumo loads ${dep} from outside ${PREFIX}")
+  endif()
+endforeach()
+file(REMOVE_RECURSE ${PREFIX})
