@@ -24,6 +24,7 @@ lumo_add_gtest(lumo_cli_tests
     ${CMAKE_CURRENT_LIST_DIR}/field_workflow_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/calib_toolkit_cli_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/compare_cli_test.cpp
   LIBS lumo_session GTest::gmock)
 target_compile_definitions(lumo_cli_tests PRIVATE
   LUMO_TOOL="$<TARGET_FILE:lumo>"
