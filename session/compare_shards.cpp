@@ -111,6 +111,9 @@ CompareResult compareFromJson(const json& doc, const std::string& file) {
     const json& s = doc.at("shard");
     r.shard = {uint32_t(count(s, "index", at + "shard: ")),
                uint32_t(count(s, "count", at + "shard: "))};
+    if (r.shard->first < 1 || r.shard->first > r.shard->second)
+      throw Failure(at + "shard: \"index\": expected 1 to " + std::to_string(r.shard->second) +
+                    ", got " + std::to_string(r.shard->first));
   }
   const json& frames = field(doc, "frames", &json::is_array, at, "an array");
   for (size_t i = 0; i < frames.size(); ++i) {

@@ -95,6 +95,7 @@ TEST_F(CompareCli, ParallelShardsMergeIntoTheWholeRun) {
 TEST_F(CompareCli, BadInputs) {
   write("gone.jsonl", "{\"instance\": \"preview\", \"input\": \"nowhere.jpg\", \"meta\": {}}\n");
   fs::copy_file(dir / "old.bin", dir / "same.bin");
+  write("bad.json", R"({"calibration": {"new": {"file": "n.bin"}}})");
   ASSERT_EQ(compare("s1.jsonl --shard 1/2 -o a1.json").status, 0);
   ASSERT_EQ(compare("s1.jsonl --shard 2/2 -o a2.json").status, 0);
   ASSERT_EQ(
@@ -112,6 +113,9 @@ TEST_F(CompareCli, BadInputs) {
       {"compare merge a1.json b2.json", 1, "the new calibration differs (same.bin vs new.bin)", ""},
       {"compare merge a1.json c2.json", 1, "session s2.jsonl vs s1.jsonl", ""},
       {"compare merge a1.json", 1, "shard 2/2 is missing", ""},
+      {"compare merge a1.json bad.json", 1,
+       "bad.json: calibration: \"against\": expected an object", ""},
+      {"compare merge a1.json old.bin", 1, "old.bin: not JSON", ""},
       {"compare merge a1.json a1.json a2.json", 1, "are the same shard", ""},
       // Last: its result is read below.
       {"compare --calib new.bin --against old.bin s1.jsonl gone.jsonl --keep-going -o out.json", 1,
