@@ -20,7 +20,7 @@ PictureScores scorePictures(const Image& a, const Image& b, double threshold) {
   const Image rb = g.format == PixelFormat::Rgba ? b : convertImage(b, PixelFormat::Rgba);
   uint32_t step = 1;
   while (uint64_t(g.width / step) * (g.height / step) > kScoredPixels) ++step;
-  std::vector<float> distances;
+  std::vector<double> distances;
   distances.reserve(size_t(g.width / step + 1) * (g.height / step + 1));
   double sum = 0;
   size_t above = 0;
@@ -34,7 +34,7 @@ PictureScores scorePictures(const Image& a, const Image& b, double threshold) {
       if (p[0] != q[0] || p[1] != q[1] || p[2] != q[2])
         d = ciede2000(srgbToLab({p[0] / 255.0, p[1] / 255.0, p[2] / 255.0}),
                       srgbToLab({q[0] / 255.0, q[1] / 255.0, q[2] / 255.0}));
-      distances.push_back(float(d));
+      distances.push_back(d);
       sum += d;
       s.max = std::max(s.max, d);
       if (d > threshold) ++above;
