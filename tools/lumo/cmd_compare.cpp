@@ -82,8 +82,7 @@ Gate parseGate(const CompareCommand& o) {
 // merge of shards says exactly what the unsharded run says.
 void finish(const CompareResult& result, const CompareCommand& o, const Gate& gate) {
   const bool gateSet = !gate.limits.empty() || !o.expectChanges.empty();
-  const auto failures =
-      gateFailures(result, gate.limits, gate.expected, !o.expectChanges.empty());
+  const auto failures = gateFailures(result, gate.limits, gate.expected, !o.expectChanges.empty());
   if (!o.output.empty()) writeText(o.output, compareJson(result, true).dump(1) + "\n");
   if (o.host.json)
     std::printf("%s\n", compareJson(result, false).dump(2).c_str());
@@ -162,6 +161,7 @@ void addCompareCommand(CLI::App& app) {
       ->check(CLI::ExistingFile);
   c->add_option("SESSION", o->sessions, "Session files (.jsonl)")->check(CLI::ExistingFile);
   addHostOptions(*c, o->host, false);
+  c->remove_option(c->get_option("--png-max"));  // a compare encodes no output
   c->get_option("--device-root")
       ->description(
           "Existing folder standing for the device's root (logs; default $LUMO_DEVICE_ROOT). "
