@@ -50,8 +50,11 @@ private:
 
 FilterTap::FilterTap()
     : m_journal(std::make_shared<Journal>()),
-      m_override([journal = m_journal, sdk = hostsim::sdkFilterFactory()](
-                     videoprocess::VideoFormat format, bool shared) -> videoprocess::VideoFilter* {
+      m_override([journal = m_journal](videoprocess::VideoFormat format,
+                                       bool shared) -> videoprocess::VideoFilter* {
+        // Looked up per filter: the SDK registers itself when its library
+        // loads, which may be with the plugin, after the tap was made.
+        const hostsim::FilterFactory sdk = hostsim::sdkFilterFactory();
         videoprocess::VideoFilter* inner =
             sdk ? sdk(format, shared) : new hostsim::RecordingFilter(format, nullptr);
         return inner == nullptr ? nullptr : new TappedFilter(inner, journal);
