@@ -10,7 +10,7 @@ packages=(
   nlohmann-json3-dev libcli11-dev libopencolorio-dev libeigen3-dev
   ffmpeg libjpeg-turbo-progs
   clang libfuzzer-14-dev libclang-rt-14-dev
-  chromium gcovr
+  chromium gcovr parallel
 )
 
 missing=()

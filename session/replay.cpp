@@ -1,108 +1,27 @@
 // Session replay through the simulated camera host.
 #include "replay.h"
 
-#include <android/log.h>
-#include <hostsim/frame_metadata.h>
-#include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
-#include <hostsim/plugin_registry.h>
 #include <lumo/contract.h>
 #include <unistd.h>
-#include <vyalgo2/PluginUtils.h>
-#include <vyalgo2/VyLog.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <map>
-#include <regex>
 #include <set>
 
 #include "failure.h"
 #include "filter_tap.h"
 #include "frame_pipeline.h"
-#include "frame_source.h"
 #include "host_setup.h"
 #include "image_files.h"
 #include "picture_crop.h"
+#include "replay_host.h"
 
 namespace lumo {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr const char* kHostTag = "LumoHost";
-
-hostsim::PixelLayout layoutOf(PixelFormat f) {
-  switch (f) {
-    case PixelFormat::Nv21:
-      return hostsim::PixelLayout::NV21;
-    case PixelFormat::Nv12:
-      return hostsim::PixelLayout::NV12;
-    case PixelFormat::Rgba:
-      return hostsim::PixelLayout::RGBA8888;
-  }
-  return hostsim::PixelLayout::NV21;
-}
-
-// Copies between the tool's image and a host buffer of the same geometry,
-// plane by plane (the host may place planes differently).
-void copyPlanes(const Image& image, const hostsim::ImageBuffer& buffer, bool toBuffer) {
-  const Geometry& g = image.geometry;
-  const uint32_t planes = isYuv(g.format) ? 2 : 1;
-  for (uint32_t p = 0; p < planes; ++p) {
-    uint8_t* dst = buffer.plane(p);
-    const size_t pitch = buffer.rowBytes(p);
-    const uint32_t rows = p == 0 ? g.scanline : (g.scanline + 1) / 2;
-    for (uint32_t r = 0; r < rows; ++r) {
-      uint8_t* hostRow = dst + r * pitch;
-      uint8_t* imageRow = const_cast<uint8_t*>(p == 0 ? image.row(r) : image.chromaRow(r));
-      if (toBuffer)
-        std::memcpy(hostRow, imageRow, rowBytes(g));
-      else
-        std::memcpy(imageRow, hostRow, rowBytes(g));
-    }
-  }
-}
-
-std::shared_ptr<VyMetadata> frameMetadata(const SessionFrame& frame, VyMetadata& session,
-                                          std::optional<uint8_t> defaultStylization) {
-  const FrameMeta& m = frame.meta;
-  hostsim::FrameConditions c;
-  c.cct = m.cct;
-  c.luxIndex = m.lux;
-  c.aiScene = m.scene;
-  c.zoomRatio = m.zoom;
-  c.imageName = m.imageName;
-  if (m.faces) {
-    std::vector<std::array<int32_t, 4>> rects;
-    for (uint32_t i = 0; i < *m.faces; ++i)
-      rects.push_back({int32_t(100 * i), 100, int32_t(100 * i + 80), 180});
-    c.faceValues = hostsim::faceRectangles(rects);
-  }
-  auto metadata = hostsim::makeFrameMetadata(c);
-  if (!metadata) throw Failure(frame.where("meta") + "the host refused the metadata");
-  session.erase(kTagStylizationType);
-  const auto stylization = m.stylization ? m.stylization : defaultStylization;
-  if (stylization) hostsim::setStylizationType(session, *stylization);
-  for (const RawTag& tag : m.tags) {
-    // The stylisation type is a session parameter; every other tag rides on the frame.
-    VyMetadata& target = (!tag.number && tag.key == kTagStylizationType) ? session : *metadata;
-    const int rc = tag.number
-                       ? target.update(*tag.number, tag.type, tag.payload.data(), tag.count)
-                       : target.update(tag.key.c_str(), tag.type, tag.payload.data(), tag.count);
-    if (rc != 0) throw Failure(frame.where("meta.tags." + tag.key) + "the host refused the tag");
-  }
-  return metadata;
-}
-
-std::unique_ptr<hostsim::ImageBuffer> allocate(BufferPool& pool, const Geometry& g,
-                                               const SessionFrame& frame) {
-  std::string error;
-  auto buffer = pool.take({layoutOf(g.format), g.width, g.height, g.stride, g.scanline}, &error);
-  if (!buffer) throw Failure(frame.where("width") + "the host cannot allocate the frame: " + error);
-  return buffer;
-}
 
 // Output files go to a staging folder first and move into place only when
 // the whole session went through.
@@ -207,20 +126,6 @@ private:
   std::map<std::string, size_t> m_final;
 };
 
-std::string sceneFromLog(const std::vector<std::string>& messages) {
-  static const std::regex scene("aiscenes = -?\\d+, (\\w+)");
-  static const std::regex faces("faceROICount = (\\d+)");
-  std::string name;
-  std::smatch m;
-  for (const std::string& msg : messages) {
-    if (std::regex_search(msg, m, scene)) name = m[1].str();
-    if (std::regex_search(msg, m, faces) &&
-        facesMakePortrait(m[1].str().find_first_not_of('0') != std::string::npos))
-      name = kPortraitScene;
-  }
-  return name;
-}
-
 // A tag nobody in the camera stack reads is most likely a typo of one that
 // is read: say so once per tag, on the first line that uses it.
 void warnUnreadTags(const std::vector<SessionFrame>& frames) {
@@ -275,127 +180,27 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       options.pluginPath.empty() ? defaultPluginPath() : options.pluginPath;
   warnUnreadTags(frames);
   Staging staging(options.outDir);
-
-  hostsim::PluginRegistry registry;
-  std::string error;
-  if (!fs::exists(pluginPath)) throw Failure(pluginPath + ": no plugin library there (--plugin)");
-  const bool calibrationThere = calibrationFileReady();
-  if (!registry.load(pluginPath, &error)) throw Failure(error);
-  if (registry.findProvider(kProviderName) == nullptr)
-    throw Failure(pluginPath + ": registers no provider named " + kProviderName);
-  if (!calibrationThere)
-    std::fprintf(stderr,
-                 "lumo: note: no calibration file at %s: the plugin passes frames through\n",
-                 calibrationFilePath().c_str());
-
-  // One instance per process mode, as the host makes one per pipeline node.
-  std::map<uint32_t, hostsim::PluginPtr> instances;
-  std::vector<uint32_t> created;  // instances are destroyed in the order they were made
-  auto destroyAll = [&] {
-    for (uint32_t mode : created) instances[mode]->destroy();
-    instances.clear();
-    created.clear();
-  };
-  VyMetadata session;
-  const std::vector<std::string> names = outputNames(frames);
-  std::vector<FrameReport> reports;
   hostsim::LogCapture capture;
   FilterTap tap;
-  // Declared after the staging folder: pending writes finish before it goes.
-  const size_t helpers = options.jobs > 1 ? options.jobs - 1 : 0;
-  BufferPool pool;
-  FramePrefetch prefetch(frames, options.sessionDir, helpers);
-  BackgroundWrites writes(helpers);
-  std::map<uint32_t, InstanceTrace> traces;
-  FrameEvidence evidence;
-  evidence.store = calibrationThere ? StoreState::Loaded : StoreState::Absent;
-  // Without the plugin's debug lines the selection leaves no trace in the log.
-  evidence.debugLines = gVyCamLogLevel < 3 && (gVyCamLogGroup & 2u) != 0;
-  try {
+  const std::vector<std::string> names = outputNames(frames);
+  std::vector<FrameReport> reports;
+  {
+    ReplayHost host(pluginPath, options.stylization, capture, tap);
+    // Declared after the staging folder: pending writes finish before it goes.
+    const size_t helpers = options.jobs > 1 ? options.jobs - 1 : 0;
+    FramePrefetch prefetch(frames, options.sessionDir, helpers);
+    BackgroundWrites writes(helpers);
     for (size_t i = 0; i < frames.size(); ++i) {
       const SessionFrame& frame = frames[i];
-      const uint32_t mode = processModeOf(frame);
-      auto& plugin = instances[mode];
-      if (!plugin) {
-        plugin = registry.create(kProviderName);
-        if (!plugin) throw Failure(pluginPath + ": the provider created no plugin object");
-        created.push_back(mode);
-        vyalgo2::CreateInfo info;
-        info.processMode = mode;
-        plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
-      }
       FrameImage source = prefetch.get(i);
       Image& image = source.buffer;
-      const Geometry g = image.geometry;
-      // A picture's own size is known only once it is read; the host buffers are not made
-      // for one above the limit either.
-      if (std::max({g.width, g.height, g.stride, g.scanline}) > kMaxFrameSide)
-        throw Failure(frame.where("input") + std::to_string(g.width) + "x" +
-                      std::to_string(g.height) + " is above the " + std::to_string(kMaxFrameSide) +
-                      " pixel limit of a frame side");
-      if (const std::string problem = frameMemoryProblem(g.width, g.height, g.stride, g.scanline,
-                                                         g.format, availableMemoryBytes());
-          !problem.empty())
-        throw Failure(frame.where("input") + problem);
-      auto in = allocate(pool, g, frame);
-      auto out = allocate(pool, g, frame);
-      copyPlanes(image, *in, true);
       // The input as the user gets it back is taken now: the frame's own
-      // bytes are reused for the result below.
+      // bytes are reused for the result, which saves a second fresh buffer
+      // (18 MB for 12 MP) being faulted in and cleared every frame.
       Image before;
       if (options.keepInputs) before = image;
-      auto metadata = frameMetadata(frame, session, options.stylization);
-      // The store is loaded when the first instance initialises.
-      if (auto problem = rejectedStoreMessage(capture.androidMessages())) {
-        evidence.store = StoreState::Rejected;
-        evidence.storeProblem = *problem;
-      }
-      capture.clear();
-      tap.take();
-
-      FrameReport report;
-      report.frame = frame.frame;
-      report.instance = frame.instance;
-      report.processMode = mode;
-      report.width = source.width;
-      report.height = source.height;
-      report.format = g.format;
-      vyalgo2::VyaParams params;
-      params.pSessionMetadata = std::make_shared<VyMetadata>(session);
-      report.enabled = plugin->isEnabled(params);
-      vyalgo2::ProcessRequestInfo request;
-      request.frameNum = frame.frame;
-      request.inputBuffers[0] = {in->imageParams(metadata)};
-      request.outputBuffers[0] = {out->imageParams(metadata)};
-      if (report.enabled) {
-        report.result = plugin->processRequest(&request);
-      } else {
-        vyalgo2::VyImageBuffer src, dst;
-        plugin->convertImageParams(request.inputBuffers[0][0], src);
-        plugin->convertImageParams(request.outputBuffers[0][0], dst);
-        vyalgo2::PluginUtils::vyCopyBuffer(&dst, &src);
-        __android_log_print(ANDROID_LOG_INFO, kHostTag,
-                            "frame %u: %s plugin not enabled, input copied to output", frame.frame,
-                            modeLabel(mode).c_str());
-      }
-      report.aiscene = sceneFromLog(capture.androidMessages());
-      // Without a scene result the plugin takes the common scene and says nothing.
-      if (report.enabled && report.aiscene.empty()) report.aiscene = kCommonScene;
-      evidence.frame = frame.frame;
-      evidence.enabled = report.enabled;
-      evidence.messages = capture.androidMessages();
-      evidence.renders = tap.take();
-      evidence.scene = report.aiscene;
-      report.outcome = readFrameOutcome(evidence, traces[mode]);
-
-      // The input's bytes have served their turn: the result is read back
-      // into them (every byte is copied), so a frame does not cost a second
-      // fresh buffer (18 MB for 12 MP) to be faulted in and cleared.
       Image result = std::move(image);
-      result.bytes.resize(bufferBytes(g));
-      copyPlanes(result, *out, false);
-      pool.give(std::move(in));
-      pool.give(std::move(out));
+      FrameReport report = host.process(frame, source, result, result);
       shrinkPicture(result, source.width, source.height);  // back from the even padding
       const std::string& name = names[i];
       writes.submit(staging.write(name, frame, std::move(result)));
@@ -412,11 +217,7 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       if (onFrame) onFrame(report, i + 1, frames.size());
     }
     writes.drain();
-  } catch (...) {
-    destroyAll();
-    throw;
   }
-  destroyAll();
   staging.commit();
   return reports;
 }

@@ -11,6 +11,7 @@ lumo_add_gtest(lumo_tool_unit_tests
     ${CMAKE_CURRENT_LIST_DIR}/dump_session_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/calib_lint_diff_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/picture_lut_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/compare_unit_test.cpp
   LIBS lumo_session lumo_progress PNG::PNG JPEG::JPEG)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
@@ -27,6 +28,7 @@ lumo_add_gtest(lumo_cli_tests
     ${CMAKE_CURRENT_LIST_DIR}/field_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/field_workflow_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/calib_toolkit_cli_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/compare_cli_test.cpp
   LIBS lumo_session GTest::gmock)
 target_compile_definitions(lumo_cli_tests PRIVATE
   LUMO_TOOL="$<TARGET_FILE:lumo>"

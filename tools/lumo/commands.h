@@ -17,6 +17,7 @@ void addYuvCommand(CLI::App& app);
 void addSessionCommand(CLI::App& app);
 void addReportCommand(CLI::App& app);
 void addLutCommand(CLI::App& app);
+void addCompareCommand(CLI::App& app);
 
 // A group of commands ("lumo GROUP NAME") with its first command.
 inline CLI::App* addGroupedCommand(CLI::App& app, const std::string& group,

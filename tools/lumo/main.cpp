@@ -68,6 +68,7 @@ int main(int argc, char** argv) {
   lumo::addSessionCommand(app);
   lumo::addReportCommand(app);
   lumo::addLutCommand(app);
+  lumo::addCompareCommand(app);
   if (!commandsKnown(app, argc, argv)) return 2;
   try {
     app.parse(argc, argv);
@@ -81,7 +82,8 @@ int main(int argc, char** argv) {
     app.exit(e);
     return 2;
   } catch (const lumo::Failure& e) {
-    std::fprintf(stderr, "lumo: %s\n", e.what());
+    // An empty message: the command has said why already.
+    if (*e.what() != '\0') std::fprintf(stderr, "lumo: %s\n", e.what());
     return 1;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "lumo: %s\n", e.what());

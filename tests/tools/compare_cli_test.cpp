@@ -1,0 +1,137 @@
+// `lumo compare`: the gate's exit codes, shards merged by the GNU parallel
+// recipe equal to one whole run, and the inputs it must refuse or survive.
+#include <gmock/gmock.h>
+
+#include <regex>
+
+#include "tool_runner.h"
+
+#ifdef LUMO_REAL_PLUGIN
+namespace {
+
+using namespace lumo_test;
+using ::testing::HasSubstr;
+
+// Two calibrations that differ in the food scene's look only, and two
+// sessions with food and other scenes.
+class CompareCli : public ToolTest {
+protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    fs::copy(LUMO_EXAMPLES_DIR "/looks", dir / "looks");
+    std::string looks = readText(LUMO_EXAMPLES_DIR "/demo_looks.json");
+    write("old.json", looks);
+    looks =
+        std::regex_replace(looks, std::regex(R"("food_pop": \{"generate": \{"saturation": 1.4)"),
+                           R"("food_pop": {"generate": {"saturation": 1.1)");
+    write("new.json", looks);
+    ASSERT_EQ(lumo("calib build old.json -o old.bin").status, 0);
+    ASSERT_EQ(lumo("calib build new.json -o new.bin").status, 0);
+    const std::string food =
+        R"("meta": {"stylization": 1, "scene": "food", "lux": 300, "cct": 4000})";
+    const std::string plants =
+        R"("meta": {"stylization": 1, "scene": "plants", "lux": 500, "cct": 5200})";
+    write("s1.jsonl",
+          "{\"instance\": \"preview\", \"input\": \"generated:food\", " + food +
+              "}\n{\"instance\": \"snapshot\", \"input\": \"generated:plants\", " + plants +
+              "}\n{\"instance\": \"preview\", \"input\": \"generated:chart\", " + food + "}\n");
+    write("s2.jsonl", "{\"instance\": \"preview\", \"input\": \"generated:chart\", " + plants +
+                          "}\n{\"instance\": \"preview\", \"input\": \"generated:sunset\", " +
+                          food + "}\n");
+  }
+  Outcome compare(const std::string& args) {
+    return lumo("compare --calib new.bin --against old.bin --jobs 2 " + args);
+  }
+};
+
+TEST_F(CompareCli, GateExitCodes) {
+  struct Case {
+    std::string args;
+    int status;
+    std::string message;  // in stderr
+  } const cases[] = {
+      {"s1.jsonl s2.jsonl", 0, ""},
+      {"s1.jsonl s2.jsonl --fail-above 'p95>1000' --fail-above 'share>=100%'", 0, ""},
+      {"s1.jsonl s2.jsonl --fail-above 'p95>0.5'", 1, "crosses p95>0.5"},
+      {"s1.jsonl s2.jsonl --fail-above 'max>=0.01'", 1, "s1.jsonl:1 (frame 0): max"},
+      {"s1.jsonl s2.jsonl --expect-changes scene=food", 0, ""},
+      {"s1.jsonl s2.jsonl --expect-changes scene=plants,night", 1,
+       "s1.jsonl:1 (frame 0): its pixels changed outside the expected changes (scene food)"},
+      {"s1.jsonl --fail-above 'p96>2'", 2, "expected METRIC>VALUE"},
+      {"s1.jsonl --expect-changes place=food", 2, "expected scene=NAME"},
+      {"s1.jsonl --shard 3/2 -o x.json", 2, "expected I/N"},
+      {"s1.jsonl --shard 1/2", 2, "-o FILE"},
+      {"--calib new.bin s1.jsonl", 2, ""},
+  };
+  for (const Case& c : cases) {
+    const Outcome o = c.args.starts_with("--calib") ? lumo("compare " + c.args) : compare(c.args);
+    EXPECT_EQ(o.status, c.status) << c.args << "\n" << o.err;
+    EXPECT_THAT(o.err, HasSubstr(c.message)) << c.args;
+  }
+}
+
+// The recipe of docs/compare.md for GNU parallel, on local slots, with the
+// sessions named in another order in every shard.
+TEST_F(CompareCli, ParallelShardsMergeIntoTheWholeRun) {
+  if (std::system("command -v parallel >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "GNU parallel is not installed (scripts/install-deps.sh installs it)";
+  const Outcome whole = compare("s1.jsonl s2.jsonl -o whole.json --html whole.html");
+  ASSERT_EQ(whole.status, 0) << whole.err;
+  EXPECT_THAT(whole.out, HasSubstr("5 frames, 3 changed"));
+  const std::string recipe =
+      "parallel --jobs 2 '" LUMO_TOOL
+      "' compare --calib new.bin --against old.bin --jobs 1 --shard {}/3 -o shard_{}.json "
+      "s2.jsonl s1.jsonl ::: 1 2 3";
+  ASSERT_EQ(std::system(("cd '" + dir.string() + "' && LUMO_DEVICE_ROOT= " + recipe).c_str()), 0);
+  const Outcome merged = lumo("compare merge shard_*.json -o merged.json --html merged.html");
+  ASSERT_EQ(merged.status, 0) << merged.err;
+  EXPECT_EQ(merged.out, whole.out);
+  EXPECT_EQ(readText(dir / "merged.json"), readText(dir / "whole.json"));
+  EXPECT_EQ(readText(dir / "merged.html"), readText(dir / "whole.html"));
+  EXPECT_EQ(lumo("compare merge shard_*.json --json").out, compare("s1.jsonl s2.jsonl --json").out);
+  EXPECT_EQ(countOf(readText(dir / "whole.html"), "<figure>"), 12u);  // three changed frames
+}
+
+TEST_F(CompareCli, BadInputs) {
+  write("gone.jsonl", "{\"instance\": \"preview\", \"input\": \"nowhere.jpg\", \"meta\": {}}\n");
+  fs::copy_file(dir / "old.bin", dir / "same.bin");
+  write("bad.json", R"({"calibration": {"new": {"file": "n.bin"}}})");
+  ASSERT_EQ(compare("s1.jsonl --shard 1/2 -o a1.json").status, 0);
+  ASSERT_EQ(compare("s1.jsonl --shard 2/2 -o a2.json").status, 0);
+  ASSERT_EQ(
+      lumo("compare --calib same.bin --against new.bin s1.jsonl --shard 2/2 -o b2.json").status, 0);
+  ASSERT_EQ(compare("s2.jsonl --shard 2/2 -o c2.json").status, 0);
+  struct Case {
+    std::string command;
+    int status;
+    std::string message;  // in stdout and stderr
+    std::string written;  // file that must exist afterwards ("" none)
+  } const cases[] = {
+      {"compare --calib old.bin --against same.bin s1.jsonl -o out.json", 0, "byte-identical", ""},
+      {"compare --calib new.bin --against old.bin s1.jsonl gone.jsonl -o out.json", 1,
+       "gone.jsonl:1: field \"input\": ./nowhere.jpg: no such file", ""},
+      {"compare merge a1.json b2.json", 1, "the new calibration differs (same.bin vs new.bin)", ""},
+      {"compare merge a1.json c2.json", 1, "session s2.jsonl vs s1.jsonl", ""},
+      {"compare merge a1.json", 1, "shard 2/2 is missing", ""},
+      {"compare merge a1.json bad.json", 1,
+       "bad.json: calibration: \"against\": expected an object", ""},
+      {"compare merge a1.json old.bin", 1, "old.bin: not JSON", ""},
+      {"compare merge a1.json a1.json a2.json", 1, "are the same shard", ""},
+      // Last: its result is read below.
+      {"compare --calib new.bin --against old.bin s1.jsonl gone.jsonl --keep-going -o out.json", 1,
+       "1 frame(s) had no input", "out.json"},
+  };
+  for (const Case& c : cases) {
+    fs::remove(dir / "out.json");
+    const Outcome o = lumo(c.command);
+    EXPECT_EQ(o.status, c.status) << c.command << "\n" << o.err;
+    EXPECT_THAT(o.out + o.err, HasSubstr(c.message)) << c.command;
+    EXPECT_EQ(fs::exists(dir / "out.json"), c.written == "out.json") << c.command;
+  }
+  // The frames that had their inputs ran; the missing one is listed.
+  EXPECT_EQ(countOf(readText(dir / "out.json"), "\"identical\""), 3u);
+  EXPECT_EQ(countOf(readText(dir / "out.json"), "\"problem\""), 1u);
+}
+
+}  // namespace
+#endif
