@@ -5,7 +5,6 @@
 #include <hostsim/device_root.h>
 #include <hostsim/frame_metadata.h>
 #include <hostsim/image_buffer.h>
-#include <hostsim/metadata_tags.h>
 #include <lumo/contract.h>
 #include <vyalgo2/PluginUtils.h>
 #include <vyalgo2/VyLog.h>
