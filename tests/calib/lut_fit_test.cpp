@@ -6,6 +6,7 @@
 #include <calib/looks.h>
 #include <calib/lut_fit.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -82,9 +83,11 @@ bool haveFfmpeg() { return std::system("ffmpeg -version >/dev/null 2>&1") == 0; 
 // An ffmpeg filter chain applied to a picture (PNG in, PNG out).
 Look ffmpeg(const std::string& chain) {
   return [chain](const RgbImage& in) {
+    // Named by process: other checkouts' suites may run at the same time.
+    const std::string tag = std::to_string(getpid());
     const fs::path dir = fs::temp_directory_path();
-    const std::string src = (dir / "lumo_fit_in.png").string();
-    const std::string dst = (dir / "lumo_fit_out.png").string();
+    const std::string src = (dir / ("lumo_fit_in_" + tag + ".png")).string();
+    const std::string dst = (dir / ("lumo_fit_out_" + tag + ".png")).string();
     writeRgb(src, in);
     const std::string cmd =
         "ffmpeg -v error -y -i " + src + " -vf '" + chain + "' -pix_fmt rgb24 " + dst;
@@ -219,7 +222,8 @@ TEST(LutFit, InputsItRefusesOrFlags) {
 
 TEST(LutFit, SixteenBitPngIsRefusedByName) {
   // Signature and IHDR of a 16-bit RGB picture: refused before decoding.
-  const fs::path p = fs::temp_directory_path() / "lumo_fit_16bit.png";
+  const fs::path p =
+      fs::temp_directory_path() / ("lumo_fit_16bit_" + std::to_string(getpid()) + ".png");
   const unsigned char head[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n', 0, 0,
                                 0,    13,  'I', 'H', 'D',  'R',  0,    0,    0, 8,
                                 0,    0,   0,   8,   16,   2,    0,    0,    0};
