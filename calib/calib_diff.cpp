@@ -38,29 +38,12 @@ public:
     text("header, param_range", m_a.paramRange, m_b.paramRange);
     if (m_a.lut3dSize != m_b.lut3dSize)
       add("header, lut3d_size", quoted(m_a.lut3dSize) + " -> " + quoted(m_b.lut3dSize));
-    for (const calib::SceneBlock& s : m_a.scenes) {
-      const std::string record = "scene \"" + escapeBytes(s.name) + "\"";
-      const calib::SceneBlock* other = findScene(m_b, s.name);
-      if (other == nullptr)
-        add(record, "removed");
-      else if (findScene(m_a, s.name) == &s)
-        bands(record, s.luxBands, other->luxBands, true);
-    }
-    for (const calib::SceneBlock& s : m_b.scenes)
-      if (findScene(m_a, s.name) == nullptr)
-        add("scene \"" + escapeBytes(s.name) + "\"",
-            "added (" + quoted(s.luxBands.size()) + " lux bands)");
-    for (const calib::ZoomBlock& z : m_a.zooms) {
-      const std::string record = "zoom " + quoted(z.ratio);
-      const calib::ZoomBlock* other = findZoom(m_b, z.ratio);
-      if (other == nullptr)
-        add(record, "removed");
-      else if (findZoom(m_a, z.ratio) == &z)
-        bands(record, z.luxBands, other->luxBands, false);
-    }
-    for (const calib::ZoomBlock& z : m_b.zooms)
-      if (findZoom(m_a, z.ratio) == nullptr)
-        add("zoom " + quoted(z.ratio), "added (" + quoted(z.luxBands.size()) + " lux bands)");
+    blocks(
+        m_a.scenes, m_b.scenes, [](const calib::SceneBlock& s) { return s.name; },
+        [](const std::string& name) { return "scene \"" + escapeBytes(name) + "\""; }, true);
+    blocks(
+        m_a.zooms, m_b.zooms, [](const calib::ZoomBlock& z) { return z.ratio; },
+        [](float ratio) { return "zoom " + quoted(ratio); }, false);
     if (m_a.luts.size() != m_b.luts.size())
       add("LUT pool", quoted(m_a.luts.size()) + " -> " + quoted(m_b.luts.size()) + " blocks");
     if (m_a.shadings.size() != m_b.shadings.size())
@@ -70,17 +53,27 @@ public:
   }
 
 private:
-  // The plugin keeps the first block of a name or ratio.
-  static const calib::SceneBlock* findScene(const calib::CalibrationFile& f,
-                                            const std::string& name) {
-    for (const calib::SceneBlock& s : f.scenes)
-      if (s.name == name) return &s;
-    return nullptr;
-  }
-  static const calib::ZoomBlock* findZoom(const calib::CalibrationFile& f, float ratio) {
-    for (const calib::ZoomBlock& z : f.zooms)
-      if (z.ratio == ratio) return &z;
-    return nullptr;
+  // Scene blocks matched by name, zoom blocks by ratio: removed, compared band
+  // by band, or added. The plugin keeps the first block of a key, so only
+  // that one is compared.
+  template <typename Block, typename KeyOf, typename RecordOf>
+  void blocks(const std::vector<Block>& a, const std::vector<Block>& b, KeyOf keyOf,
+              RecordOf recordOf, bool luts) {
+    const auto find = [&](const std::vector<Block>& in, const auto& key) -> const Block* {
+      for (const Block& x : in)
+        if (keyOf(x) == key) return &x;
+      return nullptr;
+    };
+    for (const Block& x : a) {
+      const Block* other = find(b, keyOf(x));
+      if (other == nullptr)
+        add(recordOf(keyOf(x)), "removed");
+      else if (find(a, keyOf(x)) == &x)
+        bands(recordOf(keyOf(x)), x.luxBands, other->luxBands, luts);
+    }
+    for (const Block& x : b)
+      if (find(a, keyOf(x)) == nullptr)
+        add(recordOf(keyOf(x)), "added (" + quoted(x.luxBands.size()) + " lux bands)");
   }
 
   void add(std::string record, std::string change, std::optional<ChartDelta> colour = {}) {

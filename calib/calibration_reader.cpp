@@ -53,6 +53,12 @@ private:
     m_stopped = true;
     return true;
   }
+  // Where a scene or zoom block starts, or false once too many issues stopped the walk.
+  bool enterBlock(size_t pos, const std::string& record, std::vector<size_t>& offsets) {
+    if (flooded(pos, record)) return false;
+    offsets.push_back(pos);
+    return true;
+  }
   // Fields the walk has already checked are there.
   uint16_t u16(size_t o) const {
     uint16_t v = 0;
@@ -211,8 +217,7 @@ ReadResult Walker::run() {
   std::set<std::string> names;
   for (size_t i = 0; i < a; ++i) {
     std::string record = "scene block " + std::to_string(i);
-    if (flooded(pos, record)) break;
-    layout.sceneOffsets.push_back(pos);
+    if (!enterBlock(pos, record, layout.sceneOffsets)) break;
     SceneBlock block;
     if (need(pos, kSceneNameBytes, record, "the scene name")) {
       block.name = text(pos, kSceneNameBytes, record, "the scene name");
@@ -233,8 +238,7 @@ ReadResult Walker::run() {
   std::set<float> ratios;
   for (size_t j = 0; j < z; ++j) {
     std::string record = "zoom block " + std::to_string(j);
-    if (flooded(pos, record)) break;
-    layout.zoomOffsets.push_back(pos);
+    if (!enterBlock(pos, record, layout.zoomOffsets)) break;
     ZoomBlock block;
     if (need(pos, kF32Bytes, record, "the zoom ratio")) {
       block.ratio = f32(pos);

@@ -224,38 +224,26 @@ public:
     }
 
     std::vector<BlockRef> lutRefs, shadingRefs;
-    if (j.contains("scenes")) {
-      const json& scenes = j["scenes"];
-      if (!scenes.is_array()) fail("scenes", "expected an array");
-      for (size_t i = 0; i < scenes.size(); ++i) {
-        const std::string sf = "scenes[" + std::to_string(i) + "]";
-        keys(scenes[i], sf, {"name", "lux", "declared_size"});
-        SceneBlock block;
-        block.name = text(member(scenes[i], "name", sf), sf + ".name");
-        if (block.name.size() >= kSceneNameBytes)
-          fail(sf + ".name", "at most 63 bytes fit, got " + std::to_string(block.name.size()));
-        block.luxBands = luxBands(member(scenes[i], "lux", sf), sf + ".lux", "lut", lutRefs);
-        if (scenes[i].contains("declared_size"))
-          block.declaredSize = u16(scenes[i]["declared_size"], sf + ".declared_size");
-        out.scenes.push_back(std::move(block));
-      }
-    }
-    if (j.contains("zooms")) {
-      const json& zooms = j["zooms"];
-      if (!zooms.is_array()) fail("zooms", "expected an array");
-      for (size_t i = 0; i < zooms.size(); ++i) {
-        const std::string zf = "zooms[" + std::to_string(i) + "]";
-        keys(zooms[i], zf, {"ratio", "lux", "declared_size"});
-        ZoomBlock block;
-        const auto ratio = jsonFloat(member(zooms[i], "ratio", zf));
-        if (!ratio) fail(zf + ".ratio", std::string("expected ") + kFloatSpellings);
-        block.ratio = *ratio;
-        block.luxBands = luxBands(member(zooms[i], "lux", zf), zf + ".lux", "shading", shadingRefs);
-        if (zooms[i].contains("declared_size"))
-          block.declaredSize = u16(zooms[i]["declared_size"], zf + ".declared_size");
-        out.zooms.push_back(std::move(block));
-      }
-    }
+    entries(j, "scenes", {"name", "lux", "declared_size"},
+            [&](const json& e, const std::string& f) {
+              SceneBlock block;
+              block.name = text(member(e, "name", f), f + ".name");
+              if (block.name.size() >= kSceneNameBytes)
+                fail(f + ".name", "at most 63 bytes fit, got " + std::to_string(block.name.size()));
+              block.luxBands = luxBands(member(e, "lux", f), f + ".lux", "lut", lutRefs);
+              block.declaredSize = declaredSize(e, f);
+              out.scenes.push_back(std::move(block));
+            });
+    entries(j, "zooms", {"ratio", "lux", "declared_size"},
+            [&](const json& e, const std::string& f) {
+              ZoomBlock block;
+              const auto ratio = jsonFloat(member(e, "ratio", f));
+              if (!ratio) fail(f + ".ratio", std::string("expected ") + kFloatSpellings);
+              block.ratio = *ratio;
+              block.luxBands = luxBands(member(e, "lux", f), f + ".lux", "shading", shadingRefs);
+              block.declaredSize = declaredSize(e, f);
+              out.zooms.push_back(std::move(block));
+            });
     out.luts = pool<LutBlock>(j.contains("looks") ? &j["looks"] : nullptr, "looks", lutRefs,
                               [this](const json& s, const std::string& f) { return look(s, f); });
     out.shadings = pool<ShadingBlock>(
@@ -267,6 +255,25 @@ public:
   }
 
 private:
+  // Each object of the array `key`, when there is one, with its field path ("scenes[2]").
+  template <typename Each>
+  void entries(const json& j, const char* key, std::initializer_list<const char*> allowed,
+               Each each) const {
+    if (!j.contains(key)) return;
+    const json& array = j[key];
+    if (!array.is_array()) fail(key, "expected an array");
+    for (size_t i = 0; i < array.size(); ++i) {
+      const std::string field = std::string(key) + "[" + std::to_string(i) + "]";
+      keys(array[i], field, allowed);
+      each(array[i], field);
+    }
+  }
+
+  std::optional<uint16_t> declaredSize(const json& block, const std::string& field) const {
+    if (!block.contains("declared_size")) return std::nullopt;
+    return u16(block["declared_size"], field + ".declared_size");
+  }
+
   template <typename Block>
   static void assign(std::vector<Block>& blocks, const std::vector<BlockRef>& refs) {
     size_t r = 0;

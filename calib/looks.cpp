@@ -67,24 +67,28 @@ LookParams lookFromJson(const nlohmann::json& j, const std::string& where) {
       throw std::invalid_argument(where + "." + key + ": expected [r, g, b]");
     return std::array<double, 3>{number(key, v[0]), number(key, v[1]), number(key, v[2])};
   };
-  for (const auto& [key, v] : j.items()) {
-    if (key == "exposure")
-      p.exposure = number(key, v);
-    else if (key == "temperature")
-      p.temperature = number(key, v);
-    else if (key == "tint")
-      p.tint = number(key, v);
-    else if (key == "contrast")
-      p.contrast = number(key, v);
-    else if (key == "saturation")
-      p.saturation = number(key, v);
-    else if (key == "shadows")
-      p.shadows = triple(key, v);
-    else if (key == "highlights")
-      p.highlights = triple(key, v);
-    else if (key == "fade")
-      p.fade = number(key, v);
-    else if (key == "gamma") {
+  // The controls that take one number, and those that take an RGB triple.
+  static const std::pair<const char*, double LookParams::*> kNumbers[] = {
+      {"exposure", &LookParams::exposure},
+      {"temperature", &LookParams::temperature},
+      {"tint", &LookParams::tint},
+      {"contrast", &LookParams::contrast},
+      {"saturation", &LookParams::saturation},
+      {"fade", &LookParams::fade}};
+  static const std::pair<const char*, std::array<double, 3> LookParams::*> kTriples[] = {
+      {"shadows", &LookParams::shadows}, {"highlights", &LookParams::highlights}};
+  // No structured binding: clang (the fuzz build) cannot capture one in the lambda.
+  for (const auto& item : j.items()) {
+    const std::string& key = item.key();
+    const nlohmann::json& v = item.value();
+    const auto named = [&key](const auto& entry) { return key == entry.first; };
+    if (auto n = std::find_if(std::begin(kNumbers), std::end(kNumbers), named);
+        n != std::end(kNumbers)) {
+      p.*(n->second) = number(key, v);
+    } else if (auto t = std::find_if(std::begin(kTriples), std::end(kTriples), named);
+               t != std::end(kTriples)) {
+      p.*(t->second) = triple(key, v);
+    } else if (key == "gamma") {
       p.gamma = number(key, v);
       if (!(p.gamma > 0)) throw std::invalid_argument(where + ".gamma: expected a positive number");
     } else {
