@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "diff_section.h"
 #include "html.h"
 #include "pictures.h"
 
@@ -12,7 +13,6 @@ namespace lumo::report {
 namespace {
 
 constexpr uint32_t kPictureSide = 360;
-constexpr double kHeatTop = 10.0;  // as the calibration diff's heat map
 
 const char* const kStyles =
     ".cmp td,.cmp th{padding:2px 8px;text-align:right;font-variant-numeric:tabular-nums}"

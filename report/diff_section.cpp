@@ -14,9 +14,6 @@ namespace lumo::report {
 namespace {
 
 constexpr size_t kWorstCells = 5;
-// Mean differences at or above this are drawn fully red: past about 10 a
-// look is plainly another look.
-constexpr double kHeatTop = 10.0;
 
 struct CellDelta {
   std::string where;

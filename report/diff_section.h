@@ -11,6 +11,11 @@
 
 namespace lumo::report {
 
+// CIEDE2000 differences at or above this are drawn fully red, past about 10
+// a look is plainly another look: the diff's heat map and the comparison
+// page's difference pictures share the scale.
+constexpr double kHeatTop = 10.0;
+
 // What changed from `baseline` to `changed`: per scene of `changed` (matched
 // by name in the baseline), the lux x CCT grid as a heat map of the mean
 // CIEDE2000 over the chart between the two files' blocks of the same cell,

@@ -46,8 +46,7 @@ std::vector<calib::Finding> coverageFindings(const calib::CalibrationFile& file,
 // findings.
 Section coverageSection(const std::vector<CoverageMap>& scenes,
                         const std::vector<CoverageMap>& zooms,
-                        const std::vector<calib::Finding>& findings,
-                        const BlockNames& names = {});
+                        const std::vector<calib::Finding>& findings, const BlockNames& names = {});
 
 // One replayed frame as the report shows it.
 struct ReplayFrame {

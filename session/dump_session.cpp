@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 // Keys keep the order a session line is usually written in.
-using json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 std::string regexQuoted(const std::string& text) {
   static const std::string kSpecial = R"(\^$.|?*+()[]{})";
@@ -69,8 +69,9 @@ bool isDecimal(const std::string& s) {
 // and CCT as the 16-bit values it used, which the session sends back as they
 // are; the scene as the name the plugin matched, which the session spells the
 // same way.
-json metaOf(const ExifBlock& b, const std::string& where, std::vector<std::string>& warnings) {
-  json meta = json::object();
+OrderedJson metaOf(const ExifBlock& b, const std::string& where,
+                   std::vector<std::string>& warnings) {
+  OrderedJson meta = OrderedJson::object();
   meta["stylization"] = 1;
   for (const auto& [key, text] :
        {std::pair<const char*, std::string>{"lux", b.lux}, {"cct", b.cct}}) {
@@ -204,9 +205,9 @@ DumpSession sessionFromDumps(const std::string& dumpDir, const std::string& sess
                              block->height + ", the image is " + std::to_string(g.width) + "x" +
                              std::to_string(g.height));
 
-    json line = {{"instance", preview ? "preview" : "snapshot"},
-                 {"frame", d.name.frame},
-                 {"input", relativeTo(d.path, sessionDir)}};
+    OrderedJson line = {{"instance", preview ? "preview" : "snapshot"},
+                        {"frame", d.name.frame},
+                        {"input", relativeTo(d.path, sessionDir)}};
     // The host picks the dump's extension; one that names no format is a
     // camera buffer, NV21 unless told otherwise.
     if (info.formatFrom == "assumed") {
@@ -217,7 +218,7 @@ DumpSession sessionFromDumps(const std::string& dumpDir, const std::string& sess
     std::string stem = d.name.imageName.empty() ? "" : d.name.imageName + "_";
     stem += std::string(preview ? "preview" : "snapshot") + "_frame" + std::to_string(d.name.frame);
     line["output"] = pngOutputs ? stem + ".png" : rawOutputName(stem, g);
-    json meta = json::object();
+    OrderedJson meta = OrderedJson::object();
     if (block) {
       meta = metaOf(*block, blockFile + " frame " + std::to_string(d.name.frame), out.warnings);
     } else {

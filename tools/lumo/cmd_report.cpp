@@ -245,7 +245,7 @@ void addChartStrip(const calib::CalibrationFile& file, std::vector<Section>& sec
     for (const auto& l : s.luxBands)
       for (const auto& c : l.ccts) {
         if (c.index >= file.luts.size()) continue;
-        const Image chart = referenceChart();
+        const Image chart = report::referenceChart();
         std::vector<StrengthPicture> strip;
         for (const double k : kStrengths)
           strip.push_back(
