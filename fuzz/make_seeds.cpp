@@ -31,11 +31,6 @@ void writeSeed(const std::string& target, const std::string& name, const std::st
   std::ofstream(g_out / target / name, std::ios::binary) << bytes;
 }
 
-void writeSeed(const std::string& target, const std::string& name,
-               const std::vector<uint8_t>& bytes) {
-  writeSeed(target, name, std::string(bytes.begin(), bytes.end()));
-}
-
 calib::LutBlock patternLut(size_t block) {
   calib::LutBlock out(calib::kLutBlockBytes);
   for (size_t p = 0; p < out.size(); ++p) out[p] = uint8_t(p * 7 + block * 37 + p / 289);
@@ -45,39 +40,28 @@ calib::LutBlock patternLut(size_t block) {
 // Small files of the shapes the camera ships: several scenes, nested lux and
 // CCT bands, two zoom ratios, and a few of the odd shapes the format allows.
 std::vector<calib::CalibrationFile> calibrationFiles() {
-  std::vector<calib::CalibrationFile> files;
+  const calib::ShadingBlock shading = {0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f};
   calib::CalibrationFile plain;
   plain.scenes = {{lumo::kCommonScene, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
   plain.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
   plain.luts = {patternLut(0)};
-  plain.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f}};
-  files.push_back(plain);
-
-  calib::CalibrationFile banded = plain;
+  plain.shadings = {shading};
+  calib::CalibrationFile banded = plain, shifted = plain;
   banded.scenes = {{lumo::kCommonScene,
                     {{0, 300, {{0, 4000, 0}, {4001, 60000, 1}}}, {301, 60000, {{0, 60000, 2}}}},
                     std::nullopt},
                    {lumo::kNightScene, {{0, 100, {{0, 3000, 1}, {3001, 9000, 2}}}}, uint16_t(200)},
                    {lumo::kPlantsScene, {}, std::nullopt}};
-  banded.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt},
-                  {2.0f, {{0, 500, {{0, 5000, 1}}}}, std::nullopt}};
+  banded.zooms.push_back({2.0f, {{0, 500, {{0, 5000, 1}}}}, std::nullopt});
   banded.luts = {patternLut(0), patternLut(1), patternLut(2)};
-  banded.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f},
-                     {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f}};
+  banded.shadings = {shading, {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f}};
   banded.triggerControl = "lux,cct";
   banded.paramType = "lut,shading";
   banded.paramRange = "0-60000";
-  files.push_back(banded);
-
-  calib::CalibrationFile shifted = plain;
   shifted.paramDataOffset = 1000;
   shifted.lutDataOffset = 1200;
   shifted.trailingBytes = {1, 2, 3};
-  files.push_back(shifted);
-
-  calib::CalibrationFile empty;
-  files.push_back(empty);
-  return files;
+  return {plain, banded, shifted, {}};
 }
 
 void calibrationSeeds() {
@@ -94,16 +78,16 @@ void calibrationSeeds() {
   for (const auto& f : frames) {
     uint32_t zoomBits = 0;
     std::memcpy(&zoomBits, &f.zoom, sizeof(zoomBits));
-    tail.add(f.scene, 1);
-    tail.add(f.lux, 2);
-    tail.add(f.cct, 2);
-    tail.add(zoomBits, 4);
+    for (auto [value, bytes] :
+         {std::pair<uint64_t, int>{f.scene, 1}, {f.lux, 2}, {f.cct, 2}, {zoomBits, 4}})
+      tail.add(value, bytes);
   }
   for (size_t i = 0; i < files.size(); ++i) {
-    const std::vector<uint8_t> bytes = calib::serialize(files[i]);
-    writeSeed("calib_reader", "file" + std::to_string(i), bytes);
-    writeSeed("calib_agreement", "file" + std::to_string(i), bytes);
-    writeSeed("calib_loader", "file" + std::to_string(i), tail.after(bytes));
+    const std::vector<uint8_t> bytes = calib::serialize(files[i]), loader = tail.after(bytes);
+    for (const char* target : {"calib_reader", "calib_agreement"})
+      writeSeed(target, "file" + std::to_string(i), std::string(bytes.begin(), bytes.end()));
+    writeSeed("calib_loader", "file" + std::to_string(i),
+              std::string(loader.begin(), loader.end()));
   }
 }
 
@@ -174,27 +158,20 @@ void dumpNameSeeds() {
 // end; payloads from the front), laid out as the host writes them.
 void metadataSeeds() {
   struct Entry {
-    uint8_t selector;  // index into the target's tag list
-    uint8_t type;
-    uint8_t count;
+    uint8_t selector, type, count;  // selector: index into the target's tag list
     std::vector<uint8_t> payload;
   };
-  auto record = [](size_t bytes, size_t offset, uint32_t word) {
+  auto record = [](size_t bytes, size_t offset, auto word) {
     std::vector<uint8_t> out(bytes);
     std::memcpy(out.data() + offset, &word, sizeof(word));
     return out;
   };
-  const float lux = 412.9f, zoom = 2.0f;
-  uint32_t luxBits = 0, zoomBits = 0;
-  std::memcpy(&luxBits, &lux, 4);
-  std::memcpy(&zoomBits, &zoom, 4);
+  const uint8_t awb = lumo::kAwbRecordBytes, aec = lumo::kAecRecordBytes;
   const std::vector<std::vector<Entry>> frames = {
-      {{0, 0, uint8_t(lumo::kAwbRecordBytes),
-        record(lumo::kAwbRecordBytes, lumo::kAwbCctOffset, 5000)},
-       {1, 0, uint8_t(lumo::kAecRecordBytes),
-        record(lumo::kAecRecordBytes, lumo::kAecLuxOffset, luxBits)},
-       {2, 1, 1, record(4, 0, 4)},
-       {6, 2, 1, record(4, 0, zoomBits)},
+      {{0, 0, awb, record(awb, lumo::kAwbCctOffset, uint32_t{5000})},
+       {1, 0, aec, record(aec, lumo::kAecLuxOffset, 412.9f)},
+       {2, 1, 1, record(4, 0, uint32_t{4})},
+       {6, 2, 1, record(4, 0, 2.0f)},
        {7, 1, 8, std::vector<uint8_t>(32, 1)},
        {3, 0, 6, {'I', 'M', 'G', '_', '1', 0}}},
       {{0, 0, 3, {1, 2, 3}}, {3, 0, 2, {'A', 'B'}}, {6, 4, 1, std::vector<uint8_t>(8, 0x3f)}}};
@@ -210,7 +187,8 @@ void metadataSeeds() {
       body.insert(body.end(), e.payload.begin(), e.payload.end());
     }
     tail.add(1, 1);  // the image carries this metadata
-    writeSeed("metadata", "frame" + std::to_string(n++), tail.after(body));
+    body = tail.after(body);
+    writeSeed("metadata", "frame" + std::to_string(n++), std::string(body.begin(), body.end()));
   }
 }
 

@@ -12,21 +12,18 @@ namespace {
 
 TEST(VyMetadata, AbsentTagsAndVendorTagNumbers) {
   VyMetadata m1, m2;
-  for (const auto& e : {m1.find("org.example.never.registered.anywhere"),
-                        m1.find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}),
-                        m1.find(static_cast<const char*>(nullptr))}) {
-    EXPECT_EQ(e.count, 0u);
-    EXPECT_EQ(e.data.u8, nullptr);
-  }
+  for (const auto& e :
+       {m1.find("org.example.never.registered.anywhere"),
+        m1.find(uint32_t{ANDROID_CONTROL_ZOOM_RATIO}), m1.find(static_cast<const char*>(nullptr))})
+    EXPECT_TRUE(e.count == 0 && e.data.u8 == nullptr);
   // Looking a name up does not give it a number: the next two names get consecutive ones.
   const uint32_t a = VyMetadata::vendorTagId("org.example.a");
   m1.find("org.example.probe.between");
   const uint32_t b = VyMetadata::vendorTagId("org.example.b");
   EXPECT_GE(a, 0x80000000u);  // above the standard range
-  EXPECT_EQ(b, a + 1);
-  EXPECT_EQ(VyMetadata::vendorTagId("org.example.a"), a);
-  EXPECT_EQ(VyMetadata::vendorTagName(b), "org.example.b");
-  EXPECT_EQ(VyMetadata::vendorTagName(0x1002F), "");
+  EXPECT_EQ(std::make_tuple(b, VyMetadata::vendorTagId("org.example.a"),
+                            VyMetadata::vendorTagName(b), VyMetadata::vendorTagName(0x1002F)),
+            std::make_tuple(a + 1, a, "org.example.b", ""));
   // The same entry is reached by its number, in this object only.
   const int32_t v = 7;
   ASSERT_EQ(m1.update("org.example.a", TYPE_INT32, &v, 1), 0);
@@ -91,14 +88,9 @@ std::string bytesOf(const T& v) {
 }
 
 TEST(FrameMetadata, FieldsLandWhereConsumersReadThem) {
-  hostsim::FrameConditions c;
-  c.cct = 70000;
-  c.luxIndex = 412.9f;
-  c.aiScene = 0xFFFFFFFFu;
-  c.faceValues = hostsim::faceRectangles({{1, 2, 3, 4}, {5, 6, 7, 8}});
-  c.zoomRatio = 1.5f;
-  c.imageName = "IMG_0001";
-  c.stylizationType = 3;
+  const hostsim::FrameConditions c{
+      70000,      412.9f, 0xFFFFFFFFu, hostsim::faceRectangles({{1, 2, 3, 4}, {5, 6, 7, 8}}), 1.5f,
+      "IMG_0001", 3};
   auto m = hostsim::makeFrameMetadata(c);
   EXPECT_EQ(m->entryCount(), 7u);
   const int32_t faces[] = {1, 2, 3, 4, 5, 6, 7, 8};
