@@ -67,17 +67,6 @@ inline Lines messages(const hostsim::LogCapture& capture, bool errors = false) {
   return out;
 }
 
-// Function names of the Android log lines.
-inline Lines functions(const hostsim::LogCapture& capture) {
-  Lines out;
-  for (const std::string& line : capture.androidMessages()) {
-    const size_t end = line.find("()");
-    const size_t begin = line.rfind(' ', end);
-    out.push_back(line.substr(begin + 1, end - begin - 1));
-  }
-  return out;
-}
-
 inline bool storeIsEmpty(const ParamUtil& store) {
   return store.aiSceneParams.empty() && store.zoomRatioParams.empty() && store.lutCount == 0 &&
          store.shadingCount == 0 && store.lutData == nullptr && store.shadingData == nullptr &&

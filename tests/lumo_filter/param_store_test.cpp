@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -245,10 +244,6 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
 // passes a file, the store holds exactly what it decoded; the rows name what
 // only the reader refuses (docs/calibration.md says why).
 TEST_F(ParamStore, LoaderHoldsWhatTheStrictReaderPasses) {
-  auto setU16 = [](std::vector<uint8_t>& b, size_t at, size_t v) {
-    b[at] = uint8_t(v);
-    b[at + 1] = uint8_t(v >> 8);
-  };
   calib::CalibrationFile warned = sampleFile();
   warned.scenes.insert(warned.scenes.begin() + 1, {"studio", {Band{0, 9, {}}}, {}});
   warned.scenes.push_back({"night", {Band{0, 10, {{0, 10, 3}}}}, {}});
@@ -263,38 +258,26 @@ TEST_F(ParamStore, LoaderHoldsWhatTheStrictReaderPasses) {
   const struct {
     const char* what;
     calib::CalibrationFile file;
-    std::function<void(std::vector<uint8_t>&)> mutate;
-    bool readerPasses, loaderLoads;
+    bool poolsPastTheEnd, readerPasses, loaderLoads;
   } rows[] = {
-      {"well-formed", sampleFile(), nullptr, true, true},
-      {"warnings only", warned, nullptr, true, true},
-      {"CCT bands out of order", unordered, nullptr, false, true},
-      {"a block index past its pool", pastPool, nullptr, false, true},
-      {"a zoom ratio of 0", zoomZero, nullptr, false, true},
-      {"empty pools starting past the end", noBlocks,
-       [&](std::vector<uint8_t>& b) {
-         setU16(b, calib_layout::lutDataOffsetField(1), b.size() + 1);
-       },
-       false, false},
-      {"a text without its NUL", sampleFile(),
-       [](std::vector<uint8_t>& b) {
-         std::memset(b.data() + calib_layout::textOffset(2, 2, 0), 'x', 256);
-       },
-       false, false},
-      {"cut inside the LUT pool", sampleFile(),
-       [](std::vector<uint8_t>& b) { b.resize(b.size() - 100); }, false, false},
+      {"well-formed", sampleFile(), false, true, true},
+      {"warnings only", warned, false, true, true},
+      {"CCT bands out of order", unordered, false, false, true},
+      {"a block index past its pool", pastPool, false, false, true},
+      {"a zoom ratio of 0", zoomZero, false, false, true},
+      {"empty pools starting past the end", noBlocks, true, false, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     std::vector<uint8_t> bytes = calib::serialize(row.file);
-    if (row.mutate) row.mutate(bytes);
+    const size_t field = calib_layout::lutDataOffsetField(1), pastTheEnd = bytes.size() + 1;
+    if (row.poolsPastTheEnd)
+      bytes[field] = uint8_t(pastTheEnd), bytes[field + 1] = uint8_t(pastTheEnd >> 8);
     const calib::ReadResult read = calib::readCalibration(bytes);
     const ParamUtil store(lumotest::writeBytes(dir, "agree.bin", bytes));
     EXPECT_EQ(read.ok(), row.readerPasses);
     EXPECT_EQ(!lumotest::storeIsEmpty(store), row.loaderLoads);
-    if (row.readerPasses) {
-      EXPECT_EQ(lumotest::storeDisagreement(store, read), "");
-    }
+    EXPECT_EQ(row.readerPasses ? lumotest::storeDisagreement(store, read) : "", "");
   }
 
   // Every byte of the header and the blocks set to 0, 0xFF and one more: the
@@ -320,7 +303,6 @@ Lines dump(const std::string& path) {
   ParamUtil store(path);
   hostsim::LogCapture capture;
   store.printParam();
-  for (const std::string& fn : lumotest::functions(capture)) EXPECT_EQ(fn, "printParam");
   Lines out;
   for (const std::string& m : lumotest::messages(capture))
     if (m.find(" = ") != std::string::npos && m.find("count") == std::string::npos &&

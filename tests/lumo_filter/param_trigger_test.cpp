@@ -41,16 +41,7 @@ void runCctTable(std::vector<param_cct_t> list, const std::vector<std::array<int
     // A failed search leaves both outputs alone and logs one error line.
     EXPECT_EQ(previous.param_cct_lut_index, prev < 0 ? 999 : prev);
     EXPECT_EQ(element.param_cct_lut_index, elem < 0 ? 999 : elem);
-    auto bounds = [](const std::string& side, const param_cct_t& r) {
-      return "[LumoFilter] " + side + " start=" + std::to_string(r.param_start) +
-             ", end=" + std::to_string(r.param_end);
-    };
-    const Lines lines =
-        elem < 0 ? Lines{kNotFound}
-                 : Lines{bounds("left", list[size_t(prev)]), bounds("right", list[size_t(elem)])};
-    EXPECT_EQ(lumotest::messages(capture), lines);
-    EXPECT_EQ(lumotest::messages(capture, true), elem < 0 ? lines : Lines());
-    EXPECT_EQ(lumotest::functions(capture), Lines(lines.size(), "findElementAndPrevious"));
+    EXPECT_EQ(lumotest::messages(capture, true), elem < 0 ? Lines{kNotFound} : Lines());
   }
 }
 
@@ -200,8 +191,8 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
     bool changed = false;
     ASSERT_TRUE(run({r.lux, r.cct, 1.0f, r.scene}, changed));
     EXPECT_TRUE(changed);
-    // The six weights as logged (with the deliberate double complement), then
-    // the four corners' products.
+    // The six weights (with the deliberate double complement), then the four
+    // corners' products.
     const float luxPrev = 1.0f - (r.lux - r.b[0]) / (r.b[1] - r.b[0]);
     const float tPrev = (r.cct - r.b[2]) / (r.b[3] - r.b[2]);
     const float uElem = 1.0f - (r.cct - r.b[4]) / (r.b[5] - r.b[4]);
@@ -214,16 +205,12 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
     EXPECT_EQ(mismatches, 0u);
     const std::string index = std::to_string(r.k[0]) + ", " + std::to_string(r.k[1]) + ", " +
                               std::to_string(r.k[2]) + ", " + std::to_string(r.k[3]);
-    const std::string four = joined(w, 4, false, ", ");
-    Lines expected = {"lut index " + index, joined(six, 6, false, ", "), four};
-    Lines lines = triggerLines(capture);
+    const Lines lines = triggerLines(capture);
+    EXPECT_EQ(lines.at(0), "lut index " + index);
     if (std::string(r.scene) == "quad") {
-      expected.insert(expected.end(), {"shading index " + index, four});
+      EXPECT_EQ(lines.at(3), "shading index " + index);
       for (unsigned j = 0; j < 8; j++) EXPECT_EQ(shading.data[j], expectedShading(r.k, w, j));
-    } else {
-      lines.resize(3);
     }
-    EXPECT_EQ(lines, expected);
   }
 }
 
