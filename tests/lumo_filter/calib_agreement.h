@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -13,22 +14,25 @@
 
 namespace lumotest {
 
-inline bool sameBands(const param_t& loaded, const std::vector<calib::LuxBand>& read) {
-  if (loaded.param_lux_count != read.size()) return false;
-  for (size_t l = 0; l < read.size(); l++) {
-    const param_lux_t& lux = loaded.param_lux[l];
-    const calib::LuxBand& band = read[l];
-    if (lux.start != band.start || lux.end != band.end || lux.param_cct_count != band.ccts.size())
-      return false;
-    for (size_t c = 0; c < band.ccts.size(); c++) {
-      const param_cct_t& cct = lux.param_cct[c];
-      const calib::CctBand& want = band.ccts[c];
-      if (cct.param_start != want.start || cct.param_end != want.end ||
-          cct.param_cct_lut_index != want.index)
-        return false;
-    }
+// A band list flattened (start, end, count, then the CCT triples), so that
+// whole trees compare in one step.
+inline std::vector<int> flat(const std::vector<calib::LuxBand>& bands) {
+  std::vector<int> v;
+  for (const auto& b : bands) {
+    v.insert(v.end(), {b.start, b.end, int(b.ccts.size())});
+    for (const auto& c : b.ccts) v.insert(v.end(), {c.start, c.end, c.index});
   }
-  return true;
+  return v;
+}
+
+inline std::vector<int> flat(const param_t& loaded) {
+  std::vector<int> v;
+  for (const param_lux_t& l : std::span(loaded.param_lux, loaded.param_lux_count)) {
+    v.insert(v.end(), {l.start, l.end, l.param_cct_count});
+    for (const param_cct_t& c : std::span(l.param_cct, l.param_cct_count))
+      v.insert(v.end(), {c.param_start, c.param_end, c.param_cct_lut_index});
+  }
+  return v;
 }
 
 // The trees keep the first block of a key, as the loader does.
@@ -40,9 +44,18 @@ std::string treeDisagreement(const std::map<Key, param_t>& loaded, const Blocks&
   if (read.size() != loaded.size()) return std::string(tree) + " tree size";
   for (const auto& [key, param] : loaded) {
     const auto it = read.find(key);
-    if (it == read.end() || !sameBands(param, *it->second)) return std::string(tree) + " bands";
+    if (it == read.end() || flat(param) != flat(*it->second)) return std::string(tree) + " bands";
   }
   return "";
+}
+
+inline std::string treesDisagreement(const ParamUtil& store, const calib::CalibrationFile& f) {
+  const std::string scenes = treeDisagreement(
+      store.aiSceneParams, f.scenes, [](const calib::SceneBlock& b) { return b.name; }, "scene");
+  return scenes.empty() ? treeDisagreement(
+                              store.zoomRatioParams, f.zooms,
+                              [](const calib::ZoomBlock& b) { return b.ratio; }, "zoom")
+                        : scenes;
 }
 
 // Empty when the store holds exactly what the reader decoded, else the
@@ -57,12 +70,7 @@ inline std::string storeDisagreement(const ParamUtil& store, const calib::ReadRe
   if (f.triggerControl != store.trigger_control || f.paramType != store.param_type ||
       f.paramRange != store.param_range)
     return "header texts";
-  std::string tree = treeDisagreement(
-      store.aiSceneParams, f.scenes, [](const calib::SceneBlock& b) { return b.name; }, "scene");
-  if (tree.empty())
-    tree = treeDisagreement(
-        store.zoomRatioParams, f.zooms, [](const calib::ZoomBlock& b) { return b.ratio; }, "zoom");
-  if (!tree.empty()) return tree;
+  if (std::string tree = treesDisagreement(store, f); !tree.empty()) return tree;
   if (store.lutCount != read.layout.lutCount || store.shadingCount != read.layout.shadingCount ||
       f.luts.size() != store.lutCount || f.shadings.size() != store.shadingCount)
     return "pool counts";

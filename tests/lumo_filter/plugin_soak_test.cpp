@@ -56,18 +56,12 @@ const Condition& conditionOf(uint32_t frameNum) {
   return kConditions[(frameNum / kHold * 5) % std::size(kConditions)];
 }
 
-uint64_t outputHash(const Frame& frame) {
-  uint64_t h = 1469598103934665603ull;  // FNV-1a
-  for (size_t i = 0; i < frame.output->size(); ++i)
-    h = (h ^ frame.output->data()[i]) * 1099511628211ull;
-  return h;
-}
-
 uint64_t runFrame(vyalgo2::PluginWraper& plugin, uint32_t n) {
   const Condition& c = conditionOf(n);
   Frame frame = makeFrame(32, 16, n, sceneTags(c.scene, c.lux, c.cct, c.zoom, "IMG"));
   EXPECT_EQ(plugin.processRequest(&frame.request), 0);
-  return outputHash(frame);
+  return std::hash<std::string_view>{}(
+      {reinterpret_cast<const char*>(frame.output->data()), frame.output->size()});
 }
 
 size_t residentBytes() {
