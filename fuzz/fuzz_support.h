@@ -43,12 +43,8 @@ inline void writeScratch(const std::string& path, const uint8_t* data, size_t si
 // The Android log goes nowhere; the messages are still formatted, so their
 // format strings are exercised with the fuzzed values.
 inline void quietLogs() {
-  static const bool done = [] {
-    hostsim::setAndroidLogFile("-");
-    hostsim::setOfflineLogFile("");
-    return true;
-  }();
-  (void)done;
+  [[maybe_unused]] static const bool done =
+      (hostsim::setAndroidLogFile("-"), hostsim::setOfflineLogFile(""), true);
 }
 
 }  // namespace lumofuzz

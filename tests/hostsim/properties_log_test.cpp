@@ -75,9 +75,6 @@ TEST_F(Properties, LongValuesFollowTheAndroidRules) {
   EXPECT_EQ(hostsim::allProperties()["ro.test.long"].size(), 2u * PROPERTY_VALUE_MAX);
   EXPECT_EQ(get("ro.test.long"), std::string(91, 'b'));
   EXPECT_EQ(get("vendor.test.none", std::string(200, 'c').c_str()), std::string(91, 'c'));
-  // Names longer than the legacy 32-character key limit are fine.
-  EXPECT_EQ(property_set("persist.vendor.camera.lumofilter.forceEnable", "2"), 0);
-  EXPECT_EQ(property_get_int32("persist.vendor.camera.lumofilter.forceEnable", 0), 2);
 }
 
 TEST_F(Properties, ArgumentsAndTextInBothLineFormsAndBadLines) {
