@@ -37,7 +37,8 @@ out="${out:-$build/mutants.tsv}"
 # are left out to keep a run short; they go through the same code.
 tests_for() {
   case "$1" in
-    lumo_filter) echo param_trigger_test param_store_test plugin_core_test plugin_library_test dump_faults_test ;;
+    # host/ holds the calibration layout the plugin reads through.
+    lumo_filter|host) echo param_trigger_test param_store_test plugin_core_test plugin_library_test dump_faults_test ;;
     calib) echo calib_writer_test lumo_calib_tools_tests lumo_lut_source_tests param_store_test lumo_tool_unit_tests ;;
     render) echo render_core_tests render_pool_tests render_sdk_tests plugin_library_test ;;
     hostsim) echo hostsim_tests hostsim_concurrency_tests render_sdk_tests plugin_library_test ;;
