@@ -59,6 +59,22 @@ protected:
   fs::path dir;
 };
 
+// A calibration description with the "common" scene only: `ccts` are its CCT
+// bands over lux LUXSTART..65535, one zoom ratio with a flat shading "s".
+inline std::string description(
+    const std::string& looks,
+    const std::string& ccts = R"([{"start": 0, "end": 65535, "lut": "a"}])", int luxStart = 0) {
+  return R"({"looks": )" + looks + R"(, "shadings": {"s": [0, 0, 0, 0, 0, 0, 0, 0]},
+    "scenes": [{"name": "common", "lux": [{"start": )" +
+         std::to_string(luxStart) + R"(, "end": 65535, "cct": )" + ccts + R"(}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+      "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})";
+}
+
+#ifdef PROBE_PLUGIN
+inline const std::string kProbe = std::string(" --plugin '") + PROBE_PLUGIN + "'";
+#endif
+
 #ifdef LUMO_TOOL
 #ifndef LUMO_TOOL_EMULATOR
 #define LUMO_TOOL_EMULATOR ""
