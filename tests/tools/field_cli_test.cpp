@@ -28,17 +28,7 @@ std::string frameLine(const std::string& instance, const std::string& meta,
 
 }  // namespace
 
-class FieldCli : public ToolTest {
-protected:
-  Outcome replay(const std::string& session, const std::string& options) const {
-    write("s.jsonl", session);
-    return lumo("replay s.jsonl --out out --logcat log.txt" + options);
-  }
-  nlohmann::json frames(const Outcome& o) const {
-    const auto j = nlohmann::json::parse(o.out, nullptr, false);
-    return j.is_discarded() ? nlohmann::json::array() : j["frames"];
-  }
-};
+class FieldCli : public ToolTest {};
 
 #ifdef LUMO_REAL_PLUGIN
 // Each frame says whether the plugin filtered it, and if not why, from what it

@@ -171,21 +171,7 @@ TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
 }
 #endif
 
-class OddPicturesCli : public ToolTest {
-protected:
-  // The geometry the probe plugin was handed, as "WxH/STRIDE/SCANLINE".
-  std::string handed(const char* log) const {
-    std::istringstream in(readText(dir / log));
-    for (std::string line; std::getline(in, line);)
-      if (const auto at = line.find("process "); at != std::string::npos) {
-        std::istringstream words(line.substr(at));
-        std::string w;
-        for (int i = 0; i < 4; ++i) words >> w;
-        return w;
-      }
-    return "not processed";
-  }
-};
+class OddPicturesCli : public ToolTest {};
 
 // YUV frames of odd size are padded for the plugin and cropped back; a
 // picture is cropped to --width/--height; what generate writes, run reads.
@@ -219,7 +205,7 @@ TEST_F(OddPicturesCli, OddSizesPadAndCropBackAndPicturesCrop) {
     ASSERT_EQ(o.status, 0) << o.err;
     const lumo::Image out = lumo::readImage(path("o.png"));
     EXPECT_EQ(std::to_string(out.geometry.width) + "x" + std::to_string(out.geometry.height), size);
-    EXPECT_EQ(handed("log.txt"), handedOrError);
+    EXPECT_THAT(processLine("log.txt"), HasSubstr(" " + handedOrError + " "));
   }
   // With the host's copy, the crop is the centre of the picture itself.
   ASSERT_EQ(lumo("run p.png --format rgba --width 20 --height 9 --stylization 0 -o c.png" + kProbe)

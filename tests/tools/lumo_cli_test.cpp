@@ -25,16 +25,6 @@ using ::testing::StartsWith;
 
 namespace {
 
-// Messages of the log lines with this tag (logcat pads short tags before ": ").
-std::vector<std::string> logLines(const fs::path& log, const std::string& tag) {
-  std::vector<std::string> out;
-  std::istringstream in(readText(log));
-  for (std::string line; std::getline(in, line);)
-    if (const auto at = line.find(" " + tag); at != std::string::npos)
-      out.push_back(line.substr(line.find(": ", at) + 2));
-  return out;
-}
-
 // A 4x2 NV21 dump with stride 6 and scanline 4 whose bytes count up.
 std::string writeRawInput(const fs::path& dir) {
   std::string bytes(6 * 4 + 6 * 2, '\0');
@@ -45,13 +35,7 @@ std::string writeRawInput(const fs::path& dir) {
 
 }  // namespace
 
-class ReplayCli : public ToolTest {
-protected:
-  Outcome replay(const std::string& session, const std::string& options = kProbe) const {
-    write("s.jsonl", session);
-    return lumo("replay s.jsonl --out out --logcat log.txt" + options);
-  }
-};
+class ReplayCli : public ToolTest {};
 
 // Also: blank lines (CRLF too) are skipped, frame numbers count on from an explicit
 // one, and the missing calibration file is mentioned once for both instances.
@@ -76,7 +60,7 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
   // A short record stays short; 0x43ce7333 is 412.9f; faces are four values each;
   // NV12 is the vendor code 0x109; a raw input keeps the geometry in its name.
   const std::string none = " cct=0 lux=0.000000 scene=-1 faces=0 zoom=";
-  EXPECT_EQ(logLines(dir / "log.txt", "Probe"),
+  EXPECT_EQ(logLines("log.txt", "Probe"),
             (std::vector<std::string>{
                 "initialize 1", "isEnabled 1 stylization=1",
                 "process 1 frame=0 640x480/640/480 fmt=17 awb=3" + none + "inf name=-",
@@ -87,7 +71,7 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
                 "process 1 frame=8 4x2/6/4 fmt=17 awb=0" + none + "-1.000000 name=-",
                 "isEnabled 1 stylization=0", "destroy 1", "destroy 0"}));
   EXPECT_EQ(
-      logLines(dir / "log.txt", "LumoHost"),
+      logLines("log.txt", "LumoHost"),
       std::vector<std::string>{"frame 9: preview plugin not enabled, input copied to output"});
   EXPECT_EQ(files("out"),
             (std::vector<std::string>{"copy_4x2_6_4.nv21", "frame_000000_preview.png",
@@ -312,11 +296,6 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
   EXPECT_EQ(fs::file_size(dir / "c_40x30_40.nv12"), 40u * 30 * 3 / 2);
   ASSERT_EQ(lumo("generate food -o food.png --width 64 --height 48").status, 0);
   fs::create_directory(dir / "res");
-  const auto processLine = [&](const char* log) {  // what the probe was handed
-    for (const std::string& line : logLines(dir / log, "Probe"))
-      if (line.starts_with("process ")) return line;
-    return std::string("no process line in ") + log;
-  };
   ASSERT_EQ(lumo("run food.png --scene night --lux 12.5 --cct 4100 --zoom 0x40400000 --faces 1 "
                  "--instance preview --image-name X -o res/food_out.png --logcat log.txt" +
                  kProbe)
@@ -458,7 +437,7 @@ TEST_F(RealPluginCli, DumpNamesFromMetadataStayUnderTheDeviceRoot) {
     EXPECT_EQ(fs::status(dir / "victim").permissions(),
               fs::perms::owner_read | fs::perms::owner_write);
     std::set<std::string> refused;
-    for (const std::string& line : logLines(dir / "log.txt", "VyHost")) {
+    for (const std::string& line : logLines("log.txt", "VyHost")) {
       EXPECT_THAT(line, HasSubstr(" refused: "));
       EXPECT_TRUE(refused.insert(line).second) << "said twice: " << line;
     }

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -97,6 +98,31 @@ protected:
     fs::remove(dir / "stdout.txt");
     fs::remove(dir / "stderr.txt");
     return o;
+  }
+  // Replays `session` (written as s.jsonl) into out/, the log into log.txt.
+  Outcome replay(const std::string& session, const std::string& options) const {
+    write("s.jsonl", session);
+    return lumo("replay s.jsonl --out out --logcat log.txt" + options);
+  }
+  // The frames of a --json report; none when stdout is not JSON.
+  static nlohmann::json frames(const Outcome& o) {
+    const auto j = nlohmann::json::parse(o.out, nullptr, false);
+    return j.is_discarded() ? nlohmann::json::array() : j["frames"];
+  }
+  // Messages of the log lines with this tag (logcat pads short tags before ": ").
+  std::vector<std::string> logLines(const std::string& log, const std::string& tag) const {
+    std::vector<std::string> out;
+    std::istringstream in(readText(dir / log));
+    for (std::string line; std::getline(in, line);)
+      if (const auto at = line.find(" " + tag); at != std::string::npos)
+        out.push_back(line.substr(line.find(": ", at) + 2));
+    return out;
+  }
+  // What the probe plugin was handed with its first frame.
+  std::string processLine(const std::string& log) const {
+    for (const std::string& line : logLines(log, "Probe"))
+      if (line.starts_with("process ")) return line;
+    return "no process line in " + log;
   }
 };
 #endif
