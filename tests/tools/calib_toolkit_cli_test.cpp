@@ -100,18 +100,15 @@ TEST_F(CalibDiffCli, ALookSwappedInOneCellIsMeasuredOnTheChart) {
   const std::string base = description(
       R"({"a": {"generate": {}}, "b": {"generate": {"temperature": 0.5}}})",
       R"([{"start": 0, "end": 4000, "lut": "a"}, {"start": 4001, "end": 65535, "lut": "LOOK"}])");
-  for (const char* look : {"a", "b", "c"}) {
+  for (const char* look : {"a", "b"}) {
     std::string text = base;
-    text.replace(text.find("LOOK"), 4, look[0] == 'c' ? "a" : look);
-    if (look[0] == 'c') text.replace(text.find("[0, 0"), 5, "[1, 0");  // one shading value
+    text.replace(text.find("LOOK"), 4, look);
     write(std::string(look) + ".json", text);
     ASSERT_EQ(lumo(std::string("calib build ") + look + ".json -o " + look + ".bin").status, 0);
   }
   Outcome o = lumo("calib diff a.bin a.bin");
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.out, "0 changes\n");
-  o = lumo("calib diff a.bin c.bin");
-  EXPECT_EQ(o.out, "zoom 1, lux band 0, cct band 0: shading block 0: values 0: 0 -> 1\n1 change\n");
   o = lumo("calib diff a.bin b.bin");
   EXPECT_EQ(o.status, 0);
   EXPECT_THAT(o.out, HasSubstr("scene \"common\", lux band 0, cct band 1: LUT block 0 -> 1: "
