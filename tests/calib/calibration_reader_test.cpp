@@ -26,7 +26,7 @@ Bytes goodFile() {
   f.u16({2, 84, 78, kHeaderEnd, kPools, 17, 1, 18});
   f.text("lux,cct", 256).text("lut,shading", 256).text("0-65535", 256);
   f.text("common", 64).u16({1, 0, 300, 2, 2000, 4000, 0, 4001, 8000, 1});
-  f.text("night", 64).u16({1, 0, 50, 1, 0, 65535, 2});
+  f.text("night", 64).u16({1, 0, 50, 1, 7, 7, 2});  // a band may be a single value
   f.f32(1.0f).u16({1, 0, 65535, 1, 0, 65535, 0});
   for (int lut = 0; lut < 3; ++lut) f.fill(14739, uint8_t(lut * 10));
   for (int k = 0; k < 8; ++k) f.f32(0.5f * k);
@@ -73,10 +73,10 @@ TEST(CalibrationReader, EachBreakageIsReportedWhereItHappens) {
       {[](Bytes& f) { f.put16(2, 80); },
        "f.bin: offset 2 (scene block 0 \"common\"): error: the contents take 84 bytes but "
        "aiScenesSize[0] declares 80: the next block would start inside this one"},
-      // The second CCT band starts inside the first.
-      {[](Bytes& f) { f.put16(kScene0 + 72 + 6, 3000); },
+      // The second CCT band starts where the first ends.
+      {[](Bytes& f) { f.put16(kScene0 + 72 + 6, 4000); },
        "f.bin: offset 862 (scene block 0 \"common\", lux band 0, cct band 1): error: CCT band "
-       "[3000, 8000] does not follow [2000, 4000]: expected bands in ascending order without "
+       "[4000, 8000] does not follow [2000, 4000]: expected bands in ascending order without "
        "overlap"},
       // The last index is not the highest.
       {[](Bytes& f) { f.put16(kScene1 + 64 + 2 + 6 + 4, 0); },

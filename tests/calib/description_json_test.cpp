@@ -74,8 +74,8 @@ TEST(DescriptionJson, ErrorsNameTheField) {
       {"/looks/warm/generate/warmth", "1",
        "d.json: field \"looks.warm.generate.warmth\": unknown look control (known: exposure, "
        "temperature, tint, contrast, saturation, shadows, highlights, fade, gamma)"},
-      {"/scenes/0/lux/0/end", "70000",
-       "d.json: field \"scenes[0].lux[0].end\": expected an integer in 0..65535, got 70000"},
+      {"/scenes/0/lux/0/end", "65536",
+       "d.json: field \"scenes[0].lux[0].end\": expected an integer in 0..65535, got 65536"},
       {"/shadings/flat", "[1, 2]",
        "d.json: field \"shadings.flat\": expected an array of 8 floats (SmoothStartValue, "
        "SmoothEndValue, SmoothCoordScale, SmoothValueScale, LightDarkPreserveK, "

@@ -115,12 +115,7 @@ ErrorStats heldOutError(const LutFit& fit, const RgbImage& before, const RgbImag
 }
 
 LookParams look(double temperature, double contrast, double saturation, double fade) {
-  LookParams p;
-  p.temperature = temperature;
-  p.contrast = contrast;
-  p.saturation = saturation;
-  p.fade = fade;
-  return p;
+  return {.temperature = temperature, .contrast = contrast, .saturation = saturation, .fade = fade};
 }
 
 }  // namespace

@@ -46,11 +46,15 @@ TEST(CalibWriter, TinyFileByteForByteWithAndWithoutZeroGaps) {
   EXPECT_FALSE(calib::writeFile(tinyFile(), dir + "/missing/param.bin", &error));
   EXPECT_NE(error.find(dir + "/missing/param.bin"), std::string::npos) << error;
   std::filesystem::remove_all(dir);
-  CalibrationFile f = tinyFile();
-  f.scenes[0].declaredSize = 100;
-  f.paramDataOffset = 800;
-  f.lutDataOffset = 1000;
-  EXPECT_EQ(calib::serialize(f), tinyBytes(100, 800, 1000));
+  // A declared size may equal the contents, and an offset may be 65535.
+  for (const auto& [declared, paramOffset, lutOffset] :
+       {std::tuple{78u, 780u, 858u}, {100u, 800u, 1000u}, {100u, 800u, 65535u}}) {
+    CalibrationFile f = tinyFile();
+    f.scenes[0].declaredSize = uint16_t(declared);
+    f.paramDataOffset = uint16_t(paramOffset);
+    f.lutDataOffset = uint16_t(lutOffset);
+    EXPECT_EQ(calib::serialize(f), tinyBytes(declared, paramOffset, lutOffset)) << lutOffset;
+  }
 }
 
 TEST(CalibWriter, ZoomBlocksShadingTrailingBytesAndCutTexts) {

@@ -62,25 +62,19 @@ TEST_F(DumpSessionTest, FramesTakeTheValuesOfTheirOwnBlock) {
 
   const DumpSession s = sessionFromDumps(path("d"), dir.string(), false);
   // instance, frame, meta (without stylization, always 1)
-  const std::tuple<std::string, uint32_t, json> expected[] = {
-      {"preview", 3, {{"lux", 20}, {"cct", 3100}, {"zoom", 1.0}, {"scene", "night"}}},
+  const std::tuple<std::string, uint32_t, const char*> expected[] = {
+      {"preview", 3, R"({"lux": 20, "cct": 3100, "zoom": 1.0, "scene": "night"})"},
       // The later preview file holds frame 4 too: its block wins, with a warning.
-      {"preview", 4, {{"lux", 7}, {"cct", 5000}, {"zoom", 1.0}, {"scene", "food"}}},
-      {"preview", 5, json::object()},
+      {"preview", 4, R"({"lux": 7, "cct": 5000, "zoom": 1.0, "scene": "food"})"},
+      {"preview", 5, "{}"},
       // "portrait" is no scene the camera reports: left out.
-      {"preview", 6, {{"lux", 1}, {"cct", 2}, {"zoom", 3.0}}},
-      {"snapshot",
-       7,
-       {{"lux", 412},
-        {"cct", 70000},
-        {"zoom", 2.0},
-        {"scene", "protrait"},
-        {"image_name", "IMG_1"}}},
-      {"snapshot", 8, {{"image_name", "IMG_2"}}},
-      {"snapshot",
-       9,
-       {{"lux", 300}, {"cct", 5000}, {"zoom", 1.0}, {"scene", "food"}, {"image_name", "IMG_2"}}},
-      {"snapshot", 11, {{"image_name", "y"}}},
+      {"preview", 6, R"({"lux": 1, "cct": 2, "zoom": 3.0})"},
+      {"snapshot", 7,
+       R"({"lux": 412, "cct": 70000, "zoom": 2.0, "scene": "protrait", "image_name": "IMG_1"})"},
+      {"snapshot", 8, R"({"image_name": "IMG_2"})"},
+      {"snapshot", 9,
+       R"({"lux": 300, "cct": 5000, "zoom": 1.0, "scene": "food", "image_name": "IMG_2"})"},
+      {"snapshot", 11, R"({"image_name": "y"})"},
   };
   ASSERT_EQ(s.lines.size(), std::size(expected));
   for (size_t i = 0; i < s.lines.size(); ++i) {
@@ -91,7 +85,7 @@ TEST_F(DumpSessionTest, FramesTakeTheValuesOfTheirOwnBlock) {
     EXPECT_EQ(line["frame"], frame);
     EXPECT_EQ(line["meta"]["stylization"], 1);
     line["meta"].erase("stylization");
-    EXPECT_EQ(line["meta"], meta);
+    EXPECT_EQ(line["meta"], json::parse(meta));
     // Inputs are found from the session's folder; raw outputs name their geometry.
     EXPECT_TRUE(fs::exists(dir / line["input"].get<std::string>()));
     EXPECT_TRUE(line["output"].get<std::string>().ends_with(

@@ -4,25 +4,24 @@
 // exactly what was asked for (or an error naming the user's file).
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 
 #include "image_files.h"
+#include "test_scenes.h"
 #include "tool_runner.h"
 #include "yuv_convert.h"
 
 using namespace lumo_test;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 namespace {
-
-const std::string kProbe = std::string(" --plugin '") + PROBE_PLUGIN + "'";
 
 // A 40x30 NV21 picture in a buffer of stride 64 and scanline 32, bytes varied.
 lumo::Image paddedPicture() {
@@ -100,8 +99,8 @@ TEST_F(YuvInfoCli, LimitedRangePreviewsStretchToFullRange) {
 class FromDumpsCli : public ToolTest {
 protected:
   // Replays `session` with both instances dumping into ROOT/data/vendor/camera.
-  Outcome replayDumping(const std::string& session, const std::string& root,
-                        const std::string& out, const std::string& options = "") const {
+  Outcome replayDumping(const std::string& session, const std::string& root, const std::string& out,
+                        const std::string& options = "") const {
     fs::create_directories(dir / root / "odm/etc/camera");
     fs::copy_file(dir / "calib.bin", dir / root / "odm/etc/camera/lumo_filter_param.bin");
     return lumo("replay " + session + " --device-root " + root + " --out " + out +
@@ -127,12 +126,32 @@ TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
       "\n"
       R"({"instance": "preview", "frame": 4, "width": 64, "height": 48, "input": "generated:plants", "meta": {"stylization": 1, "scene": 3, "lux": 900, "cct": 5200, "zoom": 1.0}})"
       "\n"
-      R"({"instance": "snapshot", "frame": 5, "width": 64, "height": 48, "input": "generated:food", "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})"
+      R"({"instance": "snapshot", "frame": 5, "width": 64, "height": 48, "stride": 128, "input": "generated:food", "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})"
       "\n"
       R"({"instance": "snapshot", "frame": 6, "width": 64, "height": 48, "input": "generated:portrait", "meta": {"stylization": 1, "faces": 2, "lux": 50, "cct": 4000, "zoom": 1.5, "image_name": "IMG_8"}})"
       "\n");
   Outcome o = replayDumping("device.jsonl", "dev", "out1");
   ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.err, Not(HasSubstr("no calibration file")));
+  const fs::path dumped = dir / "dev/data/vendor/camera";
+  EXPECT_THAT(readText(dumped / "IMG_7_lumo_filter_OfflineSnapshot_exif.txt"),
+              StartsWith("width=64\nheight=48\naiscene=food\nlux=412\ncct=4464\n"
+                         "zoom_ratio=2.000000\n"));
+  // The input dump is named with its geometry and holds the full-range BT.601
+  // luma of the picture handed to the plugin (libyuv's fixed-point matrix:
+  // within one code value of the exact one).
+  const lumo::Image input = lumo::readImage(
+      (dumped / "IMG_7_[lumofilter]_OfflineSnapshot_frame[5]_input_64x48_128.nv21").string());
+  EXPECT_EQ(input.geometry.stride, 128u);
+  const lumo::Image food = lumo::generateScene("food", 64, 48);
+  int worst = 0;
+  for (uint32_t y = 0; y < 48; ++y)
+    for (uint32_t x = 0; x < 64; ++x) {
+      const uint8_t* p = food.row(y) + 4 * x;
+      const int expected = int(std::floor(0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2] + 0.5));
+      worst = std::max(worst, std::abs(expected - int(input.row(y)[x])));
+    }
+  EXPECT_LE(worst, 1);
   o = lumo("session from-dumps dev/data/vendor/camera -o again/s.jsonl");
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_EQ(o.out, "again/s.jsonl: 4 frames (2 preview, 2 snapshot), 0 without recorded values\n");
@@ -147,26 +166,12 @@ TEST_F(FromDumpsCli, ReplayingTheDumpsReproducesThem) {
     EXPECT_TRUE(second.at(name) == bytes);
   }
   // The replayed output is the device's output dump, byte for byte.
-  EXPECT_EQ(readText(dir / "out2/IMG_7_snapshot_frame5_64x48_64.nv21"),
-            first.at("IMG_7_[lumofilter]_OfflineSnapshot_frame[5]_output_64x48_64.nv21"));
+  EXPECT_EQ(readText(dir / "out2/IMG_7_snapshot_frame5_64x48_128.nv21"),
+            first.at("IMG_7_[lumofilter]_OfflineSnapshot_frame[5]_output_64x48_128.nv21"));
 }
 #endif
 
-class OddPicturesCli : public ToolTest {
-protected:
-  // The geometry the probe plugin was handed, as "WxH/STRIDE/SCANLINE".
-  std::string handed(const char* log) const {
-    std::istringstream in(readText(dir / log));
-    for (std::string line; std::getline(in, line);)
-      if (const auto at = line.find("process "); at != std::string::npos) {
-        std::istringstream words(line.substr(at));
-        std::string w;
-        for (int i = 0; i < 4; ++i) words >> w;
-        return w;
-      }
-    return "not processed";
-  }
-};
+class OddPicturesCli : public ToolTest {};
 
 // YUV frames of odd size are padded for the plugin and cropped back; a
 // picture is cropped to --width/--height; what generate writes, run reads.
@@ -200,7 +205,7 @@ TEST_F(OddPicturesCli, OddSizesPadAndCropBackAndPicturesCrop) {
     ASSERT_EQ(o.status, 0) << o.err;
     const lumo::Image out = lumo::readImage(path("o.png"));
     EXPECT_EQ(std::to_string(out.geometry.width) + "x" + std::to_string(out.geometry.height), size);
-    EXPECT_EQ(handed("log.txt"), handedOrError);
+    EXPECT_THAT(processLine("log.txt"), HasSubstr(" " + handedOrError + " "));
   }
   // With the host's copy, the crop is the centre of the picture itself.
   ASSERT_EQ(lumo("run p.png --format rgba --width 20 --height 9 --stylization 0 -o c.png" + kProbe)
@@ -219,12 +224,29 @@ protected:
   }
 };
 
-// Only files of a kind the tool writes, laid out as their names say.
+// Only files of a kind the tool writes, laid out as their names say; where
+// an output cannot go, or an input is a JPEG that ends early, the message
+// names the user's file (never the staging folder) and nothing is written.
 TEST_F(OutputsCli, WritesOnlyWhatTheNameAsksFor) {
   write("s.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.tiff"})"
                    "\n");
+  write("s2.jsonl", R"({"instance": "snapshot", "input": "p.png"})"
+                    "\n");
+  write("s3.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.png"})"
+                    "\n"
+                    R"({"instance": "snapshot", "input": "p.png", "output": "x.png/y.png"})"
+                    "\n");
+  lumo::writeImage(path("p.jpg"), lumo::readImage(path("p.png")));
+  write("cut.jpg", readText(dir / "p.jpg").substr(0, fs::file_size(dir / "p.jpg") / 2));
   // command, exit status, file it writes (empty: none), text stderr holds
   const std::tuple<std::string, int, std::string, std::string> cases[] = {
+      {"run cut.jpg -o o.png", 1, "",
+       "cut.jpg: truncated or damaged JPEG: Premature end of JPEG file"},
+      {"replay s2.jsonl --out /proc", 1, "", "lumo: /proc: cannot write output files there"},
+      {"run p.png -o /proc/x.png", 1, "", "lumo: /proc: cannot write output files there"},
+      {"replay s3.jsonl --out out", 1, "",
+       "lumo: s3.jsonl:2: field \"output\": \"x.png/y.png\" needs \"x.png\" as a folder, but "
+       "line 1 writes it as a file\n"},
       {"run p.png -o x.tiff", 2, "", "cannot tell what to write from \".tiff\""},
       {"run p.png -o noext", 2, "", "from no extension (known: .png, .jpg, .jpeg, .nv21"},
       {"generate chart -o x.bmp", 2, "", "\".bmp\""},
@@ -245,6 +267,7 @@ TEST_F(OutputsCli, WritesOnlyWhatTheNameAsksFor) {
     const Outcome o = lumo(args + kProbe.substr(args.starts_with("generate") ? kProbe.size() : 0));
     EXPECT_EQ(o.status, status) << o.err;
     EXPECT_THAT(o.err, HasSubstr(said));
+    EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
     auto now = files("");
     if (!written.empty()) {
       EXPECT_EQ(std::count(now.begin(), now.end(), written), 1);
@@ -257,80 +280,5 @@ TEST_F(OutputsCli, WritesOnlyWhatTheNameAsksFor) {
     const lumo::Image g = lumo::readImage(path(raw));
     EXPECT_EQ(g.geometry.stride, 64u) << raw;
     EXPECT_EQ(lumo(std::string("run ") + raw + " -o back.png" + kProbe).status, 0) << raw;
-  }
-}
-
-// A JPEG that ends early is an error naming it, not a grey-filled picture.
-TEST_F(OutputsCli, TruncatedJpegIsAnError) {
-  ASSERT_EQ(lumo("generate food -o p.jpg --width 64 --height 48").status, 0);
-  const std::string whole = readText(dir / "p.jpg");
-  write("cut.jpg", whole.substr(0, whole.size() / 2));
-  const Outcome o = lumo("run cut.jpg -o o.png" + kProbe);
-  EXPECT_EQ(o.status, 1);
-  EXPECT_THAT(o.err, HasSubstr("cut.jpg: truncated or damaged JPEG: Premature end of JPEG file"));
-  EXPECT_FALSE(fs::exists(dir / "o.png"));
-  EXPECT_EQ(lumo("run p.jpg -o o.png" + kProbe).status, 0);
-}
-
-// Where the output cannot go, the message names the user's folder or file.
-TEST_F(OutputsCli, UnwritableOutputNamesTheUsersFile) {
-  write("s.jsonl", R"({"instance": "snapshot", "input": "p.png"})"
-                   "\n");
-  for (const char* args : {"replay s.jsonl --out /proc", "run p.png -o /proc/x.png"}) {
-    SCOPED_TRACE(args);
-    const Outcome o = lumo(std::string(args) + kProbe);
-    EXPECT_EQ(o.status, 1);
-    EXPECT_THAT(o.err, HasSubstr("lumo: /proc: cannot write output files there"));
-    EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
-  }
-  // A file in the way of a later output's folder.
-  write("s2.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.png"})"
-                    "\n"
-                    R"({"instance": "snapshot", "input": "p.png", "output": "x.png/y.png"})"
-                    "\n");
-  const Outcome o = lumo("replay s2.jsonl --out out" + kProbe);
-  EXPECT_EQ(o.status, 1);
-  EXPECT_THAT(o.err, HasSubstr("lumo: s2.jsonl:2: field \"output\": \"x.png/y.png\" needs "
-                               "\"x.png\" as a folder, but line 1 writes it as a file"));
-  EXPECT_THAT(o.err, Not(HasSubstr(".lumo-staging")));
-  EXPECT_EQ(files("out"), std::vector<std::string>{});
-}
-
-// Interrupted replays remove their staging folder and end by the signal.
-TEST_F(OutputsCli, SignalsDuringReplayLeaveNothingBehind) {
-  std::string session;
-  for (int i = 0; i < 20000; ++i)
-    session += R"({"instance": "preview", "width": 64, "height": 48, "input": "generated:night"})"
-               "\n";
-  write("s.jsonl", session);
-  for (int sig : {SIGINT, SIGTERM}) {
-    SCOPED_TRACE(sig);
-    fs::remove_all(dir / "out");
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      const std::string cmd = "cd '" + dir.string() +
-                              "' && exec " LUMO_TOOL_EMULATOR "'" LUMO_TOOL
-                              "' replay s.jsonl --out out 2>/dev/null" +
-                              kProbe;
-      execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
-      _exit(127);
-    }
-    // Wait until frames are being written into the staging folder.
-    bool staging = false;
-    for (int i = 0; i < 3000 && !staging; ++i) {
-      usleep(2000);
-      std::error_code ec;
-      if (fs::exists(dir / "out", ec))
-        for (const auto& e : fs::recursive_directory_iterator(dir / "out", ec))
-          staging = staging || e.path().string().find("frame_") != std::string::npos;
-    }
-    EXPECT_TRUE(staging);
-    kill(pid, sig);
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == sig) << status;
-    EXPECT_EQ(files("out"), std::vector<std::string>{});
-    EXPECT_FALSE(fs::exists(dir / "out" / (".lumo-staging-" + std::to_string(pid))));
   }
 }

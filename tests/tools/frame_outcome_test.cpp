@@ -29,77 +29,37 @@ std::vector<std::string> with(std::vector<std::string> lines, const std::string&
 }  // namespace
 
 TEST(FrameOutcome, EachPassThroughHasItsReason) {
+  using S = StoreState;
+  using R = PassReason;
   struct Case {
     const char* name;
-    bool enabled;
     std::vector<std::string> messages;
-    StoreState store;
-    bool debugLines;
-    bool earlierFailure;
-    PassReason want;
+    R want;
     const char* detail;  // part of the detail
+    S store = S::Loaded;
+    bool enabled = true, debugLines = true, earlierFailure = false;
   };
+  const std::vector<std::string> bypass = {P + "algo bypass"};
   const Case cases[] = {
-      {"host said no", false, kSelected, StoreState::Loaded, true, false, PassReason::HostDisabled,
-       "isEnabled"},
-      {"switch", true, with(kSelected, P + "algo bypass"), StoreState::Loaded, true, false,
-       PassReason::BypassSwitch, "bypass property"},
-      {"scene missing",
-       true,
-       {P + "algo bypass"},
-       StoreState::Loaded,
-       true,
-       false,
-       PassReason::NoSceneParameters,
-       "no scene \"night\""},
+      {"host said no", kSelected, R::HostDisabled, "isEnabled", S::Loaded, false},
+      {"switch", with(kSelected, P + "algo bypass"), R::BypassSwitch, "bypass property"},
+      {"scene missing", bypass, R::NoSceneParameters, "no scene \"night\""},
       {"indices beyond the pool",
-       true,
        {P + "lut index 1, 2, 3, 90",
         P + "lut index 1, 2, 3, 90 beyond the 13 LUT blocks of the store, no parameters for "
             "this frame",
         P + "algo bypass"},
-       StoreState::Loaded,
-       true,
-       false,
-       PassReason::NoSceneParameters,
+       R::NoSceneParameters,
        "not in the calibration"},
-      {"no file",
-       true,
-       {P + "algo bypass"},
-       StoreState::Absent,
-       true,
-       false,
-       PassReason::NoCalibration,
-       "no calibration file"},
-      {"rejected file",
-       true,
-       {P + "algo bypass"},
-       StoreState::Rejected,
-       true,
-       false,
-       PassReason::NoCalibration,
-       "rejected"},
-      {"sticky", true, with(kSelected, P + "algo bypass"), StoreState::Loaded, true, true,
-       PassReason::StickyBypass, "since frame 2 (render-failed)"},
-      {"render failed", true,
+      {"no file", bypass, R::NoCalibration, "no calibration file", S::Absent},
+      {"rejected file", bypass, R::NoCalibration, "rejected", S::Rejected},
+      {"sticky", with(kSelected, P + "algo bypass"), R::StickyBypass,
+       "since frame 2 (render-failed)", S::Loaded, true, true, true},
+      {"render failed",
        with(with(kSelected, P + "nuvoProcess fail twice!!!"), P + "algo bypass for nuvoSKD fail"),
-       StoreState::Loaded, true, false, PassReason::RenderFailed, "failed twice"},
-      {"debug lines off",
-       true,
-       {P + "algo bypass"},
-       StoreState::Loaded,
-       false,
-       false,
-       PassReason::Unknown,
-       "look alike"},
-      {"nothing observed",
-       true,
-       {},
-       StoreState::Loaded,
-       true,
-       false,
-       PassReason::Unknown,
-       "no render"},
+       R::RenderFailed, "failed twice"},
+      {"debug lines off", bypass, R::Unknown, "look alike", S::Loaded, true, false},
+      {"nothing observed", {}, R::Unknown, "no render"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -113,15 +73,15 @@ TEST(FrameOutcome, EachPassThroughHasItsReason) {
     InstanceTrace trace;
     if (c.earlierFailure) {
       trace.failedFrame = 2;
-      trace.failure = PassReason::RenderFailed;
+      trace.failure = R::RenderFailed;
     }
     const FrameOutcome o = readFrameOutcome(e, trace);
     EXPECT_FALSE(o.filtered);
     EXPECT_EQ(o.reason, c.want);
     EXPECT_NE(o.detail.find(c.detail), std::string::npos) << o.detail;
     // Failures put the instance in copy mode; the switch and the host do not.
-    const bool fails = c.want == PassReason::NoSceneParameters ||
-                       c.want == PassReason::NoCalibration || c.want == PassReason::RenderFailed;
+    const bool fails =
+        c.want == R::NoSceneParameters || c.want == R::NoCalibration || c.want == R::RenderFailed;
     EXPECT_EQ(trace.failedFrame == 9u, fails);
   }
 }

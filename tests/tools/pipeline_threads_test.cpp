@@ -27,18 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::map<std::string, std::string> filesUnder(const fs::path& dir) {
-  std::map<std::string, std::string> out;
-  std::error_code ec;
-  for (auto it = fs::recursive_directory_iterator(dir, ec);
-       !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
-    if (!it->is_regular_file()) continue;
-    std::ifstream in(it->path(), std::ios::binary);
-    out[fs::relative(it->path(), dir).string()] = {std::istreambuf_iterator<char>(in), {}};
-  }
-  return out;
-}
-
 std::vector<lumo::SessionFrame> sessionOf(const std::vector<std::string>& lines) {
   std::vector<lumo::SessionFrame> frames;
   for (size_t i = 0; i < lines.size(); ++i)
@@ -100,14 +88,14 @@ TEST_F(PipelineThreads, PipelinedReplayWritesWhatATurnByTurnReplayWrites) {
 
   std::vector<lumo::FrameReport> serialReports;
   ASSERT_EQ(replay(frames, 1, root + "/out1", &serialReports), "");
-  const auto serial = filesUnder(root + "/out1");
+  const auto serial = lumotest::filesUnder(root + "/out1");
   ASSERT_EQ(serial.size(), frames.size());
   for (unsigned jobs : {2u, 3u}) {
     SCOPED_TRACE(jobs);
     const std::string out = root + "/out" + std::to_string(jobs);
     std::vector<lumo::FrameReport> reports;
     ASSERT_EQ(replay(frames, jobs, out, &reports), "");
-    EXPECT_TRUE(filesUnder(out) == serial) << "outputs differ from the --jobs 1 run";
+    EXPECT_TRUE(lumotest::filesUnder(out) == serial) << "outputs differ from the --jobs 1 run";
     ASSERT_EQ(reports.size(), serialReports.size());
     for (size_t i = 0; i < reports.size(); ++i) {
       EXPECT_EQ(reports[i].enabled, serialReports[i].enabled) << i;
@@ -149,57 +137,46 @@ TEST_F(PipelineThreads, AFailureOnAHelperThreadStopsTheSessionAtItsFrame) {
     for (unsigned jobs : {2u, 3u}) {
       SCOPED_TRACE(jobs);
       EXPECT_EQ(replay(frames, jobs, out), serial);
-      EXPECT_TRUE(filesUnder(out).empty());
+      EXPECT_TRUE(lumotest::filesUnder(out).empty());
     }
   }
 }
 
-TEST(PipelineThreadsUnit, BackgroundWritesFinishEveryWriteWithinTheirLimit) {
-  for (size_t inFlight : {0u, 1u, 2u, 4u}) {
-    SCOPED_TRACE(inFlight);
+// Every write finishes within the limit of writes in flight; a failed one is
+// rethrown once the writes before it are done, and writes still under way
+// when it surfaces are waited for.
+TEST(PipelineThreadsUnit, BackgroundWritesFinishWithinTheirLimitAndRethrowAFailure) {
+  for (const auto& [inFlight, failing] :
+       {std::pair<size_t, int>{0, 11}, {1, 11}, {2, 11}, {4, 11}, {1, 4}, {3, 4}}) {
+    SCOPED_TRACE(std::to_string(inFlight) + " in flight, write " + std::to_string(failing) +
+                 " fails");
     // Plain ints, written on the writer threads and read here after drain:
     // the drain is the only hand-over.
     std::vector<int> written(12, -1);
     std::atomic<int> running{0}, most{0};
+    std::string message;
     lumo::BackgroundWrites writes(inFlight);
-    for (int i = 0; i < int(written.size()); ++i)
-      writes.submit([&, i] {
-        const int now = ++running;
-        int seen = most.load();
-        while (now > seen && !most.compare_exchange_weak(seen, now)) {
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        written[size_t(i)] = i * i;
-        --running;
-      });
-    writes.drain();
-    for (int i = 0; i < int(written.size()); ++i) EXPECT_EQ(written[size_t(i)], i * i) << i;
+    try {
+      for (int i = 0; i < int(written.size()); ++i)
+        writes.submit([&, i] {
+          const int now = ++running;
+          int seen = most.load();
+          while (now > seen && !most.compare_exchange_weak(seen, now)) {
+          }
+          std::this_thread::sleep_for(std::chrono::milliseconds(2));
+          --running;
+          if (i == failing) throw lumo::Failure("write failed");
+          written[size_t(i)] = i * i;
+        });
+      writes.drain();
+    } catch (const lumo::Failure& failure) {
+      message = failure.what();
+    }
+    EXPECT_EQ(message, "write failed");
+    for (int i = 0; i < failing; ++i) EXPECT_EQ(written[size_t(i)], i * i) << i;
+    EXPECT_EQ(written[size_t(failing)], -1);
     EXPECT_GE(most.load(), 1);
     EXPECT_LE(most.load(), int(std::max<size_t>(inFlight, 1)));
-  }
-}
-
-TEST(PipelineThreadsUnit, AFailedWriteIsRethrownAndTheRestStillFinish) {
-  for (size_t inFlight : {0u, 1u, 3u}) {
-    SCOPED_TRACE(inFlight);
-    std::vector<int> written(8, 0);
-    std::string message;
-    {
-      lumo::BackgroundWrites writes(inFlight);
-      try {
-        for (int i = 0; i < int(written.size()); ++i)
-          writes.submit([&, i] {
-            if (i == 3) throw lumo::Failure("write 3 failed");
-            written[size_t(i)] = 1;
-          });
-        writes.drain();
-      } catch (const lumo::Failure& failure) {
-        message = failure.what();
-      }
-    }  // waits for the writes still under way
-    EXPECT_EQ(message, "write 3 failed");
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(written[size_t(i)], 1) << i;
-    EXPECT_EQ(written[3], 0);
   }
 }
 

@@ -10,37 +10,21 @@
 #include <vector>
 
 #include "failure.h"
-#include "host_setup.h"
 #include "replay.h"
+#include "replay_root.h"
 #include "session.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// Every regular file below `folder` (none when it does not exist).
-std::vector<std::string> filesBelow(const fs::path& folder) {
-  std::vector<std::string> out;
-  std::error_code ec;
-  for (auto it = fs::recursive_directory_iterator(folder, ec);
-       !ec && it != fs::recursive_directory_iterator(); it.increment(ec))
-    if (it->is_regular_file()) out.push_back(it->path().string());
-  return out;
-}
+using ReplayFaults = lumotest::ReplayRoot;
 
-TEST(ReplayFaults, SessionFailsWholeAndLeavesNoOutputs) {
-  std::string pattern = (fs::temp_directory_path() / "lumo_faults_XXXXXX").string();
-  ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-  const fs::path root = pattern;
-  lumo::HostSetup setup;
-  setup.deviceRoot = (root / "device").string();
-  fs::create_directories(setup.deviceRoot);
-  setup.logLevel = "error";
-  lumo::applyHostSetup(setup);
-
+TEST_F(ReplayFaults, SessionFailsWholeAndLeavesNoOutputs) {
+  const fs::path dir = root;
   // A 32 x 16 NV21 dump, stride 32: 512 luma and 256 chroma bytes.
-  const fs::path input = root / "in_32x16_32.nv21";
-  const fs::path out = root / "out";
+  const fs::path input = dir / "in_32x16_32.nv21";
+  const fs::path out = dir / "out";
   const std::string line = R"({"instance": "preview", "input": ")" + input.string() +
                            R"(", "meta": {"stylization": 1}})";
   const struct Row {
@@ -80,9 +64,8 @@ TEST(ReplayFaults, SessionFailsWholeAndLeavesNoOutputs) {
       message = failure.what();
     }
     EXPECT_EQ(message.rfind(row.expected, 0), 0u) << message;
-    EXPECT_EQ(filesBelow(out), std::vector<std::string>{});
+    EXPECT_TRUE(lumotest::filesUnder(out).empty());
   }
-  fs::remove_all(root);
 }
 
 }  // namespace

@@ -7,11 +7,28 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <string>
 
 #include "host_setup.h"
 
 namespace lumotest {
+
+// Regular files below `dir` (none when it does not exist) and their bytes.
+inline std::map<std::string, std::string> filesUnder(const std::filesystem::path& dir) {
+  namespace fs = std::filesystem;
+  std::map<std::string, std::string> out;
+  std::error_code ec;
+  for (auto it = fs::recursive_directory_iterator(dir, ec);
+       !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+    if (!it->is_regular_file()) continue;
+    std::ifstream in(it->path(), std::ios::binary);
+    out[fs::relative(it->path(), dir).string()] = {std::istreambuf_iterator<char>(in), {}};
+  }
+  return out;
+}
 
 class ReplayRoot : public ::testing::Test {
 protected:

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -59,6 +60,22 @@ protected:
   fs::path dir;
 };
 
+// A calibration description with the "common" scene only: `ccts` are its CCT
+// bands over lux LUXSTART..65535, one zoom ratio with a flat shading "s".
+inline std::string description(
+    const std::string& looks,
+    const std::string& ccts = R"([{"start": 0, "end": 65535, "lut": "a"}])", int luxStart = 0) {
+  return R"({"looks": )" + looks + R"(, "shadings": {"s": [0, 0, 0, 0, 0, 0, 0, 0]},
+    "scenes": [{"name": "common", "lux": [{"start": )" +
+         std::to_string(luxStart) + R"(, "end": 65535, "cct": )" + ccts + R"(}]}],
+    "zooms": [{"ratio": 1, "lux": [{"start": 0, "end": 65535,
+      "cct": [{"start": 0, "end": 65535, "shading": "s"}]}]}]})";
+}
+
+#ifdef PROBE_PLUGIN
+inline const std::string kProbe = std::string(" --plugin '") + PROBE_PLUGIN + "'";
+#endif
+
 #ifdef LUMO_TOOL
 #ifndef LUMO_TOOL_EMULATOR
 #define LUMO_TOOL_EMULATOR ""
@@ -81,6 +98,31 @@ protected:
     fs::remove(dir / "stdout.txt");
     fs::remove(dir / "stderr.txt");
     return o;
+  }
+  // Replays `session` (written as s.jsonl) into out/, the log into log.txt.
+  Outcome replay(const std::string& session, const std::string& options) const {
+    write("s.jsonl", session);
+    return lumo("replay s.jsonl --out out --logcat log.txt" + options);
+  }
+  // The frames of a --json report; none when stdout is not JSON.
+  static nlohmann::json frames(const Outcome& o) {
+    const auto j = nlohmann::json::parse(o.out, nullptr, false);
+    return j.is_discarded() ? nlohmann::json::array() : j["frames"];
+  }
+  // Messages of the log lines with this tag (logcat pads short tags before ": ").
+  std::vector<std::string> logLines(const std::string& log, const std::string& tag) const {
+    std::vector<std::string> out;
+    std::istringstream in(readText(dir / log));
+    for (std::string line; std::getline(in, line);)
+      if (const auto at = line.find(" " + tag); at != std::string::npos)
+        out.push_back(line.substr(line.find(": ", at) + 2));
+    return out;
+  }
+  // What the probe plugin was handed with its first frame.
+  std::string processLine(const std::string& log) const {
+    for (const std::string& line : logLines(log, "Probe"))
+      if (line.starts_with("process ")) return line;
+    return "no process line in " + log;
   }
 };
 #endif
