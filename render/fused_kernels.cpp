@@ -69,15 +69,7 @@ HWY_INLINE void GatherPairs(const uint64_t* HWY_RESTRICT table, VI index, VU& lo
   const uint64_t v = table[hn::GetLane(index)];
   low = hn::Set(du, uint32_t(v));
   high = hn::Set(du, uint32_t(v >> 32));
-#elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-  // 64-bit gathers that take 32-bit indices: no widening of the indices.
-  const uint8_t* base = reinterpret_cast<const uint8_t*>(table);
-  const VU first{_mm512_i32gather_epi64(_mm512_castsi512_si256(index.raw), base, 8)};
-  const VU second{_mm512_i32gather_epi64(_mm512_extracti64x4_epi64(index.raw, 1), base, 8)};
-  low = hn::ConcatEven(du, second, first);
-  high = hn::ConcatOdd(du, second, first);
 #else
-  const DI di;
   const hn::Half<DI> dh;
   const hn::Repartition<int64_t, DI> di64;
   const hn::Repartition<uint64_t, DI> du64;
@@ -88,7 +80,6 @@ HWY_INLINE void GatherPairs(const uint64_t* HWY_RESTRICT table, VI index, VU& lo
       du, hn::GatherIndex(du64, table64, hn::PromoteTo(di64, hn::UpperHalf(dh, index))));
   low = hn::ConcatEven(du, second, first);
   high = hn::ConcatOdd(du, second, first);
-  (void)di;
 #endif
 }
 
