@@ -97,8 +97,8 @@ struct GroupSums {
 HWY_INLINE GroupSums GroupDot(const Tables& t, V index, V weights) {
   // Bytes 0-3 (red, or blue in the second table) and 4-7 (green) of each
   // 64-bit lane, zero-extended to 16 bits.
-  const V low = fx::SetBlocks(0x800b800a80098008, 0x8003800280018000);
-  const V high = fx::SetBlocks(0x800f800e800d800c, 0x8007800680058004);
+  const V low = fx::SetBlocks<0x800b800a80098008, 0x8003800280018000>();
+  const V high = fx::SetBlocks<0x800f800e800d800c, 0x8007800680058004>();
   const V rg = fx::Gather64<8>(t.rg, index);
   // 8 bytes from a 4-byte entry: the upper half (the next entry) is unused.
   const V b = fx::Gather64<4>(t.b, index);
@@ -248,7 +248,7 @@ HWY_INLINE V Chroma(const Rgb16& m, double kr, double kg, double kb) {
                         fx::Add16(MulQ15(m.r, Set(q15(kr))),
                                   fx::Add16(MulQ15(m.g, Set(q15(kg))), MulQ15(m.b, Set(q15(kb))))));
   // Every other column lowered by one step (see ToByte).
-  const V alternate = fx::SetBlocks(0x0001000000010000, 0x0001000000010000);
+  const V alternate = fx::SetBlocks<0x0001000000010000, 0x0001000000010000>();
   return fx::Max16(ToByte<kStyle>(fx::Sub16(v, alternate)), fx::Zero());
 }
 

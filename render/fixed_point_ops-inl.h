@@ -91,10 +91,15 @@ HWY_INLINE V Shr32(V v) {
   return hn::BitCast(D(), hn::ShiftRight<n>(hn::BitCast(DU32(), v)));
 }
 
-// The same two 64-bit halves in every 128-bit block.
-HWY_INLINE V SetBlocks(uint64_t high, uint64_t low) {
-  alignas(16) const uint64_t halves[2] = {low, high};
-  return hn::BitCast(D(), hn::LoadDup128(DU64(), halves));
+// The same two 64-bit halves in every 128-bit block, read from a constant
+// the width of the widest vector (so that it can be an instruction's memory
+// operand).
+template <uint64_t kHigh, uint64_t kLow>
+HWY_INLINE V SetBlocks() {
+  alignas(64) static constexpr uint64_t kBlocks[8] = {kLow, kHigh, kLow, kHigh,
+                                                      kLow, kHigh, kLow, kHigh};
+  static_assert(sizeof kBlocks >= kLanes * sizeof(int16_t), "one constant per lane");
+  return hn::BitCast(D(), hn::Load(DU64(), kBlocks));
 }
 HWY_INLINE V Load(const void* p) { return hn::LoadU(D(), static_cast<const int16_t*>(p)); }
 HWY_INLINE void Store(V v, void* p) { hn::StoreU(v, D(), static_cast<int16_t*>(p)); }
