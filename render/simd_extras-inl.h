@@ -24,8 +24,15 @@
 //                  saturated 16-bit integers: Highway 1.0's NearestInt and
 //                  DemoteTo add range fix-ups and lane permutes on x86 that
 //                  its conversions do not need here.
-// Included once per Highway target, after <hwy/highway.h>; defined for the
-// targets that have the fixed-point kernel (LUMO_SIMD_EXTRAS).
+// For the fixed-point kernel's targets (LUMO_SIMD_EXTRAS) only. For every
+// target (the float kernels):
+//   GatherPairs    one 64-bit entry per 32-bit lane index, split into its low
+//                  and high 32 bits: Highway 1.0 gathers need indices as wide
+//                  as the data, so the indices are widened first, half a
+//                  vector at a time (a plain load on the one-lane target).
+//   ByteOfLane     byte `byte` of each 32-bit lane, zero-extended: one byte
+//                  shuffle, which the one-lane target does not have.
+// Included once per Highway target, after <hwy/highway.h>.
 #if defined(LUMO_RENDER_SIMD_EXTRAS_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef LUMO_RENDER_SIMD_EXTRAS_INL_H_
 #undef LUMO_RENDER_SIMD_EXTRAS_INL_H_
@@ -51,9 +58,49 @@ HWY_BEFORE_NAMESPACE();
 namespace lumo::render {
 namespace HWY_NAMESPACE {
 namespace extras {
+namespace hn = hwy::HWY_NAMESPACE;
+
+template <class DU, class VI = hn::Vec<hn::RebindToSigned<DU>>, class VU = hn::Vec<DU>>
+HWY_INLINE void GatherPairsOf(DU du, const uint64_t* HWY_RESTRICT table, VI index, VU& low,
+                              VU& high) {
+#if HWY_TARGET == HWY_SCALAR
+  const uint64_t v = table[hn::GetLane(index)];
+  low = hn::Set(du, uint32_t(v));
+  high = hn::Set(du, uint32_t(v >> 32));
+#else
+  const hn::Half<hn::RebindToSigned<DU>> dh;
+  const hn::Repartition<int64_t, DU> di64;
+  const hn::Repartition<uint64_t, DU> du64;
+  const VU first =
+      hn::BitCast(du, hn::GatherIndex(du64, table, hn::PromoteTo(di64, hn::LowerHalf(dh, index))));
+  const VU second =
+      hn::BitCast(du, hn::GatherIndex(du64, table, hn::PromoteTo(di64, hn::UpperHalf(dh, index))));
+  low = hn::ConcatEven(du, second, first);
+  high = hn::ConcatOdd(du, second, first);
+#endif
+}
+
+template <class VI, class VU>
+HWY_INLINE void GatherPairs(const uint64_t* HWY_RESTRICT table, VI index, VU& low, VU& high) {
+  GatherPairsOf(hn::DFromV<VU>(), table, index, low, high);
+}
+
+template <class VU>
+HWY_INLINE VU ByteOfLane(VU v, int byte) {
+  const hn::DFromV<VU> du;
+#if HWY_TARGET == HWY_SCALAR
+  return hn::And(hn::ShiftRightSame(v, 8 * byte), hn::Set(du, 0xFFu));
+#else
+  const hn::Repartition<uint8_t, decltype(du)> du8;
+  // Shuffle indices count bytes within 16-byte blocks; 0x80 clears a byte.
+  const VU lane = hn::And(hn::Iota(du, 0), hn::Set(du, 3u));
+  const VU index = hn::Or(hn::Add(hn::ShiftLeft<2>(lane), hn::Set(du, uint32_t(byte))),
+                          hn::Set(du, 0x80808000u));
+  return hn::BitCast(du, hn::TableLookupBytesOr0(hn::BitCast(du8, v), hn::BitCast(du8, index)));
+#endif
+}
 
 #if LUMO_SIMD_EXTRAS
-namespace hn = hwy::HWY_NAMESPACE;
 using D16 = hn::ScalableTag<int16_t>;
 using D32 = hn::Repartition<int32_t, D16>;
 using V16 = hn::Vec<D16>;
