@@ -24,8 +24,8 @@
 //                  saturated 16-bit integers: Highway 1.0's NearestInt and
 //                  DemoteTo add range fix-ups and lane permutes on x86 that
 //                  its conversions do not need here.
-// For the fixed-point kernel's targets (LUMO_SIMD_EXTRAS) only. For every
-// target (the float kernels):
+// Those are defined where the fixed-point kernel runs (LUMO_SIMD_EXTRAS);
+// these two on every target, for the float kernels:
 //   GatherPairs    one 64-bit entry per 32-bit lane index, split into its low
 //                  and high 32 bits: Highway 1.0 gathers need indices as wide
 //                  as the data, so the indices are widened first, half a
