@@ -29,7 +29,8 @@
 //   GatherPairs    one 64-bit entry per 32-bit lane index, split into its low
 //                  and high 32 bits: Highway 1.0 gathers need indices as wide
 //                  as the data, so the indices are widened first, half a
-//                  vector at a time (a plain load on the one-lane target).
+//                  vector at a time, except on AVX-512, whose gathers take
+//                  32-bit indices (a plain load on the one-lane target).
 //   ByteOfLane     byte `byte` of each 32-bit lane, zero-extended: one byte
 //                  shuffle, which the one-lane target does not have.
 // Included once per Highway target, after <hwy/highway.h>.
@@ -67,6 +68,12 @@ HWY_INLINE void GatherPairsOf(DU du, const uint64_t* HWY_RESTRICT table, VI inde
   const uint64_t v = table[hn::GetLane(index)];
   low = hn::Set(du, uint32_t(v));
   high = hn::Set(du, uint32_t(v >> 32));
+#elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  // AVX-512 gathers 64-bit values with 32-bit indices: no widening.
+  const VU first{_mm512_i32gather_epi64(_mm512_castsi512_si256(index.raw), table, 8)};
+  const VU second{_mm512_i32gather_epi64(_mm512_extracti64x4_epi64(index.raw, 1), table, 8)};
+  low = hn::ConcatEven(du, second, first);
+  high = hn::ConcatOdd(du, second, first);
 #else
   const hn::Half<hn::RebindToSigned<DU>> dh;
   const hn::Repartition<int64_t, DU> di64;
