@@ -34,9 +34,9 @@ uint8_t lutByteFromFloat(float value);
 void blendLutReference(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n);
 void blendLutVector(int blendCase, const LutBlendSources& src, uint8_t* out, size_t n);
 
-// The vector kernels: the compiler-vectorised loops (SSE2, NEON) and, on
-// x86-64, an AVX2 kernel. blendLutVector uses the best one the CPU runs;
-// tests and benchmarks run each one that is available.
+// The vector kernels: the compiler-vectorised loops for the baseline (SSE2,
+// NEON) and, on x86-64, the same loops for AVX2. blendLutVector uses the
+// best one the CPU runs; tests and benchmarks run each one that is available.
 enum class LutKernel { kBaseline, kAvx2 };
 bool lutKernelAvailable(LutKernel kernel);
 void blendLutVectorWith(LutKernel kernel, int blendCase, const LutBlendSources& src, uint8_t* out,

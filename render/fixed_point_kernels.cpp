@@ -1,9 +1,10 @@
 // 16-bit fixed-point kernel for 4:2:0 frames. Each 16-bit lane is one chroma
 // column; its even and odd pixels on both rows share the chroma offsets.
 // Written for AVX-512 (32 lanes), AVX2 (16 lanes) and arm64's 128-bit NEON
-// and SVE2_128 (8 lanes) in the operations of fixed_point_ops-inl.h; other
-// instruction sets (SVE at its variable or 256-bit width among them, whose
-// float kernels already execute fewer instructions) report no columns done.
+// (8 lanes) in the operations of fixed_point_ops-inl.h; the fixed 128-bit
+// SVE2 target runs the NEON build. Other instruction sets (SVE at its
+// variable or 256-bit width among them, whose float kernels already execute
+// fewer instructions) report no columns done.
 #include "fixed_point_kernels.h"
 
 #include <algorithm>
@@ -17,6 +18,20 @@
 #include <hwy/highway.h>
 
 #include "fixed_point_ops-inl.h"
+
+#undef LUMO_FX_NEON_BUILD
+#if HWY_ARCH_ARM_A64 && HWY_TARGET == HWY_SVE2_128 && (HWY_TARGETS & HWY_NEON)
+#define LUMO_FX_NEON_BUILD 1
+#else
+#define LUMO_FX_NEON_BUILD 0
+#endif
+
+#if LUMO_FX_NEON_BUILD
+namespace lumo::render::N_NEON {
+size_t FixedPointRowPair(const FixedPointParams& p, const FusedParams& fused,
+                         const YuvRowPair& rows, size_t pairs, RadialRows& radial);
+}  // namespace lumo::render::N_NEON
+#endif
 
 HWY_BEFORE_NAMESPACE();
 namespace lumo::render {
@@ -82,8 +97,8 @@ struct GroupSums {
 HWY_INLINE GroupSums GroupDot(const Tables& t, V index, V weights) {
   // Bytes 0-3 (red, or blue in the second table) and 4-7 (green) of each
   // 64-bit lane, zero-extended to 16 bits.
-  const V low = fx::SetBlocks(0x800b800a80098008, 0x8003800280018000);
-  const V high = fx::SetBlocks(0x800f800e800d800c, 0x8007800680058004);
+  const V low = fx::SetBlocks<0x800b800a80098008, 0x8003800280018000>();
+  const V high = fx::SetBlocks<0x800f800e800d800c, 0x8007800680058004>();
   const V rg = fx::Gather64<8>(t.rg, index);
   // 8 bytes from a 4-byte entry: the upper half (the next entry) is unused.
   const V b = fx::Gather64<4>(t.b, index);
@@ -95,11 +110,7 @@ HWY_INLINE GroupSums GroupDot(const Tables& t, V index, V weights) {
 // Adds the two halves of the dot products of groups 0 and 1 (32-bit lanes
 // back in the order of the 16-bit lanes they came from) and scales Q12 x
 // code to Q8.
-HWY_INLINE V FinishDot(V group0, V group1) {
-  const V first = fx::ShuffleDwords<0x88>(group0, group1);
-  const V second = fx::ShuffleDwords<0xDD>(group0, group1);
-  return fx::Shr32<4>(fx::Add32(first, second));
-}
+HWY_INLINE V FinishDot(V group0, V group1) { return fx::Shr32<4>(fx::AddPairs32(group0, group1)); }
 
 // Packs two halves of Q8 results (unsigned, up to 65280) back into the
 // 16-bit lane order they were unpacked from (packus undoes the unpacking)
@@ -237,7 +248,7 @@ HWY_INLINE V Chroma(const Rgb16& m, double kr, double kg, double kb) {
                         fx::Add16(MulQ15(m.r, Set(q15(kr))),
                                   fx::Add16(MulQ15(m.g, Set(q15(kg))), MulQ15(m.b, Set(q15(kb))))));
   // Every other column lowered by one step (see ToByte).
-  const V alternate = fx::SetBlocks(0x0001000000010000, 0x0001000000010000);
+  const V alternate = fx::SetBlocks<0x0001000000010000, 0x0001000000010000>();
   return fx::Max16(ToByte<kStyle>(fx::Sub16(v, alternate)), fx::Zero());
 }
 
@@ -255,7 +266,7 @@ void RadialSamples(const FusedParams& p, float dy2, size_t x0, size_t count, int
     // sqrt as d2 * rsqrt(d2) with one Newton step: well inside the Q15
     // result's resolution and several times the throughput of a divide-unit
     // square root. d2 = 0 (the exact centre) gives 0 * inf: masked to 0.
-    const VF y0 = fx::ApproxRsqrtF(d2);
+    const VF y0 = fx::RsqrtF(d2);
     const VF y1 = fx::MulF(fx::MulF(half, y0), fx::NegMulAddF(fx::MulF(d2, y0), y0, three));
     const VF d = fx::IfPositiveF(d2, fx::MulF(d2, y1));
     VF f;
@@ -364,6 +375,17 @@ size_t FixedPointRowPair(const FixedPointParams& p, const FusedParams& fused,
                    : FixedPointRows<false, true, true>(p, fused, rows, pairs, radial);
   return p.blend ? FixedPointRows<true, true, false>(p, fused, rows, pairs, radial)
                  : FixedPointRows<false, true, false>(p, fused, rows, pairs, radial);
+}
+
+#elif LUMO_FX_NEON_BUILD
+
+// SVE's vectors are sizeless and cannot travel in the kernel's structs;
+// NEON instructions run on every SVE2 core, so this target uses that build.
+bool FixedPointKernelPresent() { return true; }
+
+size_t FixedPointRowPair(const FixedPointParams& p, const FusedParams& fused,
+                         const YuvRowPair& rows, size_t pairs, RadialRows& radial) {
+  return N_NEON::FixedPointRowPair(p, fused, rows, pairs, radial);
 }
 
 #else

@@ -14,6 +14,8 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include "simd_extras-inl.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace lumo::render {
 namespace HWY_NAMESPACE {
@@ -61,53 +63,13 @@ HWY_INLINE void StoreBytePairs(VI low, VI high, uint8_t* p) {
   hn::StoreU(hn::DemoteTo(d16, packed), d16, reinterpret_cast<uint16_t*>(p));
 }
 
-// Fetches one 64-bit lattice pair per lane and splits it into its low and
-// high 32 bits.
+// One 64-bit lattice pair per lane, split into its low and high 32 bits.
 HWY_INLINE void GatherPairs(const uint64_t* HWY_RESTRICT table, VI index, VU& low, VU& high) {
-  const DU du;
-#if HWY_TARGET == HWY_SCALAR
-  const uint64_t v = table[hn::GetLane(index)];
-  low = hn::Set(du, uint32_t(v));
-  high = hn::Set(du, uint32_t(v >> 32));
-#elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-  // 64-bit gathers that take 32-bit indices: no widening of the indices.
-  const uint8_t* base = reinterpret_cast<const uint8_t*>(table);
-  const VU first{_mm512_i32gather_epi64(_mm512_castsi512_si256(index.raw), base, 8)};
-  const VU second{_mm512_i32gather_epi64(_mm512_extracti64x4_epi64(index.raw, 1), base, 8)};
-  low = hn::ConcatEven(du, second, first);
-  high = hn::ConcatOdd(du, second, first);
-#else
-  const DI di;
-  const hn::Half<DI> dh;
-  const hn::Repartition<int64_t, DI> di64;
-  const hn::Repartition<uint64_t, DI> du64;
-  const auto table64 = reinterpret_cast<const uint64_t*>(table);
-  const VU first = hn::BitCast(
-      du, hn::GatherIndex(du64, table64, hn::PromoteTo(di64, hn::LowerHalf(dh, index))));
-  const VU second = hn::BitCast(
-      du, hn::GatherIndex(du64, table64, hn::PromoteTo(di64, hn::UpperHalf(dh, index))));
-  low = hn::ConcatEven(du, second, first);
-  high = hn::ConcatOdd(du, second, first);
-  (void)di;
-#endif
+  extras::GatherPairs(table, index, low, high);
 }
 
-// Byte `byte` of each 32-bit lane as a float: one byte shuffle where the
-// target has one.
-HWY_INLINE VF ByteOfLane(VU v, int byte) {
-  const DU du;
-#if HWY_TARGET == HWY_SCALAR
-  return ByteToFloat(hn::And(hn::ShiftRightSame(v, 8 * byte), hn::Set(du, 0xFFu)));
-#else
-  const hn::Repartition<uint8_t, DU> du8;
-  // Shuffle indices count bytes within 16-byte blocks; 0x80 clears a byte.
-  const VU lane = hn::And(hn::Iota(du, 0), hn::Set(du, 3u));
-  const VU index = hn::Or(hn::Add(hn::ShiftLeft<2>(lane), hn::Set(du, uint32_t(byte))),
-                          hn::Set(du, 0x80808000u));
-  return ByteToFloat(
-      hn::BitCast(du, hn::TableLookupBytesOr0(hn::BitCast(du8, v), hn::BitCast(du8, index))));
-#endif
-}
+// Byte `byte` of each 32-bit lane as a float.
+HWY_INLINE VF ByteOfLane(VU v, int byte) { return ByteToFloat(extras::ByteOfLane(v, byte)); }
 
 // Byte `byte` (0..7) of a packed pair split into `low` and `high`: channel
 // ch of the pair's first point is byte ch, of its second byte 3 + ch.

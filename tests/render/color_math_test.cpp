@@ -1,6 +1,6 @@
-// The per-pixel colour model: JFIF conversion, rounding and the tetrahedral
-// look-up, against values worked out by hand. The style gain is checked on
-// rendered frames (render_effects_test.cpp).
+// The per-pixel colour model against values worked out by hand: JFIF
+// conversion, rounding and the tetrahedral look-up. The strength and the
+// style gain are checked on rendered frames (render_effects_test.cpp).
 #include "color_math.h"
 
 #include <gtest/gtest.h>
@@ -39,17 +39,13 @@ TEST(ColorMath, RoundsHalfUpThenClamps) {
   for (const auto& [in, out] : cases) EXPECT_EQ(toByte(in), out) << in;
 }
 
-TEST(ColorMath, TetrahedralReproducesAffineLatticesAndFollowsTheFractionOrder) {
-  // Exact bytes on an affine lattice: any input maps to the affine function.
-  LutLattice affine{};
-  for (int b = 0; b < kLutSize; ++b)
-    for (int g = 0; g < kLutSize; ++g)
-      for (int r = 0; r < kLutSize; ++r) {
-        uint8_t* p = &affine[3 * (r + kLutSize * (g + kLutSize * b))];
-        p[0] = uint8_t(15 * r);
-        p[1] = uint8_t(8 * g + 7 * b);
-        p[2] = uint8_t(15 * (16 - b));
-      }
+// An affine lattice maps any input to its affine function; the far corner
+// alone lit gives 255 times the smallest fraction, whatever their order
+// (trilinear differs); lattice points come out exactly, inputs clamped.
+TEST(ColorMath, TetrahedralLookUp) {
+  const LutLattice affine = testing::makeLattice([](double r, double g, double b) {
+    return std::array<double, 3>{r * 15 / 15.9375, (8 * g + 7 * b) / 15.9375, 240 - b / 1.0625};
+  });
   std::mt19937 rng(2);
   std::uniform_real_distribution<double> u(0, 255);
   const double s = 16 / 255.0;
@@ -60,35 +56,25 @@ TEST(ColorMath, TetrahedralReproducesAffineLatticesAndFollowsTheFractionOrder) {
     ASSERT_NEAR(out.g, (8 * c.g + 7 * c.b) * s, 1e-9);
     ASSERT_NEAR(out.b, 15 * (16 - c.b * s), 1e-9);
   }
-  // Only the far corner (1,1,1) of the first cell is bright: the result is
-  // 255 times the smallest fraction, whatever their order (trilinear differs).
   LutLattice corner{};
   std::fill_n(&corner[3 * (1 + kLutSize * (1 + kLutSize))], 3, uint8_t(255));
-  const double fractions[][3] = {
-      {0.7, 0.2, 0.5}, {0.1, 0.9, 0.3}, {0.4, 0.4, 0.8}, {0.6, 0.3, 0.3}};
-  for (const auto& f : fractions)
+  for (const auto& f :
+       {std::array{0.7, 0.2, 0.5}, {0.1, 0.9, 0.3}, {0.4, 0.4, 0.8}, {0.6, 0.3, 0.3}})
     EXPECT_NEAR(lookupTetrahedral(corner.data(), Rgb<double>{f[0] / s, f[1] / s, f[2] / s}).r,
                 255 * std::min({f[0], f[1], f[2]}), 1e-9);
-}
-
-TEST(ColorMath, TetrahedralHitsLatticePointsAndClampsItsInput) {
-  std::mt19937 rng(4);
   const LutLattice random = testing::randomLattice(rng);
   const double step = 255 / 16.0;
-  struct Case {
-    Rgb<double> in;
-    int r, g, b;  // the lattice point expected, whatever its neighbours hold
-  } cases[] = {{{0, 0, 0}, 0, 0, 0},
-               {{5 * step, 9 * step, 16 * step}, 5, 9, 16},
-               {{16 * step, 0, 0}, 16, 0, 0},
-               {{-40, 300, 1e30}, 0, 16, 16},
-               {{NAN, INFINITY, -INFINITY}, 0, 16, 0}};
-  for (const Case& c : cases) {
-    const Rgb<double> out = lookupTetrahedral(random.data(), c.in);
-    const uint8_t* p = &random[3 * (c.r + kLutSize * (c.g + kLutSize * c.b))];
-    EXPECT_NEAR(out.r, p[0], 1e-9) << c.r << "," << c.g << "," << c.b;
-    EXPECT_NEAR(out.g, p[1], 1e-9) << c.r << "," << c.g << "," << c.b;
-    EXPECT_NEAR(out.b, p[2], 1e-9) << c.r << "," << c.g << "," << c.b;
+  const std::pair<Rgb<double>, std::array<int, 3>> points[] = {
+      {{0, 0, 0}, {0, 0, 0}},
+      {{5 * step, 9 * step, 16 * step}, {5, 9, 16}},
+      {{16 * step, 0, 0}, {16, 0, 0}},
+      {{-40, 300, 1e30}, {0, 16, 16}},
+      {{NAN, INFINITY, -INFINITY}, {0, 16, 0}}};
+  for (const auto& [in, at] : points) {
+    const Rgb<double> out = lookupTetrahedral(random.data(), in);
+    const uint8_t* p = &random[3 * (at[0] + kLutSize * (at[1] + kLutSize * at[2]))];
+    const double got[3] = {out.r, out.g, out.b};
+    for (int ch = 0; ch < 3; ++ch) EXPECT_NEAR(got[ch], p[ch], 1e-9) << at[0] << at[1] << at[2];
   }
 }
 

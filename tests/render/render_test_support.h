@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <random>
 #include <vector>
@@ -63,22 +64,16 @@ public:
   }
   const FrameView& view() const { return m_view; }
   std::vector<GuardedBuffer*> buffers() const {
-    std::vector<GuardedBuffer*> all{m_luma.get()};
-    if (m_chroma) all.push_back(m_chroma.get());
-    return all;
+    if (!m_chroma) return {m_luma.get()};
+    return {m_luma.get(), m_chroma.get()};
   }
-  // Every byte, padding included.
+  // Every byte, padding included: random, or the same as `other`'s.
   void fill(std::mt19937& rng) {
-    for (GuardedBuffer* b : buffers())
-      for (size_t i = 0; i < b->size(); ++i) b->data()[i] = uint8_t(rng());
-  }
-  void fillConstant(uint8_t value) {
-    for (GuardedBuffer* b : buffers()) std::memset(b->data(), value, b->size());
+    for (GuardedBuffer* b : buffers()) std::generate_n(b->data(), b->size(), std::ref(rng));
   }
   void copyFrom(const TestImage& other) {
-    const auto mine = buffers(), theirs = other.buffers();
-    for (size_t i = 0; i < mine.size(); ++i)
-      std::memcpy(mine[i]->data(), theirs[i]->data(), mine[i]->size());
+    for (size_t i = 0; i < buffers().size(); ++i)
+      std::memcpy(buffers()[i]->data(), other.buffers()[i]->data(), buffers()[i]->size());
   }
   // The luma sample or RGBA pixel at (x, y), and the chroma pair of block (bx, by).
   uint8_t* at(uint32_t x, uint32_t y) const {
@@ -112,10 +107,6 @@ LutLattice makeLattice(F f) {
 
 inline LutLattice identityLattice() {
   return makeLattice([](double r, double g, double b) { return std::array<double, 3>{r, g, b}; });
-}
-
-inline LutLattice constantLattice(double r, double g, double b) {
-  return makeLattice([=](double, double, double) { return std::array<double, 3>{r, g, b}; });
 }
 
 inline LutLattice randomLattice(std::mt19937& rng) {
