@@ -19,6 +19,10 @@ namespace lumo {
 // Zeroed, populated memory of at least `bytes`; frameFree with the same size.
 void* frameAlloc(size_t bytes);
 void frameFree(void* p, size_t bytes) noexcept;
+// The shared memory file behind a block from frameAlloc (the block starts
+// at its offset 0), or -1 for a small block from the heap. Valid until the
+// block is freed.
+int frameMemoryFd(const void* p);
 
 // An allocator whose memory arrives zeroed and whose elements are left as
 // they are by resize() and the like (default-initialised), so that a fresh

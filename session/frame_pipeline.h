@@ -57,8 +57,7 @@ private:
 class BufferPool {
 public:
   using Key = std::tuple<int, uint32_t, uint32_t, uint32_t, uint32_t>;
-  std::unique_ptr<hostsim::ImageBuffer> take(const hostsim::ImageGeometry& geometry,
-                                             std::string* error);
+  std::unique_ptr<hostsim::ImageBuffer> take(const Geometry& geometry, std::string* error);
   void give(std::unique_ptr<hostsim::ImageBuffer> buffer);
 
 private:

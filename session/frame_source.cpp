@@ -62,7 +62,7 @@ FrameImage loadFrameImage(const SessionFrame& frame, const std::string& baseDir)
     hints.scanline = frame.scanline.value_or(0);
     // A picture that is not cropped may come straight in the buffer's layout.
     std::optional<PixelFormat> decodeAs;
-    if (!frame.width && !frame.height) decodeAs = frame.format.value_or(PixelFormat::Nv21);
+    if (!frame.width && !frame.height) decodeAs = frame.format.value_or(PixelFormat::NV21);
     try {
       source = readImage(path, hints, decodeAs);
     } catch (const Failure& e) {
@@ -74,7 +74,7 @@ FrameImage loadFrameImage(const SessionFrame& frame, const std::string& baseDir)
   out.width = source.geometry.width;
   out.height = source.geometry.height;
   const PixelFormat format =
-      frame.format.value_or(raw ? source.geometry.format : PixelFormat::Nv21);
+      frame.format.value_or(raw ? source.geometry.format : PixelFormat::NV21);
   const bool padded = isYuv(format) && (out.width % 2 != 0 || out.height % 2 != 0);
   if (padded) source = padToEven(source);
   Geometry target{format, source.geometry.width, source.geometry.height,

@@ -30,7 +30,7 @@ struct WrappedImage {
   android::sp<android::GraphicBuffer> graphic;
   FilterFrameParam param{};
 
-  WrappedImage(hostsim::PixelLayout layout, uint32_t width, uint32_t height, uint32_t stride,
+  WrappedImage(lumo::PixelFormat layout, uint32_t width, uint32_t height, uint32_t stride,
                uint32_t scanline) {
     std::string error;
     image = hostsim::ImageBuffer::allocate({layout, width, height, stride, scanline}, &error);
@@ -45,7 +45,7 @@ struct WrappedImage {
   }
   // The luma sample or RGBA pixel at (x, y), and the chroma pair of block (bx, by).
   uint8_t* at(uint32_t x, uint32_t y) const {
-    const size_t bytes = image->geometry().layout == hostsim::PixelLayout::RGBA8888 ? 4 : 1;
+    const size_t bytes = image->geometry().format == lumo::PixelFormat::RGBA ? 4 : 1;
     return image->plane(0) + y * image->rowBytes(0) + bytes * x;
   }
   uint8_t* chroma(uint32_t bx, uint32_t by) const {
@@ -80,10 +80,10 @@ TEST(SdkFilter, RegisteredWithTheHostAndRendersPaddedFrames) {
   const LutLattice look = testing::constantLattice(200, 100, 50);
   std::mt19937 rng(1);
   for (const auto layout :
-       {hostsim::PixelLayout::RGBA8888, hostsim::PixelLayout::NV21, hostsim::PixelLayout::NV12}) {
+       {lumo::PixelFormat::RGBA, lumo::PixelFormat::NV21, lumo::PixelFormat::NV12}) {
     SCOPED_TRACE(int(layout));
-    const bool rgba = layout == hostsim::PixelLayout::RGBA8888,
-               crFirst = layout == hostsim::PixelLayout::NV21;
+    const bool rgba = layout == lumo::PixelFormat::RGBA,
+               crFirst = layout == lumo::PixelFormat::NV21;
     auto filter = makeFilter(rgba ? 9 : 10);
     ASSERT_TRUE(filter);
     filter->clearEffects();
@@ -152,8 +152,7 @@ TEST(SdkFilter, ScriptsItCannotUseLeaveNoEffectsAndSayWhy) {
     EXPECT_EQ(filter->getEffectCount(), effects) << script;
     EXPECT_TRUE(logged(capture, log)) << script;
     // Rendering still works: without effects the frame is copied.
-    WrappedImage in(hostsim::PixelLayout::NV21, 8, 4, 0, 0),
-        out(hostsim::PixelLayout::NV21, 8, 4, 0, 0);
+    WrappedImage in(lumo::PixelFormat::NV21, 8, 4, 0, 0), out(lumo::PixelFormat::NV21, 8, 4, 0, 0);
     *in.at(5, 3) = 77;
     EXPECT_EQ(filter->processFrame(&in.param, &out.param), 0);
     if (effects == 0) {
@@ -170,9 +169,8 @@ TEST(SdkFilter, ClearEffectsDropsTheChainAndBadFramesAreRefused) {
   const LutLattice bytes = testing::identityLattice();
   EXPECT_FALSE(filter->addLutEffectData(bytes.data(), 17, -1, 3, 512));
 
-  WrappedImage nv21(hostsim::PixelLayout::NV21, 16, 8, 0, 0),
-      small(hostsim::PixelLayout::NV21, 8, 8, 0, 0),
-      rgba(hostsim::PixelLayout::RGBA8888, 16, 8, 0, 0);
+  WrappedImage nv21(lumo::PixelFormat::NV21, 16, 8, 0, 0),
+      small(lumo::PixelFormat::NV21, 8, 8, 0, 0), rgba(lumo::PixelFormat::RGBA, 16, 8, 0, 0);
   FilterFrameParam empty{}, tooBig = nv21.param;
   tooBig.width = 32;
   const std::tuple<FilterFrameParam*, FilterFrameParam*, const char*> cases[] = {

@@ -212,7 +212,7 @@ TEST_F(FieldCli, OversizedFramesAreRefusedAtParseTime) {
   }
   EXPECT_EQ(lumo("run generated:chart -o x.png --width 30000 --height 30000" + kProbe).status, 2);
   // A picture's own size is checked from its header, before it is decoded.
-  lumo::writeImage(path("wide.png"), lumo::makeImage({lumo::PixelFormat::Rgba, 16386, 2, 0, 0}));
+  lumo::writeImage(path("wide.png"), lumo::makeImage({lumo::PixelFormat::RGBA, 16386, 2, 0, 0}));
   const Outcome o = replay(R"({"instance": "preview", "input": "wide.png"})"
                            "\n",
                            kProbe);
@@ -233,8 +233,11 @@ TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
       {"run generated:chart -o x.png --device-root nosuchdir", "--device-root: "},
       {"bogus", "lumo: unknown command \"bogus\" (commands: replay, run, demo, calib, generate"},
       {"calib bogus", "lumo: unknown command \"bogus\" (commands: build, check, dump, export"},
-      {"replay", ""}, {"run x.png -o y.png --lux bright", ""}, {"generate moon -o m.png", ""},
-      {"run x.png -o y.png --instance video", ""}, {"run x.png -o y.png --scene moon", ""},
+      {"replay", ""},
+      {"run x.png -o y.png --lux bright", ""},
+      {"generate moon -o m.png", ""},
+      {"run x.png -o y.png --instance video", ""},
+      {"run x.png -o y.png --scene moon", ""},
       {"run x.png -o y.png --stylization -1", ""},
   };
   for (const auto& [args, message] : usage) {

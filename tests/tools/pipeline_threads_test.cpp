@@ -232,8 +232,8 @@ TEST_F(PipelineThreads, PrefetchHandsOutFramesInOrderAndErrorsAtTheirFrame) {
 }
 
 TEST(PipelineThreadsUnit, BufferPoolReusesBuffersOfOneGeometryCleared) {
-  const hostsim::ImageGeometry small{hostsim::PixelLayout::NV21, 64, 48, 64, 48};
-  const hostsim::ImageGeometry padded{hostsim::PixelLayout::NV21, 64, 48, 128, 48};
+  const lumo::Geometry small{lumo::PixelFormat::NV21, 64, 48, 64, 48};
+  const lumo::Geometry padded{lumo::PixelFormat::NV21, 64, 48, 128, 48};
   lumo::BufferPool pool;
   std::string error;
   auto first = pool.take(small, &error);
