@@ -5,7 +5,10 @@
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
 #include <platform/client_buffer.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <ui/GraphicBuffer.h>
+#include <unistd.h>
 #include <vyalgo2/PluginUtils.h>
 #include <vyalgo2/PluginWraper.h>
 
@@ -140,6 +143,34 @@ TEST(GraphicBuffer, OnlyOurHandlesWithTheirGeometryAreTrustedClonesIncluded) {
   b.reset();
   EXPECT_EQ(hostsim::findImageBuffer(clone), nullptr);
   EXPECT_EQ(native_handle_close(clone) + native_handle_delete(clone), 0);
+}
+
+TEST(ImageBuffer, BorrowedMemoryIsUsedInPlaceAndOutlivesTheBuffer) {
+  const Geometry g{PixelFormat::NV12, 6, 4, 8, 4};
+  const size_t bytes = lumo::bufferBytes(g);
+  const int fd = memfd_create("lent", MFD_CLOEXEC);
+  ASSERT_EQ(ftruncate(fd, 4096), 0);
+  auto* lent =
+      static_cast<uint8_t*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+  ASSERT_NE(lent, MAP_FAILED);
+  lent[bytes - 1] = 7;
+  std::string error;
+  EXPECT_EQ(ImageBuffer::borrow(g, lent, bytes - 1, fd, &error), nullptr);
+  EXPECT_NE(error.find("smaller"), std::string::npos) << error;
+  {
+    auto b = ImageBuffer::borrow(g, lent, bytes, fd, &error);
+    ASSERT_NE(b, nullptr) << error;
+    EXPECT_EQ(std::make_tuple(b->data(), b->plane(1), b->size(), b->data()[bytes - 1],
+                              hostsim::findImageBuffer(b->handle())),
+              std::make_tuple(lent, lent + 32, bytes, uint8_t{7}, b.get()));
+    struct stat mine {
+    }, handed{};
+    ASSERT_EQ(fstat(fd, &mine) + fstat(b->handle()->data[0], &handed), 0);
+    EXPECT_EQ(std::make_pair(handed.st_ino, b->handle()->data[0] != fd),
+              std::make_pair(mine.st_ino, true));
+  }
+  lent[0] = 1;  // still mapped: the buffer did not unmap what it borrowed
+  EXPECT_EQ(munmap(lent, 4096) + close(fd), 0);
 }
 
 // Every byte gets a value that depends on where it is, so a misplaced sample shows.
