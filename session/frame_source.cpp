@@ -23,7 +23,8 @@ std::string resolve(const std::string& name, const std::string& baseDir) {
 uint32_t tightStride(PixelFormat f, uint32_t width) { return isYuv(f) ? (width + 1) & ~1u : width; }
 
 // A picture larger than the frame's width or height is cropped to its centre.
-Image cropToFrame(const Image& picture, const SessionFrame& frame, const std::string& path) {
+// The picture itself (moved, not copied) when it already has the frame's size.
+Image cropToFrame(Image picture, const SessionFrame& frame, const std::string& path) {
   const Geometry& g = picture.geometry;
   const uint32_t w = frame.width.value_or(g.width), h = frame.height.value_or(g.height);
   if (w > g.width || h > g.height) {
@@ -32,7 +33,8 @@ Image cropToFrame(const Image& picture, const SessionFrame& frame, const std::st
                   path + " (" + std::to_string(g.width) + "x" + std::to_string(g.height) +
                   "): a picture can only be cropped");
   }
-  return w == g.width && h == g.height ? picture : cropCentre(picture, w, h);
+  if (w == g.width && h == g.height) return picture;
+  return cropCentre(picture, w, h);
 }
 
 }  // namespace
@@ -68,7 +70,7 @@ FrameImage loadFrameImage(const SessionFrame& frame, const std::string& baseDir)
     } catch (const Failure& e) {
       throw Failure(frame.where("input") + e.what());
     }
-    if (!raw) source = cropToFrame(source, frame, path);
+    if (!raw) source = cropToFrame(std::move(source), frame, path);
   }
   FrameImage out;
   out.width = source.geometry.width;
