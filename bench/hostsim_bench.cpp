@@ -11,10 +11,10 @@
 namespace {
 
 using hostsim::ImageBuffer;
-using hostsim::PixelLayout;
+using lumo::PixelFormat;
 
 struct Frames {
-  Frames(PixelLayout layout)
+  Frames(PixelFormat layout)
       : src(ImageBuffer::allocate({layout, 4000, 3000, 4032, 3008})),
         dst(ImageBuffer::allocate({layout, 4000, 3000, 4096, 3072})) {
     std::memset(src->data(), 0x5a, src->size());
@@ -22,12 +22,12 @@ struct Frames {
   std::unique_ptr<ImageBuffer> src, dst;
 };
 
-size_t pictureBytes(PixelLayout layout) {
-  return layout == PixelLayout::RGBA8888 ? size_t{4000} * 3000 * 4 : size_t{4000} * 3000 * 3 / 2;
+size_t pictureBytes(PixelFormat layout) {
+  return layout == PixelFormat::RGBA ? size_t{4000} * 3000 * 4 : size_t{4000} * 3000 * 3 / 2;
 }
 
 void BM_VyCopyBuffer(benchmark::State& state) {
-  const auto layout = static_cast<PixelLayout>(state.range(0));
+  const auto layout = static_cast<PixelFormat>(state.range(0));
   Frames f(layout);
   vyalgo2::VyImageBuffer s = f.src->imageBuffer(), d = f.dst->imageBuffer();
   for (auto _ : state) {
@@ -39,7 +39,7 @@ void BM_VyCopyBuffer(benchmark::State& state) {
 
 // The reference: the same picture bytes as one contiguous memcpy.
 void BM_Memcpy(benchmark::State& state) {
-  const auto layout = static_cast<PixelLayout>(state.range(0));
+  const auto layout = static_cast<PixelFormat>(state.range(0));
   const size_t bytes = pictureBytes(layout);
   std::vector<uint8_t> a(bytes, 0x5a), b(bytes);
   for (auto _ : state) {
@@ -50,12 +50,12 @@ void BM_Memcpy(benchmark::State& state) {
 }
 
 BENCHMARK(BM_VyCopyBuffer)
-    ->Arg(static_cast<int>(PixelLayout::NV21))
-    ->Arg(static_cast<int>(PixelLayout::RGBA8888))
+    ->Arg(static_cast<int>(PixelFormat::NV21))
+    ->Arg(static_cast<int>(PixelFormat::RGBA))
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Memcpy)
-    ->Arg(static_cast<int>(PixelLayout::NV21))
-    ->Arg(static_cast<int>(PixelLayout::RGBA8888))
+    ->Arg(static_cast<int>(PixelFormat::NV21))
+    ->Arg(static_cast<int>(PixelFormat::RGBA))
     ->Unit(benchmark::kMicrosecond);
 
 }  // namespace

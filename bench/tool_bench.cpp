@@ -8,7 +8,7 @@
 namespace {
 
 lumo::Image frame() {
-  lumo::Image yuv = lumo::makeImage({lumo::PixelFormat::Nv21, 4000, 3000, 4032, 3008});
+  lumo::Image yuv = lumo::makeImage({lumo::PixelFormat::NV21, 4000, 3000, 4032, 3008});
   uint32_t seed = 1;
   for (auto& b : yuv.bytes) {
     seed = seed * 1664525u + 1013904223u;
@@ -19,7 +19,7 @@ lumo::Image frame() {
 
 void convert(benchmark::State& state, void (*fn)(const lumo::Image&, lumo::Image&)) {
   const lumo::Image yuv = frame();
-  lumo::Image rgba = lumo::makeImage({lumo::PixelFormat::Rgba, 4000, 3000, 0, 0});
+  lumo::Image rgba = lumo::makeImage({lumo::PixelFormat::RGBA, 4000, 3000, 0, 0});
   for (auto _ : state) {
     fn(yuv, rgba);
     benchmark::DoNotOptimize(rgba.bytes.data());

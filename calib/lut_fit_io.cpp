@@ -34,9 +34,9 @@ RgbImage readPicture(const std::string& path) {
                              ": 16-bit PNG: the fit works on 8-bit pictures, as the camera "
                              "renders them; save both pictures with 8 bits per channel");
   const lumo::Image read = lumo::readImage(path);
-  const lumo::Image rgba = read.geometry.format == lumo::PixelFormat::Rgba
+  const lumo::Image rgba = read.geometry.format == lumo::PixelFormat::RGBA
                                ? read
-                               : lumo::convertImage(read, lumo::PixelFormat::Rgba);
+                               : lumo::convertImage(read, lumo::PixelFormat::RGBA);
   RgbImage out;
   out.width = int(rgba.geometry.width);
   out.height = int(rgba.geometry.height);

@@ -29,9 +29,9 @@ GraphicBuffer::GraphicBuffer(const native_handle_t* inHandle, HandleWrapMethod m
     m_initCheck = -EINVAL;
     return;
   }
-  const hostsim::ImageGeometry& g = buffer->geometry();
+  const lumo::Geometry& g = buffer->geometry();
   if (m_method != WRAP_HANDLE || m_layerCount != 1 ||
-      static_cast<uint32_t>(m_format) != hostsim::halFormatOf(g.layout) || m_width != g.width ||
+      static_cast<uint32_t>(m_format) != hostsim::halFormatOf(g.format) || m_width != g.width ||
       m_height != g.height || m_stride != g.stride) {
     m_initCheck = -EINVAL;
   }
@@ -95,8 +95,8 @@ extern "C" int AHardwareBuffer_lockPlanes(AHardwareBuffer* buffer, uint64_t, int
   *outPlanes = AHardwareBuffer_Planes{};
   const hostsim::ImageBuffer* image = pixelsOf(buffer);
   if (image == nullptr) return -EINVAL;
-  const hostsim::ImageGeometry& g = image->geometry();
-  if (g.layout == hostsim::PixelLayout::RGBA8888) {
+  const lumo::Geometry& g = image->geometry();
+  if (g.format == lumo::PixelFormat::RGBA) {
     outPlanes->planeCount = 1;
     outPlanes->planes[0] = {image->plane(0), 4, static_cast<uint32_t>(image->rowBytes(0))};
     return 0;
@@ -104,7 +104,7 @@ extern "C" int AHardwareBuffer_lockPlanes(AHardwareBuffer* buffer, uint64_t, int
   uint8_t* chroma = image->plane(1);
   const uint32_t rowStride = static_cast<uint32_t>(image->rowBytes(0));
   // NV21 interleaves V before U, NV12 U before V.
-  const bool vFirst = g.layout == hostsim::PixelLayout::NV21;
+  const bool vFirst = g.format == lumo::PixelFormat::NV21;
   outPlanes->planeCount = 3;
   outPlanes->planes[0] = {image->plane(0), 1, rowStride};
   outPlanes->planes[1] = {chroma + (vFirst ? 1 : 0), 2, rowStride};

@@ -1,11 +1,15 @@
 // Frame memory from the kernel in whole mappings for large blocks, with the
-// last few freed blocks kept for the next frames.
+// last few freed blocks kept for the next frames. Large blocks are shared
+// memory files, so that the simulated camera host can hand a frame to the
+// plugin as a buffer of its own without copying it.
 #include "frame_memory.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <vector>
 
@@ -14,7 +18,7 @@ namespace {
 
 // Below this a block comes from the heap: its pages are few and often reused.
 constexpr size_t kMappedFrom = size_t{1} << 20;
-constexpr size_t kHugePage = size_t{2} << 20;
+constexpr size_t kPage = size_t{4} << 10;
 // A session decodes, renders and encodes frames of one size over and over;
 // fresh pages for each frame cost the kernel a clearing pass and, on
 // virtual machines that hand memory back to their host, a fault per page
@@ -25,62 +29,82 @@ constexpr size_t kHugePage = size_t{2} << 20;
 constexpr size_t kKeptBlocks = 6;
 constexpr size_t kKeptBytes = size_t{256} << 20;
 
-size_t mappedBytes(size_t bytes) { return (bytes + kHugePage - 1) & ~(kHugePage - 1); }
+size_t mappedBytes(size_t bytes) { return (bytes + kPage - 1) & ~(kPage - 1); }
 
 struct Block {
   void* p;
   size_t size;
+  int fd;
 };
 
-struct KeptBlocks {
+// The mapped blocks handed out (by address, for frameMemoryFd) and the
+// freed ones kept for reuse.
+struct Blocks {
   std::mutex mutex;
-  std::vector<Block> blocks;
+  std::map<const void*, Block> live;
+  std::vector<Block> kept;
 
   void* take(size_t size) {
     std::lock_guard<std::mutex> lock(mutex);
-    for (auto it = blocks.begin(); it != blocks.end(); ++it)
+    for (auto it = kept.begin(); it != kept.end(); ++it)
       if (it->size == size) {
-        void* p = it->p;
-        blocks.erase(it);
-        return p;
+        const Block b = *it;
+        kept.erase(it);
+        live[b.p] = b;
+        return b.p;
       }
     return nullptr;
   }
-  bool keep(void* p, size_t size) {
+  void add(const Block& b) {
     std::lock_guard<std::mutex> lock(mutex);
-    size_t bytes = size;
-    for (const Block& b : blocks) bytes += b.size;
-    if (blocks.size() == kKeptBlocks || bytes > kKeptBytes) return false;
-    blocks.push_back({p, size});
+    live[b.p] = b;
+  }
+  // The block behind `p`, kept for reuse when there is room (true).
+  bool release(void* p, Block& block) {
+    std::lock_guard<std::mutex> lock(mutex);
+    auto it = live.find(p);
+    if (it == live.end()) return false;
+    block = it->second;
+    live.erase(it);
+    size_t bytes = block.size;
+    for (const Block& b : kept) bytes += b.size;
+    if (kept.size() == kKeptBlocks || bytes > kKeptBytes) return false;
+    kept.push_back(block);
     return true;
+  }
+  int fdOf(const void* p) {
+    std::lock_guard<std::mutex> lock(mutex);
+    auto it = live.find(p);
+    return it == live.end() ? -1 : it->second.fd;
   }
 };
 
 // Never destroyed: blocks may be freed by threads still running at exit.
-KeptBlocks& kept() {
-  static KeptBlocks* blocks = new KeptBlocks;
-  return *blocks;
+Blocks& blocks() {
+  static Blocks* b = new Blocks;
+  return *b;
 }
 
-void* mapBlock(size_t size) {
-  // Mapped one huge page larger than needed and trimmed, so that the block
-  // starts on a huge-page boundary and every stretch of it can be one.
-  void* raw =
-      mmap(nullptr, size + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (raw == MAP_FAILED) throw std::bad_alloc();
-  const uintptr_t begin = reinterpret_cast<uintptr_t>(raw);
-  const uintptr_t aligned = (begin + kHugePage - 1) & ~uintptr_t(kHugePage - 1);
-  if (aligned > begin) munmap(raw, aligned - begin);
-  if (const size_t tail = begin + kHugePage - aligned; tail > 0)
-    munmap(reinterpret_cast<void*>(aligned + size), tail);
-  void* p = reinterpret_cast<void*>(aligned);
-  // Both are advice: without huge pages or the populate call (kernels
-  // before 5.14) the pages fault in as usual.
+Block mapBlock(size_t size) {
+  const int fd = memfd_create("lumo-frame", MFD_CLOEXEC);
+  if (fd < 0) throw std::bad_alloc();
+  if (ftruncate(fd, off_t(size)) != 0) {
+    close(fd);
+    throw std::bad_alloc();
+  }
+  void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (p == MAP_FAILED) {
+    close(fd);
+    throw std::bad_alloc();
+  }
+  // Advice only: huge pages where the system gives them to shared memory,
+  // and the pages populated for writing in one call rather than faulted in
+  // one by one (kernels before 5.14 fault them in as usual).
   madvise(p, size, MADV_HUGEPAGE);
 #ifdef MADV_POPULATE_WRITE
   madvise(p, size, MADV_POPULATE_WRITE);
 #endif
-  return p;
+  return {p, size, fd};
 }
 
 }  // namespace
@@ -95,8 +119,10 @@ void* frameAlloc(size_t bytes) {
   const size_t size = mappedBytes(bytes);
   // A kept block holds an earlier frame: clearing its warm pages is far
   // cheaper than the kernel clearing fresh ones.
-  if (void* p = kept().take(size)) return std::memset(p, 0, size);
-  return mapBlock(size);
+  if (void* p = blocks().take(size)) return std::memset(p, 0, size);
+  const Block b = mapBlock(size);
+  blocks().add(b);
+  return b.p;
 }
 
 void frameFree(void* p, size_t bytes) noexcept {
@@ -105,8 +131,12 @@ void frameFree(void* p, size_t bytes) noexcept {
     std::free(p);
     return;
   }
-  const size_t size = mappedBytes(bytes);
-  if (!kept().keep(p, size)) munmap(p, size);
+  Block b{};
+  if (blocks().release(p, b) || b.p == nullptr) return;
+  munmap(b.p, b.size);
+  close(b.fd);
 }
+
+int frameMemoryFd(const void* p) { return p == nullptr ? -1 : blocks().fdOf(p); }
 
 }  // namespace lumo

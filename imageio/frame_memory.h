@@ -2,9 +2,11 @@
 // arrives as untouched pages that fault in one by one when first written,
 // and a vector clears it on top. On the machines the tool runs on (virtual
 // ones above all) those faults cost more than the frame's copies, so large
-// blocks are mapped whole, backed by huge pages where the kernel allows,
-// and populated in one call; and nothing clears memory that already
-// arrives as zeros.
+// blocks are mapped whole, populated in one call and reused from frame to
+// frame; and nothing clears memory that already arrives as zeros. Large
+// blocks are shared memory files, as a camera host's buffers are, so that
+// the simulated host takes a frame as its buffer without copying it (huge
+// pages only where the system gives them to shared memory).
 #pragma once
 
 #include <cstddef>
@@ -19,6 +21,10 @@ namespace lumo {
 // Zeroed, populated memory of at least `bytes`; frameFree with the same size.
 void* frameAlloc(size_t bytes);
 void frameFree(void* p, size_t bytes) noexcept;
+// The shared memory file behind a block from frameAlloc (the block starts
+// at its offset 0), or -1 for a small block from the heap. Valid until the
+// block is freed.
+int frameMemoryFd(const void* p);
 
 // An allocator whose memory arrives zeroed and whose elements are left as
 // they are by resize() and the like (default-initialised), so that a fresh

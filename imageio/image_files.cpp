@@ -154,7 +154,7 @@ void writeImage(const std::string& path, const Image& image, int jpegQuality) {
   const Geometry& g = image.geometry;
   const bool asIs = !isYuv(g.format) || (kind == FileKind::Jpeg && !imageReferenceForced() &&
                                          g.width % 2 == 0 && g.height % 2 == 0);
-  const Image rgba = asIs ? Image{} : convertImage(image, PixelFormat::Rgba);
+  const Image rgba = asIs ? Image{} : convertImage(image, PixelFormat::RGBA);
   const Image& source = asIs ? image : rgba;
   AtomicFile file(path);
   if (kind == FileKind::Png)

@@ -110,16 +110,21 @@ void cmykToRgba(Image& image, bool inverted) {
   }
 }
 
-// libjpeg's raw rows cover whole 16x16 MCUs: planes padded to a multiple of
-// 16 pixels (8 chroma samples) wide, 16 luma and 8 chroma rows per call.
+// libjpeg's raw rows cover whole 16x16 MCUs: 16 luma and 8 chroma rows per
+// call, planes padded to a multiple of 16 pixels (8 chroma samples) wide.
+// Where the picture's width is such a multiple, luma rows point straight
+// into the image (12 MB less copied each way for a 12 MP frame); otherwise,
+// and for rows past the picture, they are scratch rows. Chroma always goes
+// through planar scratch rows: the image interleaves it.
 struct RawRows {
-  explicit RawRows(uint32_t width)
-      : lumaWidth((width + 15) & ~15u),
+  explicit RawRows(const Geometry& g)
+      : lumaWidth((g.width + 15) & ~15u),
         chromaWidth(lumaWidth / 2),
+        direct(lumaWidth == g.width),
         luma(size_t(lumaWidth) * 16),
         cb(size_t(chromaWidth) * 8),
         cr(size_t(chromaWidth) * 8) {
-    for (int i = 0; i < 16; ++i) lumaRows[i] = luma.data() + size_t(i) * lumaWidth;
+    for (int i = 0; i < 16; ++i) lumaRows[i] = scratchRow(i);
     for (int i = 0; i < 8; ++i) {
       cbRows[i] = cb.data() + size_t(i) * chromaWidth;
       crRows[i] = cr.data() + size_t(i) * chromaWidth;
@@ -128,7 +133,9 @@ struct RawRows {
     planes[1] = cbRows;
     planes[2] = crRows;
   }
+  uint8_t* scratchRow(uint32_t i) { return luma.data() + size_t(i) * lumaWidth; }
   uint32_t lumaWidth, chromaWidth;
+  bool direct;  // luma rows may be the image's own
   std::vector<uint8_t> luma, cb, cr;
   JSAMPROW lumaRows[16], cbRows[8], crRows[8];
   JSAMPARRAY planes[3];
@@ -137,7 +144,7 @@ struct RawRows {
 // Interleaves `rows` chroma rows of planar Cb and Cr into the image's
 // chroma plane from chroma row `first`, in the image's order.
 void mergeChroma(const RawRows& r, Image& yuv, uint32_t first, uint32_t rows) {
-  const bool nv12 = yuv.geometry.format == PixelFormat::Nv12;
+  const bool nv12 = yuv.geometry.format == PixelFormat::NV12;
   const uint8_t* u = r.cb.data();
   const uint8_t* v = r.cr.data();
   libyuv::MergeUVPlane(nv12 ? u : v, int(r.chromaWidth), nv12 ? v : u, int(r.chromaWidth),
@@ -150,9 +157,12 @@ bool finishRawDecode(jpeg_decompress_struct& info, ErrorManager& err, Image& yuv
   const uint32_t width = yuv.geometry.width, height = yuv.geometry.height;
   while (info.output_scanline < info.output_height) {
     const uint32_t top = info.output_scanline;
-    jpeg_read_raw_data(&info, r.planes, 16);
     const uint32_t rows = std::min(16u, height - top);
-    for (uint32_t i = 0; i < rows; ++i) std::memcpy(yuv.row(top + i), r.lumaRows[i], width);
+    for (uint32_t i = 0; i < 16; ++i)
+      r.lumaRows[i] = r.direct && i < rows ? yuv.row(top + i) : r.scratchRow(i);
+    jpeg_read_raw_data(&info, r.planes, 16);
+    if (!r.direct)
+      for (uint32_t i = 0; i < rows; ++i) std::memcpy(yuv.row(top + i), r.lumaRows[i], width);
     mergeChroma(r, yuv, top / 2, rows / 2);
   }
   jpeg_finish_decompress(&info);
@@ -203,7 +213,7 @@ bool encodeRaw(jpeg_compress_struct& info, ErrorManager& err, const Image& yuv, 
   info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 2;
   for (int c = 1; c < 3; ++c) info.comp_info[c].h_samp_factor = info.comp_info[c].v_samp_factor = 1;
   jpeg_start_compress(&info, TRUE);
-  const bool nv12 = g.format == PixelFormat::Nv12;
+  const bool nv12 = g.format == PixelFormat::NV12;
   const uint32_t cw = g.width / 2;
   while (info.next_scanline < info.image_height) {
     const uint32_t top = info.next_scanline;
@@ -211,6 +221,11 @@ bool encodeRaw(jpeg_compress_struct& info, ErrorManager& err, const Image& yuv, 
     // own edge expansion would.
     for (uint32_t i = 0; i < 16; ++i) {
       const uint8_t* src = yuv.row(std::min(top + i, g.height - 1));
+      // libjpeg only reads the rows it compresses from.
+      if (r.direct) {
+        r.lumaRows[i] = const_cast<uint8_t*>(src);
+        continue;
+      }
       std::memcpy(r.lumaRows[i], src, g.width);
       std::memset(r.lumaRows[i] + g.width, src[g.width - 1], r.lumaWidth - g.width);
     }
@@ -283,12 +298,12 @@ Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv) {
   // A progressive file has been read whole by now.
   if (err.lostData[0] != '\0') throw Failure(path + ": truncated or damaged JPEG: " + err.lostData);
   const Geometry g = completeGeometry(
-      {raw ? *yuv : PixelFormat::Rgba, info.output_width, info.output_height, 0, 0});
+      {raw ? *yuv : PixelFormat::RGBA, info.output_width, info.output_height, 0, 0});
   const std::string bad = checkGeometry(g);
   if (!bad.empty()) throw Failure(path + ": unusable JPEG size: " + bad);
   Image image = makeImage(g);
   if (raw) {
-    RawRows rows(g.width);
+    RawRows rows(g);
     if (!finishRawDecode(info, err, image, rows))
       throw Failure(path + ": cannot decode JPEG: " + err.message);
   } else if (!finishDecode(info, err, image)) {
@@ -307,7 +322,7 @@ void encodeJpeg(const Image& image, std::FILE* out, const std::string& path, int
   jpeg_create_compress(&info);
   bool ok;
   if (isYuv(image.geometry.format)) {
-    RawRows rows(image.geometry.width);
+    RawRows rows(image.geometry);
     ok = encodeRaw(info, err, image, out, quality, rows);
   } else {
     ok = encode(info, err, image, out, quality);

@@ -31,7 +31,7 @@ Image padToEven(const Image& image) {
 Image cropCentre(const Image& rgba, uint32_t width, uint32_t height) {
   const Geometry& s = rgba.geometry;
   const uint32_t x0 = (s.width - width) / 2, y0 = (s.height - height) / 2;
-  Image out = makeImage({PixelFormat::Rgba, width, height, 0, 0});
+  Image out = makeImage({PixelFormat::RGBA, width, height, 0, 0});
   for (uint32_t y = 0; y < height; ++y)
     std::memcpy(out.row(y), rgba.row(y0 + y) + 4 * x0, 4 * size_t(width));
   return out;

@@ -119,7 +119,7 @@ Image decodePng(const std::string& path) {
                   std::to_string(height) + " pixels need at least " +
                   std::to_string(rowsBytes / kMostDeflateRatio) + " bytes of compressed data, " +
                   "the file has " + std::to_string(fileBytes));
-  const Geometry g = completeGeometry({PixelFormat::Rgba, width, height, 0, 0});
+  const Geometry g = completeGeometry({PixelFormat::RGBA, width, height, 0, 0});
   if (const std::string bad = checkGeometry(g); !bad.empty())
     throw Failure(path + ": unusable PNG size: " + bad);
   Image image = makeImage(g);

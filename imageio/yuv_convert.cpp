@@ -24,8 +24,8 @@ uint8_t roundClamp(double v) {
 }
 
 // Offsets of U and V inside an interleaved chroma pair.
-int uIndex(PixelFormat f) { return f == PixelFormat::Nv12 ? 0 : 1; }
-int vIndex(PixelFormat f) { return f == PixelFormat::Nv12 ? 1 : 0; }
+int uIndex(PixelFormat f) { return f == PixelFormat::NV12 ? 0 : 1; }
+int vIndex(PixelFormat f) { return f == PixelFormat::NV12 ? 1 : 0; }
 
 }  // namespace
 
@@ -87,7 +87,7 @@ void semiPlanarToRgba(const Image& yuv, Image& rgba, const libyuv::YuvConstants*
   const Geometry& g = yuv.geometry;
   const int w = int(g.width), h = int(g.height);
   const int ys = int(g.stride), ds = int(rowBytes(rgba.geometry));
-  const int rc = g.format == PixelFormat::Nv12
+  const int rc = g.format == PixelFormat::NV12
                      ? libyuv::NV21ToARGBMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
                                                 ds, mirrored, w, h)
                      : libyuv::NV12ToARGBMatrix(yuv.row(0), ys, yuv.chromaRow(0), ys, rgba.row(0),
@@ -103,7 +103,7 @@ void yuvToRgbaFast(const Image& yuv, Image& rgba) {
 
 Image limitedRangeToRgba(const Image& yuv) {
   const Geometry& g = yuv.geometry;
-  Image rgba = makeImage({PixelFormat::Rgba, g.width, g.height, 0, 0});
+  Image rgba = makeImage({PixelFormat::RGBA, g.width, g.height, 0, 0});
   semiPlanarToRgba(yuv, rgba, &libyuv::kYvuI601Constants);
   return rgba;
 }
@@ -116,7 +116,7 @@ void rgbaToYuvFast(const Image& rgba, Image& yuv) {
   if (libyuv::ABGRToJ420(rgba.row(0), int(rowBytes(rgba.geometry)), yuv.row(0), int(g.stride),
                          u.data(), cw, v.data(), cw, w, h) != 0)
     throw std::runtime_error("libyuv conversion failed");
-  const bool nv12 = g.format == PixelFormat::Nv12;
+  const bool nv12 = g.format == PixelFormat::NV12;
   libyuv::MergeUVPlane(nv12 ? u.data() : v.data(), cw, nv12 ? v.data() : u.data(), cw,
                        yuv.chromaRow(0), int(g.stride), cw, ch);
 }

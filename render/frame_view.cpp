@@ -3,6 +3,20 @@
 
 namespace lumo::render {
 
+FrameView frameView(const Geometry& g, uint8_t* data) {
+  FrameView view;
+  view.layout = g.format;
+  view.width = g.width;
+  view.height = g.height;
+  view.luma = data;
+  view.lumaStride = rowBytes(g);
+  if (isYuv(g.format)) {
+    view.chroma = data + planeOffset(g, 1);
+    view.chromaStride = rowBytes(g);
+  }
+  return view;
+}
+
 std::string checkFrameView(const FrameView& view) {
   if (view.width == 0 || view.height == 0) return "empty frame";
   const size_t pixelBytes = view.layout == FrameLayout::RGBA ? 4 : 1;

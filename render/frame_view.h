@@ -5,9 +5,12 @@
 #include <cstdint>
 #include <string>
 
+#include "geometry.h"
+
 namespace lumo::render {
 
-enum class FrameLayout { NV21, NV12, RGBA };
+// The kernels name the pixel format by what it means to them: a layout.
+using FrameLayout = PixelFormat;
 
 // Plane pointers borrow the caller's memory. For the 4:2:0 layouts `luma`
 // holds width x height samples and `chroma` the interleaved chroma pairs of
@@ -23,7 +26,8 @@ struct FrameView {
   size_t chromaStride = 0;  // bytes between chroma rows
 };
 
-inline bool isYuv(FrameLayout layout) { return layout != FrameLayout::RGBA; }
+// The view of `data` laid out as `geometry` says.
+FrameView frameView(const Geometry& geometry, uint8_t* data);
 
 // Empty when the view can be rendered, otherwise what is wrong with it.
 std::string checkFrameView(const FrameView& view);

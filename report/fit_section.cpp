@@ -36,7 +36,7 @@ Image coveragePicture(const FitRecord& fit, int& columns, int& rows) {
   rows = (n + columns - 1) / columns;
   const uint32_t width = uint32_t(columns * (n + kGap) - kGap);
   const uint32_t height = uint32_t(rows * (n + kGap) - kGap);
-  Image img = makeImage({PixelFormat::Rgba, width, height, width, height});
+  Image img = makeImage({PixelFormat::RGBA, width, height, width, height});
   for (uint32_t y = 0; y < height; ++y)
     for (uint32_t x = 0; x < width; ++x) {
       uint8_t* p = img.row(y) + 4 * x;

@@ -17,21 +17,13 @@
 namespace lumo::report {
 namespace {
 
-render::FrameView rgbaView(Image& image) {
-  render::FrameView v;
-  v.layout = render::FrameLayout::RGBA;
-  v.width = image.geometry.width;
-  v.height = image.geometry.height;
-  v.luma = image.bytes.data();
-  v.lumaStride = rowBytes(image.geometry);
-  return v;
-}
-
 Image renderChain(const Image& rgba, const render::EffectChain& chain) {
   Image in = rgba;
   Image out = makeImage(in.geometry);
   const render::ChainPlan plan(chain, in.geometry.width, in.geometry.height);
-  render::renderReferenceRows(plan, rgbaView(in), rgbaView(out), 0, in.geometry.height);
+  render::renderReferenceRows(plan, render::frameView(in.geometry, in.bytes.data()),
+                              render::frameView(out.geometry, out.bytes.data()), 0,
+                              in.geometry.height);
   return out;
 }
 
@@ -91,7 +83,7 @@ const std::vector<ChartPatch>& chartPatches() {
 
 Image referenceChart() {
   Image chart = makeImage(completeGeometry(
-      {PixelFormat::Rgba, kChartColumns * kChartPatch, kChartRows * kChartPatch, 0, 0}));
+      {PixelFormat::RGBA, kChartColumns * kChartPatch, kChartRows * kChartPatch, 0, 0}));
   const auto& patches = chartPatches();
   for (uint32_t y = 0; y < chart.geometry.height; ++y) {
     uint8_t* row = chart.row(y);
@@ -132,8 +124,8 @@ Image applyScript(const Image& rgba, const std::string& script, const uint8_t* l
 }
 
 Image toRgba(const Image& image) {
-  if (image.geometry.format == PixelFormat::Rgba) return image;
-  return convertImage(image, PixelFormat::Rgba);
+  if (image.geometry.format == PixelFormat::RGBA) return image;
+  return convertImage(image, PixelFormat::RGBA);
 }
 
 Image thumbnail(const Image& rgba, uint32_t maxSide) {
@@ -142,7 +134,7 @@ Image thumbnail(const Image& rgba, uint32_t maxSide) {
   if (side <= maxSide || side == 0) return rgba;
   const uint32_t tw = std::max(1u, uint32_t(uint64_t(w) * maxSide / side));
   const uint32_t th = std::max(1u, uint32_t(uint64_t(h) * maxSide / side));
-  Image out = makeImage(completeGeometry({PixelFormat::Rgba, tw, th, 0, 0}));
+  Image out = makeImage(completeGeometry({PixelFormat::RGBA, tw, th, 0, 0}));
   for (uint32_t y = 0; y < th; ++y) {
     const uint32_t y0 = uint32_t(uint64_t(y) * h / th),
                    y1 = std::max(y0 + 1, uint32_t(uint64_t(y + 1) * h / th));

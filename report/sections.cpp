@@ -161,7 +161,7 @@ std::string mapChart(const CoverageMap& m, const char* what) {
   p.yLabel = "CCT K";
   const size_t nx = m.lux.size(), ny = m.cct.size();
   Image picture =
-      makeImage(completeGeometry({PixelFormat::Rgba, uint32_t(nx), uint32_t(ny), 0, 0}));
+      makeImage(completeGeometry({PixelFormat::RGBA, uint32_t(nx), uint32_t(ny), 0, 0}));
   for (size_t row = 0; row < ny; ++row) {
     uint8_t* line = picture.row(uint32_t(ny - 1 - row));
     for (size_t col = 0; col < nx; ++col) {

@@ -14,7 +14,10 @@
 #   2. ffmpeg decode + lut3d tetrahedral + encode / lumo replay (target at
 #      least 1.8x);
 #   3. both figures again for the smooth frame repeated eight times;
-#   after each set, lumo against an equal-quality floor: libjpeg-turbo's
+#   after each set, lumo against libjpeg-turbo's in-process floor: tjbench's
+#   decompress to YUV plus compress from YUV (quality 92, 4:2:0) of each
+#   frame, summed and spread over the cores (target at most 1.3x); and
+#   lumo against an equal-quality floor: libjpeg-turbo's
 #   djpeg | cjpeg -quality 92 (lumo's own quality), one process per frame,
 #   as many at once as there are cores, with each side's output size, since
 #   ffmpeg's -q:v 2 writes several times the bytes and so is no like-for-like
@@ -30,10 +33,12 @@ runs=${RUNS:-3}
 lumo="$build/bin/lumo"
 threads=$(nproc)
 [ -x "$lumo" ] || { echo "no $lumo (build the preset first)" >&2; exit 1; }
-command -v cjpeg >/dev/null || {
-  echo "no cjpeg (scripts/install-deps.sh installs libjpeg-turbo-progs)" >&2
-  exit 1
-}
+for tool in cjpeg tjbench; do
+  command -v "$tool" >/dev/null || {
+    echo "no $tool (scripts/install-deps.sh installs libjpeg-turbo-progs)" >&2
+    exit 1
+  }
+done
 mkdir -p "$work"
 cd "$work"
 
@@ -102,20 +107,44 @@ turbo_floor() {
     "djpeg '${set}_{}.jpg' | cjpeg -quality 92 -outfile '$dir/tj_{}.jpg'"
 }
 
+# libjpeg-turbo's in-process floor for the eight frames of SET, in seconds:
+# tjbench decompresses each frame to planar YUV and compresses it again from
+# YUV at quality 92, 4:2:0; the per-frame times (from its megapixels per
+# second) are summed and spread over the cores, with as many frames measured
+# at once as there are cores.
+tj_floor() {
+  local set=$1 i
+  for i in 1 2 3 4 5 6 7 8; do
+    [ -f "${set}_$i.ppm" ] || djpeg -pnm "${set}_$i.jpg" >"${set}_$i.ppm"
+  done
+  local tj="-yuv -quiet -nowrite -benchtime ${TJ_SECONDS:-2} -warmup 0.5"
+  # The last table line: width and height are fields 5 and 6; the decompress
+  # to YUV rate is the second last field, the compress from YUV one the
+  # third last (megapixels per second).
+  seq 8 | xargs -P "$threads" -I{} sh -c "
+    tjbench '${set}_{}.jpg' $tj | awk 'NF { l = \$0 } END { n = split(l, f); print f[5] * f[6] / 1e6 / f[n - 1] }'
+    tjbench '${set}_{}.ppm' 92 -subsamp 420 -componly $tj |
+      awk 'NF { l = \$0 } END { n = split(l, f); print f[5] * f[6] / 1e6 / f[n - 2] }'" |
+    awk -v n="$threads" '{ s += $1 } END { printf "%.4f", s / n }'
+}
+
 ff() { ffmpeg -v error -y -threads "$threads" "$@"; }
 report_set() {
   local set=$1
   rm -rf "out_$set" && mkdir -p "out_$set"
-  local lumo_t floor_t lut_t turbo_t
+  local lumo_t floor_t lut_t turbo_t tj_t
   lumo_t=$(best "$lumo" replay "$set.jsonl" --device-root dev --out "out_$set" --jobs "$threads")
   floor_t=$(best ff -i "${set}_%d.jpg" -q:v 2 -start_number 1 "out_$set/ff_%d.jpg")
   lut_t=$(best ff -i "${set}_%d.jpg" -filter_threads "$threads" \
     -vf "lut3d=file=$cube:interp=tetrahedral" -q:v 2 "out_$set/ff_lut_%d.jpg")
   turbo_t=$(best turbo_floor "$set" "out_$set")
+  tj_t=$(tj_floor "$set")
   printf '%-8s lumo replay %.2f s | codec floor %.2f s | ffmpeg lut3d %.2f s\n' "$set" \
     "$lumo_t" "$floor_t" "$lut_t"
   printf '%-8s lumo / floor: %sx (target <= 1.25)   ffmpeg lut3d / lumo: %sx (target >= 1.8)\n' \
     "$set" "$(ratio "$lumo_t" "$floor_t")" "$(ratio "$lut_t" "$lumo_t")"
+  printf '%-8s lumo / tjbench in-process floor (%.2f s): %sx (target <= 1.3)\n' "$set" "$tj_t" \
+    "$(ratio "$lumo_t" "$tj_t")"
   printf '%-8s equal quality: lumo / djpeg | cjpeg -quality 92 (%.2f s): %sx;' "$set" "$turbo_t" \
     "$(ratio "$lumo_t" "$turbo_t")"
   printf ' MB a frame: lumo %s, cjpeg %s, ffmpeg -q:v 2 %s\n' \

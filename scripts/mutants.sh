@@ -41,7 +41,8 @@ tests_for() {
     lumo_filter|host) echo param_trigger_test param_store_test plugin_core_test plugin_library_test dump_faults_test ;;
     calib) echo calib_writer_test lumo_calib_tools_tests lumo_lut_source_tests param_store_test lumo_tool_unit_tests ;;
     render) echo render_core_tests render_pool_tests render_sdk_tests plugin_library_test ;;
-    hostsim) echo hostsim_tests hostsim_concurrency_tests render_sdk_tests plugin_library_test ;;
+    # imageio/geometry.h holds the simulator's buffer geometry.
+    hostsim|imageio) echo hostsim_tests hostsim_concurrency_tests render_sdk_tests plugin_library_test ;;
     *) echo "mutants: no tests known for folder $1" >&2; return 1 ;;
   esac
 }

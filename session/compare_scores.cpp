@@ -17,8 +17,8 @@ PictureScores scorePictures(const Image& a, const Image& b, double threshold) {
                 std::memcmp(a.bytes.data(), b.bytes.data(), a.bytes.size()) == 0;
   if (s.identical || g.width == 0 || g.height == 0) return s;
   // Both through the one YUV binding the tools use (full-range BT.601).
-  const Image ra = g.format == PixelFormat::Rgba ? a : convertImage(a, PixelFormat::Rgba);
-  const Image rb = g.format == PixelFormat::Rgba ? b : convertImage(b, PixelFormat::Rgba);
+  const Image ra = g.format == PixelFormat::RGBA ? a : convertImage(a, PixelFormat::RGBA);
+  const Image rb = g.format == PixelFormat::RGBA ? b : convertImage(b, PixelFormat::RGBA);
   uint32_t step = 1;
   while (uint64_t(g.width / step) * (g.height / step) > kScoredPixels) ++step;
   std::vector<double> distances;

@@ -51,9 +51,8 @@ void BackgroundWrites::drain() {
   }
 }
 
-std::unique_ptr<hostsim::ImageBuffer> BufferPool::take(const hostsim::ImageGeometry& g,
-                                                       std::string* error) {
-  auto& free = m_free[Key{int(g.layout), g.width, g.height, g.stride, g.scanline}];
+std::unique_ptr<hostsim::ImageBuffer> BufferPool::take(const Geometry& g, std::string* error) {
+  auto& free = m_free[Key{int(g.format), g.width, g.height, g.stride, g.scanline}];
   if (free.empty()) return hostsim::ImageBuffer::allocate(g, error);
   std::unique_ptr<hostsim::ImageBuffer> buffer = std::move(free.back());
   free.pop_back();
@@ -63,8 +62,8 @@ std::unique_ptr<hostsim::ImageBuffer> BufferPool::take(const hostsim::ImageGeome
 
 void BufferPool::give(std::unique_ptr<hostsim::ImageBuffer> buffer) {
   if (!buffer) return;
-  const hostsim::ImageGeometry& g = buffer->geometry();
-  auto& free = m_free[Key{int(g.layout), g.width, g.height, g.stride, g.scanline}];
+  const Geometry& g = buffer->geometry();
+  auto& free = m_free[Key{int(g.format), g.width, g.height, g.stride, g.scanline}];
   if (free.size() < kKeepPerGeometry) free.push_back(std::move(buffer));
 }
 

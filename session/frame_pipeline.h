@@ -51,14 +51,14 @@ private:
   std::deque<std::future<void>> m_pending;
 };
 
-// Host buffers kept for reuse across frames of the same geometry, so a long
-// session does not fault in fresh pages every frame. A reused buffer is
-// cleared, so the plugin meets exactly what a new one would hold.
+// Host buffers for frames too small to live in frame memory of their own
+// (those are lent to the host as they are), kept for reuse across frames of
+// the same geometry. A reused buffer is cleared, so the plugin meets exactly
+// what a new one would hold.
 class BufferPool {
 public:
   using Key = std::tuple<int, uint32_t, uint32_t, uint32_t, uint32_t>;
-  std::unique_ptr<hostsim::ImageBuffer> take(const hostsim::ImageGeometry& geometry,
-                                             std::string* error);
+  std::unique_ptr<hostsim::ImageBuffer> take(const Geometry& geometry, std::string* error);
   void give(std::unique_ptr<hostsim::ImageBuffer> buffer);
 
 private:

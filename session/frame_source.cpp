@@ -23,7 +23,8 @@ std::string resolve(const std::string& name, const std::string& baseDir) {
 uint32_t tightStride(PixelFormat f, uint32_t width) { return isYuv(f) ? (width + 1) & ~1u : width; }
 
 // A picture larger than the frame's width or height is cropped to its centre.
-Image cropToFrame(const Image& picture, const SessionFrame& frame, const std::string& path) {
+// The picture itself (moved, not copied) when it already has the frame's size.
+Image cropToFrame(Image picture, const SessionFrame& frame, const std::string& path) {
   const Geometry& g = picture.geometry;
   const uint32_t w = frame.width.value_or(g.width), h = frame.height.value_or(g.height);
   if (w > g.width || h > g.height) {
@@ -32,7 +33,8 @@ Image cropToFrame(const Image& picture, const SessionFrame& frame, const std::st
                   path + " (" + std::to_string(g.width) + "x" + std::to_string(g.height) +
                   "): a picture can only be cropped");
   }
-  return w == g.width && h == g.height ? picture : cropCentre(picture, w, h);
+  if (w == g.width && h == g.height) return picture;
+  return cropCentre(picture, w, h);
 }
 
 }  // namespace
@@ -62,19 +64,19 @@ FrameImage loadFrameImage(const SessionFrame& frame, const std::string& baseDir)
     hints.scanline = frame.scanline.value_or(0);
     // A picture that is not cropped may come straight in the buffer's layout.
     std::optional<PixelFormat> decodeAs;
-    if (!frame.width && !frame.height) decodeAs = frame.format.value_or(PixelFormat::Nv21);
+    if (!frame.width && !frame.height) decodeAs = frame.format.value_or(PixelFormat::NV21);
     try {
       source = readImage(path, hints, decodeAs);
     } catch (const Failure& e) {
       throw Failure(frame.where("input") + e.what());
     }
-    if (!raw) source = cropToFrame(source, frame, path);
+    if (!raw) source = cropToFrame(std::move(source), frame, path);
   }
   FrameImage out;
   out.width = source.geometry.width;
   out.height = source.geometry.height;
   const PixelFormat format =
-      frame.format.value_or(raw ? source.geometry.format : PixelFormat::Nv21);
+      frame.format.value_or(raw ? source.geometry.format : PixelFormat::NV21);
   const bool padded = isYuv(format) && (out.width % 2 != 0 || out.height % 2 != 0);
   if (padded) source = padToEven(source);
   Geometry target{format, source.geometry.width, source.geometry.height,

@@ -39,7 +39,7 @@ struct FrameReport {
   std::string before;        // path of the written input copy (keepInputs)
   std::string aiscene;       // scene the plugin logged for the frame, if it did
   uint32_t width = 0, height = 0;
-  PixelFormat format = PixelFormat::Nv21;
+  PixelFormat format = PixelFormat::NV21;
 };
 
 // Called after each frame (progress, per-frame output).

@@ -24,38 +24,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kHostTag = "LumoHost";
 
-hostsim::PixelLayout layoutOf(PixelFormat f) {
-  switch (f) {
-    case PixelFormat::Nv21:
-      return hostsim::PixelLayout::NV21;
-    case PixelFormat::Nv12:
-      return hostsim::PixelLayout::NV12;
-    case PixelFormat::Rgba:
-      return hostsim::PixelLayout::RGBA8888;
-  }
-  return hostsim::PixelLayout::NV21;
-}
-
-// Copies between the tool's image and a host buffer of the same geometry,
-// plane by plane (the host may place planes differently).
-void copyPlanes(const Image& image, const hostsim::ImageBuffer& buffer, bool toBuffer) {
-  const Geometry& g = image.geometry;
-  const uint32_t planes = isYuv(g.format) ? 2 : 1;
-  for (uint32_t p = 0; p < planes; ++p) {
-    uint8_t* dst = buffer.plane(p);
-    const size_t pitch = buffer.rowBytes(p);
-    const uint32_t rows = p == 0 ? g.scanline : (g.scanline + 1) / 2;
-    for (uint32_t r = 0; r < rows; ++r) {
-      uint8_t* hostRow = dst + r * pitch;
-      uint8_t* imageRow = const_cast<uint8_t*>(p == 0 ? image.row(r) : image.chromaRow(r));
-      if (toBuffer)
-        std::memcpy(hostRow, imageRow, rowBytes(g));
-      else
-        std::memcpy(imageRow, hostRow, rowBytes(g));
-    }
-  }
-}
-
 std::shared_ptr<VyMetadata> frameMetadata(const SessionFrame& frame, VyMetadata& session,
                                           std::optional<uint8_t> defaultStylization) {
   const FrameMeta& m = frame.meta;
@@ -87,10 +55,19 @@ std::shared_ptr<VyMetadata> frameMetadata(const SessionFrame& frame, VyMetadata&
   return metadata;
 }
 
-std::unique_ptr<hostsim::ImageBuffer> allocate(BufferPool& pool, const Geometry& g,
-                                               const SessionFrame& frame) {
+// The host buffer over `image`'s own memory when that is a shared memory
+// file, as every frame-sized image's is: the plugin reads and writes the
+// image itself, nothing is copied. A small image lives on the heap and gets
+// a pooled buffer with its bytes copied in (`copyIn`) and back by the caller.
+std::unique_ptr<hostsim::ImageBuffer> hostBuffer(BufferPool& pool, Image& image, bool copyIn,
+                                                 const SessionFrame& frame) {
   std::string error;
-  auto buffer = pool.take({layoutOf(g.format), g.width, g.height, g.stride, g.scanline}, &error);
+  std::unique_ptr<hostsim::ImageBuffer> buffer;
+  if (const int fd = frameMemoryFd(image.bytes.data()); fd >= 0)
+    buffer = hostsim::ImageBuffer::borrow(image.geometry, image.bytes.data(), image.bytes.size(),
+                                          fd, &error);
+  else if ((buffer = pool.take(image.geometry, &error)) && copyIn)
+    std::memcpy(buffer->data(), image.bytes.data(), buffer->size());
   if (!buffer) throw Failure(frame.where("width") + "the host cannot allocate the frame: " + error);
   return buffer;
 }
@@ -160,8 +137,8 @@ ReplayHost::~ReplayHost() {
   m_instances.clear();
 }
 
-FrameReport ReplayHost::process(const SessionFrame& frame, const FrameImage& source,
-                                const Image& input, Image& output) {
+FrameReport ReplayHost::process(const SessionFrame& frame, const FrameImage& source, Image& input,
+                                Image& output) {
   DeviceRootScope root(m_deviceRoot);
   // The capture and the tap may have seen another host's frame since.
   m_capture.clear();
@@ -187,9 +164,14 @@ FrameReport ReplayHost::process(const SessionFrame& frame, const FrameImage& sou
                                                      g.format, availableMemoryBytes());
       !problem.empty())
     throw Failure(frame.where("input") + problem);
-  auto in = allocate(m_pool, g, frame);
-  auto out = allocate(m_pool, g, frame);
-  copyPlanes(input, *in, true);
+  if (input.bytes.size() < bufferBytes(g))
+    throw Failure(frame.where("input") + "the frame holds fewer bytes than its geometry needs");
+  // A fresh output, cleared as a new host buffer is.
+  output = Image{};
+  output.geometry = g;
+  output.bytes.resize(bufferBytes(g));
+  auto in = hostBuffer(m_pool, input, true, frame);
+  auto out = hostBuffer(m_pool, output, false, frame);
   auto metadata = frameMetadata(frame, m_session, m_stylization);
   // The store is loaded when the first instance initialises.
   if (auto problem = rejectedStoreMessage(m_capture.androidMessages())) {
@@ -234,12 +216,11 @@ FrameReport ReplayHost::process(const SessionFrame& frame, const FrameImage& sou
   m_evidence.scene = report.aiscene;
   report.outcome = readFrameOutcome(m_evidence, m_traces[mode]);
 
-  // Every byte of the output is copied, so reused bytes need no clearing.
-  output.geometry = g;
-  output.bytes.resize(bufferBytes(g));
-  copyPlanes(output, *out, false);
-  m_pool.give(std::move(in));
-  m_pool.give(std::move(out));
+  if (out->data() != output.bytes.data()) {
+    std::memcpy(output.bytes.data(), out->data(), out->size());
+    m_pool.give(std::move(out));
+  }
+  if (in->data() != input.bytes.data()) m_pool.give(std::move(in));
   return report;
 }
 

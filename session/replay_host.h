@@ -35,9 +35,11 @@ public:
   ReplayHost& operator=(const ReplayHost&) = delete;
 
   // Runs one frame from `input` and leaves the plugin's output, in the input's
-  // geometry, in `output` (which may be `input` itself: it is read first).
-  // Throws Failure naming the frame's line and field.
-  FrameReport process(const SessionFrame& frame, const FrameImage& source, const Image& input,
+  // geometry, in `output` (a fresh image). The plugin is handed the images'
+  // own memory as its buffers, so it reads `input` in place (the plugin
+  // only reads its input buffer). Throws Failure naming the frame's line and
+  // field.
+  FrameReport process(const SessionFrame& frame, const FrameImage& source, Image& input,
                       Image& output);
 
 private:

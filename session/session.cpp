@@ -322,7 +322,7 @@ uint64_t framePeakBytes(uint32_t width, uint32_t height, uint32_t stride, uint32
                         PixelFormat format) {
   const uint64_t picture = uint64_t(width) * height * 4;
   const uint64_t plane = uint64_t(std::max(stride, width)) * std::max(scanline, height);
-  const uint64_t buffer = format == PixelFormat::Rgba ? plane * 4 : plane * 3 / 2;
+  const uint64_t buffer = format == PixelFormat::RGBA ? plane * 4 : plane * 3 / 2;
   return 2 * picture + 2 * buffer;
 }
 
@@ -352,7 +352,7 @@ void checkFrameMemory(const SessionFrame& frame) {
   const std::string problem =
       frameMemoryProblem(*frame.width, *frame.height, frame.stride.value_or(*frame.width),
                          frame.scanline.value_or(*frame.height),
-                         frame.format.value_or(PixelFormat::Nv21), availableMemoryBytes());
+                         frame.format.value_or(PixelFormat::NV21), availableMemoryBytes());
   if (!problem.empty()) fail(frame.where("width"), problem);
 }
 

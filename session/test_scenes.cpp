@@ -189,7 +189,7 @@ Image generateScene(const std::string& name, uint32_t width, uint32_t height) {
   const auto it =
       std::find_if(all.begin(), all.end(), [&](const auto& s) { return s.first == name; });
   if (it == all.end()) throw Failure("no generated scene named \"" + name + "\"");
-  Image image = makeImage({PixelFormat::Rgba, width, height, 0, 0});
+  Image image = makeImage({PixelFormat::RGBA, width, height, 0, 0});
   const double widthOverHeight = double(width) / double(height);
   for (uint32_t y = 0; y < height; ++y) {
     uint8_t* row = image.row(y);

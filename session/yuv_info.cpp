@@ -36,7 +36,7 @@ std::string sizeText(const Geometry& g, bool tight) {
   return s;
 }
 
-const char* chromaName(PixelFormat f) { return f == PixelFormat::Nv12 ? "UV" : "VU"; }
+const char* chromaName(PixelFormat f) { return f == PixelFormat::NV12 ? "UV" : "VU"; }
 
 std::string sourceText(const std::string& from) {
   if (from == "option") return "the options";
@@ -87,7 +87,7 @@ YuvInfo inspectRaw(const std::string& path, const RawHints& hints) {
     }
     info.layouts = layoutsForSizeAnyPicture(info.bytes, info.format);
     if (info.formatFrom == "assumed") {
-      const auto rgba = layoutsForSizeAnyPicture(info.bytes, PixelFormat::Rgba);
+      const auto rgba = layoutsForSizeAnyPicture(info.bytes, PixelFormat::RGBA);
       info.layouts.insert(info.layouts.end(), rgba.begin(), rgba.end());
     }
     if (!info.layouts.empty()) info.format = info.layouts.front().geometry.format;

@@ -21,7 +21,7 @@ namespace lumo {
 struct YuvInfo {
   std::string path;
   uint64_t bytes = 0;
-  PixelFormat format = PixelFormat::Nv21;
+  PixelFormat format = PixelFormat::NV21;
   std::string formatFrom;  // "option", "name", "assumed"
   std::optional<PluginDumpName> dump;
   Geometry stated;                                  // what options and name say (zero: not said)

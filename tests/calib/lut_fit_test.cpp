@@ -69,7 +69,7 @@ RgbImage readRgb(const std::string& path) { return loadFitPair(path, path).befor
 
 void writeRgb(const std::string& path, const RgbImage& in) {
   lumo::Image rgba =
-      lumo::makeImage({lumo::PixelFormat::Rgba, uint32_t(in.width), uint32_t(in.height),
+      lumo::makeImage({lumo::PixelFormat::RGBA, uint32_t(in.width), uint32_t(in.height),
                        uint32_t(in.width), uint32_t(in.height)});
   for (int y = 0; y < in.height; ++y)
     for (int x = 0; x < in.width; ++x)

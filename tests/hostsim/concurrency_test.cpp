@@ -51,7 +51,7 @@ TEST(Concurrency, PropertiesLogsTagNumbersBuffersAndFilters) {
         ids[t].push_back(
             VyMetadata::vendorTagId(("org.example.race." + std::to_string(i)).c_str()));
       if (i % 4) continue;
-      auto b = hostsim::ImageBuffer::allocate({hostsim::PixelLayout::NV12, 16, 8, 0, 0});
+      auto b = hostsim::ImageBuffer::allocate({lumo::PixelFormat::NV12, 16, 8, 0, 0});
       ASSERT_NE(b, nullptr);
       const auto p = b->imageParams();
       android::sp<android::GraphicBuffer> gb =

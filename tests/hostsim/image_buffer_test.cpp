@@ -5,7 +5,10 @@
 #include <hostsim/image_buffer.h>
 #include <hostsim/log_sink.h>
 #include <platform/client_buffer.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <ui/GraphicBuffer.h>
+#include <unistd.h>
 #include <vyalgo2/PluginUtils.h>
 #include <vyalgo2/PluginWraper.h>
 
@@ -18,8 +21,8 @@
 namespace {
 
 using hostsim::ImageBuffer;
-using hostsim::ImageGeometry;
-using hostsim::PixelLayout;
+using lumo::Geometry;
+using lumo::PixelFormat;
 using vyalgo2::PluginUtils;
 
 android::sp<android::GraphicBuffer> wrap(const native_handle_t* handle, uint32_t width,
@@ -30,23 +33,23 @@ android::sp<android::GraphicBuffer> wrap(const native_handle_t* handle, uint32_t
 
 TEST(ImageBuffer, AllocatesEachFormatAndLeadsBackToTheSamePixels) {
   struct Case {
-    ImageGeometry g;
+    Geometry g;
     uint32_t format, planes;
     size_t size, chromaOffset, rowBytes;
     uint32_t chromaRows;
   } cases[] = {// Y 64x16 bytes, then 8 rows of interleaved chroma.
-               {{PixelLayout::NV21, 6, 4, 64, 16}, 0x11, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
-               {{PixelLayout::NV12, 6, 4, 64, 16}, 0x109, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
+               {{PixelFormat::NV21, 6, 4, 64, 16}, 0x11, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
+               {{PixelFormat::NV12, 6, 4, 64, 16}, 0x109, 2, 64 * 16 + 64 * 8, 64 * 16, 64, 2},
                // Unpadded, odd height: the last chroma row covers one luma row.
-               {{PixelLayout::NV21, 4, 3, 0, 0}, 0x11, 2, 4 * 3 + 4 * 2, 12, 4, 2},
+               {{PixelFormat::NV21, 4, 3, 0, 0}, 0x11, 2, 4 * 3 + 4 * 2, 12, 4, 2},
                // Odd width: the stride grows to hold the last chroma pair.
-               {{PixelLayout::NV12, 5, 2, 0, 0}, 0x109, 2, 6 * 2 + 6 * 1, 12, 6, 1},
-               {{PixelLayout::RGBA8888, 3, 2, 16, 4}, 0x1, 1, 16 * 4 * 4, 0, 64, 0}};
+               {{PixelFormat::NV12, 5, 2, 0, 0}, 0x109, 2, 6 * 2 + 6 * 1, 12, 6, 1},
+               {{PixelFormat::RGBA, 3, 2, 16, 4}, 0x1, 1, 16 * 4 * 4, 0, 64, 0}};
   for (const Case& c : cases) {
     std::string error;
     auto b = ImageBuffer::allocate(c.g, &error);
     ASSERT_NE(b, nullptr) << error;
-    EXPECT_EQ(std::make_tuple(hostsim::halFormatOf(c.g.layout), b->planeCount(), b->size(),
+    EXPECT_EQ(std::make_tuple(hostsim::halFormatOf(c.g.format), b->planeCount(), b->size(),
                               b->rowBytes(0), b->planeRows(0), b->planeRows(1), b->plane(2),
                               c.planes == 2 ? b->plane(1) - b->plane(0) : 0),
               std::make_tuple(c.format, c.planes, c.size, c.rowBytes, c.g.height, c.chromaRows,
@@ -75,7 +78,7 @@ TEST(ImageBuffer, AllocatesEachFormatAndLeadsBackToTheSamePixels) {
     ASSERT_EQ(AHardwareBuffer_lockPlanes(hw, 3, -1, nullptr, &planes), 0);
     ASSERT_EQ(planes.planeCount, c.planes == 1 ? 1u : 3u);
     // Y, Cb, Cr: NV21 stores V first.
-    const bool vu = c.g.layout == PixelLayout::NV21;
+    const bool vu = c.g.format == PixelFormat::NV21;
     const size_t offset[] = {0, c.chromaOffset + vu, c.chromaOffset + !vu};
     const uint32_t pixelStride[] = {c.planes == 1 ? 4u : 1u, 2, 2};
     for (uint32_t i = 0; i < planes.planeCount; ++i)
@@ -98,23 +101,22 @@ TEST(ImageBuffer, AllocatesEachFormatAndLeadsBackToTheSamePixels) {
 }
 
 TEST(ImageBuffer, ImpossibleGeometryIsRejectedWithTheReason) {
-  const std::pair<ImageGeometry, const char*> cases[] = {
-      {{PixelLayout::NV21, 0, 4, 0, 0}, "non-zero"},
-      {{PixelLayout::RGBA8888, 4, 0, 0, 0}, "non-zero"},
-      {{PixelLayout::NV12, 64, 4, 32, 0}, "stride is below the width"},
-      {{PixelLayout::NV21, 5, 4, 5, 0}, "last chroma pair"},
-      {{PixelLayout::RGBA8888, 8, 8, 8, 7}, "scanline is below the height"},
-      {{PixelLayout::RGBA8888, 0x40000000, 0x40000000, 0, 0}, "too large"}};
+  const std::pair<Geometry, const char*> cases[] = {
+      {{PixelFormat::NV21, 0, 4, 0, 0}, "must be positive"},
+      {{PixelFormat::RGBA, 4, 0, 0, 0}, "must be positive"},
+      {{PixelFormat::NV12, 64, 4, 32, 0}, "stride 32 is below the width"},
+      {{PixelFormat::NV21, 5, 4, 5, 0}, "stride must be even"},
+      {{PixelFormat::RGBA, 8, 8, 8, 7}, "scanline 7 is below the height"},
+      {{PixelFormat::RGBA, 0x40000000, 0x40000000, 0, 0}, "too large"}};
   for (const auto& [g, reason] : cases) {
     std::string error;
     EXPECT_EQ(ImageBuffer::allocate(g, &error), nullptr) << reason;
     EXPECT_NE(error.find(reason), std::string::npos) << error;
-    EXPECT_EQ(hostsim::validateGeometry(g), error);
   }
 }
 
 TEST(GraphicBuffer, OnlyOurHandlesWithTheirGeometryAreTrustedClonesIncluded) {
-  auto b = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 16, 8});
+  auto b = ImageBuffer::allocate({PixelFormat::NV21, 8, 4, 16, 8});
   ASSERT_NE(b, nullptr);
   native_handle_t* stranger = native_handle_create(0, 2);
   android::sp<android::GraphicBuffer> unknown = wrap(stranger, 8, 4, 16);
@@ -143,6 +145,34 @@ TEST(GraphicBuffer, OnlyOurHandlesWithTheirGeometryAreTrustedClonesIncluded) {
   EXPECT_EQ(native_handle_close(clone) + native_handle_delete(clone), 0);
 }
 
+TEST(ImageBuffer, BorrowedMemoryIsUsedInPlaceAndOutlivesTheBuffer) {
+  const Geometry g{PixelFormat::NV12, 6, 4, 8, 4};
+  const size_t bytes = lumo::bufferBytes(g);
+  const int fd = memfd_create("lent", MFD_CLOEXEC);
+  ASSERT_EQ(ftruncate(fd, 4096), 0);
+  auto* lent =
+      static_cast<uint8_t*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+  ASSERT_NE(lent, MAP_FAILED);
+  lent[bytes - 1] = 7;
+  std::string error;
+  EXPECT_EQ(ImageBuffer::borrow(g, lent, bytes - 1, fd, &error), nullptr);
+  EXPECT_NE(error.find("smaller"), std::string::npos) << error;
+  {
+    auto b = ImageBuffer::borrow(g, lent, bytes, fd, &error);
+    ASSERT_NE(b, nullptr) << error;
+    EXPECT_EQ(std::make_tuple(b->data(), b->plane(1), b->size(), b->data()[bytes - 1],
+                              hostsim::findImageBuffer(b->handle())),
+              std::make_tuple(lent, lent + 32, bytes, uint8_t{7}, b.get()));
+    struct stat mine {
+    }, handed{};
+    ASSERT_EQ(fstat(fd, &mine) + fstat(b->handle()->data[0], &handed), 0);
+    EXPECT_EQ(std::make_pair(handed.st_ino, b->handle()->data[0] != fd),
+              std::make_pair(mine.st_ino, true));
+  }
+  lent[0] = 1;  // still mapped: the buffer did not unmap what it borrowed
+  EXPECT_EQ(munmap(lent, 4096) + close(fd), 0);
+}
+
 // Every byte gets a value that depends on where it is, so a misplaced sample shows.
 void fillPattern(const ImageBuffer& b, uint8_t seed) {
   for (size_t i = 0; i < b.size(); ++i) b.data()[i] = static_cast<uint8_t>(i * 7 + seed);
@@ -152,21 +182,21 @@ void fillPattern(const ImageBuffer& b, uint8_t seed) {
 struct PlaneSpan {
   size_t offset, pitch, rows, pictureBytes;
 };
-std::vector<PlaneSpan> planeSpans(const ImageGeometry& g) {
-  if (g.layout == PixelLayout::RGBA8888) return {{0, size_t{g.stride} * 4, g.height, g.width * 4u}};
+std::vector<PlaneSpan> planeSpans(const Geometry& g) {
+  if (g.format == PixelFormat::RGBA) return {{0, size_t{g.stride} * 4, g.height, g.width * 4u}};
   // Interleaved chroma: half the rows, and whole pairs of samples.
   return {{0, g.stride, g.height, g.width},
           {size_t{g.stride} * g.scanline, g.stride, (g.height + 1) / 2u, (g.width + 1) / 2 * 2u}};
 }
 
 TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddingsAndRefusesMismatches) {
-  const std::pair<ImageGeometry, ImageGeometry> cases[] = {
-      {{PixelLayout::NV21, 10, 6, 16, 8}, {PixelLayout::NV21, 10, 6, 64, 12}},
-      {{PixelLayout::NV12, 10, 6, 64, 12}, {PixelLayout::NV12, 10, 6, 0, 0}},
-      {{PixelLayout::NV12, 7, 5, 8, 6}, {PixelLayout::NV12, 7, 5, 32, 10}},
-      {{PixelLayout::RGBA8888, 5, 3, 8, 4}, {PixelLayout::RGBA8888, 5, 3, 5, 3}},
+  const std::pair<Geometry, Geometry> cases[] = {
+      {{PixelFormat::NV21, 10, 6, 16, 8}, {PixelFormat::NV21, 10, 6, 64, 12}},
+      {{PixelFormat::NV12, 10, 6, 64, 12}, {PixelFormat::NV12, 10, 6, 0, 0}},
+      {{PixelFormat::NV12, 7, 5, 8, 6}, {PixelFormat::NV12, 7, 5, 32, 10}},
+      {{PixelFormat::RGBA, 5, 3, 8, 4}, {PixelFormat::RGBA, 5, 3, 5, 3}},
       // Without a second address the chroma is found behind the scanline.
-      {{PixelLayout::NV21, 4, 4, 8, 8}, {PixelLayout::NV21, 4, 4, 4, 4}}};
+      {{PixelFormat::NV21, 4, 4, 8, 8}, {PixelFormat::NV21, 4, 4, 4, 4}}};
   for (const auto& [srcGeometry, dstGeometry] : cases) {
     auto src = ImageBuffer::allocate(srcGeometry), dst = ImageBuffer::allocate(dstGeometry);
     ASSERT_TRUE(src && dst);
@@ -186,7 +216,7 @@ TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddingsAndRefusesMismatches) {
     EXPECT_TRUE(std::equal(want.begin(), want.end(), dst->data())) << srcGeometry.width;
   }
   // Refused: another format, another size, no source, no first plane, an unknown format.
-  auto a = ImageBuffer::allocate({PixelLayout::NV21, 8, 4, 0, 0});
+  auto a = ImageBuffer::allocate({PixelFormat::NV21, 8, 4, 0, 0});
   vyalgo2::VyImageBuffer ra = a->imageBuffer(), nv12 = ra, taller = ra, empty = ra, odd = ra;
   nv12.format = 0x109, taller.height = 6, empty.planeAddress[0] = 0, odd.format = 0x23;
   vyalgo2::VyImageBuffer odd2 = odd;
@@ -201,7 +231,7 @@ class DumpToFile : public hostsim_test::DeviceRootTest {};
 
 TEST_F(DumpToFile, WritesEachPlaneAtItsStrideWithoutRowPaddingBelowIntoAnExistingFolder) {
   hostsim::LogCapture capture;
-  auto first = ImageBuffer::allocate({PixelLayout::NV21, 4, 4, 0, 0});
+  auto first = ImageBuffer::allocate({PixelFormat::NV21, 4, 4, 0, 0});
   vyalgo2::VyImageBuffer r = first->imageBuffer();
   EXPECT_EQ(PluginUtils::dumpToFile(&r, "frame"), -1);
   EXPECT_EQ(PluginUtils::dumpToFile(nullptr, "frame"), -1);
@@ -211,10 +241,9 @@ TEST_F(DumpToFile, WritesEachPlaneAtItsStrideWithoutRowPaddingBelowIntoAnExistin
             std::make_tuple(6, "dumpToFile frame: dump folder " + dir.string() +
                                    "/data/vendor/camera/ does not exist"));
   std::filesystem::create_directories(dir / "data/vendor/camera");
-  const std::pair<ImageGeometry, const char*> cases[] = {
-      {{PixelLayout::NV21, 6, 3, 8, 6}, ".nv21"},
-      {{PixelLayout::NV12, 6, 4, 8, 4}, ".nv12"},
-      {{PixelLayout::RGBA8888, 2, 3, 3, 5}, ".rgba"}};
+  const std::pair<Geometry, const char*> cases[] = {{{PixelFormat::NV21, 6, 3, 8, 6}, ".nv21"},
+                                                    {{PixelFormat::NV12, 6, 4, 8, 4}, ".nv12"},
+                                                    {{PixelFormat::RGBA, 2, 3, 3, 5}, ".rgba"}};
   for (const auto& [g, extension] : cases) {
     auto b = ImageBuffer::allocate(g);
     fillPattern(*b, 5);

@@ -122,7 +122,7 @@ inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 50
 inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
                        uint32_t stride = 0) {
   Frame f;
-  const hostsim::ImageGeometry g{hostsim::PixelLayout::NV21, width, height, stride, 0};
+  const lumo::Geometry g{lumo::PixelFormat::NV21, width, height, stride, 0};
   std::string error;
   f.input = hostsim::ImageBuffer::allocate(g, &error);
   f.output = hostsim::ImageBuffer::allocate(g, &error);

@@ -30,7 +30,7 @@ struct WrappedImage {
   android::sp<android::GraphicBuffer> graphic;
   FilterFrameParam param{};
 
-  WrappedImage(hostsim::PixelLayout layout, uint32_t width, uint32_t height, uint32_t stride,
+  WrappedImage(lumo::PixelFormat layout, uint32_t width, uint32_t height, uint32_t stride,
                uint32_t scanline) {
     std::string error;
     image = hostsim::ImageBuffer::allocate({layout, width, height, stride, scanline}, &error);
@@ -45,7 +45,7 @@ struct WrappedImage {
   }
   // The luma sample or RGBA pixel at (x, y), and the chroma pair of block (bx, by).
   uint8_t* at(uint32_t x, uint32_t y, int plane = 0) const {
-    const size_t bytes = image->geometry().layout == hostsim::PixelLayout::RGBA8888 ? 4 : 1;
+    const size_t bytes = image->geometry().format == lumo::PixelFormat::RGBA ? 4 : 1;
     return image->plane(plane) + y * image->rowBytes(plane) + (plane ? 2 : bytes) * x;
   }
 };
@@ -79,10 +79,10 @@ TEST(SdkFilter, RegisteredWithTheHostAndRendersPaddedFrames) {
   });
   std::mt19937 rng(1);
   for (const auto layout :
-       {hostsim::PixelLayout::RGBA8888, hostsim::PixelLayout::NV21, hostsim::PixelLayout::NV12}) {
+       {lumo::PixelFormat::RGBA, lumo::PixelFormat::NV21, lumo::PixelFormat::NV12}) {
     SCOPED_TRACE(int(layout));
-    const bool rgba = layout == hostsim::PixelLayout::RGBA8888,
-               crFirst = layout == hostsim::PixelLayout::NV21;
+    const bool rgba = layout == lumo::PixelFormat::RGBA,
+               crFirst = layout == lumo::PixelFormat::NV21;
     auto filter = makeFilter(rgba ? 9 : 10);
     ASSERT_TRUE(filter);
     filter->clearEffects();
@@ -146,8 +146,8 @@ TEST(SdkFilter, RefusesWhatItCannotUseWithALogLine) {
     EXPECT_EQ(filter->getEffectCount(), c.effects);
     EXPECT_TRUE(c.size == 0 || !filter->addLutEffectData(c.lut, c.size, c.index, c.channels, 512));
     EXPECT_TRUE(logged(capture, c.log));
-    WrappedImage in(hostsim::PixelLayout::NV21, 8, 4, 0, 0),
-        out(hostsim::PixelLayout::NV21, 8, 4, 0, 0);
+    WrappedImage in(lumo::PixelFormat::NV21, 8, 4, 0, 0),
+        out(lumo::PixelFormat::NV21, 8, 4, 0, 0);
     *in.at(5, 3) = 77;
     EXPECT_EQ(filter->processFrame(&in.param, &out.param), 0);
     EXPECT_TRUE(c.effects != 0 || *out.at(5, 3) == 77);  // copied
@@ -162,9 +162,8 @@ TEST(SdkFilter, ClearEffectsDropsTheChainAndBadFramesAreRefused) {
   const LutLattice bytes = testing::identityLattice();
   EXPECT_FALSE(filter->addLutEffectData(bytes.data(), 17, -1, 3, 512));
 
-  WrappedImage nv21(hostsim::PixelLayout::NV21, 16, 8, 0, 0),
-      small(hostsim::PixelLayout::NV21, 8, 8, 0, 0),
-      rgba(hostsim::PixelLayout::RGBA8888, 16, 8, 0, 0);
+  WrappedImage nv21(lumo::PixelFormat::NV21, 16, 8, 0, 0),
+      small(lumo::PixelFormat::NV21, 8, 8, 0, 0), rgba(lumo::PixelFormat::RGBA, 16, 8, 0, 0);
   FilterFrameParam empty{}, tooBig = nv21.param;
   tooBig.width = 32;
   const std::tuple<FilterFrameParam*, FilterFrameParam*, const char*> cases[] = {

@@ -100,7 +100,7 @@ TEST(CompareShards, EveryFrameFallsIntoExactlyOneShard) {
 }
 
 TEST(CompareScores, ShareAndPercentilesOfAHalfChangedPicture) {
-  Image a = makeImage(completeGeometry({PixelFormat::Rgba, 8, 4, 0, 0}));
+  Image a = makeImage(completeGeometry({PixelFormat::RGBA, 8, 4, 0, 0}));
   for (size_t i = 0; i < a.bytes.size(); ++i) a.bytes[i] = i % 4 == 3 ? 255 : 128;
   EXPECT_TRUE(scorePictures(a, a, 2.0).identical);
   Image b = a;

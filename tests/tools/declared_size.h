@@ -25,7 +25,7 @@ inline void putBigEndian(std::string& bytes, size_t at, uint32_t value, int size
 // A 16x16 picture written as `path` (.png or .jpg), its header then patched
 // to say width x height; the data stays that of 16x16 pixels.
 inline std::string declaringSize(const std::string& path, uint32_t width, uint32_t height) {
-  lumo::writeImage(path, lumo::makeImage({lumo::PixelFormat::Rgba, 16, 16, 0, 0}));
+  lumo::writeImage(path, lumo::makeImage({lumo::PixelFormat::RGBA, 16, 16, 0, 0}));
   std::string bytes;
   {
     std::FILE* f = std::fopen(path.c_str(), "rb");

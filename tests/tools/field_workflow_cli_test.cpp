@@ -25,7 +25,7 @@ namespace {
 
 // A 40x30 NV21 picture in a buffer of stride 64 and scanline 32, bytes varied.
 lumo::Image paddedPicture() {
-  lumo::Image img = lumo::makeImage({lumo::PixelFormat::Nv21, 40, 30, 64, 32});
+  lumo::Image img = lumo::makeImage({lumo::PixelFormat::NV21, 40, 30, 64, 32});
   for (size_t i = 0; i < img.bytes.size(); ++i) img.bytes[i] = uint8_t(i * 7 + i / 64);
   return img;
 }
@@ -69,7 +69,7 @@ TEST_F(YuvInfoCli, ReportsGeometryAndFfplayAndWritesAPreview) {
   EXPECT_EQ(layout["scanline"], 32);
   // The preview is the picture itself, converted with full-range BT.601.
   const lumo::Image png = lumo::readImage(path("p.png"));
-  const lumo::Image expected = lumo::convertImage(picture, lumo::PixelFormat::Rgba);
+  const lumo::Image expected = lumo::convertImage(picture, lumo::PixelFormat::RGBA);
   ASSERT_EQ(png.geometry.width, 40u);
   ASSERT_EQ(png.geometry.height, 30u);
   EXPECT_EQ(png.bytes, expected.bytes);
@@ -78,7 +78,7 @@ TEST_F(YuvInfoCli, ReportsGeometryAndFfplayAndWritesAPreview) {
 
 // Frames from video tools are limited range: black at 16, white at 235.
 TEST_F(YuvInfoCli, LimitedRangePreviewsStretchToFullRange) {
-  lumo::Image grey = lumo::makeImage({lumo::PixelFormat::Nv12, 6, 2, 0, 0});
+  lumo::Image grey = lumo::makeImage({lumo::PixelFormat::NV12, 6, 2, 0, 0});
   const uint8_t luma[] = {16, 126, 235, 16, 126, 235};
   for (uint32_t y = 0; y < 2; ++y) std::memcpy(grey.row(y), luma, 6);
   write("v_6x2_6.nv12", std::string(grey.bytes.begin(), grey.bytes.end()));

@@ -96,7 +96,7 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
 // Each bad line, image or plugin gives one error line naming file, line and field.
 TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
   writeRawInput(dir);
-  lumo::writeImage(path("wide.png"), lumo::makeImage({lumo::PixelFormat::Rgba, 16386, 2, 0, 0}));
+  lumo::writeImage(path("wide.png"), lumo::makeImage({lumo::PixelFormat::RGBA, 16386, 2, 0, 0}));
   const std::string first = "{\"instance\": \"preview\"}\n", p = "{\"instance\": \"preview\", ";
   const std::pair<std::string, std::string> cases[] = {
       // second line, error after "s.jsonl:"

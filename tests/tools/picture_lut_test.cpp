@@ -25,7 +25,7 @@ const calib::LookParams kWarm{.temperature = 0.5, .contrast = 0.3, .saturation =
 
 // The look written as a picture in `layout`.
 Image pictureOf(const calib::ImageLayout& layout, int width, int height) {
-  Image image = makeImage({PixelFormat::Rgba, uint32_t(width), uint32_t(height), 0, 0});
+  Image image = makeImage({PixelFormat::RGBA, uint32_t(width), uint32_t(height), 0, 0});
   const int n = layout.edge;
   for (int b = 0; b < n; ++b)
     for (int g = 0; g < n; ++g)
@@ -139,7 +139,7 @@ TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
       lumo_test::declaringSize(q.string(), uint32_t(r.width), uint32_t(r.height));
     else
       writeImage(q.string(),
-                 makeImage({PixelFormat::Rgba, uint32_t(r.width), uint32_t(r.height), 0, 0}));
+                 makeImage({PixelFormat::RGBA, uint32_t(r.width), uint32_t(r.height), 0, 0}));
     try {
       calib::importLut(q.string(), r.layout);
       ADD_FAILURE() << "accepted";
@@ -225,7 +225,7 @@ TEST(PictureLut, CandidateLayoutsFollowThePictureSize) {
 
 TEST(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
   // A flat grey picture reads the same in every layout its size allows.
-  Image grey = makeImage({PixelFormat::Rgba, 64, 64, 0, 0});
+  Image grey = makeImage({PixelFormat::RGBA, 64, 64, 0, 0});
   for (size_t i = 0; i < grey.bytes.size(); ++i) grey.bytes[i] = (i % 4 == 3) ? 255 : 120;
   const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_grey.png";
   writeImage(p.string(), grey);

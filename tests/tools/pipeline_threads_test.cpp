@@ -108,6 +108,40 @@ TEST_F(PipelineThreads, PipelinedReplayWritesWhatATurnByTurnReplayWrites) {
   }
 }
 
+// Frame-sized images are lent to the host as its buffers, not copied: a
+// frame the host copies comes back byte for byte, padding included, and a
+// filtered one is rendered into the output, its input left as it was.
+TEST_F(PipelineThreads, LargeFramesAreLentToTheHostInPlace) {
+  const uint32_t width = 1040, height = 780, stride = 1088;  // 1.3 MB
+  std::string bytes(size_t(stride) * height * 3 / 2, '\0');
+  for (size_t i = 0; i < bytes.size(); ++i)
+    if (i % stride < width) bytes[i] = char((i * 13) & 0xFF);
+  std::ofstream(root + "/big_1040x780_1088.nv21", std::ios::binary) << bytes;
+  const auto frames = sessionOf(
+      {R"({"instance": "snapshot", "input": "big_1040x780_1088.nv21", "output": "copy.nv21", )"
+       R"("meta": {"stylization": 0}})",
+       R"({"instance": "snapshot", "input": "big_1040x780_1088.nv21", "output": "look.nv21", )"
+       R"("meta": {"stylization": 1, "lux": 300, "cct": 4000}})"});
+  std::vector<lumo::FrameReport> reports;
+  ASSERT_EQ(replay(frames, 2, root + "/out", &reports), "");
+  const auto out = lumotest::filesUnder(root + "/out");
+  EXPECT_TRUE(out.at("copy.nv21") == bytes);
+  ASSERT_EQ(reports.size(), 2u);
+  EXPECT_EQ(std::make_tuple(reports[1].enabled, reports[1].outcome.reason),
+            std::make_tuple(true, lumo::PassReason::None));
+  const std::string& look = out.at("look.nv21");
+  ASSERT_EQ(look.size(), bytes.size());
+  size_t changed = 0, padding = 0;
+  for (size_t i = 0; i < look.size(); ++i) {
+    if (i % stride < width)
+      changed += look[i] != bytes[i];
+    else
+      padding += look[i] != 0;
+  }
+  EXPECT_GT(changed, look.size() / 4);
+  EXPECT_EQ(padding, 0u);
+}
+
 TEST_F(PipelineThreads, AFailureOnAHelperThreadStopsTheSessionAtItsFrame) {
   rawInput("a_64x48_64.nv21", 1);
   const std::string ok = R"({"instance": "preview", "input": "a_64x48_64.nv21", "output": ")";
@@ -209,8 +243,8 @@ TEST_F(PipelineThreads, PrefetchHandsOutFramesInOrderAndErrorsAtTheirFrame) {
 }
 
 TEST(PipelineThreadsUnit, BufferPoolReusesBuffersOfOneGeometryCleared) {
-  const hostsim::ImageGeometry small{hostsim::PixelLayout::NV21, 64, 48, 64, 48};
-  const hostsim::ImageGeometry padded{hostsim::PixelLayout::NV21, 64, 48, 128, 48};
+  const lumo::Geometry small{lumo::PixelFormat::NV21, 64, 48, 64, 48};
+  const lumo::Geometry padded{lumo::PixelFormat::NV21, 64, 48, 128, 48};
   lumo::BufferPool pool;
   std::string error;
   auto first = pool.take(small, &error);

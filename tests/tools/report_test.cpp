@@ -356,7 +356,7 @@ TEST(ReportPictures, ChartStrengthAndThumbnails) {
     uint32_t w, h, side, tw, th;
   } sizes[] = {{640, 480, 320, 320, 240}, {100, 400, 320, 80, 320}, {200, 100, 320, 200, 100}};
   for (const auto& s : sizes) {
-    Image big = makeImage(completeGeometry({PixelFormat::Rgba, s.w, s.h, 0, 0}));
+    Image big = makeImage(completeGeometry({PixelFormat::RGBA, s.w, s.h, 0, 0}));
     const Image t = thumbnail(big, s.side);
     EXPECT_EQ(t.geometry.width, s.tw);
     EXPECT_EQ(t.geometry.height, s.th);

@@ -18,8 +18,8 @@
 // jpeglib.h needs size_t and FILE declared before it.
 #include <jpeglib.h>
 
-#include "declared_size.h"
 #include "atomic_file.h"
+#include "declared_size.h"
 #include "dump_name.h"
 #include "exif_dump.h"
 #include "failure.h"
@@ -42,7 +42,7 @@ SessionFrame withMeta(const std::string& meta) {
 
 // Smooth in every channel, so JPEG stays close; alpha varies too.
 Image gradient(uint32_t w, uint32_t h, uint32_t stride = 0) {
-  Image img = makeImage({PixelFormat::Rgba, w, h, stride, 0});
+  Image img = makeImage({PixelFormat::RGBA, w, h, stride, 0});
   for (uint32_t y = 0; y < h; ++y)
     for (uint32_t i = 0; i < 4 * w; ++i)
       img.row(y)[i] = uint8_t(i % 4 == 3 ? 200 + i / 4 : i / 4 * 2 + y * 3 * (i % 4));
@@ -203,17 +203,17 @@ TEST_F(ImageIo, YuvJpegRoundTripsThroughItsOwnPlanes) {
   const struct {
     PixelFormat format;
     uint32_t width, height, stride;
-  } cases[] = {{PixelFormat::Nv21, 32, 16, 0},
-               {PixelFormat::Nv12, 34, 18, 40},
-               {PixelFormat::Nv21, 6, 4, 8}};
+  } cases[] = {{PixelFormat::NV21, 32, 16, 0},
+               {PixelFormat::NV12, 34, 18, 40},
+               {PixelFormat::NV21, 6, 4, 8}};
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(formatName(c.format)) + " " + std::to_string(c.width));
     const Image in = convertImage(gradient(c.width, c.height), c.format, c.stride);
     writeImage(path("y.jpg"), in, 100);
     const Image yuv = readImage(path("y.jpg"), {}, c.format), rgba = readImage(path("y.jpg"));
     ASSERT_EQ(yuv.geometry.format, c.format);
-    ASSERT_EQ(rgba.geometry.format, PixelFormat::Rgba);
-    const Image expected = convertImage(in, PixelFormat::Rgba);
+    ASSERT_EQ(rgba.geometry.format, PixelFormat::RGBA);
+    const Image expected = convertImage(in, PixelFormat::RGBA);
     int worstYuv = 0, worstRgb = 0;
     for (uint32_t y = 0; y < c.height; ++y)
       for (uint32_t x = 0; x < c.width; ++x) {
@@ -232,7 +232,7 @@ TEST_F(ImageIo, YuvJpegRoundTripsThroughItsOwnPlanes) {
 // A raw name says the format written; NV12 and NV21 differ in chroma order only.
 TEST_F(ImageIo, RawWriteConvertsToTheFormatItsNameSays) {
   writeImage(path("x_6x4_6.nv12"), gradient(6, 4));
-  const Image nv12 = readImage(path("x_6x4_6.nv12")), nv21 = convertImage(nv12, PixelFormat::Nv21);
+  const Image nv12 = readImage(path("x_6x4_6.nv12")), nv21 = convertImage(nv12, PixelFormat::NV21);
   EXPECT_EQ(fs::file_size(path("x_6x4_6.nv12")), 6u * 4 + 6 * 2);
   EXPECT_EQ(nv21.chromaRow(1)[2], nv12.chromaRow(1)[3]);
   EXPECT_EQ(nv21.chromaRow(1)[3], nv12.chromaRow(1)[2]);
@@ -273,7 +273,7 @@ TEST_F(ImageIo, RawDumpsReadBackExactlyWithNeutralMissingRows) {
   } cases[] = {
       {6, 4, 0, false}, {64, 10, 12, true}, {1024, 720, 0, false}, {4000, 3000, 3008, true}};
   for (const Case& c : cases) {
-    const Geometry g{PixelFormat::Nv21, c.width, c.height, c.width,
+    const Geometry g{PixelFormat::NV21, c.width, c.height, c.width,
                      c.scanline ? c.scanline : c.height};
     const size_t full = bufferBytes(g);
     const size_t size = c.tight ? chromaOffset(g) + size_t(g.stride) * (c.height / 2) : full;
@@ -306,12 +306,12 @@ TEST(YuvConvert, ReferenceFollowsJfifOnKnownColours) {
   const uint8_t y[9] = {76, 29, 255, 0, 76, 76, 29, 29, 150};
   // red+blue: U 84.972 and 255.5 average 170.236; V 255.5 and 107.265 average 181.383.
   const uint8_t u[5] = {170, 128, 85, 255, 44}, v[5] = {181, 128, 255, 107, 21};
-  Image rgba = makeImage({PixelFormat::Rgba, 9, 1, 0, 0});
+  Image rgba = makeImage({PixelFormat::RGBA, 9, 1, 0, 0});
   for (int x = 0; x < 9; ++x) std::memcpy(rgba.row(0) + 4 * x, rgb[x], 3);
-  for (PixelFormat f : {PixelFormat::Nv12, PixelFormat::Nv21}) {
+  for (PixelFormat f : {PixelFormat::NV12, PixelFormat::NV21}) {
     Image yuv = makeImage({f, 9, 1, 10, 0});
     rgbaToYuvReference(rgba, yuv);
-    const int uAt = f == PixelFormat::Nv12 ? 0 : 1;  // NV21 stores V first
+    const int uAt = f == PixelFormat::NV12 ? 0 : 1;  // NV21 stores V first
     for (int x = 0; x < 9; ++x) EXPECT_EQ(yuv.row(0)[x], y[x]) << formatName(f) << " x " << x;
     for (int i = 0; i < 5; ++i) {
       EXPECT_EQ(yuv.chromaRow(0)[2 * i + uAt], u[i]) << formatName(f) << " sample " << i;
@@ -328,10 +328,10 @@ TEST(YuvConvert, FastPathsAgreeWithTheReferenceWithinTwoCodeValues) {
     PixelFormat from, to;
     Convert reference, fast;
   } cases[] = {
-      {PixelFormat::Nv21, PixelFormat::Rgba, yuvToRgbaReference, yuvToRgbaFast},
-      {PixelFormat::Nv12, PixelFormat::Rgba, yuvToRgbaReference, yuvToRgbaFast},
-      {PixelFormat::Rgba, PixelFormat::Nv21, rgbaToYuvReference, rgbaToYuvFast},
-      {PixelFormat::Rgba, PixelFormat::Nv12, rgbaToYuvReference, rgbaToYuvFast},
+      {PixelFormat::NV21, PixelFormat::RGBA, yuvToRgbaReference, yuvToRgbaFast},
+      {PixelFormat::NV12, PixelFormat::RGBA, yuvToRgbaReference, yuvToRgbaFast},
+      {PixelFormat::RGBA, PixelFormat::NV21, rgbaToYuvReference, rgbaToYuvFast},
+      {PixelFormat::RGBA, PixelFormat::NV12, rgbaToYuvReference, rgbaToYuvFast},
   };
   for (const auto& c : cases) {
     Image in = makeImage({c.from, 33, 17, 40, 20});
@@ -385,9 +385,9 @@ TEST(DumpName, ReadsBothNamingStylesAndIgnoresNamesWithoutGeometry) {
         << name;
   }
   // Format words count only when they stand alone; the extension's case does not matter.
-  EXPECT_EQ(formatFromName("a_nv21_b.bin"), PixelFormat::Nv21);
+  EXPECT_EQ(formatFromName("a_nv21_b.bin"), PixelFormat::NV21);
   EXPECT_EQ(formatFromName("anv21.bin"), std::nullopt);
-  EXPECT_EQ(formatFromName("x.NV12"), PixelFormat::Nv12);
+  EXPECT_EQ(formatFromName("x.NV12"), PixelFormat::NV12);
 }
 
 TEST(Session, FloatSpellingsAndSceneNames) {
@@ -478,11 +478,11 @@ TEST(FrameSize, MemoryNeedIsRefusedAgainstWhatIsAvailable) {
     bool refused;
   };
   const Case cases[] = {
-      {4000, 3000, 4032, 3008, PixelFormat::Nv21, 8ull << 30, false},
-      {16384, 16384, 16384, 16384, PixelFormat::Nv21, 2ull << 30, true},
-      {16384, 16384, 16384, 16384, PixelFormat::Nv21, 0, false},  // unknown: not refused
-      {1000, 1000, 1000, 1000, PixelFormat::Rgba, 15'999'999, true},
-      {1000, 1000, 1000, 1000, PixelFormat::Rgba, 16'000'000, false},
+      {4000, 3000, 4032, 3008, PixelFormat::NV21, 8ull << 30, false},
+      {16384, 16384, 16384, 16384, PixelFormat::NV21, 2ull << 30, true},
+      {16384, 16384, 16384, 16384, PixelFormat::NV21, 0, false},  // unknown: not refused
+      {1000, 1000, 1000, 1000, PixelFormat::RGBA, 15'999'999, true},
+      {1000, 1000, 1000, 1000, PixelFormat::RGBA, 16'000'000, false},
   };
   for (const Case& c : cases) {
     const std::string problem =
@@ -492,5 +492,5 @@ TEST(FrameSize, MemoryNeedIsRefusedAgainstWhatIsAvailable) {
       EXPECT_NE(problem.find("more than the"), std::string::npos) << problem;
     }
   }
-  EXPECT_EQ(framePeakBytes(4, 2, 6, 4, PixelFormat::Nv21), 2u * 32 + 2u * 36);
+  EXPECT_EQ(framePeakBytes(4, 2, 6, 4, PixelFormat::NV21), 2u * 32 + 2u * 36);
 }

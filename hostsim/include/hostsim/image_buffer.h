@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cutils/native_handle.h>
+#include <geometry.h>
 #include <vyalgo2/ImageParams.h>
 #include <vyalgo2/VyImageBuffer.h>
 
@@ -14,48 +15,39 @@
 
 namespace hostsim {
 
-enum class PixelLayout { NV21, NV12, RGBA8888 };
-
-// HAL pixel format code of a layout, and back (false for anything else).
-uint32_t halFormatOf(PixelLayout layout);
-bool layoutOfHalFormat(uint32_t halFormat, PixelLayout& layout);
-const char* layoutName(PixelLayout layout);  // "nv21", "nv12", "rgba"
-
-struct ImageGeometry {
-  PixelLayout layout = PixelLayout::NV21;
-  uint32_t width = 0;
-  uint32_t height = 0;
-  // Pixels per row; 0 means the width (rounded up to even for 4:2:0, whose
-  // last chroma pair of an odd width needs the extra byte).
-  uint32_t stride = 0;
-  uint32_t scanline = 0;  // rows of the luma (or RGBA) plane; 0 means height
-};
-
-// Empty when the geometry can be allocated, otherwise why not (zero sizes,
-// stride below width, or for 4:2:0 below the even-rounded width, scanline
-// below height, too large). Odd 4:2:0 sizes are allowed: the last chroma
-// row and column then cover a single luma row or column.
-std::string validateGeometry(const ImageGeometry& geometry);
+// HAL pixel format code of a format.
+uint32_t halFormatOf(lumo::PixelFormat format);
 
 class ImageBuffer {
 public:
   // Allocates a zero-filled buffer; null with `error` set when the geometry
   // is impossible or the memory cannot be had.
-  static std::unique_ptr<ImageBuffer> allocate(const ImageGeometry& geometry,
+  // The geometry's zero stride and scanline are completed first.
+  static std::unique_ptr<ImageBuffer> allocate(const lumo::Geometry& geometry,
                                                std::string* error = nullptr);
+  // A buffer over memory the caller owns: `size` bytes at `data`, the start
+  // of the shared memory file `fd` (duplicated here), laid out as
+  // `geometry`. Nothing is copied or cleared, and the memory must outlive
+  // the buffer. Null with `error` set when the geometry does not fit.
+  static std::unique_ptr<ImageBuffer> borrow(const lumo::Geometry& geometry, uint8_t* data,
+                                             size_t size, int fd, std::string* error = nullptr);
   ~ImageBuffer();
   ImageBuffer(const ImageBuffer&) = delete;
   ImageBuffer& operator=(const ImageBuffer&) = delete;
 
-  const ImageGeometry& geometry() const { return m_geometry; }
+  const lumo::Geometry& geometry() const { return m_geometry; }
   uint8_t* data() const { return m_data; }  // first byte of plane 0
   size_t size() const { return m_size; }
   int fd() const { return m_fd; }
-  uint32_t planeCount() const;
-  uint8_t* plane(uint32_t index) const;      // null past the last plane
-  size_t planeOffset(uint32_t index) const;  // bytes from the start
-  size_t rowBytes(uint32_t index) const;     // bytes per row of a plane
-  uint32_t planeRows(uint32_t index) const;  // rows of a plane actually used
+  uint32_t planeCount() const { return lumo::planeCount(m_geometry); }
+  uint8_t* plane(uint32_t index) const;  // null past the last plane
+  size_t planeOffset(uint32_t index) const { return lumo::planeOffset(m_geometry, index); }
+  // Bytes per row of a plane (0 past the last plane).
+  size_t rowBytes(uint32_t index) const {
+    return index < planeCount() ? lumo::rowBytes(m_geometry) : 0;
+  }
+  // Rows of a plane actually used.
+  uint32_t planeRows(uint32_t index) const { return lumo::planeRows(m_geometry, index); }
 
   // The framework's description of this buffer (addresses, fds, offsets,
   // the native handle) with `metadata` attached.
@@ -67,11 +59,13 @@ public:
 
 private:
   ImageBuffer() = default;
-  ImageGeometry m_geometry;
+  void publish();
+  lumo::Geometry m_geometry;
   uint8_t* m_data = nullptr;
   size_t m_size = 0;
   int m_fd = -1;
   native_handle_t* m_handle = nullptr;
+  bool m_ownsMemory = true;
 };
 
 // The mapping behind a native handle made by ImageBuffer (null when the
