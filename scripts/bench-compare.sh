@@ -10,6 +10,7 @@
 # (target at most 1.3: the frame is decoded once for both calibrations, and
 # no output is encoded). Ratios only: on a shared machine absolute times say little.
 set -euo pipefail
+. "$(cd "$(dirname "$0")" && pwd)/bench-lib.sh"
 
 build=$(realpath "${1:-build/dev}")
 work=${2:-$build/bench-compare}
@@ -38,21 +39,6 @@ for i in 1 2 3 4 5 6 7 8; do
     >>tex.jsonl
 done
 
-# best SECONDS of `runs` runs of the command
-best() {
-  local best_time=""
-  for _ in $(seq "$runs"); do
-    local start end t
-    start=$(date +%s.%N)
-    "$@" >/dev/null 2>&1 || { echo "failed: $*" >&2; exit 1; }
-    end=$(date +%s.%N)
-    t=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.4f", b - a }')
-    if [ -z "$best_time" ] || awk -v t="$t" -v b="$best_time" 'BEGIN { exit !(t < b) }'; then
-      best_time=$t
-    fi
-  done
-  echo "$best_time"
-}
 
 echo "== eight 4000x3000 frames; $threads threads each, best of $runs" >&2
 rm -rf out_new out_old

@@ -26,6 +26,7 @@
 #      PNG decode + encode.
 # Ratios only: on a shared machine absolute times say little.
 set -euo pipefail
+. "$(cd "$(dirname "$0")" && pwd)/bench-lib.sh"
 
 build=$(realpath "${1:-build/dev}")
 work=${2:-$build/bench-e2e}
@@ -80,22 +81,6 @@ rm -rf cubes && "$lumo" calib export dev/odm/etc/camera/lumo_filter_param.bin --
 cube=$(printf 'cubes/lut_%03d.cube' "$index")
 [ -f "$cube" ] || { echo "no $cube after export" >&2; exit 1; }
 
-# best SECONDS of `runs` runs of the command
-best() {
-  local best_time=""
-  for _ in $(seq "$runs"); do
-    local start end t
-    start=$(date +%s.%N)
-    "$@" >/dev/null 2>&1 || { echo "failed: $*" >&2; exit 1; }
-    end=$(date +%s.%N)
-    t=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.4f", b - a }')
-    if [ -z "$best_time" ] || awk -v t="$t" -v b="$best_time" 'BEGIN { exit !(t < b) }'; then
-      best_time=$t
-    fi
-  done
-  echo "$best_time"
-}
-ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
 # mean size in MB of the files given
 mean_mb() { stat -c %s "$@" | awk '{ s += $1 } END { printf "%.2f", s / NR / 1e6 }'; }
 
