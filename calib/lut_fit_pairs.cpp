@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "jfif.h"
 #include "lut_fit_internal.h"
 
 namespace calib {
@@ -260,7 +261,8 @@ private:
   static std::vector<float> lumaOf(const RgbImage& p) {
     std::vector<float> out(size_t(p.width) * p.height);
     for (size_t i = 0; i < out.size(); ++i)
-      out[i] = float(0.299 * p.rgb[3 * i] + 0.587 * p.rgb[3 * i + 1] + 0.114 * p.rgb[3 * i + 2]);
+      out[i] = float(lumo::jfif::kRToY * p.rgb[3 * i] + lumo::jfif::kGToY * p.rgb[3 * i + 1] +
+                     lumo::jfif::kBToY * p.rgb[3 * i + 2]);
     return out;
   }
 
