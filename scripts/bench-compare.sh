@@ -12,12 +12,8 @@
 set -euo pipefail
 . "$(cd "$(dirname "$0")" && pwd)/bench-lib.sh"
 
-build=$(realpath "${1:-build/dev}")
-work=${2:-$build/bench-compare}
-runs=${RUNS:-3}
-lumo="$build/bin/lumo"
+bench_setup bench-compare "$@"
 examples=$(realpath "$(dirname "$0")/../examples")
-threads=$(nproc)
 [ -x "$lumo" ] || { echo "no $lumo (build the preset first)" >&2; exit 1; }
 mkdir -p "$work"
 cd "$work"

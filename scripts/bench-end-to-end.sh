@@ -28,11 +28,7 @@
 set -euo pipefail
 . "$(cd "$(dirname "$0")" && pwd)/bench-lib.sh"
 
-build=$(realpath "${1:-build/dev}")
-work=${2:-$build/bench-e2e}
-runs=${RUNS:-3}
-lumo="$build/bin/lumo"
-threads=$(nproc)
+bench_setup bench-e2e "$@"
 [ -x "$lumo" ] || { echo "no $lumo (build the preset first)" >&2; exit 1; }
 for tool in cjpeg tjbench; do
   command -v "$tool" >/dev/null || {

@@ -19,3 +19,14 @@ best() {
 
 # A / B to two decimals.
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+
+# bench_setup NAME [BUILD [WORK]]: the scripts' common arguments, the build
+# folder (default build/dev) and the work folder (default BUILD/NAME); sets
+# build, work, runs (RUNS, default 3), lumo and threads.
+bench_setup() {
+  build=$(realpath "${2:-build/dev}")
+  work=${3:-$build/$1}
+  runs=${RUNS:-3}
+  lumo="$build/bin/lumo"
+  threads=$(nproc)
+}
