@@ -70,16 +70,10 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
       SCOPED_TRACE(i);
       const std::string want = c.reasons[i];
       EXPECT_EQ(f[i]["plugin"], want.empty() ? "filtered" : "copied");
-      if (want.empty()) {
-        EXPECT_EQ(f[i]["lut"]["index"].size(), 4u);
-        EXPECT_EQ(f[i]["lut"]["weights"].size(), 4u);
-        EXPECT_EQ(f[i]["shading"].size(), 8u);
-        EXPECT_THAT(f[i]["script"].get<std::string>(), StartsWith("CubeLutEffect;"));
-        EXPECT_EQ(f[i].value("held_script_size", nlohmann::json()),
-                  i == 4 ? held : nlohmann::json());
-      } else {
-        EXPECT_EQ(f[i]["reason"], want);
-      }
+      EXPECT_EQ(f[i].value("reason", nlohmann::json()),
+                want.empty() ? nlohmann::json() : nlohmann::json(want));
+      EXPECT_EQ(f[i].value("held_script_size", nlohmann::json()),
+                i == 4 && want.empty() ? held : nlohmann::json());
     }
   }
   // The table says it too, and never "yes" for a copied frame.
@@ -87,13 +81,16 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
   EXPECT_THAT(o.out, HasSubstr("copied: no parameters for the scene"));
   EXPECT_THAT(o.out, HasSubstr("the calibration has no scene \"food\""));
   EXPECT_THAT(o.out, HasSubstr("lut 0, 0, 0, 0"));
-  // No filter is made for an unknown process mode: both renders fail, then it stays copying.
+  // Any process mode makes its own instance, but the plugin makes no filter for
+  // an unknown one: both renders fail, then it stays copying.
   const std::string mode7 = R"({"process_mode": 7, "meta": {"stylization": 1}})"
                             "\n";
   o = replay(mode7 + mode7, " --device-root dev --json");
   ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(frames(o)[0]["instance"], "mode7");
   EXPECT_EQ(frames(o)[0]["reason"], "render-failed");
   EXPECT_EQ(frames(o)[1]["reason"], "sticky-bypass");
+  EXPECT_TRUE(fs::exists(dir / "out/frame_000001_mode7.png"));
   // The demo names no look for a frame the plugin copied.
   const Outcome demo = lumo(
       "demo --out demo --size 32 32 --json --calibration "
@@ -110,8 +107,8 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
 }
 #endif
 
-// A damaged file gives a bounded, escaped report and valid JSON; build refuses
-// what check rejects and names scenes the plugin never asks for.
+// A damaged file gives a bounded, escaped report and valid JSON; build names
+// scenes the plugin never asks for.
 TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
   write("d.json", kCommonOnly);
   ASSERT_EQ(lumo("calib build d.json -o good.bin").status, 0);
@@ -122,42 +119,27 @@ TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
   write("flipped.bin", flipped);
   write("badname.bin", badName);
   // An unreadable name is a warning (the camera never asks for it), not an error.
-  // file, exit status, text `calib check` says, text `calib dump` says
-  const std::tuple<const char*, int, const char*, const char*> cases[] = {
-      {"flipped.bin", 1, "more findings", ""}, {"badname.bin", 0, "\\xffommon", "\\xffommon"}};
-  for (const auto& [file, status, checkSays, dumpSays] : cases) {
+  for (const auto& [file, status] : {std::pair{"flipped.bin", 1}, {"badname.bin", 0}}) {
     SCOPED_TRACE(file);
-    Outcome o = lumo(std::string("calib check ") + file);
-    EXPECT_EQ(o.status, status);
-    EXPECT_LE(countOf(o.out, "\n"), 52u);
-    EXPECT_EQ(o.out.find('\xff'), std::string::npos);
-    EXPECT_THAT(o.out, HasSubstr(checkSays));
-    o = lumo(std::string("calib check --json ") + file);
-    EXPECT_EQ(o.status, status);
+    for (const char* command : {"calib check ", "calib dump "}) {
+      const Outcome o = lumo(command + std::string(file));
+      EXPECT_EQ(o.status, status);
+      EXPECT_LE(std::max(countOf(o.out, "\n"), countOf(o.err, "\n")), 52u);
+      EXPECT_EQ(o.out.find('\xff'), std::string::npos);
+      if (status == 0 || command[6] == 'c') {
+        EXPECT_THAT(o.out, HasSubstr(status == 0 ? "\\xffommon" : "more findings"));
+      }
+    }
+    const Outcome o = lumo(std::string("calib check --json ") + file);
     const auto j = nlohmann::json::parse(o.out, nullptr, false);
     ASSERT_FALSE(j.is_discarded()) << o.out.substr(0, 300);
     EXPECT_LE(j[0]["issues"].size(), 50u);
-    EXPECT_GE(j[0]["issue_count"].get<size_t>(), j[0]["issues"].size());
-    o = lumo(std::string("calib dump ") + file);
-    EXPECT_EQ(o.status, status);
-    EXPECT_EQ(o.out.find('\xff'), std::string::npos);
-    EXPECT_THAT(o.out, HasSubstr(dumpSays));
-    EXPECT_LE(countOf(o.err, "\n"), 52u);
   }
-
-  // Reversed and overlapping bands are refused; an unknown scene is named.
-  std::string reversed = kCommonOnly;
-  const std::string band = R"("start": 0, "end": 65535)";
-  reversed.replace(reversed.find(band), band.size(), R"("start": 900, "end": 100)");
-  write("rev.json", reversed);
-  Outcome o = lumo("calib build rev.json -o rev.bin");
-  EXPECT_EQ(o.status, 1);
-  EXPECT_THAT(o.err, HasSubstr("starts at 900 after its end 100"));
-  EXPECT_FALSE(fs::exists(dir / "rev.bin"));
+  // A scene the camera never reports is built, with a warning naming the right spelling.
   std::string portrait = kCommonOnly;
   portrait.replace(portrait.find("\"common\""), 8, "\"portrait\"");
   write("p.json", portrait);
-  o = lumo("calib build p.json -o p.bin");
+  const Outcome o = lumo("calib build p.json -o p.bin");
   EXPECT_EQ(o.status, 0) << o.err;
   EXPECT_THAT(o.err, HasSubstr("\"portrait\"): warning: the camera never reports this scene"));
   EXPECT_THAT(o.err, HasSubstr("protrait"));
@@ -220,24 +202,6 @@ TEST_F(FieldCli, RepeatedFrameNumbersGetUniqueDefaultNames) {
   o = replay(named + named, kProbe);
   EXPECT_EQ(o.status, 1);
   EXPECT_THAT(o.err, HasSubstr("s.jsonl:2: field \"output\": \"a.png\" is already written"));
-}
-
-// Any process mode the host might pass makes its own instance.
-TEST_F(FieldCli, SessionLinesChooseTheProcessMode) {
-  const std::string mode7 = R"({"process_mode": 7, "meta": {"stylization": 1}})"
-                            "\n";
-  const Outcome o =
-      replay(mode7 + mode7 + frameLine("preview", R"("stylization": 1)"), kProbe + " --json");
-  ASSERT_EQ(o.status, 0) << o.err;
-  const std::string log = readText(dir / "log.txt");
-  EXPECT_EQ(countOf(log, "initialize 7"), 1u);
-  EXPECT_EQ(countOf(log, "initialize 1"), 1u);
-  EXPECT_EQ(countOf(log, "process 7 frame="), 2u);
-  EXPECT_EQ(frames(o)[0]["instance"], "mode7");
-  EXPECT_EQ(frames(o)[0]["process_mode"], 7);
-  EXPECT_EQ(files("out"),
-            (std::vector<std::string>{"frame_000000_mode7.png", "frame_000001_mode7.png",
-                                      "frame_000002_preview.png"}));
 }
 
 // A tag nobody reads is said once; a UTF-8 byte-order mark is dropped, UTF-16 refused.

@@ -18,9 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Measured growth over 1,000 sessions is zero to a few KiB (allocator
-// bookkeeping); the smallest leak, one 32-byte chunk a session, would give
-// 16 KiB over the 500 sessions of a row.
+// Measured growth is zero to a few KiB (allocator bookkeeping); the smallest
+// leak, one 32-byte chunk a session, would give 16 KiB over 500 sessions.
 constexpr size_t kAllowedGrowth = 8 * 1024;
 // Under AddressSanitizer glibc's atexit list grows by two slots per plugin
 // load (the plugin's initialize registers a static's destructor through the
@@ -36,45 +35,37 @@ constexpr size_t kSanitizerAtexitBytes = 0;
 
 using ToolSessions = lumotest::ReplayRoot;
 
+// Both instances and a frame the plugin passes through (no stylisation); each
+// session writes and syncs its raw outputs.
 TEST_F(ToolSessions, RepeatedSessionsLeaveTheHeapAsItWas) {
-  const struct Row {
-    const char* what;
-    std::vector<std::string> lines;
-  } rows[] = {
-      {"preview then snapshot, generated frames, raw outputs",
-       {R"({"instance": "preview", "width": 32, "height": 16, "input": "generated:chart",)"
-        R"( "output": "p.nv21", "meta": {"stylization": 1, "cct": 5000, "lux": 300}})",
-        R"({"instance": "snapshot", "width": 32, "height": 16, "input": "generated:chart",)"
-        R"( "output": "s.nv21", "meta": {"stylization": 1, "image_name": "IMG_1"}})"}},
-      {"a frame the plugin passes through (no stylisation)",
-       {R"({"instance": "preview", "width": 16, "height": 8, "input": "generated:chart",)"
-        R"( "output": "c.nv21", "meta": {"stylization": 0}})"}},
+  const char* lines[] = {
+      R"({"instance": "preview", "width": 32, "height": 16, "input": "generated:chart",)"
+      R"( "output": "p.nv21", "meta": {"stylization": 1, "cct": 5000, "lux": 300}})",
+      R"({"instance": "snapshot", "width": 32, "height": 16, "input": "generated:chart",)"
+      R"( "output": "s.nv21", "meta": {"stylization": 1, "image_name": "IMG_1"}})",
+      R"({"instance": "preview", "width": 16, "height": 8, "input": "generated:chart",)"
+      R"( "output": "c.nv21", "meta": {"stylization": 0}})"};
+  std::vector<lumo::SessionFrame> frames;
+  for (size_t i = 0; i < std::size(lines); ++i)
+    frames.push_back(lumo::parseFrameLine(lines[i], "s.jsonl", i + 1));
+  lumo::ReplayOptions options;
+  options.pluginPath = LUMO_PLUGIN_LIBRARY;
+  options.outDir = root + "/out";
+  auto run = [&] {
+    const auto reports = lumo::replaySession(frames, options);
+    ASSERT_EQ(reports.size(), frames.size());
+    for (const auto& r : reports) EXPECT_TRUE(fs::exists(r.output)) << r.output;
+    // The simulator's record of createFilter calls (for tests that count
+    // them) is the host's, not the session's.
+    hostsim::resetCreateFilterCalls();
   };
-  // 1,000 sessions over the two rows; each writes and syncs its outputs.
   const int sessions = lumotest::soakCycles(500);
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    std::vector<lumo::SessionFrame> frames;
-    for (size_t i = 0; i < row.lines.size(); ++i)
-      frames.push_back(lumo::parseFrameLine(row.lines[i], "s.jsonl", i + 1));
-    lumo::ReplayOptions options;
-    options.pluginPath = LUMO_PLUGIN_LIBRARY;
-    options.outDir = root + "/out";
-    auto run = [&] {
-      const auto reports = lumo::replaySession(frames, options);
-      ASSERT_EQ(reports.size(), frames.size());
-      for (const auto& r : reports) EXPECT_TRUE(fs::exists(r.output)) << r.output;
-      // The simulator's record of createFilter calls (for tests that count
-      // them) is the host's, not the session's.
-      hostsim::resetCreateFilterCalls();
-    };
-    for (int i = 0; i < 10; ++i) run();
-    const size_t before = lumotest::heapInUse();
-    for (int i = 0; i < sessions && !HasFatalFailure(); ++i) run();
-    const size_t after = lumotest::heapInUse();
-    EXPECT_LE(after, before + kAllowedGrowth + size_t(sessions) * kSanitizerAtexitBytes)
-        << sessions << " sessions grew the heap by " << (after - before) << " bytes";
-  }
+  for (int i = 0; i < 10; ++i) run();
+  const size_t before = lumotest::heapInUse();
+  for (int i = 0; i < sessions && !HasFatalFailure(); ++i) run();
+  const size_t after = lumotest::heapInUse();
+  EXPECT_LE(after, before + kAllowedGrowth + size_t(sessions) * kSanitizerAtexitBytes)
+      << sessions << " sessions grew the heap by " << (after - before) << " bytes";
 }
 
 }  // namespace
