@@ -77,42 +77,34 @@ TEST_F(CompareCli, GateExitCodesAndBadInputs) {
       lumo("compare --calib same.bin --against new.bin s1.jsonl --shard 2/2 -o b2.json").status, 0);
   ASSERT_EQ(compare("s2.jsonl --shard 2/2 -o c2.json").status, 0);
   const std::string gate = "compare --calib new.bin --against old.bin s1.jsonl s2.jsonl ";
-  struct Case {
-    std::string command;
-    int status;
-    std::string message;  // in stdout and stderr
-  } const cases[] = {
-      {gate, 0, ""},
-      {gate + "--fail-above 'p95>0.5'", 1, "crosses p95>0.5"},
-      {gate + "--expect-changes scene=food", 0, ""},
-      {gate + "--expect-changes scene=plants,night", 1,
-       "s1.jsonl:1 (frame 0): its pixels changed outside the expected changes (scene food)"},
-      {gate + "--fail-above 'p96>2'", 2, "expected METRIC>VALUE"},
-      {gate + "--expect-changes place=food", 2, "expected scene=NAME"},
-      {gate + "--shard 1/2", 2, "-o FILE"},
-      {"compare --calib new.bin s1.jsonl", 2, ""},
-      {"compare --calib old.bin --against same.bin s1.jsonl -o out.json", 0, "byte-identical"},
-      {"compare --calib new.bin --against old.bin s1.jsonl gone.jsonl -o out.json", 1,
-       "gone.jsonl:1: field \"input\": ./nowhere.jpg: no such file"},
-      {"compare merge a1.json b2.json", 1, "the new calibration differs (same.bin vs new.bin)"},
-      {"compare merge a1.json c2.json", 1, "session s2.jsonl vs s1.jsonl"},
-      {"compare merge a1.json", 1, "shard 2/2 is missing"},
-      {"compare merge a1.json bad.json", 1,
-       "bad.json: calibration: \"against\": expected an object"},
-      {"compare merge a1.json old.bin", 1, "old.bin: not JSON"},
-      {"compare merge a1.json a1.json a2.json", 1, "are the same shard"},
-      // Last: its result is read below.
-      {"compare --calib new.bin --against old.bin s1.jsonl gone.jsonl --keep-going -o out.json", 1,
-       "1 frame(s) had no input"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.command);
-    fs::remove(dir / "out.json");
-    const Outcome o = lumo(c.command);
-    EXPECT_EQ(o.status, c.status) << o.err;
-    EXPECT_THAT(o.out + o.err, HasSubstr(c.message));
-    EXPECT_EQ(fs::exists(dir / "out.json"), c.command.find("--keep-going") != std::string::npos);
-  }
+  const std::string both = "compare --calib new.bin --against old.bin s1.jsonl gone.jsonl ";
+  expectRuns({
+      {gate, 0},
+      {gate + "--fail-above 'p95>0.5'", 1, {"crosses p95>0.5"}},
+      {gate + "--expect-changes scene=food", 0},
+      {gate + "--expect-changes scene=plants,night",
+       1,
+       {"s1.jsonl:1 (frame 0): its pixels changed outside the expected changes (scene food)"}},
+      {gate + "--fail-above 'p96>2'", 2, {"expected METRIC>VALUE"}},
+      {gate + "--expect-changes place=food", 2, {"expected scene=NAME"}},
+      {gate + "--shard 1/2", 2, {"-o FILE"}},
+      {"compare --calib new.bin s1.jsonl", 2},
+      {"compare --calib old.bin --against same.bin s1.jsonl -o out.json", 0, {"byte-identical"}},
+      {both + "-o out.json", 1, {"gone.jsonl:1: field \"input\": ./nowhere.jpg: no such file"}},
+      {"compare merge a1.json b2.json", 1, {"the new calibration differs (same.bin vs new.bin)"}},
+      {"compare merge a1.json c2.json", 1, {"session s2.jsonl vs s1.jsonl"}},
+      {"compare merge a1.json", 1, {"shard 2/2 is missing"}},
+      {"compare merge a1.json bad.json",
+       1,
+       {"bad.json: calibration: \"against\": expected an object"}},
+      {"compare merge a1.json old.bin", 1, {"old.bin: not JSON"}},
+      {"compare merge a1.json a1.json a2.json", 1, {"are the same shard"}},
+  });
+  // Identical calibrations write no result; --keep-going writes what ran.
+  EXPECT_FALSE(fs::exists(dir / "out.json"));
+  const Outcome o = lumo(both + "--keep-going -o out.json");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_THAT(o.err, HasSubstr("1 frame(s) had no input"));
   // The frames that had their inputs ran; the missing one is listed.
   EXPECT_EQ(countOf(readText(dir / "out.json"), "\"identical\""), 3u);
   EXPECT_EQ(countOf(readText(dir / "out.json"), "\"problem\""), 1u);

@@ -147,42 +147,41 @@ TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
 
 // Bad option values are usage errors (exit 2) with one message naming the option.
 TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
-  const std::pair<const char*, const char*> usage[] = {
-      {"run generated:chart -o x.png --log-level loud", "--log-level: loud not in"},
-      {"run generated:chart -o x.png --prop noequals", "--prop: expected KEY=VALUE, got noequals"},
-      {"run generated:chart -o x.png --stride 100", "--stride: stride 100 is below the width 640"},
+  std::vector<Run> runs = {
+      {"run generated:chart -o x.png --log-level loud", 2, {"--log-level: loud not in"}},
+      {"run generated:chart -o x.png --prop noequals",
+       2,
+       {"--prop: expected KEY=VALUE, got noequals"}},
+      {"run generated:chart -o x.png --stride 100",
+       2,
+       {"--stride: stride 100 is below the width 640"}},
       {"run generated:chart -o x.png --cct 4200.5",
-       "--cct: expected an integer in 0..4294967295, got 4200.5"},
-      {"run generated:chart -o x.png --device-root nosuchdir", "--device-root: "},
-      {"bogus", "lumo: unknown command \"bogus\" (commands: replay, run, demo, calib, generate"},
-      {"calib bogus", "lumo: unknown command \"bogus\" (commands: build, check, dump, export"},
-      {"replay", ""},
-      {"run x.png -o y.png --lux bright", ""},
-      {"generate moon -o m.png", ""},
-      {"run x.png -o y.png --instance video", ""},
-      {"run x.png -o y.png --scene moon", ""},
-      {"run x.png -o y.png --stylization -1", ""},
-      {"run generated:chart -o x.png --width 30000 --height 30000", "--width: Value 30000 not in"},
+       2,
+       {"--cct: expected an integer in 0..4294967295, got 4200.5"}},
+      {"run generated:chart -o x.png --device-root nosuchdir", 2, {"--device-root: "}},
+      {"bogus",
+       2,
+       {"lumo: unknown command \"bogus\" (commands: replay, run, demo, calib, generate"}},
+      {"calib bogus", 2, {"lumo: unknown command \"bogus\" (commands: build, check, dump, export"}},
+      {"replay", 2},
+      {"run x.png -o y.png --lux bright", 2},
+      {"generate moon -o m.png", 2},
+      {"run x.png -o y.png --instance video", 2},
+      {"run x.png -o y.png --scene moon", 2},
+      {"run x.png -o y.png --stylization -1", 2},
+      {"run generated:chart -o x.png --width 30000 --height 30000",
+       2,
+       {"--width: Value 30000 not in"}},
+      {"--version", 0, {"lumo "}},
   };
-  for (const auto& [args, message] : usage) {
-    SCOPED_TRACE(args);
-    const Outcome o = lumo(std::string(args) + kProbe);
-    EXPECT_EQ(o.status, 2);
-    EXPECT_THAT(o.err, HasSubstr(message));
-  }
+  for (const std::string cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
+                                "calib dump", "calib export", "generate"})
+    runs.push_back({cmd + " --help", 0, {"Usage:"}});
+  expectRuns(runs);
   EXPECT_FALSE(fs::exists(dir / "nosuchdir"));
-  Outcome o = lumo("--version");
-  EXPECT_EQ(o.status, 0);
-  EXPECT_THAT(o.out, StartsWith("lumo "));
-  for (const char* cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
-                          "calib dump", "calib export", "generate"}) {
-    o = lumo(std::string(cmd) + " --help");
-    EXPECT_EQ(o.status, 0) << cmd;
-    EXPECT_THAT(o.out, HasSubstr("Usage:")) << cmd;
-  }
   // "-" reads the session from standard input; inputs resolve from the current folder.
   write("s.jsonl", frameLine("snapshot", R"("stylization": 1)") + frameLine("preview", ""));
-  o = lumo("replay - --out out --json < s.jsonl" + kProbe);
+  Outcome o = lumo("replay - --out out --json < s.jsonl" + kProbe);
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_EQ(frames(o).size(), 2u);
   write("bad.jsonl", "{\"instance\": 1}\n");

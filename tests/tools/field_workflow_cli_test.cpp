@@ -39,27 +39,22 @@ TEST_F(YuvInfoCli, ReportsGeometryAndFfplayAndWritesAPreview) {
   write("IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21",
         std::string(64 * 30 + 64 * 15, '\0'));
   write("short_40x30_64.nv21", std::string(100, '\0'));
-  // command, exit status, text stdout holds
-  const std::tuple<std::string, int, std::string> cases[] = {
-      {"yuv info cap.nv21 --width 40 --height 30", 0,
-       "ffplay -f rawvideo -pixel_format nv21 -video_size 64x32 -vf crop=40:30:0:0 'cap.nv21'"},
-      {"yuv info 'IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21'", 0,
-       "image \"IMG_2\", RealTimePreview, frame 3, output"},
-      {"yuv info short_40x30_64.nv21 cap.nv21 --width 40 --height 30", 1,
-       "100 bytes do not match nv21 40x30 stride 64 scanline 30"},
-      {"yuv info cap.nv21 short_40x30_64.nv21 -o p.png", 2, ""},
-      {"yuv info missing.nv21", 2, ""},
-      // no format line: a picture has none
-      {"yuv info pic.jpg", 1, "pic.jpg\n  size      "},
-      {"yuv info cap.nv21 --width 40 --height 30 --range studio", 2, ""},
-  };
   lumo::writeImage(path("pic.jpg"), picture);
-  for (const auto& [args, status, text] : cases) {
-    SCOPED_TRACE(args);
-    const Outcome o = lumo(args);
-    EXPECT_EQ(o.status, status) << o.err;
-    EXPECT_THAT(o.out, HasSubstr(text));
-  }
+  expectRuns({
+      {"yuv info cap.nv21 --width 40 --height 30",
+       0,
+       {"ffplay -f rawvideo -pixel_format nv21 -video_size 64x32 -vf crop=40:30:0:0 'cap.nv21'"}},
+      {"yuv info 'IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21'",
+       0,
+       {"image \"IMG_2\", RealTimePreview, frame 3, output"}},
+      {"yuv info short_40x30_64.nv21 cap.nv21 --width 40 --height 30",
+       1,
+       {"100 bytes do not match nv21 40x30 stride 64 scanline 30"}},
+      {"yuv info cap.nv21 short_40x30_64.nv21 -o p.png", 2},
+      {"yuv info missing.nv21", 2},
+      {"yuv info pic.jpg", 1, {"pic.jpg\n  size      "}},  // no format line: a picture has none
+      {"yuv info cap.nv21 --width 40 --height 30 --range studio -o p.png", 2},
+  });
   const Outcome o = lumo("yuv info cap.nv21 --width 40 --height 30 --json -o p.png");
   ASSERT_EQ(o.status, 0) << o.err;
   const auto layout = nlohmann::json::parse(o.out)["files"].at(0)["layouts"].at(0);

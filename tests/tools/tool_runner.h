@@ -99,6 +99,27 @@ protected:
     fs::remove(dir / "stderr.txt");
     return o;
   }
+  // One command of a table: its exit status and texts its stdout or stderr holds.
+  struct Run {
+    std::string args;
+    int status;
+    std::vector<std::string> said = {};
+  };
+  // Runs each command in order; a failed one leaves no `-o` file behind and
+  // no command puts an escape byte on the terminal.
+  void expectRuns(const std::vector<Run>& runs) const {
+    for (const Run& r : runs) {
+      SCOPED_TRACE(r.args);
+      const Outcome o = lumo(r.args);
+      EXPECT_EQ(o.status, r.status) << o.out << o.err;
+      for (const std::string& text : r.said)
+        EXPECT_NE((o.out + o.err).find(text), std::string::npos) << text << "\n" << o.out << o.err;
+      EXPECT_EQ((o.out + o.err).find('\x1b'), std::string::npos);
+      if (const auto at = r.args.find(" -o "); r.status != 0 && at != std::string::npos) {
+        EXPECT_FALSE(fs::exists(dir / r.args.substr(at + 4, r.args.find(' ', at + 4) - at - 4)));
+      }
+    }
+  }
   // Replays `session` (written as s.jsonl) into out/, the log into log.txt.
   Outcome replay(const std::string& session, const std::string& options) const {
     write("s.jsonl", session);
