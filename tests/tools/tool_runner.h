@@ -105,8 +105,8 @@ protected:
     int status;
     std::vector<std::string> said = {};
   };
-  // Runs each command in order; a failed one leaves no `-o` file behind and
-  // no command puts an escape byte on the terminal.
+  // Runs each command in order; a failed one leaves no `-o` file behind, and
+  // no command names its staging folder or puts an escape byte on the terminal.
   void expectRuns(const std::vector<Run>& runs) const {
     for (const Run& r : runs) {
       SCOPED_TRACE(r.args);
@@ -115,6 +115,7 @@ protected:
       for (const std::string& text : r.said)
         EXPECT_NE((o.out + o.err).find(text), std::string::npos) << text << "\n" << o.out << o.err;
       EXPECT_EQ((o.out + o.err).find('\x1b'), std::string::npos);
+      EXPECT_EQ((o.out + o.err).find(".lumo-staging"), std::string::npos);
       if (const auto at = r.args.find(" -o "); r.status != 0 && at != std::string::npos) {
         EXPECT_FALSE(fs::exists(dir / r.args.substr(at + 4, r.args.find(' ', at + 4) - at - 4)));
       }
