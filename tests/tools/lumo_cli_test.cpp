@@ -151,74 +151,60 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
 
 // Where outputs go: a missing folder for `run -o` is refused, not made; a name
 // starting with ".." is still a name; a symlinked subfolder of --out is not
-// followed out of it. `file` is what must (or must not) be there afterwards.
+// followed out of it.
 TEST_F(ReplayCli, OutputsStayInTheFoldersNamed) {
+  const std::string line = R"({"instance": "preview", "input": "generated:food", "width": 8, )"
+                           R"("height": 8, "output": ")";
+  write("dots.jsonl", line + "..x.png\"}");
+  write("sub.jsonl", line + "sub/x.png\"}");
+  expectRuns({
+      {"run generated:food --width 8 --height 8 -o missing/dir/x.png" + kProbe,
+       1,
+       {"lumo: missing/dir/x.png: the folder missing/dir does not exist\n"}},
+      {"replay dots.jsonl --out out" + kProbe, 0},
+  });
+  EXPECT_FALSE(fs::exists(dir / "missing"));
+  EXPECT_TRUE(fs::exists(dir / "out/..x.png"));
   fs::create_directories(dir / "elsewhere");
-  const auto replayTo = [&](const std::string& output) {
-    write("s.jsonl", R"({"instance": "preview", "input": "generated:food", "width": 8, )"
-                     R"("height": 8, "output": ")" +
-                         output + "\"}\n");
-    return "replay s.jsonl --out out" + kProbe;
-  };
-  const struct Row {
-    std::function<std::string()> args;
-    int status;
-    std::string error, file;
-    bool there;
-  } rows[] = {
-      {[&] { return "run generated:food --width 8 --height 8 -o missing/dir/x.png" + kProbe; }, 1,
-       "lumo: missing/dir/x.png: the folder missing/dir does not exist\n", "missing", false},
-      {[&] { return replayTo("..x.png"); }, 0, "", "out/..x.png", true},
-      {[&] {
-         fs::create_directory_symlink(dir / "elsewhere", dir / "out/sub");
-         return replayTo("sub/x.png");
-       },
-       1, "lumo: out/sub: a symlink; outputs are not written through one (output \"sub/x.png\")\n",
-       "elsewhere/x.png", false},
-  };
-  for (const Row& row : rows) {
-    const Outcome o = lumo(row.args());
-    EXPECT_EQ(o.status, row.status) << row.file;
-    EXPECT_THAT(o.err, EndsWith(row.error));
-    EXPECT_EQ(fs::exists(dir / row.file), row.there) << row.file;
-  }
+  fs::create_directory_symlink(dir / "elsewhere", dir / "out/sub");
+  expectRuns({{"replay sub.jsonl --out out" + kProbe,
+               1,
+               {"lumo: out/sub: a symlink; outputs are not written through one (output "
+                "\"sub/x.png\")\n"}}});
+  EXPECT_FALSE(fs::exists(dir / "elsewhere/x.png"));
 }
 
 // The device's calibration file is looked at before the plugin reads it whole,
-// and `calib check` sizes a file before reading it: a FIFO or a
-// (sparse) file far above any calibration file's size is one line at once.
+// and `calib check` sizes a file before reading it: a FIFO or a (sparse) file
+// far above any calibration file's size is refused without reading it.
 TEST_F(ReplayCli, CalibrationFilesAreSizedBeforeTheyAreRead) {
   const fs::path calib = dir / "dev/odm/etc/camera/lumo_filter_param.bin";
   fs::create_directories(calib.parent_path());
   write("s.jsonl",
         R"({"instance": "preview", "input": "generated:food", "width": 8, "height": 8})");
   const std::string replay = "replay s.jsonl --out out --device-root dev" + kProbe;
-  const auto sparse = [](const fs::path& file, uintmax_t bytes) {
+  ASSERT_EQ(mkfifo(calib.c_str(), 0600), 0);
+  expectRuns({{replay,
+               1,
+               {"lumo: " + calib.string() +
+                ": the calibration file is a FIFO; expected a regular file"}}});
+  fs::remove(calib);
+  for (const auto& [file, bytes] : {std::pair{calib, 65ull << 20}, {dir / "big.bin", 3ull << 30}}) {
     std::ofstream{file};
     fs::resize_file(file, bytes);
-  };
-  const struct Row {
-    std::function<void()> make;
-    std::string args, error;
-  } rows[] = {
-      {[&] { ASSERT_EQ(mkfifo(calib.c_str(), 0600), 0); }, replay,
-       "lumo: " + calib.string() + ": the calibration file is a FIFO; expected a regular file"},
-      {[&] { sparse(calib, 65u << 20); }, replay,
-       "lumo: " + calib.string() +
-           ": the calibration file has 68157440 bytes, above the 64 MiB "
-           "such a file may have (they are kilobytes to a few megabytes)"},
-      {[&] { sparse(dir / "big.bin", 3ull << 30); }, "calib check big.bin",
-       "big.bin: offset 0 (file): error: 3221225472 bytes, above the 64 MiB a calibration file "
-       "may have (they are kilobytes to a few megabytes); not read\nbig.bin: FAILED"},
-  };
-  for (const Row& row : rows) {
-    fs::remove_all(calib);
-    row.make();
-    const Outcome o = lumo(row.args);
-    EXPECT_EQ(o.status, 1);
-    EXPECT_THAT(o.out + o.err, StartsWith(row.error));
-    EXPECT_TRUE(files("out").empty());
   }
+  expectRuns({
+      {replay,
+       1,
+       {"lumo: " + calib.string() +
+        ": the calibration file has 68157440 bytes, above the 64 MiB such a file may have "
+        "(they are kilobytes to a few megabytes)"}},
+      {"calib check big.bin",
+       1,
+       {"big.bin: offset 0 (file): error: 3221225472 bytes, above the 64 MiB a calibration file "
+        "may have (they are kilobytes to a few megabytes); not read\nbig.bin: FAILED"}},
+  });
+  EXPECT_TRUE(files("out").empty());
 }
 
 // SIGINT mid-session, once frames are being staged: the run stops between
@@ -278,54 +264,42 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
             "process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 scene=9 faces=4 "
             "zoom=3.000000 name=X");
   EXPECT_EQ(lumo::readImage(path("res/food_out.png")).geometry.height, 48u);
-  // Snapshot by default; "protrait" is sent as a face, not as a scene id.
-  const Outcome o =
-      lumo("run food.png --scene protrait -o p.png --json --logcat log2.txt" + kProbe);
-  ASSERT_EQ(o.status, 0);
-  EXPECT_EQ(frames(o).at(0)["output"], "p.png");
-  EXPECT_EQ(processLine("log2.txt"),
-            "process 0 frame=0 64x48/64/48 fmt=17 awb=0 cct=0 lux=0.000000 scene=0 faces=4 "
-            "zoom=-1.000000 name=-");
 }
 
 // The validator's and the description reader's messages are checked in tests/calib;
 // here: one report per file, exit 1 when one fails, and no output left behind.
+// Files of another kind say so first; a damaged calibration file does not.
 TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
-  // Each look read from a file is reported before the summary line.
-  const std::string built =
-      lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin").out;
-  ASSERT_THAT(built, EndsWith("\na.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n"));
-  EXPECT_THAT(built, HasSubstr("looks.faded_film: "));
-  Outcome o = lumo("calib dump a.bin");
-  EXPECT_THAT(o.out, HasSubstr("scene \"protrait\""));
-  EXPECT_THAT(o.out, HasSubstr("LUT pool: 13 blocks"));
-  ASSERT_EQ(lumo("calib export a.bin --json ex/d.json --cube-dir ex/cubes").status, 0);
-  EXPECT_EQ(files("ex").size(), 14u);
-  ASSERT_EQ(lumo("calib build ex/d.json -o b.bin").status, 0);
-  EXPECT_EQ(readText(dir / "a.bin"), readText(dir / "b.bin"));
-  write("short.bin", readText(dir / "a.bin").substr(0, 100));
-  o = lumo("calib check a.bin short.bin");
-  EXPECT_EQ(o.status, 1);
-  EXPECT_THAT(o.out, StartsWith("a.bin: ok\nshort.bin: offset 0 (header): error: file ends at "
-                                "byte 100"));
-  EXPECT_THAT(o.out, HasSubstr("short.bin: FAILED"));
-  EXPECT_EQ(lumo("calib check a.bin").status, 0);
-  EXPECT_EQ(lumo("calib export short.bin --json x.json").status, 1);
-  EXPECT_FALSE(fs::exists(dir / "x.json"));
-  // Files of another kind say so first; a damaged calibration file does not.
   write("pic.jpg", "\xFF\xD8\xFF\xE0\x00\x10JFIF\x00\x01\x01");
   write("notes.txt", "scene night: use the blue look\n");
   write("d0.json", "  {\"looks\": {}}\n");
-  const std::pair<const char*, const char*> foreign[] = {
-      {"pic.jpg", "a JPEG picture"},
-      {"notes.txt", "text"},
-      {"d0.json", "JSON text (a description: build it with `lumo calib build`)"}};
-  for (const auto& [name, kind] : foreign) {
-    o = lumo(std::string("calib check ") + name);
-    EXPECT_EQ(o.status, 1);
-    EXPECT_THAT(o.out, StartsWith(std::string(name) + ": not a calibration file: it looks like " +
-                                  kind + "\n" + name + ": offset "));
-  }
+  const std::string foreign = ": not a calibration file: it looks like ";
+  expectRuns({
+      // Each look read from a file is reported before the summary line.
+      {"calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin",
+       0,
+       {"looks.faded_film: ", "\na.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n"}},
+      {"calib dump a.bin", 0, {"scene \"protrait\"", "LUT pool: 13 blocks"}},
+      {"calib export a.bin --json ex/d.json --cube-dir ex/cubes", 0},
+      {"calib build ex/d.json -o b.bin", 0},
+      {"calib check a.bin", 0, {"a.bin: ok\n"}},
+      {"calib check pic.jpg", 1, {"pic.jpg" + foreign + "a JPEG picture\npic.jpg: offset "}},
+      {"calib check notes.txt", 1, {"notes.txt" + foreign + "text\n"}},
+      {"calib check d0.json",
+       1,
+       {"d0.json" + foreign + "JSON text (a description: build it with `lumo calib build`)"}},
+  });
+  EXPECT_EQ(files("ex").size(), 14u);
+  EXPECT_EQ(readText(dir / "a.bin"), readText(dir / "b.bin"));
+  write("short.bin", readText(dir / "a.bin").substr(0, 100));
+  expectRuns({
+      {"calib check a.bin short.bin",
+       1,
+       {"a.bin: ok\nshort.bin: offset 0 (header): error: file ends at byte 100",
+        "short.bin: FAILED"}},
+      {"calib export short.bin --json x.json", 1},
+  });
+  EXPECT_FALSE(fs::exists(dir / "x.json"));
 }
 
 #ifdef LUMO_REAL_PLUGIN
