@@ -1,6 +1,7 @@
-// Black-box tests of the LUT and calibration-file examination commands:
-// `calib build` from LUT files, `calib lint`, `calib diff`, `lut doctor` and
-// `lut fit`, text and JSON, and their exit statuses.
+// Black-box tests of the calibration and LUT commands: `calib build`, `dump`,
+// `export`, `check`, `lint` and `diff`, `lut doctor` and `lut fit`, text and
+// JSON, and their exit statuses. The validator's and the description reader's
+// messages are checked in tests/calib.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -51,6 +52,11 @@ TEST_F(CalibToolkitCli, EachCommandSaysWhatItFoundInItsExitStatus) {
     write(look + ".json", text.replace(text.find("LOOK"), 4, look));
   }
   write("junk.bin", "not a calibration file");
+  // Files of another kind say so first; a damaged calibration file does not.
+  write("pic.jpg", "\xFF\xD8\xFF\xE0\x00\x10JFIF\x00\x01\x01");
+  write("notes.txt", "scene night: use the blue look\n");
+  write("d0.json", "  {\"looks\": {}}\n");
+  const std::string foreign = ": not a calibration file: it looks like ";
   write("good.cube", cube(33, false));
   write("t.cube", cube(33, true));
   write("broken.cube", "LUT_3D_SIZE 2\n0 0 0\n");
@@ -59,7 +65,19 @@ TEST_F(CalibToolkitCli, EachCommandSaysWhatItFoundInItsExitStatus) {
   write("e.json", withLook("t\\u001b[2J", R"({"lut": "t.cube"})"));
   write("bad.json", withLook("t", R"({"lut": "t.cube", "layout": "hald"})"));
   expectRuns({
-      {"calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o demo.bin", 0, {}},
+      // Each look read from a file is reported before the summary line.
+      {"calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o demo.bin",
+       0,
+       {"looks.faded_film: ", "\ndemo.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n"}},
+      {"calib dump demo.bin", 0, {"scene \"protrait\"", "LUT pool: 13 blocks"}},
+      {"calib export demo.bin --json ex/d.json --cube-dir ex/cubes", 0},
+      {"calib build ex/d.json -o again.bin", 0},
+      {"calib check demo.bin", 0, {"demo.bin: ok\n"}},
+      {"calib check pic.jpg", 1, {"pic.jpg" + foreign + "a JPEG picture\npic.jpg: offset "}},
+      {"calib check notes.txt", 1, {"notes.txt" + foreign + "text\n"}},
+      {"calib check d0.json",
+       1,
+       {"d0.json" + foreign + "JSON text (a description: build it with `lumo calib build`)"}},
       {"calib build one.json -o one.bin", 0, {}},
       {"calib build a.json -o a.bin", 0, {}},
       {"calib build b.json -o b.bin", 0, {}},
@@ -94,6 +112,17 @@ TEST_F(CalibToolkitCli, EachCommandSaysWhatItFoundInItsExitStatus) {
        1,
        {"\"lattice_size\": 33", "\"code\": \"blue-fastest\"", "\"error_mean\""}},
   });
+  EXPECT_EQ(files("ex").size(), 14u);
+  EXPECT_EQ(readText(dir / "demo.bin"), readText(dir / "again.bin"));
+  write("short.bin", readText(dir / "demo.bin").substr(0, 100));
+  expectRuns({
+      {"calib check demo.bin short.bin",
+       1,
+       {"demo.bin: ok\nshort.bin: offset 0 (header): error: file ends at byte 100",
+        "short.bin: FAILED"}},
+      {"calib export short.bin --json x.json", 1},
+  });
+  EXPECT_FALSE(fs::exists(dir / "x.json"));
 }
 
 // Pictures to a fitted .cube, into a calibration, onto a report page; and

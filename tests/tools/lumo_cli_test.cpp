@@ -1,7 +1,7 @@
 // Black-box tests of the built `lumo`: replay and run against the probe plugin
 // (the host's call sequence, what reaches the plugin, the copy path, outputs,
-// one-line errors for bad input with no files left behind), calib and generate;
-// with the real plugin built, the bundled demo and the plugin's dumps.
+// one-line errors for bad input with no files left behind), run; with the real
+// plugin built, the bundled demo and the plugin's dumps.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -252,42 +252,6 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
             "process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 scene=9 faces=4 "
             "zoom=3.000000 name=X");
   EXPECT_EQ(lumo::readImage(path("res/food_out.png")).geometry.height, 48u);
-}
-
-// The validator's and the description reader's messages are checked in tests/calib;
-// here: one report per file, exit 1 when one fails, and no output left behind.
-// Files of another kind say so first; a damaged calibration file does not.
-TEST_F(ToolTest, CalibBuildDumpExportCheckAndFailures) {
-  write("pic.jpg", "\xFF\xD8\xFF\xE0\x00\x10JFIF\x00\x01\x01");
-  write("notes.txt", "scene night: use the blue look\n");
-  write("d0.json", "  {\"looks\": {}}\n");
-  const std::string foreign = ": not a calibration file: it looks like ";
-  expectRuns({
-      // Each look read from a file is reported before the summary line.
-      {"calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o a.bin",
-       0,
-       {"looks.faded_film: ", "\na.bin: 6 scenes, 3 zoom ratios, 13 LUTs, 3 shadings\n"}},
-      {"calib dump a.bin", 0, {"scene \"protrait\"", "LUT pool: 13 blocks"}},
-      {"calib export a.bin --json ex/d.json --cube-dir ex/cubes", 0},
-      {"calib build ex/d.json -o b.bin", 0},
-      {"calib check a.bin", 0, {"a.bin: ok\n"}},
-      {"calib check pic.jpg", 1, {"pic.jpg" + foreign + "a JPEG picture\npic.jpg: offset "}},
-      {"calib check notes.txt", 1, {"notes.txt" + foreign + "text\n"}},
-      {"calib check d0.json",
-       1,
-       {"d0.json" + foreign + "JSON text (a description: build it with `lumo calib build`)"}},
-  });
-  EXPECT_EQ(files("ex").size(), 14u);
-  EXPECT_EQ(readText(dir / "a.bin"), readText(dir / "b.bin"));
-  write("short.bin", readText(dir / "a.bin").substr(0, 100));
-  expectRuns({
-      {"calib check a.bin short.bin",
-       1,
-       {"a.bin: ok\nshort.bin: offset 0 (header): error: file ends at byte 100",
-        "short.bin: FAILED"}},
-      {"calib export short.bin --json x.json", 1},
-  });
-  EXPECT_FALSE(fs::exists(dir / "x.json"));
 }
 
 #ifdef LUMO_REAL_PLUGIN
