@@ -167,27 +167,35 @@ TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
   EXPECT_THAT(o.err, StartsWith("lumo: stdin:1: field \"instance\""));
 }
 
-// The host's counter restarts: default names stay unique, named outputs still collide.
-TEST_F(FieldCli, RepeatedFrameNumbersGetUniqueDefaultNames) {
+// The host's counter restarts: default names stay unique, named outputs still
+// collide. A tag nobody reads is said once; a UTF-8 byte-order mark is dropped,
+// UTF-16 refused.
+TEST_F(FieldCli, SessionFilesAsHostsAndEditorsWriteThem) {
   const std::string again = frameLine("preview", "", R"(, "frame": 0)");
-  Outcome o = replay(again + frameLine("preview", "") + frameLine("snapshot", "") + again, kProbe);
-  ASSERT_EQ(o.status, 0) << o.err;
+  write("again.jsonl", again + frameLine("preview", "") + frameLine("snapshot", "") + again);
+  write("named.jsonl", frameLine("preview", "", R"(, "output": "a.png")") +
+                           frameLine("preview", "", R"(, "output": "a.png")"));
+  write("utf8.jsonl", "\xEF\xBB\xBF" + frameLine("preview", ""));
+  write("utf16.jsonl", "\xFF\xFE" + frameLine("preview", ""));
+  expectRuns({
+      {"replay again.jsonl --out out" + kProbe, 0},
+      {"replay named.jsonl --out o2" + kProbe,
+       1,
+       {"named.jsonl:2: field \"output\": \"a.png\" is already written"}},
+      {"replay utf8.jsonl --out o3" + kProbe, 0},
+      {"replay utf16.jsonl --out o4" + kProbe,
+       1,
+       {"lumo: utf16.jsonl:1: the file is UTF-16 (it starts with a byte-order mark); save it as "
+        "UTF-8\n"}},
+  });
   EXPECT_EQ(files("out"), (std::vector<std::string>{
                               "frame_000000_preview_line1.png", "frame_000000_preview_line4.png",
                               "frame_000001_preview.png", "frame_000002_snapshot.png"}));
-  const std::string named = frameLine("preview", "", R"(, "output": "a.png")");
-  o = replay(named + named, kProbe);
-  EXPECT_EQ(o.status, 1);
-  EXPECT_THAT(o.err, HasSubstr("s.jsonl:2: field \"output\": \"a.png\" is already written"));
-}
-
-// A tag nobody reads is said once; a UTF-8 byte-order mark is dropped, UTF-16 refused.
-TEST_F(FieldCli, UnreadTagsAreWarnedOnceAndByteOrderMarksHandled) {
   const std::string typo = frameLine(
       "preview",
       R"("tags": {"com.zentor.sessionparams.stylizatonType": {"type": "u8", "values": [1]},)"
       R"( "0x1002F": {"type": "f32", "values": [2]}, "77": {"type": "u8", "values": [1]}})");
-  Outcome o = replay(typo + typo + typo, kProbe);
+  const Outcome o = replay(typo + typo + typo, kProbe);
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_EQ(countOf(o.err, "lumo: warning: "), 2u) << o.err;
   EXPECT_THAT(o.err,
@@ -195,16 +203,4 @@ TEST_F(FieldCli, UnreadTagsAreWarnedOnceAndByteOrderMarksHandled) {
                         "no part of the camera stack reads this tag"));
   EXPECT_THAT(o.err, HasSubstr("field \"meta.tags.77\""));
   EXPECT_THAT(o.err, Not(HasSubstr("0x1002F")));
-
-  const std::pair<std::string, int> boms[] = {
-      {"\xEF\xBB\xBF", 0}, {"\xFF\xFE", 1}, {"\xFE\xFF", 1}};
-  for (const auto& [bom, status] : boms) {
-    o = replay(bom + frameLine("preview", "") + frameLine("preview", ""), kProbe);
-    EXPECT_EQ(o.status, status) << o.err;
-    if (status != 0) {
-      EXPECT_EQ(o.err,
-                "lumo: s.jsonl:1: the file is UTF-16 (it starts with a byte-order mark); "
-                "save it as UTF-8\n");
-    }
-  }
 }
