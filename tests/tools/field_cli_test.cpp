@@ -6,7 +6,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "image_files.h"
 #include "tool_runner.h"
 
 using namespace lumo_test;

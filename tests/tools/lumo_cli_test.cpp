@@ -16,7 +16,6 @@
 #include "tool_runner.h"
 
 using namespace lumo_test;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;

@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 
 #include "html.h"
-#include "image_files.h"
 #include "tool_runner.h"
 
 using namespace lumo_test;
