@@ -1,12 +1,19 @@
-// Black-box tests of what a camera engineer meets in the field: per-frame
-// results that say what the plugin did, damaged calibration files, sizes,
-// usage errors, repeated frame numbers, process modes and session typos.
+// Black-box tests of the built `lumo` on what a camera engineer meets in the
+// field: per-frame results that say what the plugin did, damaged calibration
+// files, usage errors, session files as hosts and editors write them, raw
+// dumps examined with `yuv info`, a device's dump folder turned back into a
+// session, ordinary photos of any size, and outputs that are exactly what was
+// asked for (or an error naming the user's file).
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <map>
 #include <nlohmann/json.hpp>
 
+#include "image_files.h"
 #include "tool_runner.h"
+#include "yuv_convert.h"
 
 using namespace lumo_test;
 using ::testing::HasSubstr;
@@ -202,4 +209,175 @@ TEST_F(FieldCli, SessionFilesAsHostsAndEditorsWriteThem) {
                         "no part of the camera stack reads this tag"));
   EXPECT_THAT(o.err, HasSubstr("field \"meta.tags.77\""));
   EXPECT_THAT(o.err, Not(HasSubstr("0x1002F")));
+}
+
+class YuvInfoCli : public ToolTest {};
+
+// Files examined one by one; the exit status says whether every one adds up.
+// The preview is the picture converted as full range unless told otherwise:
+// frames from video tools are limited range, black at 16 and white at 235.
+TEST_F(YuvInfoCli, ReportsGeometryAndWritesPreviewsInTheRangeAsked) {
+  // A 40x30 NV21 picture in a buffer of stride 64 and scanline 32, bytes varied.
+  lumo::Image picture = lumo::makeImage({lumo::PixelFormat::NV21, 40, 30, 64, 32});
+  for (size_t i = 0; i < picture.bytes.size(); ++i) picture.bytes[i] = uint8_t(i * 7 + i / 64);
+  write("cap.nv21", std::string(picture.bytes.begin(), picture.bytes.end()));
+  write("IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21",
+        std::string(64 * 30 + 64 * 15, '\0'));
+  write("short_40x30_64.nv21", std::string(100, '\0'));
+  lumo::writeImage(path("pic.jpg"), picture);
+  lumo::Image grey = lumo::makeImage({lumo::PixelFormat::NV12, 6, 2, 0, 0});
+  for (uint32_t y = 0; y < 2; ++y) std::memcpy(grey.row(y), "\x10\x7e\xeb\x10\x7e\xeb", 6);
+  write("v_6x2_6.nv12", std::string(grey.bytes.begin(), grey.bytes.end()));
+  expectRuns({
+      {"yuv info cap.nv21 --width 40 --height 30",
+       0,
+       {"ffplay -f rawvideo -pixel_format nv21 -video_size 64x32 -vf crop=40:30:0:0 'cap.nv21'"}},
+      {"yuv info 'IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21'",
+       0,
+       {"image \"IMG_2\", RealTimePreview, frame 3, output"}},
+      {"yuv info short_40x30_64.nv21 cap.nv21 --width 40 --height 30",
+       1,
+       {"100 bytes do not match nv21 40x30 stride 64 scanline 30"}},
+      {"yuv info cap.nv21 short_40x30_64.nv21 -o p.png", 2},
+      {"yuv info missing.nv21", 2},
+      {"yuv info pic.jpg", 1, {"pic.jpg\n  size      "}},  // no format line: a picture has none
+      {"yuv info cap.nv21 --width 40 --height 30 --range studio -o p.png", 2},
+      {"yuv info v_6x2_6.nv12 -o v.png --range limited", 0},
+  });
+  const lumo::Image stretched = lumo::readImage(path("v.png"));
+  for (int x = 0; x < 3; ++x) EXPECT_NEAR(stretched.row(1)[4 * x], (255 * x + 1) / 2, 1) << x;
+  const Outcome o = lumo("yuv info cap.nv21 --width 40 --height 30 --json -o p.png");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.err, HasSubstr("p.png: YUV taken as full range (0..255); for limited-range"));
+  const auto layout = nlohmann::json::parse(o.out)["files"].at(0)["layouts"].at(0);
+  EXPECT_EQ(layout["stride"], 64);
+  EXPECT_EQ(layout["scanline"], 32);
+  const lumo::Image png = lumo::readImage(path("p.png"));
+  EXPECT_EQ(png.geometry.width, 40u);
+  EXPECT_EQ(png.bytes, lumo::convertImage(picture, lumo::PixelFormat::RGBA).bytes);
+}
+
+#ifdef LUMO_REAL_PLUGIN
+// The device's dumps, turned into a session and replayed, give the same dumps
+// again, also when frames are read ahead and written behind (--jobs).
+TEST_F(ToolTest, ReplayingTheDumpsReproducesThem) {
+  ASSERT_EQ(lumo("calib build '" LUMO_EXAMPLES_DIR "/demo_looks.json' -o calib.bin").status, 0);
+  // Replays `session` with both instances dumping into ROOT/data/vendor/camera.
+  const auto replayDumping = [&](const std::string& session, const std::string& root,
+                                 const std::string& options) {
+    fs::create_directories(dir / root / "odm/etc/camera");
+    fs::copy_file(dir / "calib.bin", dir / root / "odm/etc/camera/lumo_filter_param.bin");
+    return lumo("replay " + session + " --device-root " + root + " --prop " +
+                "persist.vendor.camera.lumofilter.dumpMode=3" + options);
+  };
+  // Dump files by name, the preview text dump under one name (its time stamp differs).
+  const auto dumps = [&](const std::string& root) {
+    std::map<std::string, std::string> out;
+    for (const std::string& f : files(root + "/data/vendor/camera"))
+      out[f.starts_with("lumo_filter_RealTimePreview_") ? "preview text" : f] =
+          readText(dir / root / "data/vendor/camera" / f);
+    return out;
+  };
+  write(
+      "device.jsonl",
+      R"({"instance": "preview", "frame": 3, "width": 64, "height": 48, "stride": 128, "input": "generated:sunset", "meta": {"stylization": 1, "scene": 13, "lux": 120.5, "cct": 3100, "zoom": 1.0}})"
+      "\n"
+      R"({"instance": "preview", "frame": 4, "width": 64, "height": 48, "input": "generated:plants", "meta": {"stylization": 1, "scene": 3, "lux": 900, "cct": 5200, "zoom": 1.0}})"
+      "\n"
+      R"({"instance": "snapshot", "frame": 5, "width": 64, "height": 48, "stride": 128, "input": "generated:food", "meta": {"stylization": 1, "scene": 2, "lux": 412.9, "cct": 70000, "zoom": 2, "image_name": "IMG_7"}})"
+      "\n"
+      R"({"instance": "snapshot", "frame": 6, "width": 64, "height": 48, "input": "generated:portrait", "meta": {"stylization": 1, "faces": 2, "lux": 50, "cct": 4000, "zoom": 1.5, "image_name": "IMG_8"}})"
+      "\n");
+  Outcome o = replayDumping("device.jsonl", "dev", " --out out1");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_THAT(o.err, Not(HasSubstr("no calibration file")));
+  o = lumo("session from-dumps dev/data/vendor/camera -o again/s.jsonl");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(o.out, "again/s.jsonl: 4 frames (2 preview, 2 snapshot), 0 without recorded values\n");
+  EXPECT_EQ(o.err, "");
+  o = replayDumping("again/s.jsonl", "dev2", " --out out2 --jobs 3");
+  ASSERT_EQ(o.status, 0) << o.err;
+  const auto first = dumps("dev"), second = dumps("dev2");
+  EXPECT_EQ(first.size(), 4u * 2 + 2 + 1);  // image pairs, snapshot texts, the preview text
+  for (const auto& [name, bytes] : first) {
+    SCOPED_TRACE(name);
+    ASSERT_EQ(second.count(name), 1u);
+    EXPECT_TRUE(second.at(name) == bytes);
+  }
+  // The replayed output is the device's output dump, byte for byte.
+  EXPECT_EQ(readText(dir / "out2/IMG_7_snapshot_frame5_64x48_128.nv21"),
+            first.at("IMG_7_[lumofilter]_OfflineSnapshot_frame[5]_output_64x48_128.nv21"));
+}
+#endif
+
+// YUV frames of odd size are padded for the plugin and cropped back; a
+// picture is cropped to --width/--height; what generate writes, run reads.
+TEST_F(ToolTest, OddSizesPadAndCropBackAndPicturesCrop) {
+  ASSERT_EQ(lumo("generate food -o p.png --width 33 --height 17").status, 0);
+  ASSERT_EQ(lumo("generate chart -o x.nv21 --width 33 --height 17").status, 0);
+  // run options, output size, geometry handed to the plugin
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {"p.png", "33x17", "34x18/34/18"},
+      {"p.png --format nv12 --scanline 20", "33x17", "34x18/34/20"},
+      {"p.png --format rgba", "33x17", "33x17/33/17"},
+      {"p.png --width 20 --height 9", "20x9", "20x10/20/10"},
+      {"x.nv21 --width 33 --height 17", "33x17", "34x18/34/18"},
+  };
+  for (const auto& [args, size, handed] : cases) {
+    SCOPED_TRACE(args);
+    fs::remove(dir / "log.txt");
+    ASSERT_EQ(lumo("run " + args + " -o o.png --logcat log.txt" + kProbe).status, 0);
+    const lumo::Image out = lumo::readImage(path("o.png"));
+    EXPECT_EQ(std::to_string(out.geometry.width) + "x" + std::to_string(out.geometry.height), size);
+    EXPECT_THAT(processLine("log.txt"), HasSubstr(" " + handed + " "));
+  }
+  // With the host's copy, the crop is the centre of the picture itself.
+  ASSERT_EQ(lumo("run p.png --format rgba --width 20 --height 9 --stylization 0 -o c.png" + kProbe)
+                .status,
+            0);
+  const lumo::Image picture = lumo::readImage(path("p.png")), crop = lumo::readImage(path("c.png"));
+  for (uint32_t y = 0; y < 9; ++y)
+    EXPECT_EQ(0, std::memcmp(crop.row(y), picture.row(y + 4) + 4 * 6, 20 * 4)) << "row " << y;
+}
+
+// Only files of a kind the tool writes, laid out as their names say; where
+// an output cannot go, or an input is a JPEG that ends early, the message
+// names the user's file (never the staging folder) and nothing is written.
+TEST_F(ToolTest, WritesOnlyWhatTheNameAsksFor) {
+  ASSERT_EQ(lumo("generate food -o p.png --width 40 --height 30").status, 0);
+  write("s.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.tiff"})");
+  write("s2.jsonl", R"({"instance": "snapshot", "input": "p.png"})");
+  write("s3.jsonl", R"({"instance": "snapshot", "input": "p.png", "output": "x.png"})"
+                    "\n"
+                    R"({"instance": "snapshot", "input": "p.png", "output": "x.png/y.png"})");
+  lumo::writeImage(path("p.jpg"), lumo::readImage(path("p.png")));
+  write("cut.jpg", readText(dir / "p.jpg").substr(0, fs::file_size(dir / "p.jpg") / 2));
+  const std::string gen = "generate chart --width 40 --height 30 -o ";
+  expectRuns({
+      {"run cut.jpg -o o.png" + kProbe,
+       1,
+       {"cut.jpg: truncated or damaged JPEG: Premature end of JPEG file"}},
+      {"run p.png --height 31 -o o.png" + kProbe,
+       2,
+       {"\nlumo: run: --height: 31 is larger than p.png (40x30)"}},  // after the calibration note
+      {"replay s2.jsonl --out /proc" + kProbe, 1, {"lumo: /proc: cannot write output files there"}},
+      {"replay s3.jsonl --out out" + kProbe,
+       1,
+       {"lumo: s3.jsonl:2: field \"output\": \"x.png/y.png\" needs \"x.png\" as a folder, but "
+        "line 1 writes it as a file\n"}},
+      {"run p.png -o x.tiff" + kProbe, 2, {"cannot tell what to write from \".tiff\""}},
+      {"run p.png -o noext" + kProbe, 2, {"from no extension (known: .png, .jpg, .jpeg, .nv21"}},
+      {"replay s.jsonl --out out" + kProbe,
+       1,
+       {"lumo: s.jsonl:1: field \"output\": \"x.tiff\": cannot tell what to write"}},
+      {gen + "g_8x8.nv21", 1, {"g_8x8.nv21: the name says 8x8, the picture is 40x30"}},
+      {gen + "g_40x30_64.nv21", 0},
+      {"generate chart --width 33 --height 17 -o x.nv21",
+       0,
+       {"x.nv21 holds nv21 33x17 stride 34 scanline 17: read it with --width 33 --height 17"}},
+  });
+  EXPECT_TRUE(files("out").empty());
+  // The layout the name asked for, and run reads it back without options.
+  EXPECT_EQ(lumo::readImage(path("g_40x30_64.nv21")).geometry.stride, 64u);
+  EXPECT_EQ(lumo("run g_40x30_64.nv21 -o back.png" + kProbe).status, 0);
 }

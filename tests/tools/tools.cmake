@@ -26,7 +26,6 @@ lumo_add_gtest(lumo_cli_tests
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/lumo_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/field_cli_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/field_workflow_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/calib_toolkit_cli_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/compare_cli_test.cpp
   LIBS lumo_session GTest::gmock)
