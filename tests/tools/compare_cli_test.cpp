@@ -27,17 +27,15 @@ protected:
     write("new.json", looks);
     ASSERT_EQ(lumo("calib build old.json -o old.bin").status, 0);
     ASSERT_EQ(lumo("calib build new.json -o new.bin").status, 0);
-    const std::string food =
-        R"("meta": {"stylization": 1, "scene": "food", "lux": 300, "cct": 4000})";
-    const std::string plants =
-        R"("meta": {"stylization": 1, "scene": "plants", "lux": 500, "cct": 5200})";
-    write("s1.jsonl",
-          "{\"instance\": \"preview\", \"input\": \"generated:food\", " + food +
-              "}\n{\"instance\": \"snapshot\", \"input\": \"generated:plants\", " + plants +
-              "}\n{\"instance\": \"preview\", \"input\": \"generated:chart\", " + food + "}\n");
-    write("s2.jsonl", "{\"instance\": \"preview\", \"input\": \"generated:chart\", " + plants +
-                          "}\n{\"instance\": \"preview\", \"input\": \"generated:sunset\", " +
-                          food + "}\n");
+    const auto line = [](const char* instance, const char* input, const char* scene) {
+      const bool food = scene[0] == 'f';
+      return std::string(R"({"instance": ")") + instance + R"(", "input": "generated:)" + input +
+             R"(", "meta": {"stylization": 1, "scene": ")" + scene + R"(", "lux": )" +
+             (food ? "300" : "500") + R"(, "cct": )" + (food ? "4000" : "5200") + "}}\n";
+    };
+    write("s1.jsonl", line("preview", "food", "food") + line("snapshot", "plants", "plants") +
+                          line("preview", "chart", "food"));
+    write("s2.jsonl", line("preview", "chart", "plants") + line("preview", "sunset", "food"));
   }
   Outcome compare(const std::string& args) {
     return lumo("compare --calib new.bin --against old.bin --jobs 2 " + args);

@@ -22,11 +22,9 @@ namespace fs = std::filesystem;
 // leak, one 32-byte chunk a session, would give 16 KiB over 500 sessions.
 constexpr size_t kAllowedGrowth = 8 * 1024;
 // Under AddressSanitizer glibc's atexit list grows by two slots per plugin
-// load (the plugin's initialize registers a static's destructor through the
-// sanitizer's __cxa_atexit, and the freed slot is not at the list's tail, the
-// only place glibc reuses): one 1040-byte block per 16 sessions, about 65
-// bytes a session, held by glibc, seen only in that build. The plain build's
-// bound stays exact, and LeakSanitizer checks the process at exit.
+// load (a static's destructor registered through the sanitizer's
+// __cxa_atexit, in a freed slot glibc does not reuse): about 65 bytes a
+// session, held by glibc. LeakSanitizer still checks the process at exit.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr size_t kSanitizerAtexitBytes = 80;
 #else
