@@ -141,6 +141,8 @@ TEST_F(CalibToolkitCli, FittedLookGoesIntoACalibrationAndAReport) {
       {"report --fit fit.json --calib d.bin -o page.html", 0, {}},
       {"lut fit chart.png sunset.png -o x.cube", 1, {"pictures look misaligned"}},
       {"lut fit chart.png -o x.cube", 2, {"pictures come in pairs: 1 given"}},
+      {"lut fit -o x.cube", 2, {"give picture pairs or --pairs DIR"}},
+      {"lut fit chart.png chart.png -o x.cube --size 20", 2, {"--size"}},
       {"lut fit --pairs . -o x.cube",
        1,
        {"no such folder (--pairs expects DIR/before and DIR/after"}},

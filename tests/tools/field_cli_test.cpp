@@ -183,6 +183,7 @@ TEST_F(FieldCli, SessionFilesAsHostsAndEditorsWriteThem) {
                            frameLine("preview", "", R"(, "output": "a.png")"));
   write("utf8.jsonl", "\xEF\xBB\xBF" + frameLine("preview", ""));
   write("utf16.jsonl", "\xFF\xFE" + frameLine("preview", ""));
+  write("utf16be.jsonl", "\xFE\xFF" + frameLine("preview", ""));
   expectRuns({
       {"replay again.jsonl --out out" + kProbe, 0},
       {"replay named.jsonl --out o2" + kProbe,
@@ -193,6 +194,7 @@ TEST_F(FieldCli, SessionFilesAsHostsAndEditorsWriteThem) {
        1,
        {"lumo: utf16.jsonl:1: the file is UTF-16 (it starts with a byte-order mark); save it as "
         "UTF-8\n"}},
+      {"replay utf16be.jsonl --out o5" + kProbe, 1, {"the file is UTF-16"}},
   });
   EXPECT_EQ(files("out"), (std::vector<std::string>{
                               "frame_000000_preview_line1.png", "frame_000000_preview_line4.png",
@@ -360,6 +362,9 @@ TEST_F(ToolTest, WritesOnlyWhatTheNameAsksFor) {
       {"run p.png --height 31 -o o.png" + kProbe,
        2,
        {"\nlumo: run: --height: 31 is larger than p.png (40x30)"}},  // after the calibration note
+      {"run p.png --width 39 --height 29 --stride 39 -o o.png" + kProbe,
+       2,
+       {"--stride: stride 39 is below the width 40 (nv21 frames of odd size are padded to 40x30)"}},
       {"replay s2.jsonl --out /proc" + kProbe, 1, {"lumo: /proc: cannot write output files there"}},
       {"replay s3.jsonl --out out" + kProbe,
        1,

@@ -242,11 +242,11 @@ TEST_F(ReplayCli, InterruptedSessionsSayHowFarTheyGotAndWriteNothing) {
 TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
   ASSERT_EQ(lumo("generate food -o food.png --width 64 --height 48").status, 0);
   fs::create_directory(dir / "res");
-  ASSERT_EQ(lumo("run food.png --scene night --lux 12.5 --cct 4100 --zoom 0x40400000 --faces 1 "
-                 "--instance preview --image-name X -o res/food_out.png --logcat log.txt" +
-                 kProbe)
-                .status,
-            0);
+  EXPECT_THAT(lumo("run food.png --scene night --lux 12.5 --cct 4100 --zoom 0x40400000 --faces 1 "
+                   "--instance preview --image-name X -o res/food_out.png --logcat log.txt --json" +
+                   kProbe)
+                  .out,
+              HasSubstr("\"output\": \"res/food_out.png\""));
   EXPECT_EQ(processLine("log.txt"),
             "process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 scene=9 faces=4 "
             "zoom=3.000000 name=X");
