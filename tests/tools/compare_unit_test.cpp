@@ -1,11 +1,9 @@
-// The comparison's pure parts: gate expressions, the gate over a result,
-// shard slices, scores of two pictures, and a result read back from its JSON.
+// The comparison's pure parts: gate expressions, the gate over a result and
+// scores of two pictures (shards and results read back from their JSON are
+// checked by merging shards through the tool).
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include "compare_gate.h"
-#include "compare_shards.h"
 #include "failure.h"
 
 namespace {
@@ -13,32 +11,19 @@ namespace {
 using namespace lumo;
 
 TEST(CompareGate, ExpressionsParseOrSayWhatWasExpected) {
-  struct Case {
-    std::string text;
-    std::string metric;  // "" when refused
-    bool orEqual;
-    double value;
-  } const cases[] = {
+  // text, metric, or-equal, value
+  const std::tuple<std::string, std::string, bool, double> cases[] = {
       {"p95>2.0", "p95", false, 2.0},
       {"max >= 5", "max", true, 5},
       {"share>1%", "share", false, 0.01},
       {"mean>.5", "mean", false, 0.5},
-      {"p96>2", "", false, 0},
-      {"p95<2", "", false, 0},
-      {"max>1%", "", false, 0},
-      {"p95>", "", false, 0},
-      {"p95>-1", "", false, 0},
   };
-  for (const Case& c : cases) {
-    if (c.metric.empty()) {
-      EXPECT_THROW(parseScoreLimit(c.text), Failure) << c.text;
-      continue;
-    }
-    const ScoreLimit l = parseScoreLimit(c.text);
-    EXPECT_EQ(l.metric, c.metric) << c.text;
-    EXPECT_EQ(l.orEqual, c.orEqual) << c.text;
-    EXPECT_DOUBLE_EQ(l.value, c.value) << c.text;
+  for (const auto& [text, metric, orEqual, value] : cases) {
+    const ScoreLimit l = parseScoreLimit(text);
+    EXPECT_EQ(std::tuple(l.metric, l.orEqual, l.value), std::tuple(metric, orEqual, value)) << text;
   }
+  for (const char* bad : {"p96>2", "p95<2", "max>1%", "p95>", "p95>-1"})
+    EXPECT_THROW(parseScoreLimit(bad), Failure) << bad;
   ExpectedChanges e;
   addExpectedChanges(e, "scene=food,plants");
   addExpectedChanges(e, "lut=3,12");
@@ -64,38 +49,20 @@ TEST(CompareGate, FramesCrossingLimitsOrChangingOutsideTheExpectedFail) {
   ExpectedChanges food, lut7;
   addExpectedChanges(food, "scene=food");
   addExpectedChanges(lut7, "lut=7");
-  struct Case {
-    std::vector<std::string> limits;
-    const ExpectedChanges* expected;
-    size_t failures;
-  } const cases[] = {
-      {{}, nullptr, 0},         {{"p95>2"}, nullptr, 1}, {{"p95>3"}, nullptr, 0},
-      {{"p95>=3"}, nullptr, 1}, {{"max>0"}, nullptr, 1}, {{}, &food, 1},  // night's choice
-      {{}, &lut7, 1},                                                     // food's pixels
-      {{"mean>1"}, &food, 2},
+  const ExpectedChanges none;
+  // limit ("": none), expected changes (when given), failures
+  const std::tuple<std::string, const ExpectedChanges*, size_t> cases[] = {
+      {"", nullptr, 0},       {"p95>2", nullptr, 1}, {"p95>3", nullptr, 0},
+      {"p95>=3", nullptr, 1}, {"max>0", nullptr, 1}, {"", &food, 1},  // night's choice
+      {"", &lut7, 1},                                                 // food's pixels
+      {"mean>1", &food, 2},
   };
-  for (const Case& c : cases) {
+  for (const auto& [limit, expected, failures] : cases) {
     std::vector<ScoreLimit> limits;
-    for (const std::string& l : c.limits) limits.push_back(parseScoreLimit(l));
-    const ExpectedChanges none;
-    EXPECT_EQ(
-        gateFailures(r, limits, c.expected ? *c.expected : none, c.expected != nullptr).size(),
-        c.failures)
-        << (c.limits.empty() ? "-" : c.limits[0]);
-  }
-}
-
-TEST(CompareShards, EveryFrameFallsIntoExactlyOneShard) {
-  for (uint32_t n : {1u, 2u, 3u, 7u}) {
-    std::vector<size_t> sizes(n);
-    for (size_t line = 1; line <= 60; ++line)
-      for (const char* session : {"a.jsonl", "lib/b.jsonl"}) {
-        int in = 0;
-        for (uint32_t i = 1; i <= n; ++i)
-          if (inShard({session, line}, i, n)) ++in, ++sizes[i - 1];
-        EXPECT_EQ(in, 1) << session << ":" << line << " of " << n;
-      }
-    for (size_t s : sizes) EXPECT_GT(s, 0u) << "a shard of " << n << " is empty";
+    if (!limit.empty()) limits.push_back(parseScoreLimit(limit));
+    EXPECT_EQ(gateFailures(r, limits, expected ? *expected : none, expected != nullptr).size(),
+              failures)
+        << limit;
   }
 }
 
@@ -113,29 +80,6 @@ TEST(CompareScores, ShareAndPercentilesOfAHalfChangedPicture) {
   EXPECT_DOUBLE_EQ(s.mean, s.max / 2);
   EXPECT_DOUBLE_EQ(s.share, 0.5);
   EXPECT_DOUBLE_EQ(scorePictures(a, b, 100).share, 0);
-}
-
-TEST(CompareShards, AResultReadsBackFromItsJsonUnchanged) {
-  CompareResult r;
-  r.calibNew = "n.bin";
-  r.digestNew = "01";
-  r.calibAgainst = "o.bin";
-  r.digestAgainst = "02";
-  r.sessions = {{"s.jsonl", "03"}};
-  r.pictureCount = 2;
-  r.shard = {{2, 3}};
-  CompareFrame f;
-  f.key = {"s.jsonl", 4};
-  f.scores = roundedScores({1.23456, 2.5, 7.125, 0.25, false});
-  f.choiceChanges = {"weights"};
-  f.luts = {1, 9};
-  CompareFrame missing;
-  missing.key = {"s.jsonl", 5};
-  missing.problem = "no such file";
-  r.frames = {f, missing};
-  r.pictures = {{f.key, "data:a", "data:b", "data:c", "data:d"}};
-  const std::string text = compareJson(r, true).dump();
-  EXPECT_EQ(compareJson(compareFromJson(nlohmann::json::parse(text), "x.json"), true).dump(), text);
 }
 
 }  // namespace

@@ -31,12 +31,12 @@ std::string block(std::optional<int> frame, const std::string& size, const std::
 
 class DumpSessionTest : public ScratchTest {
 protected:
+  // An image dump named as the plugin names them, `size` as "WxH_stride".
   void image(const std::string& prefix, const char* instance, int frame, const char* role,
-             uint32_t w, uint32_t h) {
-    const std::string name = prefix + "_[lumofilter]_" + instance + "_frame[" +
-                             std::to_string(frame) + "]_" + role + "_" + std::to_string(w) + "x" +
-                             std::to_string(h) + "_" + std::to_string(w) + ".nv21";
-    write("d/" + name, std::string(w * h * 3 / 2, '\0'));
+             const std::string& size, size_t bytes) {
+    write("d/" + prefix + "_[lumofilter]_" + instance + "_frame[" + std::to_string(frame) + "]_" +
+              role + "_" + size + ".nv21",
+          std::string(bytes, '\0'));
   }
 };
 
@@ -50,14 +50,15 @@ TEST_F(DumpSessionTest, FramesTakeTheValuesOfTheirOwnBlock) {
             block(6, "16x8", "portrait", "1", "2", "3.000000"));
   write("d/IMG_1_lumo_filter_OfflineSnapshot_exif.txt",
         block(std::nullopt, "16x8", "protrait", "412", "70000", "2.000000"));
+  // Blocks without frame numbers start at their width; a snapshot takes the first.
   write("d/IMG_2_lumo_filter_OfflineSnapshot_exif.txt",
-        block(std::nullopt, "16x8", "food", "300", "5000", "1.000000"));
-  for (int f : {3, 4, 5, 6}) image("", "RealTimePreview", f, "input", 8, 4);
-  image("", "RealTimePreview", 3, "output", 8, 4);  // outputs are not frames
-  image("IMG_1", "OfflineSnapshot", 7, "input", 16, 8);
-  image("IMG_2", "OfflineSnapshot", 8, "input", 16, 8);
-  image("IMG_2", "OfflineSnapshot", 9, "input", 16, 8);
-  write("d/x_[lumofilter]_RealTimePreview_frame[10]_input_8x4_8.nv21", "short");
+        block(std::nullopt, "16x8", "food", "300", "5000", "1.000000") +
+            block(std::nullopt, "16x8", "night", "1", "1", "1.000000"));
+  for (int f : {3, 4, 5, 6}) image("", "RealTimePreview", f, "input", "8x4_8", 48);
+  image("", "RealTimePreview", 3, "output", "8x4_8", 48);  // outputs are not frames
+  for (int f : {7, 8, 9})
+    image(f == 7 ? "IMG_1" : "IMG_2", "OfflineSnapshot", f, "input", "16x8_16", 192);
+  image("x", "RealTimePreview", 10, "input", "8x4_8", 5);
   write("d/y_[lumofilter]_OfflineSnapshot_frame[11]_input_8x4_8.yuv", std::string(48, '\0'));
 
   const DumpSession s = sessionFromDumps(path("d"), dir.string(), false);

@@ -89,9 +89,4 @@ TEST_F(RawLayoutTest, InspectFindsTheLayoutOrSaysWhatDoesNotAddUp) {
     EXPECT_EQ(read.geometry.stride, g.stride);
     EXPECT_EQ(read.geometry.scanline, g.scanline);
   }
-  const YuvInfo dump = inspectRaw(path(plugin), {});
-  ASSERT_TRUE(dump.dump.has_value());
-  EXPECT_EQ(
-      std::tuple(dump.dump->imageName, dump.dump->instance, dump.dump->frame, dump.dump->role),
-      std::tuple(std::string("IMG_1"), std::string("OfflineSnapshot"), 7u, std::string("input")));
 }
