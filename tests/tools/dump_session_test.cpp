@@ -94,9 +94,7 @@ TEST_F(DumpSessionTest, FramesTakeTheValuesOfTheirOwnBlock) {
     // A dump whose name says no format is replayed as NV21, and says so.
     EXPECT_EQ(line.value("format", ""), frame == 11 ? "nv21" : "");
   }
-  EXPECT_EQ(s.preview, 4u);
-  EXPECT_EQ(s.snapshot, 4u);
-  EXPECT_EQ(s.withoutValues, 3u);
+  EXPECT_EQ(std::tuple(s.preview, s.snapshot, s.withoutValues), std::tuple(4u, 4u, 3u));
   // Each thing that did not match is said once, naming the dump.
   for (const char* said :
        {"frame[10]_input_8x4_8.nv21: 5 bytes do not match", "2 preview text blocks hold frame 4",

@@ -87,7 +87,6 @@ TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
     std::string name;
   } cases[] = {
       {{K::Hald, 16, 0, false}, 64, 64, "hald level 4"},
-      {{K::Hald, 64, 0, false}, 512, 512, "hald level 8"},
       {{K::Tiles, 16, 4, false}, 64, 64, "tiles 4x4"},
       {{K::Tiles, 64, 8, false}, 512, 512, "tiles 8x8"},
       {{K::Tiles, 32, 16, false}, 512, 64, "tiles 16x2"},

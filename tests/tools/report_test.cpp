@@ -9,7 +9,6 @@
 #include <paramUtil.h>
 
 #include <cmath>
-#include <numeric>
 #include <regex>
 
 #include "coverage.h"
@@ -114,6 +113,7 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   shown.filtered = true;
   shown.outcome = "filtered";
   shown.lux = 150;
+  shown.scene = "common";
   shown.lutIndex = std::array<int, 4>{0, 1, 2, 3};
   shown.lutWeight = std::array<double, 4>{0.25, 0.25, 0.25, 0.25};
   shown.script = "CubeLutEffect;cube_strength=1;lut_type=1.0;<x-injected>";
@@ -121,7 +121,6 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   copied.instance = "snapshot";
   copied.outcome = "copied: bypass switch";
   copied.pictureNote = "left out";
-  shown.scene = "common";
   ReplayFrame held = shown;
   held.scene = "night";
   held.heldScript = "held script made for 4000x3000 on a 1280x720 frame";

@@ -4,7 +4,6 @@
 // payloads; bad lines are checked through the tool).
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <system/camera_metadata.h>
 
 #include <algorithm>
 #include <array>
