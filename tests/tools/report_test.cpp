@@ -155,10 +155,10 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
   // section, text, how often: one cell per CCT band plus the chart; the known
   // look named where its block is shown (the others keep their numbers); one
   // panel per frame, a slider only with pictures; a key for the scene lane's
-  // colours and the marks; the held script said on hover, in row and panel;
-  // the diff's heat map, one cell per compared CCT band, zero where the block
-  // is the same, the changed block's cell the worst, the added scene and
-  // blocks.
+  // colours and the marks; the held script said on hover, in row and panel,
+  // its mark amber; the diff's heat map, one cell per compared CCT band, zero
+  // where the block is the same, the changed block's cell the worst; the
+  // added scene and blocks.
   const std::tuple<int, std::string, size_t> counts[] = {
       {0, "class=\"cell\"", 4 + 2 + 1},
       {0, "<span class=\"look\">&lt;warm&gt;</span> block 1", 1},
@@ -171,7 +171,7 @@ TEST_F(ReportCalib, EverySectionMakesAWellFormedSelfContainedPage) {
       {2, "AI scene (none)", 1},
       {2, "mark: copied", 1},
       {2, held.heldScript, 3},
-      {2, "fill=\"#ef9c00\"", 1},  // the held script's amber mark
+      {2, "fill=\"#ef9c00\"", 1},
       {4, "class=\"heat\"", 4},
       {4, ">0.00</td>", 3},
       {4, "class=\"worst\"", 1},
