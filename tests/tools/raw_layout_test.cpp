@@ -30,9 +30,9 @@ class RawLayoutTest : public ScratchTest {};
 
 // name, file size, the layout found first (or nullopt) and text the first problem holds.
 TEST_F(RawLayoutTest, InspectFindsTheLayoutOrSaysWhatDoesNotAddUp) {
-  const std::string plugin = "IMG_1_[lumofilter]_OfflineSnapshot_frame[7]_input_40x30_64.nv21";
   const std::tuple<std::string, uint64_t, std::optional<Expected>, std::string> cases[] = {
-      {plugin, 64 * 30 + 64 * 15, Expected{40, 30, 64, 30, false}, ""},
+      {"IMG_1_[lumofilter]_OfflineSnapshot_frame[7]_input_40x30_64.nv21", 64 * 30 + 64 * 15,
+       Expected{40, 30, 64, 30, false}, ""},
       {"a_width_40_height_30_stride_64_scanline_32.nv12", 64 * 32 + 64 * 15,
        Expected{40, 30, 64, 32, true}, ""},
       {"b_40x30.nv21", 64 * 32 * 3 / 2, Expected{40, 30, 64, 32, false}, ""},
@@ -42,7 +42,6 @@ TEST_F(RawLayoutTest, InspectFindsTheLayoutOrSaysWhatDoesNotAddUp) {
       {"it's_40x30_64.nv21", 64 * 45, Expected{40, 30, 64, 30, false}, ""},
       {"d.nv21", 640 * 480 * 3 / 2, Expected{640, 480, 640, 480, false}, ""},
       {"e_10x4.rgba", 16 * 4 * 4, Expected{10, 4, 16, 4, false}, ""},
-      {"f_40x30_64.nv21", 100, std::nullopt, "100 bytes do not match nv21 40x30 stride 64"},
       {"g_40x30_64.nv21", 64 * 32 * 3 / 2 + 64 * 3, std::nullopt, "do not match"},
       {"h_40x30_32.nv21", 2000, std::nullopt, "stride 32 is below the width 40"},
       {"i.nv21", 12345, std::nullopt, "fit no common camera picture size"},

@@ -109,6 +109,7 @@ TEST_F(ImageIo, PngIsExactAndJpegIsClose) {
       EXPECT_EQ(0, std::memcmp(back.row(y), image->row(y), 4 * back.geometry.width)) << y;
   }
   writeImage(path("g.jpg"), in, 98);
+  EXPECT_THROW(writeImage(path("nodir/x.png"), in), Failure);
   const Image jpg = readImage(path("g.jpg"));
   ASSERT_EQ(jpg.geometry.width, 37u);
   double err = 0;
