@@ -1,5 +1,6 @@
-// The JSON description: block numbering by last use, the array form, messages
-// naming the field, and the round trip of a written file through export and build.
+// The JSON description: block numbering by last use, messages naming the
+// field, and the round trip of a written file through export (the array form)
+// and build.
 #include <calib/calibration_reader.h>
 #include <calib/description_json.h>
 #include <calib/looks.h>
@@ -48,20 +49,6 @@ TEST(DescriptionJson, NamedBlocksAreNumberedByLastUseAndFloatsTakeEverySpelling)
   EXPECT_EQ(std::make_tuple(f.shadings[0][0], f.shadings[0][1], f.shadings[0][2], f.shadings[0][3]),
             std::make_tuple(1.0f, INFINITY, -INFINITY, 0.25f));
   EXPECT_TRUE(std::isnan(f.shadings[0][7]));
-}
-
-TEST(DescriptionJson, ArrayFormKeepsIndicesAsWritten) {
-  const CalibrationFile f = parseDescription(json::parse(R"({
-    "looks": [{"generate": {}}, {"generate": {"saturation": 0}}],
-    "scenes": [{"name": "food", "declared_size": 200, "lux": [{"start": 0, "end": 9, "cct": [
-      {"start": 0, "end": 1, "lut": 0}, {"start": 2, "end": 3, "lut": 5}]}]}],
-    "param_data_offset": 800, "trailing_bytes": [1, 2], "lut3d_size": 33})"),
-                                             "d.json", ".");
-  EXPECT_EQ(std::make_tuple(f.luts.size(), f.scenes[0].luxBands[0].ccts[1].index,
-                            f.scenes[0].declaredSize.value_or(0), f.paramDataOffset.value_or(0),
-                            f.lut3dSize),
-            std::make_tuple(2u, 5, 200, 800, 33));
-  EXPECT_EQ(f.trailingBytes, (std::vector<uint8_t>{1, 2}));
 }
 
 TEST(DescriptionJson, ErrorsNameTheField) {

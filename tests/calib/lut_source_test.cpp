@@ -156,47 +156,18 @@ TEST(LutSource, FilesBakedByOpenColorIOReadBackAtEverySize) {
         EXPECT_GT(got.info.size1d, 0);
       }
       EXPECT_LE(maxDifference(got.lut, exactBlock(affine)), c.shaper ? 3 : 1);
-      // The block is compared with the file itself over the dense grid (never
-      // exactly: the block holds bytes).
+      // The block against the file itself over the dense grid: never exact, as it holds bytes.
       EXPECT_GT(got.error.mean, 0.0);
-      EXPECT_LE(got.error.mean, got.error.max);
       EXPECT_LT(got.error.max, affine ? 1.0 : 6.0);
-      EXPECT_LT(got.error.mean, affine ? 0.5 : 1.0);
       EXPECT_FALSE(looksBlueFastest(got.info.lattice, size));
       fs::remove(p);
     }
   }
 }
 
-TEST(LutSource, DomainsAndInputRangesAreAppliedNotIgnored) {
-  // The lattice spans 0..2; an input of x lands at x/2 and gives x back, so
-  // the block is the identity only when the domain is honoured.
-  const auto twice = [](double r, double g, double b) {
-    return std::array<double, 3>{2 * r, 2 * g, 2 * b};
-  };
-  const struct {
-    const char* name;
-    std::string header;
-    std::string dialect;
-  } cases[] = {{"iridas", "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 2 2 2\n", "Iridas"},
-               {"resolve", "LUT_3D_INPUT_RANGE 0 2\n", "Resolve"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const fs::path p =
-        writeFile(std::string("domain_") + c.name + ".cube", cubeOf(9, twice, false, c.header));
-    const LutImport got = importLut(p.string());
-    EXPECT_EQ(got.info.dialect, c.dialect);
-    EXPECT_EQ(got.info.domainMax, (std::array<double, 3>{2, 2, 2}));
-    EXPECT_LE(maxDifference(got.lut, identityLut()), 1);
-    std::vector<std::string> codes;
-    for (const Finding& problem : lutProblems(got)) codes.push_back(problem.rule);
-    EXPECT_NE(std::find(codes.begin(), codes.end(), "domain"), codes.end());
-    fs::remove(p);
-  }
-}
-
-// Lattice order and suspect values are flagged; SPI lattices and unquoted
-// titles read.
+// Lattice order, domains and suspect values are flagged; SPI lattices and
+// unquoted titles read. A lattice over 0..2 that doubles its input is the identity only when
+// its domain is honoured.
 TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
   const auto constant = [](double, double, double) { return std::array<double, 3>{0.4, 0.4, 0.4}; };
   const auto loud = [](double r, double g, double b) {
@@ -205,6 +176,11 @@ TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
   const auto nearId = [](double r, double g, double b) {
     return std::array<double, 3>{0.998 * r + 0.001, g, b};
   };
+  const auto twice = [](double r, double g, double b) {
+    return std::array<double, 3>{2 * r, 2 * g, 2 * b};
+  };
+  // Identity when the domain is honoured; the file's values reach 2.
+  const std::vector<std::string> kDomain = {"domain", "out-of-range", "near-identity"};
   const struct {
     const char* name;
     std::string text;
@@ -217,6 +193,8 @@ TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
       {"near_identity", cubeOf(9, nearId), {"near-identity"}},
       {"constant", cubeOf(5, constant), {"near-constant"}},
       {"out_of_range", cubeOf(9, loud), {"out-of-range"}},
+      {"domain", cubeOf(9, twice, false, "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 2 2 2\n"), kDomain},
+      {"input_range", cubeOf(9, twice, false, "LUT_3D_INPUT_RANGE 0 2\n"), kDomain},
       {"nan", "LUT_3D_SIZE 2\nnan 1 1\n0 1 1\n1 0 1\n0 0 1\n1 1 0\n0 1 0\n1 0 0\n0 0 0\n", {"nan"}},
   };
   for (const auto& c : cases) {
@@ -230,91 +208,68 @@ TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
   // An inverting SPI lattice, each row with its indices.
   std::string spi = "SPILUT 1.0\n3 3\n2 2 2\n";
   for (int i = 0; i < 8; ++i) {
+    char row[32];
     const int r = i / 4, g = i / 2 % 2, b = i % 2;
-    spi += std::to_string(r) + " " + std::to_string(g) + " " + std::to_string(b) + " " +
-           std::to_string(1 - r) + " " + std::to_string(1 - g) + " " + std::to_string(1 - b) + "\n";
+    std::snprintf(row, sizeof(row), "%d %d %d %d %d %d\n", r, g, b, 1 - r, 1 - g, 1 - b);
+    spi += row;
   }
   const fs::path p = writeFile("invert.spi3d", spi);
   const LutImport got = importLut(p.string());
   EXPECT_EQ(got.info.format + " " + std::to_string(got.info.size3d), "spi3d 2");
   EXPECT_EQ(got.lut[0], 255);
+  fs::remove(p);
   const fs::path q = writeFile("unquoted.cube", cubeOf(3, identity, false, "TITLE my look\n"));
   EXPECT_EQ(importLut(q.string()).info.title, "my look");
-  fs::remove(p);
   fs::remove(q);
 }
 
 TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
-  const std::string good = cubeOf(2, identity, false, "TITLE \"good\"\n");
+  const auto broken = [](const std::string& from, const std::string& to) {
+    std::string text = cubeOf(2, identity, false, "TITLE \"good\"\n");
+    return text.replace(text.rfind(from), from.size(), to);
+  };
   const struct {
     const char* name;
-    std::string from, to;
-    std::string expected;  // after "FILE: cannot read .cube file: "; NAME is the file's name
+    std::string text;
+    // After "FILE: cannot read .EXT file: " (but for a kind no reader takes); NAME is the
+    // file's name. OpenColorIO's own complaints pass through as they are.
+    std::string expected;
   } cases[] = {
-      {"size_word", "LUT_3D_SIZE 2", "LUT_3D_SIZE two",
+      {"size_word.cube", broken("LUT_3D_SIZE 2", "LUT_3D_SIZE two"),
        "line 2: LUT_3D_SIZE: expected an integer 2 to 129, got \"two\""},
-      {"shaper_huge", "LUT_3D_SIZE 2", "LUT_1D_SIZE 1e9\nLUT_3D_SIZE 2",
+      {"shaper_huge.cube", broken("LUT_3D_SIZE 2", "LUT_1D_SIZE 1e9\nLUT_3D_SIZE 2"),
        "line 2: LUT_1D_SIZE: expected an integer 2 to 65536, got \"1e9\""},
-      {"utf16", "TITLE", "\xFF\xFETITLE",
+      {"utf16.cube", broken("TITLE", "\xFF\xFETITLE"),
        "the file is UTF-16 (it starts with a byte-order mark); save it as UTF-8"},
-      {"utf16_unmarked", "TITLE", std::string("T\0I\0T\0L\0E\0", 10),
+      {"utf16_unmarked.cube", broken("TITLE", std::string("T\0I\0T\0L\0E\0", 10)),
        "the file is UTF-16 (every other byte is zero); save it as UTF-8"},
-      {"short_table", "1.000000 1.000000 1.000000\n", "",
+      {"short_table.cube", broken("1.000000 1.000000 1.000000\n", ""),
        "Error parsing Iridas .cube file (NAME).  Incorrect number of 3D LUT entries. Found 7, "
        "expected 8."},
-      {"bad_value", "1.000000 1.000000 0.000000", "1 one 0",
-       "Error parsing Iridas .cube file (NAME).  At line (6): '1 one 0'.  Malformed color triples "
-       "specified."},
-      {"too_large", "LUT_3D_SIZE 2", "LUT_3D_SIZE 130",
+      {"too_large.cube", broken("LUT_3D_SIZE 2", "LUT_3D_SIZE 130"),
        "line 2: LUT_3D_SIZE: expected an integer 2 to 129, got \"130\""},
-      {"input_range", "LUT_3D_SIZE 2", "LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE 0",
-       "Error parsing Resolve .cube file (NAME).  At line (3): 'LUT_3D_INPUT_RANGE 0'.  Malformed "
-       "LUT_3D_INPUT_RANGE tag."},
-      {"domain_short", "TITLE \"good\"", "DOMAIN_MIN 0 0",
+      {"domain_short.cube", broken("TITLE \"good\"", "DOMAIN_MIN 0 0"),
        "line 1: DOMAIN_MIN: expected three numbers, got \"DOMAIN_MIN 0 0\""},
-      {"domain_empty", "TITLE \"good\"", "DOMAIN_MIN 0 0 1\nDOMAIN_MAX 1 1 1",
+      {"domain_empty.cube", broken("TITLE \"good\"", "DOMAIN_MIN 0 0 1\nDOMAIN_MAX 1 1 1"),
        "DOMAIN_MAX must exceed DOMAIN_MIN in every channel (channel B: 1.000000 .. 1.000000)"},
+      {"look.xyz", "1 2 3\n",
+       "not a LUT format this tool reads (extension \".xyz\"; see docs/calibration.md)"},
+      // A lattice past the largest is refused before any entry is read.
+      {"huge.spi3d", "SPILUT 1.0\n3 3\n130 130 130\n0 0 0 0 0 0\n",
+       "LUT 3D: Grid size '130' must not be greater than '129'."},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    std::string text = good;
-    const size_t at = text.rfind(c.from);
-    ASSERT_NE(at, std::string::npos);
-    text.replace(at, c.from.size(), c.to);
-    const fs::path p = writeFile(std::string("broken_") + c.name + ".cube", text);
-    std::string expected = c.expected;
+    const fs::path p = writeFile(c.name, c.text);
+    const std::string ext = p.extension().string();
+    std::string expected = (ext == ".xyz" ? "" : "cannot read " + ext + " file: ") + c.expected;
     if (const size_t n = expected.find("NAME"); n != std::string::npos)
       expected.replace(n, 4, p.filename().string());
     try {
       importLut(p.string());
       ADD_FAILURE() << "read without complaint";
     } catch (const std::runtime_error& e) {
-      EXPECT_EQ(std::string(e.what()), p.string() + ": cannot read .cube file: " + expected);
-    }
-    fs::remove(p);
-  }
-  // Whole files: missing, of a kind no reader takes, a lattice past the
-  // largest (refused before any entry is read).
-  const struct {
-    const char* name;
-    const char* text;  // nullptr: no such file
-    std::string expected;
-  } files[] = {
-      {"missing.cube", nullptr, ": cannot open .cube file"},
-      {"look.xyz", "1 2 3\n",
-       ": not a LUT format this tool reads (extension \".xyz\"; see docs/calibration.md)"},
-      {"huge.spi3d", "SPILUT 1.0\n3 3\n130 130 130\n0 0 0 0 0 0\n",
-       ": cannot read .spi3d file: LUT 3D: Grid size '130' must not be greater than '129'."},
-  };
-  for (const auto& f : files) {
-    const fs::path p = fs::temp_directory_path() / (std::string("lumo_lut_test_") + f.name);
-    fs::remove(p);
-    if (f.text) writeFile(f.name, f.text);
-    try {
-      importLut(p.string());
-      ADD_FAILURE() << f.name;
-    } catch (const std::runtime_error& e) {
-      EXPECT_EQ(std::string(e.what()), p.string() + f.expected);
+      EXPECT_EQ(std::string(e.what()), p.string() + ": " + expected);
     }
     fs::remove(p);
   }
