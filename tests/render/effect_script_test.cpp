@@ -37,34 +37,24 @@ TEST(EffectScript, AcceptedAndRefusedShapes) {
       {"", 0, 0, ""},
       {"  ", 0, 0, ""},
       {"CubeLutEffect", 1, 0, ""},
-      {"CubeLutEffect;cube_strength=0.5", 1, 0, ""},
       {"CubeLutEffect;;cube_strength = 0.5 ;;", 1, 0, ""},
       {"CvStyleEffect;", 1, 0, ""},
       {"CubeLutEffect;cube_strength=2;", 1, 1, ""},    // clamped
       {"CubeLutEffect;cube_strength=nan;", 1, 1, ""},  // kept, but changes nothing
       {"CubeLutEffect;colour=3;", 1, 1, ""},           // unknown key
       {"CvStyleEffect;SmoothValueScale=nan;", 0, 1, ""},
-      {"CvStyleEffect;LightDarkPreserveT=-nan;", 0, 1, ""},
       {"CvStyleEffect;Width=inf;", 0, 1, ""},
       {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-inf;SmoothEndValue=nan;", 1, 1, ""},
       {"CvStyleEffect;SmoothStartValue=1e999;", 0, 1, ""},  // out of range reads as infinity
       {"Sepia;", 0, 0, "unknown effect \"Sepia\""},
       {"CubeLutEffect;@", 0, 0, "effect without a name"},
       {"@CubeLutEffect;", 0, 0, "effect without a name"},
-      {";cube_strength=1", 0, 0, "effect without a name"},
       {"CubeLutEffect;cube_strength", 0, 0, "CubeLutEffect: \"cube_strength\" is not key=value"},
       {"CubeLutEffect;cube_strength=abc", 0, 0,
        "CubeLutEffect: cube_strength is not a number: \"abc\""},
-      {"CubeLutEffect;cube_strength=", 0, 0, "CubeLutEffect: cube_strength is not a number: \"\""},
-      {"CubeLutEffect;cube_strength=1.0x", 0, 0,
-       "CubeLutEffect: cube_strength is not a number: \"1.0x\""},
       {"CubeLutEffect;=1", 0, 0, "CubeLutEffect: empty key"},
       {"CubeLutEffect;lut_type=2.0;", 0, 0,
        "CubeLutEffect: unsupported lut_type 2.000000 (only 1, an uploaded 17-point lattice)"},
-      {"CubeLutEffect;lut_type=nan;", 0, 0,
-       "CubeLutEffect: unsupported lut_type nan (only 1, an uploaded 17-point lattice)"},
-      {"CubeLutEffect;@CvStyleEffect;LightDarkPres", 0, 0,
-       "CvStyleEffect: \"LightDarkPres\" is not key=value"},
       {"@@@@@@@@@@@@@@@@@", 0, 0, "more than 16 effects"},
   };
   for (const auto& [script, effects, warnings, error] : cases) {

@@ -132,7 +132,6 @@ TEST(SdkFilter, RefusesWhatItCannotUseWithALogLine) {
       {kScript, bytes.data(), 17, -1, 4, 2, "4 channels unsupported"},
       {kScript, bytes.data(), 17, 1, 3, 2, "no CubeLutEffect at index 1"},
       {"CvStyleEffect;SmoothValueScale=0.5;", bytes.data(), 17, -1, 3, 1, noLut},
-      {"Garbage;", bytes.data(), 17, -1, 3, 0, noLut},
       {"CubeLutEffect;cube_strength=1.0;lut_type=1.0;@Blur;", nullptr, 0, 0, 0, 0,
        "script not understood, no effects: unknown effect \"Blur\""},
       {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-nan;SmoothEndValue=inf;", nullptr, 0, 0, 0,
@@ -146,8 +145,7 @@ TEST(SdkFilter, RefusesWhatItCannotUseWithALogLine) {
     EXPECT_EQ(filter->getEffectCount(), c.effects);
     EXPECT_TRUE(c.size == 0 || !filter->addLutEffectData(c.lut, c.size, c.index, c.channels, 512));
     EXPECT_TRUE(logged(capture, c.log));
-    WrappedImage in(lumo::PixelFormat::NV21, 8, 4, 0, 0),
-        out(lumo::PixelFormat::NV21, 8, 4, 0, 0);
+    WrappedImage in(lumo::PixelFormat::NV21, 8, 4, 0, 0), out(lumo::PixelFormat::NV21, 8, 4, 0, 0);
     *in.at(5, 3) = 77;
     EXPECT_EQ(filter->processFrame(&in.param, &out.param), 0);
     EXPECT_TRUE(c.effects != 0 || *out.at(5, 3) == 77);  // copied
