@@ -149,11 +149,11 @@ TEST_F(LogFiles, AndroidLinesHaveTheThreadtimeShapeAndCapturesSeeEveryLine) {
   ASSERT_TRUE(hostsim::setAndroidLogFile((dir / "logcat.txt").string()));
   __android_log_print(ANDROID_LOG_INFO, "ab", "hello %d", 5);
   __android_log_print(ANDROID_LOG_ERROR, "VyAlgoEngine", "two\nlines\n\n");
-  __android_log_print(ANDROID_LOG_DEBUG, "TagOfEight", "%s", "x");
+  __android_log_print(ANDROID_LOG_SILENT, "TagOfEight", "%s", "x");
   // Neither the minimum priority nor a dropping destination hides lines from captures.
   hostsim::setAndroidLogMinPriority(ANDROID_LOG_WARN);
   __android_log_print(ANDROID_LOG_INFO, "t", "quiet");
-  __android_log_print(ANDROID_LOG_ERROR, "t", "loud");
+  __android_log_print(ANDROID_LOG_WARN, "t", "loud");  // at the minimum
   ASSERT_TRUE(hostsim::setAndroidLogFile("-"));
   __android_log_print(ANDROID_LOG_ERROR, "t", "dropped");
   EXPECT_EQ(capture.androidMessages(), (std::vector<std::string>{"hello 5", "two\nlines\n\n", "x",
@@ -164,8 +164,8 @@ TEST_F(LogFiles, AndroidLinesHaveTheThreadtimeShapeAndCapturesSeeEveryLine) {
   char ids[32];
   std::snprintf(ids, sizeof ids, " %5d %5d ", ::getpid(), static_cast<int>(syscall(SYS_gettid)));
   const std::vector<std::string> tails = {"I ab      : hello 5", "E VyAlgoEngine: two",
-                                          "E VyAlgoEngine: lines", "D TagOfEight: x",
-                                          "E t       : loud"};
+                                          "E VyAlgoEngine: lines", "S TagOfEight: x",
+                                          "W t       : loud"};
   const auto lines = linesOf(dir / "logcat.txt");
   ASSERT_EQ(lines.size(), tails.size());
   for (size_t i = 0; i < lines.size(); ++i) {
