@@ -1,14 +1,27 @@
-// Little-endian assembly of calibration-file bytes, independent of the writer.
+// Helpers of the calibration tests: little-endian assembly of calibration-file
+// bytes, independent of the writer, and the message a call throws.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace calib_test {
+
+// The message of the E that `f` throws, or "(accepted)" when it throws none.
+template <typename E = std::runtime_error, typename F>
+std::string thrownBy(F&& f) {
+  try {
+    f();
+  } catch (const E& e) {
+    return e.what();
+  }
+  return "(accepted)";
+}
 
 struct Bytes {
   std::vector<uint8_t> b;

@@ -12,6 +12,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "calib_bytes.h"
+
 using namespace calib;
 using nlohmann::json;
 namespace fs = std::filesystem;
@@ -77,13 +79,9 @@ TEST(DescriptionJson, ErrorsNameTheField) {
   for (const auto& [where, value, expected] : cases) {
     json j = twoScenes();
     j[json::json_pointer(where)] = json::parse(value);
-    std::string error = "(accepted)";
-    try {
-      parseDescription(j, "d.json", ".");
-    } catch (const std::invalid_argument& e) {
-      error = e.what();
-    }
-    EXPECT_EQ(error, expected);
+    EXPECT_EQ(
+        calib_test::thrownBy<std::invalid_argument>([&] { parseDescription(j, "d.json", "."); }),
+        expected);
   }
 }
 
@@ -124,12 +122,8 @@ TEST(DescriptionJson, DeepNestingIsRefusedWhileParsing) {
   const fs::path path = fs::temp_directory_path() / "lumo_deep_description.json";
   std::ofstream(path) << R"({"scenes": [{"name": "common", "lux": [{"start": )"
                       << std::string(100000, '[') << std::string(100000, ']') << "}]}]}";
-  std::string error = "(accepted)";
-  try {
-    readDescription(path.string());
-  } catch (const std::invalid_argument& e) {
-    error = e.what();
-  }
+  const std::string error =
+      calib_test::thrownBy<std::invalid_argument>([&] { readDescription(path.string()); });
   fs::remove(path);
   EXPECT_EQ(error, path.string() + ": malformed JSON: nested deeper than 64 levels");
 }

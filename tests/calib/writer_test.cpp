@@ -96,13 +96,8 @@ TEST(CalibWriter, RefusesWhatCannotBeEncoded) {
   rows.push_back({bigScenes({"a", "b"}, 10), "lutDataOffset is 121034, more than 65535"});
   rows.push_back({bigScenes({"big"}, 12), "scene 0 (big) size is 72138, more than 65535"});
   for (const auto& [file, message] : rows) {
-    std::string thrown;
-    try {
-      calib::serialize(file);
-    } catch (const std::invalid_argument& e) {
-      thrown = e.what();
-    }
-    EXPECT_EQ(thrown, message);
+    EXPECT_EQ(calib_test::thrownBy<std::invalid_argument>([&] { calib::serialize(file); }),
+              message);
     std::string error;
     EXPECT_FALSE(calib::writeFile(file, "/nonexistent/x.bin", &error));
     EXPECT_EQ(error, message);
