@@ -1,11 +1,3 @@
-# Long-running checks scaled to CI: repeated plugin lifecycles in one process
-# (LUMO_SOAK_CYCLES raises the count for a long run).
-lumo_add_gtest(plugin_cycles_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_cycles_test.cpp
-  LIBS lumo_plugin_test_support)
-target_include_directories(plugin_cycles_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-target_compile_definitions(plugin_cycles_test PRIVATE LUMO_PLUGIN_LIBRARY="$<TARGET_FILE:lumo_filter>")
-add_dependencies(plugin_cycles_test lumo_filter)
-
 # Preview and snapshot on two threads for many frames while the calibration
 # file changes (TSan runs it too), and faults of the dump folder.
 lumo_add_gtest(plugin_soak_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/plugin_soak_test.cpp
