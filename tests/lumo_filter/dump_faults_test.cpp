@@ -1,11 +1,9 @@
-// Faults of the dump folder while dumping is on: missing, read-only, and full
-// from the start, in the middle of the parameter text or in the middle of the
-// image dumps (the simulator's file layer makes the last two, so they need
-// no privileges). The frame must come out as without the fault and the
-// request still returns 0. The host's image dumps say on the log which failed
-// and why, and leave nothing cut short. The plugin's parameter text is
-// written unchecked and without a word by design: on a full partition it is
-// left holding what fitted, never anything else.
+// Faults of the dump folder while dumping is on: missing, read-only, and
+// filling up in the middle of the parameter text (the simulator's file layer
+// makes the last two, so they need no privileges). The frame must come out as without the fault and
+// the request still returns 0. The host's image dumps say on the log which failed and why, and
+// leave nothing cut short. The plugin's parameter text is written unchecked and without a word by
+// design: on a full partition it is left holding what fitted, never anything else.
 #include <hostsim/file_faults.h>
 
 #include <map>
@@ -53,76 +51,69 @@ Outcome runOne(Host& host, uint32_t mode, const std::function<void()>& fault) {
   return out;
 }
 
+// Both instances under each fault; regular expressions of the error lines.
+void faultsAgainstCleanRuns() {
+  Host host({{"dumpMode", "3"}}, /*recordFilters=*/false);
+  if (!host.loaded) return;
+  const std::map<uint32_t, Outcome> clean = {{0, runOne(host, 0, [] {})},
+                                             {1, runOne(host, 1, [] {})}};
+  for (const auto& [mode, outcome] : clean) {
+    ASSERT_EQ(outcome.files.size(), 3u) << "mode " << mode;
+    ASSERT_EQ(outcome.errors, std::vector<std::string>{});
+  }
+  const std::string image = "_32x16_32.nv21: ";
+  const struct Row {
+    const char* what;
+    std::optional<hostsim::FileFaults> fault;  // none: the folder is removed
+    std::vector<std::string> kept, errors;
+  } rows[] = {
+      {"the folder is missing",
+       std::nullopt,
+       {},
+       {"dumpToFile .*_input_32x16_32: dump folder .* does not exist",
+        "dumpToFile .*_output_32x16_32: dump folder .* does not exist"}},
+      {"the partition is read-only",
+       hostsim::FileFaults{true, -1},
+       {},
+       {"dumpToFile: cannot open .*_input" + image + "Read-only file system",
+        "dumpToFile: cannot open .*_output" + image + "Read-only file system"}},
+      {"it fills up inside the LUT line of the text",
+       hostsim::FileFaults{false, 20000},
+       {"text"},
+       {"dumpToFile: cannot write .*_input" + image + "No space left on device; removed",
+        "dumpToFile: cannot write .*_output" + image + "No space left on device; removed"}},
+  };
+  for (const Row& row : rows) {
+    for (uint32_t mode : {0u, 1u}) {
+      SCOPED_TRACE(std::string(row.what) + (mode == 0 ? ", snapshot" : ", preview"));
+      const Outcome got = runOne(host, mode, [&] {
+        if (!row.fault) return fs::remove_all(dumpFolder()), void();
+        hostsim::setFileFaults(*row.fault);
+      });
+      EXPECT_TRUE(got.output == clean.at(mode).output);
+      std::vector<std::string> kept;
+      for (const auto& [kind, content] : got.files) {
+        kept.push_back(kind);
+        const std::string& whole = clean.at(mode).files.at(kind);
+        if (kind == "text")
+          EXPECT_TRUE(whole.compare(0, content.size(), content) == 0) << "text differs";
+        else
+          EXPECT_TRUE(content == whole) << kind << " cut short";
+      }
+      EXPECT_EQ(kept, row.kept);
+      ASSERT_EQ(got.errors.size(), row.errors.size()) << ::testing::PrintToString(got.errors);
+      for (size_t i = 0; i < got.errors.size(); ++i)
+        EXPECT_TRUE(std::regex_search(got.errors[i], std::regex(row.errors[i])))
+            << got.errors[i] << "\n  expected " << row.errors[i];
+    }
+  }
+}
+
 TEST(DumpFaults, FramesPassAndNoImageDumpIsLeftCutShort) {
 #ifndef LUMO_HAVE_RENDERER
   GTEST_SKIP() << "no filter SDK built";
 #endif
-  EXPECT_EQ(
-      runInChild([] {
-        Host host({{"dumpMode", "3"}}, /*recordFilters=*/false);
-        if (!host.loaded) return;
-        const std::map<uint32_t, Outcome> clean = {{0, runOne(host, 0, [] {})},
-                                                   {1, runOne(host, 1, [] {})}};
-        for (const auto& [mode, outcome] : clean) {
-          ASSERT_EQ(outcome.files.size(), 3u) << "mode " << mode;
-          ASSERT_EQ(outcome.errors, std::vector<std::string>{});
-        }
-        const std::string image = "_32x16_32.nv21: ", noSpace = "No space left on device";
-        const std::vector<std::string> bothImages = {
-            "dumpToFile: cannot write .*_input" + image + noSpace + "; removed",
-            "dumpToFile: cannot write .*_output" + image + noSpace + "; removed"};
-        const int64_t kAfterText = -2;  // space for the snapshot's text and 300 bytes
-        // The preview's text is still partly buffered when its images are written,
-        // so only the snapshot fills up inside the input image at a known point.
-        const struct Row {
-          const char* what;
-          std::vector<uint32_t> modes;
-          std::optional<hostsim::FileFaults> fault;  // none: the folder is removed
-          std::vector<std::string> kept, errors;     // errors: regular expressions
-        } rows[] = {
-            // clang-format off
-            {"the folder is missing", {0, 1}, std::nullopt, {},
-             {"dumpToFile .*_input_32x16_32: dump folder .* does not exist",
-              "dumpToFile .*_output_32x16_32: dump folder .* does not exist"}},
-            {"the partition is read-only", {0, 1}, hostsim::FileFaults{true, -1}, {},
-             {"dumpToFile: cannot open .*_input" + image + "Read-only file system",
-              "dumpToFile: cannot open .*_output" + image + "Read-only file system"}},
-            {"the partition is full", {0, 1}, hostsim::FileFaults{false, 0}, {"text"}, bothImages},
-            {"it fills up inside the LUT line of the text", {0, 1}, hostsim::FileFaults{false, 20000},
-             {"text"}, bothImages},
-            {"it fills up inside the input image", {0}, hostsim::FileFaults{false, kAfterText},
-             {"text"}, bothImages},
-            // clang-format on
-        };
-        for (const Row& row : rows) {
-          for (uint32_t mode : row.modes) {
-            SCOPED_TRACE(std::string(row.what) + (mode == 0 ? ", snapshot" : ", preview"));
-            const Outcome got = runOne(host, mode, [&] {
-              if (!row.fault) return fs::remove_all(dumpFolder()), void();
-              hostsim::FileFaults f = *row.fault;
-              if (f.spaceLeft == kAfterText)
-                f.spaceLeft = int64_t(clean.at(mode).files.at("text").size()) + 300;
-              hostsim::setFileFaults(f);
-            });
-            EXPECT_TRUE(got.output == clean.at(mode).output);
-            std::vector<std::string> kept;
-            for (const auto& [kind, content] : got.files) {
-              kept.push_back(kind);
-              const std::string& whole = clean.at(mode).files.at(kind);
-              if (kind == "text")
-                EXPECT_TRUE(whole.compare(0, content.size(), content) == 0) << "text differs";
-              else
-                EXPECT_TRUE(content == whole) << kind << " cut short";
-            }
-            EXPECT_EQ(kept, row.kept);
-            ASSERT_EQ(got.errors.size(), row.errors.size()) << ::testing::PrintToString(got.errors);
-            for (size_t i = 0; i < got.errors.size(); ++i)
-              EXPECT_TRUE(std::regex_search(got.errors[i], std::regex(row.errors[i])))
-                  << got.errors[i] << "\n  expected " << row.errors[i];
-          }
-        }
-      }),
-      0);
+  EXPECT_EQ(runInChild(faultsAgainstCleanRuns), 0);
 }
 
 }  // namespace

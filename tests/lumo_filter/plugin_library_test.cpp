@@ -17,9 +17,9 @@ TEST(PluginLibrary, LoadTimeSwitches) {
     std::function<void(Host&)> check;
   };
   const Row rows[] = {
-      {"the entry registers one provider; bypass 1 copies only the preview; switches set "
-       "after loading are ignored",
-       {{"bypassMode", "1"}},
+      {"the entry registers one provider; bypass 1 copies only the preview; force-enable 2 "
+       "inverts the session's choice; switches set after loading are ignored",
+       {{"bypassMode", "1"}, {"forceEnable", "2"}},
        [](Host& host) {
          ASSERT_EQ(host.registry.providers().size(), 1u);
          PluginWraperProvider* provider = host.registry.providers()[0];
@@ -27,8 +27,8 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          property_set("persist.vendor.camera.lumofilter.bypassMode", "3");
          property_set("persist.vendor.camera.lumofilter.forceEnable", "1");
          vyalgo2::PluginWraper& snapshot = host.make(0);
-         EXPECT_FALSE(enabledFor(snapshot, 0));
-         EXPECT_TRUE(enabledFor(snapshot, 1));
+         EXPECT_TRUE(enabledFor(snapshot, -1));
+         EXPECT_FALSE(enabledFor(snapshot, 3));
          vyalgo2::ProcessPluginPrivMessage message;
          EXPECT_EQ(snapshot.onPrepareRequest(&message), -1);
          Frame p = makeFrame(32, 16, 1, sceneTags(0)), s = makeFrame(32, 16, 1, {});
@@ -36,13 +36,6 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          snapshot.processRequest(&s.request);
          EXPECT_TRUE(p.outputEqualsInput());
          EXPECT_TRUE(s.outputUntouched());
-       }},
-      {"force-enable 2 inverts the session's choice",
-       {{"forceEnable", "2"}},
-       [](Host& host) {
-         vyalgo2::PluginWraper& plugin = host.make(0);
-         EXPECT_TRUE(enabledFor(plugin, -1));
-         EXPECT_FALSE(enabledFor(plugin, 3));
        }},
       {"debug 1 reads the overrides, unset here, at initialize",
        {{"debug", "1"}},

@@ -102,15 +102,11 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
     plugin.destroy();
     plugin.destroy();  // twice is safe
     const std::string tag = "[LumoFilter][" + name + "]";
-    EXPECT_EQ(pluginLines(capture),
-              (Lines{{4, "initialize", tag + " initialize, processMode=" + std::to_string(mode)},
-                     {3, "getInitProperties", tag + " initialize, m_debugMode=0"},
-                     {3, "preProcess", tag + " preProcess"},
-                     {3, "processRequest", tag + ", processRequestV2"},
-                     {3, "flushRequest", tag + ", flushRequest"},
-                     {3, "reset", tag + ", reset"},
-                     {3, "destroy", tag + ", destroy"},
-                     {3, "destroy", tag + ", destroy"}}));
+    // Only the first line is for people; every call adds one debug line.
+    const Lines lines = pluginLines(capture);
+    ASSERT_EQ(lines.size(), 8u);
+    EXPECT_EQ(lines[0], (PluginLine{4, "initialize",
+                                    tag + " initialize, processMode=" + std::to_string(mode)}));
     EXPECT_FALSE(Access::hasBlocks(plugin));
   }
   // Mode 7 makes no filter; destroy deletes the two others.
