@@ -35,27 +35,17 @@ inline std::vector<int> flat(const param_t& loaded) {
   return v;
 }
 
-// The trees keep the first block of a key, as the loader does.
-template <typename Key, typename Blocks, typename KeyOf>
-std::string treeDisagreement(const std::map<Key, param_t>& loaded, const Blocks& blocks,
-                             KeyOf keyOf, const char* tree) {
-  std::map<Key, const std::vector<calib::LuxBand>*> read;
-  for (const auto& block : blocks) read.emplace(keyOf(block), &block.luxBands);
-  if (read.size() != loaded.size()) return std::string(tree) + " tree size";
-  for (const auto& [key, param] : loaded) {
-    const auto it = read.find(key);
-    if (it == read.end() || flat(param) != flat(*it->second)) return std::string(tree) + " bands";
-  }
-  return "";
-}
-
+// Empty when the store's trees hold the first block of each key of the file,
+// as the loader keeps them; else which tree differs.
 inline std::string treesDisagreement(const ParamUtil& store, const calib::CalibrationFile& f) {
-  const std::string scenes = treeDisagreement(
-      store.aiSceneParams, f.scenes, [](const calib::SceneBlock& b) { return b.name; }, "scene");
-  return scenes.empty() ? treeDisagreement(
-                              store.zoomRatioParams, f.zooms,
-                              [](const calib::ZoomBlock& b) { return b.ratio; }, "zoom")
-                        : scenes;
+  std::map<std::string, std::vector<int>> scenes, fileScenes;
+  std::map<float, std::vector<int>> zooms, fileZooms;
+  for (const auto& [key, param] : store.aiSceneParams) scenes[key] = flat(param);
+  for (const auto& [key, param] : store.zoomRatioParams) zooms[key] = flat(param);
+  for (const auto& b : f.scenes) fileScenes.emplace(b.name, flat(b.luxBands));
+  for (const auto& b : f.zooms) fileZooms.emplace(b.ratio, flat(b.luxBands));
+  if (scenes != fileScenes) return "scene tree";
+  return zooms != fileZooms ? "zoom tree" : "";
 }
 
 // Empty when the store holds exactly what the reader decoded, else the

@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -119,17 +119,6 @@ float expectedShading(const uint16_t k[4], const float w[4], unsigned j) {
          w[3] * shadingEntry(k[3], j);
 }
 
-// The values printed with %f (or %g), joined by `separator`.
-std::string joined(const float* v, size_t n, bool g, const char* separator) {
-  std::string out;
-  for (size_t i = 0; i < n; i++) {
-    char text[64];
-    std::snprintf(text, sizeof(text), g ? "%g" : "%f", double(v[i]));
-    out += (i ? separator : "") + std::string(text);
-  }
-  return out;
-}
-
 // Lines of the trigger itself (those carrying the instance name).
 Lines triggerLines(const hostsim::LogCapture& capture) {
   Lines out;
@@ -226,9 +215,10 @@ TEST_F(Trigger, UnchangedCellOrUnknownSceneLeavesTheOutputsAlone) {
   ASSERT_TRUE(changed);
   const Lines lines = triggerLines(first);
   ASSERT_EQ(lines.size(), 7u);  // index, six weights, four, print; index, four, print
-  EXPECT_EQ(Lines({lines[3], lines[6]}),
-            (Lines{"param_lut = " + lumotest::lutHead(lut.data),
-                   "shading_table = [ " + joined(shading.data, 8, true, " ") + "]"}));
+  std::ostringstream table;     // the values as %g prints them
+  for (float v : shading.data) table << ' ' << v;
+  EXPECT_EQ(Lines({lines[3], lines[6]}), (Lines{"param_lut = " + lumotest::lutHead(lut.data),
+                                                "shading_table = [" + table.str() + "]"}));
   std::memset(lut.data, 0xEE, LUT_BYTES);
   std::fill(std::begin(shading.data), std::end(shading.data), -7.0f);
   const std::string same = "is_trigger_change = 0, no need to trigger";
