@@ -18,7 +18,6 @@
 
 #include "fuzz_tail.h"
 #include "lumoEffectScript.h"
-#include "param_fixtures.h"
 
 namespace fs = std::filesystem;
 
@@ -44,7 +43,8 @@ void calibrationSeeds() {
   calib::CalibrationFile plain;
   plain.scenes = {{lumo::kCommonScene, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
   plain.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
-  plain.luts = {lumotest::patternLut(0)};
+  const calib::LutBlock dark(calib::kLutBlockBytes, 0x10), grey(calib::kLutBlockBytes, 0x80);
+  plain.luts = {calib::identityLut()};
   plain.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f}};
   calib::CalibrationFile banded = plain, shifted = plain;
   banded.scenes = {{lumo::kCommonScene,
@@ -53,7 +53,7 @@ void calibrationSeeds() {
                    {lumo::kNightScene, {{0, 100, {{0, 3000, 1}, {3001, 9000, 2}}}}, uint16_t(200)},
                    {lumo::kPlantsScene, {}, std::nullopt}};
   banded.zooms.push_back({2.0f, {{0, 500, {{0, 5000, 1}}}}, std::nullopt});
-  banded.luts = {lumotest::patternLut(0), lumotest::patternLut(1), lumotest::patternLut(2)};
+  banded.luts = {calib::identityLut(), dark, grey};
   banded.shadings.push_back({1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f});
   banded.triggerControl = "lux,cct";
   banded.paramType = "lut,shading";
