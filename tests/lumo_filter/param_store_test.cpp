@@ -11,12 +11,18 @@
 #include <vector>
 
 #include "calib_agreement.h"
-#include "param_fixtures.h"
+#include "plugin_test_support.h"
 
 namespace {
 
 using lumotest::Lines;
 using Band = calib::LuxBand;
+
+inline bool storeIsEmpty(const ParamUtil& store) {
+  return store.aiSceneParams.empty() && store.zoomRatioParams.empty() && store.lutCount == 0 &&
+         store.shadingCount == 0 && store.lutData == nullptr && store.shadingData == nullptr &&
+         store.aiScenesCount == 0 && store.shadingZoomRatioCount == 0;
+}
 
 // Encoded size of a band list: count, then 6 + 6 C bytes per lux band.
 size_t bandBytes(const std::vector<calib::LuxBand>& bands) {
@@ -144,7 +150,7 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoadsAsTheStrictReaderSeesIt) {
   // A missing file leaves an empty store and logs only the tags; so do empty
   // pools declared past the end, which the reader refuses too.
   hostsim::LogCapture capture;
-  EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(dir.file("absent.bin"))));
+  EXPECT_TRUE(storeIsEmpty(ParamUtil(dir.file("absent.bin"))));
   EXPECT_EQ(lumotest::messages(capture), (Lines{"[LumoFilter] ParamUtil", "[LumoFilter]"}));
   f = {};
   f.scenes.push_back({"common", {Band{0, 100, {}}}, {}});
@@ -152,7 +158,7 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoadsAsTheStrictReaderSeesIt) {
   const size_t field = calib_layout::lutDataOffsetField(1), pastTheEnd = bytes.size() + 1;
   bytes[field] = uint8_t(pastTheEnd), bytes[field + 1] = uint8_t(pastTheEnd >> 8);
   EXPECT_FALSE(calib::readCalibration(bytes).ok());
-  EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(lumotest::writeBytes(dir, "past.bin", bytes))));
+  EXPECT_TRUE(storeIsEmpty(ParamUtil(lumotest::writeBytes(dir, "past.bin", bytes))));
 }
 
 // Header 0..781; scene block 782..865 (lux count at 846, lux head at 848, two
@@ -170,7 +176,7 @@ std::vector<uint8_t> goodFile() {
 // Loads the bytes, expects an empty store and returns the error lines.
 Lines loadErrors(const lumotest::TempDir& dir, const std::vector<uint8_t>& bytes) {
   hostsim::LogCapture capture;
-  EXPECT_TRUE(lumotest::storeIsEmpty(ParamUtil(lumotest::writeBytes(dir, "bad.bin", bytes))));
+  EXPECT_TRUE(storeIsEmpty(ParamUtil(lumotest::writeBytes(dir, "bad.bin", bytes))));
   return lumotest::messages(capture, true);
 }
 

@@ -17,7 +17,7 @@
 
 #include "lut_blend.h"
 #include "paramTrigger.h"
-#include "param_fixtures.h"
+#include "plugin_test_support.h"
 
 namespace {
 

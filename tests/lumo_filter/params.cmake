@@ -1,5 +1,5 @@
 # Calibration store, its dump, the trigger and the LUT blend kernels.
-add_library(lumo_param_fixtures INTERFACE)  # param_fixtures.h
+add_library(lumo_param_fixtures INTERFACE)  # plugin_test_support.h
 target_include_directories(lumo_param_fixtures INTERFACE ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(lumo_param_fixtures INTERFACE lumo_filter_core lumo_calib GTest::gtest)
 foreach(part store trigger)

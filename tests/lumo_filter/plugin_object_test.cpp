@@ -216,7 +216,7 @@ TEST_F(PluginObject, ChangedParametersConfigureTheFilterWithTheScriptThenRender)
       "LightDarkPreserveV=1.000000;LightDarkPreserveT=0.000000;";
   EXPECT_EQ(calls[1].script, script);
   const hostsim::FilterCall& lut = calls[2];
-  EXPECT_EQ(lut.lut, lutBlock(lutBlockOf("night")));
+  EXPECT_EQ(lut.lut, patternLut(lutBlockOf("night")));
   EXPECT_EQ(std::tie(lut.size, lut.index, lut.channels, lut.depth),
             std::make_tuple(17, -1, 3, 512));
   const videoprocess::FilterFrameParam &in = calls[3].in, &out = calls[3].out;
@@ -333,7 +333,7 @@ TEST_F(PluginObject, DebugModeReplacesTheWholeTriggerInput) {
   process(plugin, frame);
   EXPECT_EQ(fields(Access::info(plugin)), fields({4464, 4100, 0.0f, "night"}));
   ASSERT_EQ(journal->names(), kConfigureAndRender);
-  EXPECT_EQ(journal->calls()[2].lut, lutBlock(lutBlockOf("night")));
+  EXPECT_EQ(journal->calls()[2].lut, patternLut(lutBlockOf("night")));
 }
 
 const std::string kShading1 = "shading=[ 0.1 0.9 2 1 0.5 0.25 1 0]\n";
@@ -342,7 +342,7 @@ const std::string kShading2 = "shading=[ 1.5 0 0 0.75 0 0 0 0]\n";
 // The last line of a dump block: the LUT of `scene`, byte by byte.
 std::string lutLine(const std::string& scene) {
   std::string s = "lut_algo_input=[";
-  for (uint8_t v : lutBlock(lutBlockOf(scene))) s += " " + std::to_string(v);
+  for (uint8_t v : patternLut(lutBlockOf(scene))) s += " " + std::to_string(v);
   return s + "]\n";
 }
 

@@ -1,5 +1,6 @@
-// Shared fixtures of the plugin tests: a device folder with a known
-// calibration file, frames with chosen metadata, and the plugin's log lines.
+// Shared fixtures of the plugin tests: calibration files written through the
+// calibration writer, a device folder with a known calibration file, frames
+// with chosen metadata, and the plugin's log lines.
 #pragma once
 
 #include <calib/calibration_file.h>
@@ -19,6 +20,7 @@
 #include <vyalgo2/VyMetadata.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -26,10 +28,64 @@
 #include <memory>
 #include <optional>
 #include <regex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace lumotest {
+
+using Lines = std::vector<std::string>;
+
+// A temporary folder removed with everything in it.
+struct TempDir {
+  std::string path = std::filesystem::temp_directory_path() / "lumo_param_XXXXXX";
+  TempDir() {
+    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path, ec);
+  }
+  std::string file(const std::string& name) const { return path + "/" + name; }
+};
+
+// Byte p of the LUT block made from `seed`.
+inline uint8_t patternByte(unsigned seed, size_t p) { return (seed * 31u + p * 7u) & 0xFFu; }
+
+inline calib::LutBlock patternLut(unsigned seed) {
+  calib::LutBlock lut(calib::kLutBlockBytes);
+  for (size_t p = 0; p < lut.size(); p++) lut[p] = patternByte(seed, p);
+  return lut;
+}
+
+// "[ b0 b1 ... b49]": the head of a LUT as the dump and debug prints show it.
+inline std::string lutHead(const uint8_t* lut) {
+  std::string text = "[";
+  for (size_t p = 0; p < 50; p++) text += " " + std::to_string(lut[p]);
+  return text + "]";
+}
+
+inline std::string writeBytes(const TempDir& dir, const std::string& name,
+                              const std::vector<uint8_t>& bytes) {
+  const std::string path = dir.file(name);
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+  return path;
+}
+
+// Android log lines cut after "<group> <file>:<line> <func>()", all or errors only.
+inline Lines messages(const hostsim::LogCapture& capture, bool errors = false) {
+  Lines out;
+  for (const hostsim::LogRecord& r : capture.records()) {
+    if (r.offline || (errors && r.priority != 6)) continue;
+    const size_t cut = r.message.find("()");
+    out.push_back(cut == std::string::npos ? r.message : r.message.substr(cut + 2));
+  }
+  return out;
+}
+
+// Keeps the Android log off stderr while tests run; captures still see it.
+inline void quietLogs() { hostsim::setAndroidLogFile("-"); }
 
 // One cell per scene over lux and CCT 0..60000, each with the LUT block of its
 // position; "food" is left out so that its frames find no parameters.
@@ -61,12 +117,6 @@ inline std::ostream& operator<<(std::ostream& os, const PluginLine& line) {
   return os << "{" << line.priority << ", " << line.function << ", \"" << line.text << "\"}";
 }
 
-inline std::vector<uint8_t> lutBlock(size_t block) {
-  std::vector<uint8_t> out(calib::kLutBlockBytes);
-  for (size_t p = 0; p < out.size(); ++p) out[p] = (p * 7 + block * 37 + p / 289) & 0xFF;
-  return out;
-}
-
 inline size_t lutBlockOf(const std::string& scene) {
   const auto* it = std::find(std::begin(kScenes), std::end(kScenes), scene);
   EXPECT_NE(it, std::end(kScenes)) << "no calibrated scene " << scene;
@@ -81,7 +131,7 @@ inline calib::CalibrationFile testCalibration() {
   calib::CalibrationFile file;
   for (const char* scene : kScenes) {
     file.scenes.push_back({scene, cell(lutBlockOf(scene)), std::nullopt});
-    file.luts.push_back(lutBlock(lutBlockOf(scene)));
+    file.luts.push_back(patternLut(unsigned(lutBlockOf(scene))));
   }
   file.zooms = {{1.0f, cell(0), std::nullopt}, {2.0f, cell(1), std::nullopt}};
   file.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f},
