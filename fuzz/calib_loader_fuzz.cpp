@@ -9,7 +9,6 @@
 #include <memory>
 
 #include "fuzz_support.h"
-#include "fuzz_tail.h"
 #include "paramTrigger.h"
 #include "paramUtil.h"
 

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz_tail.h"
+#include "fuzz_support.h"
 #include "lumoEffectScript.h"
 
 namespace fs = std::filesystem;
