@@ -352,19 +352,9 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
                    beyond("shading index 0, 0, 0, 0 beyond the 0 shading blocks")}));
 }
 
-// Every build of the vector kernel this machine runs.
-std::vector<lumo::LutKernel> kernels() {
-  std::vector<lumo::LutKernel> out;
-  for (lumo::LutKernel k : {lumo::LutKernel::kBaseline, lumo::LutKernel::kAvx2})
-    if (lumo::lutKernelAvailable(k)) out.push_back(k);
-  return out;
-}
-
 // Expected bytes worked out by hand: low 8 bits of the truncated int32. The
-// vector kernels convert through case 3 with LUT a of ones, LUT c of zeros and
-// a weight equal to the value: (v + 0) * 1 + (0 + 0) * 0 = v. Case 3 reads
-// neither b nor d, so those point at nothing.
-TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByteInEveryKernel) {
+// vector kernels meet the same values through odd weights in the test below.
+TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByte) {
   // clang-format off
   const std::pair<float, uint8_t> rows[] = {
       {0.0f, 0}, {0.99f, 0}, {-0.99f, 0}, {1.0f, 1}, {254.999f, 254}, {255.9f, 255}, {256.0f, 0},
@@ -373,16 +363,8 @@ TEST(LutByteFromFloat, TruncatesSaturatesAndKeepsTheLowByteInEveryKernel) {
       {-65537.0f, 255}, {2147483648.0f, 255}, {-2147483648.0f, 0}, {2147483520.0f, 0x80},
       {-2147483520.0f, 0x80}};
   // clang-format on
-  const size_t n = 77;  // vector body and scalar tail
-  std::vector<uint8_t> ones(n, 1), zeros(n, 0), out(n);
-  for (const auto& [value, expected] : rows) {
+  for (const auto& [value, expected] : rows)
     EXPECT_EQ(lumo::lutByteFromFloat(value), expected) << value;
-    for (lumo::LutKernel kernel : kernels()) {
-      lumo::LutBlendSources src{{ones.data(), nullptr, zeros.data(), nullptr}, {value, 0, 0, 0}};
-      lumo::blendLutVectorWith(kernel, 3, src, out.data(), n);
-      EXPECT_EQ(out, std::vector<uint8_t>(n, expected)) << value;
-    }
-  }
 }
 
 TEST(LutBlendCase, FirstMatchingCaseInTableOrder) {
@@ -414,7 +396,8 @@ TEST(BlendLut, VectorKernelMatchesScalarLoopBitForBit) {
         std::vector<uint8_t> ref(n + 1, 0xA5);
         lumo::blendLutReference(blendCase, src, ref.data(), n);
         ASSERT_EQ(ref[n], 0xA5) << "wrote past the end";
-        for (lumo::LutKernel kernel : kernels()) {
+        for (lumo::LutKernel kernel : {lumo::LutKernel::kBaseline, lumo::LutKernel::kAvx2}) {
+          if (!lumo::lutKernelAvailable(kernel)) continue;  // not built for this machine
           std::vector<uint8_t> vec(n + 1, 0xA5);
           lumo::blendLutVectorWith(kernel, blendCase, src, vec.data(), n);
           ASSERT_EQ(vec, ref) << "kernel " << int(kernel) << " case " << blendCase << " n " << n

@@ -101,10 +101,6 @@ struct Frame {
   bool outputEqualsInput() const {
     return std::memcmp(input->data(), output->data(), input->size()) == 0;
   }
-  bool outputUntouched() const {
-    return std::all_of(output->data(), output->data() + output->size(),
-                       [](uint8_t b) { return b == 0; });
-  }
 };
 
 // A line of one plugin source file on the Android log.
