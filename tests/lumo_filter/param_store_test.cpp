@@ -15,8 +15,8 @@
 
 namespace {
 
+using lumotest::calibration;
 using lumotest::Lines;
-using Band = calib::LuxBand;
 
 inline bool storeIsEmpty(const ParamUtil& store) {
   return store.aiSceneParams.empty() && store.zoomRatioParams.empty() && store.lutCount == 0 &&
@@ -32,15 +32,14 @@ size_t bandBytes(const std::vector<calib::LuxBand>& bands) {
 }
 
 calib::CalibrationFile sampleFile() {
-  calib::CalibrationFile f;
-  f.scenes.push_back({"night",
-                      {Band{0, 100, {{2000, 3000, 0}, {4000, 5000, 1}}},
-                       Band{200, 300, {{2000, 3000, 2}, {4000, 5000, 0}}}},
-                      {}});
-  f.scenes.push_back({"food", {Band{0, 1000, {{0, 9000, 3}}}}, {}});
-  f.zooms.push_back({1.0f, {Band{0, 65535, {{0, 65535, 0}}}}, {}});
-  f.zooms.push_back({2.0f, {Band{0, 500, {{0, 5000, 1}, {5001, 9000, 2}}}}, {}});
-  for (unsigned i = 0; i < 4; i++) f.luts.push_back(lumotest::patternLut(i));
+  calib::CalibrationFile f = calibration({{"night",
+                                           {{0, 100, {{2000, 3000, 0}, {4000, 5000, 1}}},
+                                            {200, 300, {{2000, 3000, 2}, {4000, 5000, 0}}}},
+                                           {}},
+                                          {"food", {{0, 1000, {{0, 9000, 3}}}}, {}}},
+                                         {{1.0f, lumotest::everywhere(0), {}},
+                                          {2.0f, {{0, 500, {{0, 5000, 1}, {5001, 9000, 2}}}}, {}}},
+                                         4, 0);
   for (unsigned i = 0; i < 3; i++) f.shadings.push_back({0.5f * i, 1, 2, 3, 4, 5, 6, i + 0.25f});
   f.triggerControl = "lux+cct";
   f.paramType = "lut,shading";
@@ -79,28 +78,22 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoadsAsTheStrictReaderSeesIt) {
   f.trailingBytes.assign(100, 0x5A);
   rows.push_back({"declared sizes place blocks; odd LUT size, offsets, trailing bytes", f, 4, 3,
                   true, 900 + nightBytes});
-  f = {};
-  f.zooms.push_back({3.0f, {Band{0, 10, {{0, 1, 1}}}}, {}});
-  f.shadings = {{}, {9, 8, 7, 6, 5, 4, 3, 2}};
+  f = calibration({}, {{3.0f, {{0, 10, {{0, 1, 1}}}}, {}}}, 0, 1);
+  f.shadings.push_back({9, 8, 7, 6, 5, 4, 3, 2});
   rows.push_back({"zoom ratios without scenes", f, 0, 2, true});
-  f = {};
-  f.scenes.push_back({"s", {Band{0, 10, {{0, 1, 0}, {2, 3, 1}, {4, 5, 2}, {6, 7, 5}}}}, {}});
-  f.scenes.push_back({"t", {Band{0, 10, {{0, 1, 3}}}, Band{20, 20, {}}}, {}});
-  f.scenes.push_back({"empty", {}, {}});
-  f.zooms.push_back({1.0f, {Band{0, 10, {{0, 1, 4}, {2, 3, 1}}}}, {}});
-  f.zooms.push_back({2.0f, {}, {}});
-  for (unsigned i = 0; i < 6; i++) f.luts.push_back(lumotest::patternLut(i));
+  f = calibration({{"s", {{0, 10, {{0, 1, 0}, {2, 3, 1}, {4, 5, 2}, {6, 7, 5}}}}, {}},
+                   {"t", {{0, 10, {{0, 1, 3}}}, {20, 20, {}}}, {}},
+                   {"empty", {}, {}}},
+                  {{1.0f, {{0, 10, {{0, 1, 4}, {2, 3, 1}}}}, {}}, {2.0f, {}, {}}}, 6, 0);
   f.shadings.resize(5, {1, 2, 3, 4, 5, 6, 7, 8});
   // LUT indices 0, 1, 2, 5, 3 (then a band and a list without records): 4, not 6.
   rows.push_back({"counts from the last record read; zero-count records", f, 4, 2, false});
-  f = {};
-  f.scenes.push_back({"night", {Band{0, 10, {{0, 1, 0}}}}, {}});
-  f.scenes.push_back({"night", {Band{5, 6, {{0, 1, 0}, {7, 8, 2}}}}, {}});
-  f.zooms.push_back({1.0f, {Band{0, 10, {{0, 1, 0}}}}, {}});
-  f.zooms.push_back({1.0f, {Band{1, 2, {{0, 1, 1}}}}, {}});
-  f.zooms.push_back({std::nextafter(1.0f, 2.0f), {Band{3, 4, {{0, 1, 1}}}}, {}});
-  for (unsigned i = 0; i < 3; i++) f.luts.push_back(lumotest::patternLut(i));
-  f.shadings.resize(2);
+  f = calibration(
+      {{"night", {{0, 10, {{0, 1, 0}}}}, {}}, {"night", {{5, 6, {{0, 1, 0}, {7, 8, 2}}}}, {}}},
+      {{1.0f, {{0, 10, {{0, 1, 0}}}}, {}},
+       {1.0f, {{1, 2, {{0, 1, 1}}}}, {}},
+       {std::nextafter(1.0f, 2.0f), {{3, 4, {{0, 1, 1}}}}, {}}},
+      3, 2);
   // The dropped second "night" still sets the LUT count (ASan sees it freed).
   rows.push_back({"duplicate keys keep the first block but still count", f, 3, 2, true});
   f = sampleFile();
@@ -152,9 +145,8 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoadsAsTheStrictReaderSeesIt) {
   hostsim::LogCapture capture;
   EXPECT_TRUE(storeIsEmpty(ParamUtil(dir.file("absent.bin"))));
   EXPECT_EQ(lumotest::messages(capture), (Lines{"[LumoFilter] ParamUtil", "[LumoFilter]"}));
-  f = {};
-  f.scenes.push_back({"common", {Band{0, 100, {}}}, {}});
-  std::vector<uint8_t> bytes = calib::serialize(f);
+  std::vector<uint8_t> bytes =
+      calib::serialize(calibration({{"common", {{0, 100, {}}}, {}}}, {}, 0, 0));
   const size_t field = calib_layout::lutDataOffsetField(1), pastTheEnd = bytes.size() + 1;
   bytes[field] = uint8_t(pastTheEnd), bytes[field + 1] = uint8_t(pastTheEnd >> 8);
   EXPECT_FALSE(calib::readCalibration(bytes).ok());
@@ -165,10 +157,8 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoadsAsTheStrictReaderSeesIt) {
 // CCT records at 854); zoom block 866..883 (lux count at 870, lux head at 872,
 // CCT record at 878); LUT pool at 884; shading pool at 15623; end at 15655.
 std::vector<uint8_t> goodFile() {
-  calib::CalibrationFile f;
-  f.scenes.push_back({"s", {Band{0, 100, {{0, 100, 0}, {200, 300, 0}}}}, {}});
-  f.zooms.push_back({1.0f, {Band{0, 100, {{0, 100, 0}}}}, {}});
-  f.luts.push_back(lumotest::patternLut(1));
+  calib::CalibrationFile f = calibration({{"s", {{0, 100, {{0, 100, 0}, {200, 300, 0}}}}, {}}},
+                                         {{1.0f, {{0, 100, {{0, 100, 0}}}}, {}}}, 1, 0);
   f.shadings.push_back({1, 2, 3, 4, 5, 6, 7, 8});
   return calib::serialize(f);
 }
@@ -247,12 +237,10 @@ Lines dump(const std::string& path) {
 // Scenes in string order, then zoom ratios; blocks past a pool (counts come
 // from the last record read) are not read; LUTs show their first 50 bytes.
 TEST_F(ParamStore, DumpPrintsScenesInStringOrderThenZoomRatios) {
-  calib::CalibrationFile f;
-  f.scenes.push_back(
-      {"night", {Band{10, 20, {{2000, 3000, 5}, {3001, 4000, 1}}}, Band{30, 40, {}}}, {}});
-  f.scenes.push_back({"food", {}, {}});
-  f.zooms.push_back({1.5f, {Band{0, 100, {{0, 9000, 3}, {9001, 9500, 0}}}}, {}});
-  f.luts = {lumotest::patternLut(0), lumotest::patternLut(1)};
+  calib::CalibrationFile f =
+      calibration({{"night", {{10, 20, {{2000, 3000, 5}, {3001, 4000, 1}}}, {30, 40, {}}}, {}},
+                   {"food", {}, {}}},
+                  {{1.5f, {{0, 100, {{0, 9000, 3}, {9001, 9500, 0}}}}, {}}}, 2, 0);
   f.shadings.push_back({1.5f, 0.1f, 1e-7f, 123456789.0f, -2.0f, 0.0f, 1.0f / 3.0f, 100000.0f});
   EXPECT_EQ(dump(lumotest::writeBytes(dir, "dump.bin", calib::serialize(f))),
             (Lines{"[ aiscene = food ", "[ aiscene = night ", "  param_cct_lut_index = 5 ]",

@@ -21,8 +21,8 @@
 
 namespace {
 
+using lumotest::Bands;
 using lumotest::Lines;
-using Band = calib::LuxBand;
 
 const std::string kNotFound = "[LumoFilter] not found lux or cct!!!!!!!!!!!";
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
@@ -68,28 +68,25 @@ float shadingEntry(unsigned k, unsigned j) { return float(k) * 1.25f + float(j) 
 
 // Scenes and zoom ratios of the trigger tests; see each test for the cells.
 calib::CalibrationFile triggerFile() {
-  calib::CalibrationFile f;
-  const auto quad = std::vector<calib::LuxBand>{Band{100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}},
-                                                Band{400, 500, {{2000, 3000, 2}, {4000, 6000, 3}}}};
-  f.scenes.push_back({"common",
-                      {Band{100, 200, {{2000, 2550, 0}, {2800, 5000, 1}}},
-                       Band{400, 500, {{2000, 2400, 0}, {2600, 5000, 3}}}},
-                      {}});
-  f.scenes.push_back({"quad", quad, {}});
-  f.scenes.push_back({"point", {Band{300, 300, {{2000, 3000, 4}, {4000, 5000, 5}}}}, {}});
-  f.scenes.push_back({"empty", {}, {}});
-  f.scenes.push_back({"gap6", {Band{100, 200, {{2000, 3000, 3}, {4000, 5000, 5}}}}, {}});
-  f.zooms.push_back({1.0f, quad, {}});
+  const Bands quad = {{100, 200, {{2000, 3000, 0}, {4000, 5000, 1}}},
+                      {400, 500, {{2000, 3000, 2}, {4000, 6000, 3}}}};
   // Key 8 gives the shading blocks of zoom 1.0 ("quad") at lux 300, CCT 2580.
-  f.zooms.push_back({8.0f, {Band{0, 299, {{0, 65535, 0}}}, Band{301, 65535, {{0, 65535, 2}}}}, {}});
-  f.zooms.push_back({2.0f, {Band{0, 65535, {{0, 65535, 4}}}}, {}});
-  f.zooms.push_back({5.0f, {Band{0, 65535, {{0, 65535, 5}}}}, {}});
-  for (unsigned k = 0; k < 6; k++) {
-    f.luts.push_back(lumotest::patternLut(k));
-    calib::ShadingBlock s;
-    for (unsigned j = 0; j < 8; j++) s[j] = shadingEntry(k, j);
-    f.shadings.push_back(s);
-  }
+  calib::CalibrationFile f =
+      lumotest::calibration({{"common",
+                              {{100, 200, {{2000, 2550, 0}, {2800, 5000, 1}}},
+                               {400, 500, {{2000, 2400, 0}, {2600, 5000, 3}}}},
+                              {}},
+                             {"quad", quad, {}},
+                             {"point", {{300, 300, {{2000, 3000, 4}, {4000, 5000, 5}}}}, {}},
+                             {"empty", {}, {}},
+                             {"gap6", {{100, 200, {{2000, 3000, 3}, {4000, 5000, 5}}}}, {}}},
+                            {{1.0f, quad, {}},
+                             {8.0f, {{0, 299, {{0, 65535, 0}}}, {301, 65535, {{0, 65535, 2}}}}, {}},
+                             {2.0f, lumotest::everywhere(4), {}},
+                             {5.0f, lumotest::everywhere(5), {}}},
+                            6, 6);
+  for (unsigned k = 0; k < 6; k++)
+    for (unsigned j = 0; j < 8; j++) f.shadings[k][j] = shadingEntry(k, j);
   return f;
 }
 
@@ -291,13 +288,10 @@ TEST_F(Trigger, ZoomRatioChoosesTheLargestKeyNotAbove) {
 
 // Stores of their own: indices at the signed 16-bit limit and past the pools.
 TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
-  calib::CalibrationFile f;
-  f.scenes.push_back({"common", {Band{0, 65535, {{0, 65535, 0}}}}, {}});
-  f.zooms.push_back({1.0f, {Band{0, 65535, {{0, 65535, 32767}}}}, {}});
-  f.zooms.push_back({2.0f, {Band{0, 65535, {{0, 65535, 32768}}}}, {}});
-  f.luts.push_back(lumotest::patternLut(0));
-  f.shadings.resize(32769);
-  load(f);
+  load(lumotest::calibration(
+      {{"common", lumotest::everywhere(0), {}}},
+      {{1.0f, lumotest::everywhere(32767), {}}, {2.0f, lumotest::everywhere(32768), {}}}, 1,
+      32769));
   for (const auto& [zoom, changedAgain] : {std::pair{1.0f, false}, std::pair{2.0f, true}}) {
     fresh();
     for (int frameNo = 0; frameNo < 3; frameNo++) {
@@ -310,14 +304,12 @@ TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
 }
 
 TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
-  calib::CalibrationFile f;
   // Indices 0, 5, then 3 last: four LUTs, and block 5 is not among them.
-  f.scenes.push_back({"s", {Band{0, 100, {{0, 100, 0}, {200, 300, 5}}}}, {}});
-  f.scenes.push_back({"t", {Band{0, 100, {{0, 100, 1}, {200, 300, 3}}}}, {}});
-  f.zooms.push_back({1.0f, {Band{0, 100, {{0, 100, 0}, {200, 300, 2}}}}, {}});
-  f.zooms.push_back({4.0f, {Band{0, 100, {{0, 100, 0}}}}, {}});
-  for (unsigned i = 0; i < 4; i++) f.luts.push_back(lumotest::patternLut(i));
-  f.shadings.resize(1);
+  calib::CalibrationFile f = lumotest::calibration(
+      {{"s", {{0, 100, {{0, 100, 0}, {200, 300, 5}}}}, {}},
+       {"t", {{0, 100, {{0, 100, 1}, {200, 300, 3}}}}, {}}},
+      {{1.0f, {{0, 100, {{0, 100, 0}, {200, 300, 2}}}}, {}}, {4.0f, {{0, 100, {{0, 100, 0}}}}, {}}},
+      4, 1);
   load(f);
   std::memset(lut.data, 0x33, LUT_BYTES);
   auto beyond = [](const std::string& what) {

@@ -58,6 +58,25 @@ inline calib::LutBlock patternLut(unsigned seed) {
   return lut;
 }
 
+using Band = calib::LuxBand;
+using Bands = std::vector<calib::LuxBand>;
+
+// One lux band and one CCT band over every value, naming block `index`.
+inline Bands everywhere(uint16_t index) { return {{0, 65535, {{0, 65535, index}}}}; }
+
+// A file of these blocks, `luts` patterned LUT blocks and `shadings` zeroed
+// shading blocks.
+inline calib::CalibrationFile calibration(std::vector<calib::SceneBlock> scenes,
+                                          std::vector<calib::ZoomBlock> zooms, unsigned luts,
+                                          size_t shadings) {
+  calib::CalibrationFile f;
+  f.scenes = std::move(scenes);
+  f.zooms = std::move(zooms);
+  for (unsigned i = 0; i < luts; i++) f.luts.push_back(patternLut(i));
+  f.shadings.resize(shadings);
+  return f;
+}
+
 // "[ b0 b1 ... b49]": the head of a LUT as the dump and debug prints show it.
 inline std::string lutHead(const uint8_t* lut) {
   std::string text = "[";
@@ -121,15 +140,12 @@ inline size_t lutBlockOf(const std::string& scene) {
 
 // Shading of zoom ratio 1 from block 0, of zoom ratio 2 from block 1.
 inline calib::CalibrationFile testCalibration() {
-  auto cell = [](size_t index) {
-    return std::vector<calib::LuxBand>{{0, 60000, {{0, 60000, static_cast<uint16_t>(index)}}}};
-  };
   calib::CalibrationFile file;
   for (const char* scene : kScenes) {
-    file.scenes.push_back({scene, cell(lutBlockOf(scene)), std::nullopt});
+    file.scenes.push_back({scene, everywhere(uint16_t(lutBlockOf(scene))), std::nullopt});
     file.luts.push_back(patternLut(unsigned(lutBlockOf(scene))));
   }
-  file.zooms = {{1.0f, cell(0), std::nullopt}, {2.0f, cell(1), std::nullopt}};
+  file.zooms = {{1.0f, everywhere(0), std::nullopt}, {2.0f, everywhere(1), std::nullopt}};
   file.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f},
                    {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f}};
   return file;
