@@ -206,7 +206,7 @@ TEST_F(PluginObject, AbsentOrShortTagsKeepStatisticsAndTheNameButResetTheScene) 
 TEST_F(PluginObject, ChangedParametersConfigureTheFilterWithTheScriptThenRender) {
   VyLumoFilterPlugin& plugin = makePlugin(0);
   Frame frame = makeFrame(4000, 3000, 7, sceneTags(9), 4096);
-  const Lines lines = process(plugin, frame);
+  process(plugin, frame);
   const std::vector<hostsim::FilterCall> calls = journal->calls();
   ASSERT_EQ(journal->names(), kConfigureAndRender);
   const std::string script =
@@ -225,14 +225,9 @@ TEST_F(PluginObject, ChangedParametersConfigureTheFilterWithTheScriptThenRender)
     EXPECT_EQ(std::make_tuple(f->clientBuffer != nullptr, f->reserved, f->stride, f->stride2,
                               f->width, f->height),
               std::make_tuple(true, 0u, 4096u, 4096u, 4000u, 3000u));
-  const std::string tag = "[LumoFilter][OfflineSnapshot], ";
-  EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
-            (Lines{{3, "nuvoProcess", tag + "triggerChanged = 1"},
-                   {3, "nuvoProcess", tag + "filterScript = " + script}}));
   // Same cell: render only. A new zoom ratio configures again with its shading.
   Frame same = makeFrame(32, 32, 8, sceneTags(9));
-  EXPECT_EQ(process(plugin, same).back(),
-            (PluginLine{3, "nuvoProcess", tag + "triggerChanged = 0"}));
+  process(plugin, same);
   EXPECT_EQ(journal->names(), Names{"processFrame"});
   Frame zoomed = makeFrame(32, 32, 9, sceneTags(9, 300.0f, 5000, 2.0f));
   process(plugin, zoomed);
