@@ -58,7 +58,6 @@ inline calib::LutBlock patternLut(unsigned seed) {
   return lut;
 }
 
-using Band = calib::LuxBand;
 using Bands = std::vector<calib::LuxBand>;
 
 // One lux band and one CCT band over every value, naming block `index`.
@@ -106,7 +105,7 @@ inline Lines messages(const hostsim::LogCapture& capture, bool errors = false) {
 // Keeps the Android log off stderr while tests run; captures still see it.
 inline void quietLogs() { hostsim::setAndroidLogFile("-"); }
 
-// One cell per scene over lux and CCT 0..60000, each with the LUT block of its
+// One cell per scene over every lux and CCT, each with the LUT block of its
 // position; "food" is left out so that its frames find no parameters.
 constexpr const char* kScenes[] = {"common", "plants", "night", "sunrise_sunset", "protrait"};
 
@@ -157,21 +156,18 @@ inline void installCalibration(const calib::CalibrationFile& file) {
   if (!calib::writeFile(file, path, &error)) ADD_FAILURE() << "calibration file: " << error;
 }
 
-// Once per process: a device root with the calibration and an empty dump folder.
+// Once per process: a device root with the calibration and an empty dump
+// folder, removed at exit (forked children leave through _exit and keep it).
 inline const std::string& prepareDevice() {
-  // Never destroyed, so that the clean-up at exit can still read it.
-  static const std::string* root = [] {
-    std::string pattern = (std::filesystem::temp_directory_path() / "lumo_plugin_XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) std::abort();
-    std::filesystem::create_directories(pattern + "/odm/etc/camera");
-    std::filesystem::create_directories(pattern + "/data/vendor/camera");
-    hostsim::setDeviceRoot(pattern);
+  static const TempDir root;
+  [[maybe_unused]] static const bool ready = [] {
+    std::filesystem::create_directories(root.path + "/odm/etc/camera");
+    std::filesystem::create_directories(root.path + "/data/vendor/camera");
+    hostsim::setDeviceRoot(root.path);
     installCalibration(testCalibration());
-    // Forked children leave through _exit and never run this.
-    std::atexit([] { std::filesystem::remove_all(prepareDevice()); });
-    return new std::string(pattern);
+    return true;
   }();
-  return *root;
+  return root.path;
 }
 
 inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
