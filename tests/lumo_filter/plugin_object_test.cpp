@@ -331,12 +331,16 @@ TEST_F(PluginObject, DebugModeReplacesTheWholeTriggerInput) {
   EXPECT_EQ(journal->calls()[2].lut, patternLut(lutBlockOf("night")));
 }
 
-const std::string kShading1 = "shading=[ 0.1 0.9 2 1 0.5 0.25 1 0]\n";
-const std::string kShading2 = "shading=[ 1.5 0 0 0.75 0 0 0 0]\n";
-
-// The last line of a dump block: the LUT of `scene`, byte by byte.
-std::string lutLine(const std::string& scene) {
-  std::string s = "lut_algo_input=[";
+// What a dump holds for one frame after its number: geometry, conditions, the
+// shading block of the zoom ratio (1 below 2, else 2) and the LUT of `scene`.
+std::string dumpText(int width, int height, const std::string& scene, int lux, int cct,
+                     float zoom) {
+  std::string s = "width=" + std::to_string(width) + "\nheight=" + std::to_string(height) +
+                  "\naiscene=" + scene + "\nlux=" + std::to_string(lux) +
+                  "\ncct=" + std::to_string(cct) + "\nzoom_ratio=" + std::to_string(zoom) +
+                  (zoom < 2 ? "\nshading=[ 0.1 0.9 2 1 0.5 0.25 1 0]\n"
+                            : "\nshading=[ 1.5 0 0 0.75 0 0 0 0]\n") +
+                  "lut_algo_input=[";
   for (uint8_t v : patternLut(lutBlockOf(scene))) s += " " + std::to_string(v);
   return s + "]\n";
 }
@@ -354,17 +358,13 @@ TEST_F(PluginObject, DumpSnapshotWritesOneFilePerPictureAndItsImages) {
   Frame first = makeFrame(64, 48, 7, sceneTags(9, 412.9f, 70000, 1.0f, "IMG_0001"), 128);
   process(plugin, first);
   const std::string firstName = "IMG_0001_lumo_filter_OfflineSnapshot_exif.txt";
-  EXPECT_EQ(readFile(dumpPath(firstName)),
-            "width=64\nheight=48\naiscene=night\nlux=412\ncct=4464\nzoom_ratio=1.000000\n" +
-                (kShading1 + lutLine("night")));
+  EXPECT_EQ(readFile(dumpPath(firstName)), dumpText(64, 48, "night", 412, 4464, 1.0f));
   EXPECT_TRUE(sharedReadWrite(firstName));
   EXPECT_FALSE(Access::hasExifFile(plugin));
   // A frame without a name reuses the last one and replaces that file.
   Frame second = makeFrame(32, 16, 8, sceneTags(13, 20.0f, 3000, 2.0f));
   process(plugin, second);
-  EXPECT_EQ(readFile(dumpPath(firstName)),
-            "width=32\nheight=16\naiscene=sunrise_sunset\nlux=20\ncct=3000\nzoom_ratio=2.000000\n" +
-                (kShading2 + lutLine("sunrise_sunset")));
+  EXPECT_EQ(readFile(dumpPath(firstName)), dumpText(32, 16, "sunrise_sunset", 20, 3000, 2.0f));
   std::set<std::string> expected = {firstName};
   auto images = [&](const std::string& name, const std::string& frame, const std::string& size) {
     for (const char* role : {"_input_", "_output_"})
@@ -400,11 +400,9 @@ TEST_F(PluginObject, DumpPreviewAppendsOneBlockPerFrameToOneStampedFile) {
     Frame frame = makeFrame(
         48, 32, n, first ? sceneTags(0, 10.5f, 4000, 1.0f) : sceneTags(3, 800.0f, 6500, 2.5f));
     process(plugin, frame);
-    expected += "frameNum=" + std::to_string(n) + "\nwidth=48\nheight=32\n" +
-                (first ? "aiscene=common\nlux=10\ncct=4000\nzoom_ratio=1.000000\n" + kShading1 +
-                             lutLine("common")
-                       : "aiscene=plants\nlux=800\ncct=6500\nzoom_ratio=2.500000\n" + kShading2 +
-                             lutLine("plants"));
+    expected += "frameNum=" + std::to_string(n) + "\n" +
+                (first ? dumpText(48, 32, "common", 10, 4000, 1.0f)
+                       : dumpText(48, 32, "plants", 800, 6500, 2.5f));
   }
   plugin.destroy();
   EXPECT_FALSE(Access::hasExifFile(plugin));
