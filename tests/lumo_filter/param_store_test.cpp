@@ -163,10 +163,12 @@ std::vector<uint8_t> goodFile() {
   return calib::serialize(f);
 }
 
-// Loads the bytes, expects an empty store and returns the error lines.
+// Loads the bytes, expects an empty store (and the strict reader to refuse
+// them) and returns the error lines.
 Lines loadErrors(const lumotest::TempDir& dir, const std::vector<uint8_t>& bytes) {
   hostsim::LogCapture capture;
   EXPECT_TRUE(storeIsEmpty(ParamUtil(lumotest::writeBytes(dir, "bad.bin", bytes))));
+  EXPECT_FALSE(calib::readCalibration(bytes).ok()) << "the strict reader must refuse it too";
   return lumotest::messages(capture, true);
 }
 
