@@ -265,6 +265,8 @@ TEST_F(PluginObject, FramesUnderFailuresAndTheBypassSwitch) {
       // clang-format off
       {0, 1, 0, {.refuseLutCount = 1}, retried, 2, 1, {lutFailed}, false},
       {0, 0, 0, {.failCreateCount = 1}, rendered, 2, 0, {}, false},
+      // A failed render is not looked at: no copy, no word, and the request still succeeds.
+      {0, 0, 0, {.failRenderCount = 1}, rendered, 1, 0, {}, false},
       {0, 0, 0, {.refuseLutCount = 2}, twice, 3, 2,
        {lutFailed, lutFailed, gaveUp[0], gaveUp[1]}, true},
       {0, 2, 0, {}, {}, 0, 0, gaveUp, true},
