@@ -159,9 +159,8 @@ TEST(LutSource, FilesBakedByOpenColorIOReadBack) {
   }
 }
 
-// Lattice order, domains and suspect values are flagged; SPI lattices read. A
-// lattice over 0..2 that doubles its input is the identity only when its
-// domain is honoured.
+// Lattice order, domains and suspect values are flagged. A lattice over 0..2
+// that doubles its input is the identity only when its domain is honoured.
 TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
   const auto constant = [](double, double, double) { return std::array<double, 3>{0.4, 0.4, 0.4}; };
   const auto loud = [](double r, double g, double b) {
@@ -198,19 +197,6 @@ TEST(LutSource, LatticeOrderAndSuspectValuesAreFlagged) {
     EXPECT_EQ(codes, c.codes);
     fs::remove(p);
   }
-  // An inverting SPI lattice, each row with its indices.
-  std::string spi = "SPILUT 1.0\n3 3\n2 2 2\n";
-  for (int i = 0; i < 8; ++i) {
-    char row[32];
-    const int r = i / 4, g = i / 2 % 2, b = i % 2;
-    std::snprintf(row, sizeof(row), "%d %d %d %d %d %d\n", r, g, b, 1 - r, 1 - g, 1 - b);
-    spi += row;
-  }
-  const fs::path p = writeFile("invert.spi3d", spi);
-  const LutImport got = importLut(p.string());
-  EXPECT_EQ(got.info.format + " " + std::to_string(got.info.size3d), "spi3d 2");
-  EXPECT_EQ(got.lut[0], 255);
-  fs::remove(p);
 }
 
 TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
