@@ -81,10 +81,6 @@ ErrorStats heldOutError(const LutFit& fit, const RgbImage& before, const RgbImag
   return s;
 }
 
-LookParams look(double temperature, double contrast, double saturation, double fade) {
-  return {.temperature = temperature, .contrast = contrast, .saturation = saturation, .fade = fade};
-}
-
 }  // namespace
 
 TEST(LutFit, ReproducesKnownLooksOnScenesItNeverSaw) {
@@ -95,8 +91,11 @@ TEST(LutFit, ReproducesKnownLooksOnScenesItNeverSaw) {
     double minCoverage;  // the charts fill every cell of 17 points, not of 33
   };
   const Case cases[] = {
-      {"warm contrast", look(0.4, 0.3, 1.2, 0), 17, 0.99},
-      {"cool faded, 33 points", look(-0.5, -0.2, 0.7, 0.1), 33, 0.8},
+      {"warm contrast", {.temperature = 0.4, .contrast = 0.3, .saturation = 1.2}, 17, 0.99},
+      {"cool faded, 33 points",
+       {.temperature = -0.5, .contrast = -0.2, .saturation = 0.7, .fade = 0.1},
+       33,
+       0.8},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
