@@ -153,7 +153,12 @@ std::vector<PlaneSpan> planeSpans(const Geometry& g) {
           {size_t{g.stride} * g.scanline, g.stride, (g.height + 1) / 2u, (g.width + 1) / 2 * 2u}};
 }
 
-TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddingsAndRefusesMismatches) {
+class Pictures : public hostsim_test::DeviceRootTest {};
+
+// Copies between paddings, and dumps that write each plane at its stride
+// without the rows of padding below.
+TEST_F(Pictures, CopiedBetweenPaddingsAndDumpedAtTheirStrideMismatchesRefused) {
+  std::filesystem::create_directories(dir / "data/vendor/camera");
   const std::pair<Geometry, Geometry> cases[] = {
       {{PixelFormat::NV21, 10, 6, 16, 8}, {PixelFormat::NV21, 10, 6, 64, 12}},
       {{PixelFormat::NV12, 7, 5, 8, 6}, {PixelFormat::NV12, 7, 5, 32, 10}},
@@ -177,7 +182,17 @@ TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddingsAndRefusesMismatches) {
     if (srcGeometry.width == 4) s.planeCount = 1, s.planeAddress[1] = 0;
     ASSERT_EQ(PluginUtils::vyCopyBuffer(&d, &s), 0);
     EXPECT_TRUE(std::equal(want.begin(), want.end(), dst->data())) << srcGeometry.width;
+    ASSERT_EQ(PluginUtils::dumpToFile(&d, "IMG_[x]_copy"), 0);
+    const char* extension = d.format == 0x1 ? ".rgba" : d.format == 0x11 ? ".nv21" : ".nv12";
+    std::ifstream in(dir / "data/vendor/camera" / (std::string("IMG_[x]_copy") + extension),
+                     std::ios::binary);
+    std::string dumped;
+    for (const PlaneSpan& plane : to)
+      dumped.append(reinterpret_cast<const char*>(dst->data() + plane.offset),
+                    plane.pitch * plane.rows);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == dumped) << extension;
   }
+  EXPECT_EQ(PluginUtils::dumpToFile(nullptr, "frame"), -1);
   // Refused: another format, another size, no source, no first plane, an unknown format.
   auto a = ImageBuffer::allocate({PixelFormat::NV21, 8, 4, 0, 0});
   vyalgo2::VyImageBuffer ra = a->imageBuffer(), nv12 = ra, taller = ra, empty = ra, odd = ra;
@@ -188,30 +203,6 @@ TEST(VyCopyBuffer, CopiesPicturesBetweenDifferentPaddingsAndRefusesMismatches) {
       {&ra, &nv12}, {&ra, &taller}, {&ra, nullptr}, {&ra, &empty}, {&odd2, &odd}};
   for (auto [dst, src] : refused) EXPECT_EQ(PluginUtils::vyCopyBuffer(dst, src), -1);
   EXPECT_EQ(capture.androidMessages().size(), 4u);  // all but the missing source are logged
-}
-
-class DumpToFile : public hostsim_test::DeviceRootTest {};
-
-TEST_F(DumpToFile, WritesEachPlaneAtItsStrideWithoutRowPaddingBelow) {
-  EXPECT_EQ(PluginUtils::dumpToFile(nullptr, "frame"), -1);
-  std::filesystem::create_directories(dir / "data/vendor/camera");
-  const std::pair<Geometry, const char*> cases[] = {{{PixelFormat::NV21, 6, 3, 8, 6}, ".nv21"},
-                                                    {{PixelFormat::NV12, 6, 4, 8, 4}, ".nv12"},
-                                                    {{PixelFormat::RGBA, 2, 3, 3, 5}, ".rgba"}};
-  for (const auto& [g, extension] : cases) {
-    auto b = ImageBuffer::allocate(g);
-    fillPattern(*b, 5);
-    vyalgo2::VyImageBuffer r = b->imageBuffer();
-    ASSERT_EQ(PluginUtils::dumpToFile(&r, "IMG_[x]_input_6x3_8"), 0);
-    std::ifstream in(dir / "data/vendor/camera" / (std::string("IMG_[x]_input_6x3_8") + extension),
-                     std::ios::binary);
-    // `height` rows of the luma (or RGBA) plane, then the chroma rows, each a full stride long.
-    std::string want;
-    for (const PlaneSpan& plane : planeSpans(b->geometry()))
-      want.append(reinterpret_cast<const char*>(b->data() + plane.offset),
-                  plane.pitch * plane.rows);
-    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == want) << extension;
-  }
 }
 
 }  // namespace
