@@ -245,10 +245,10 @@ TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
 }
 
 TEST(LutSource, TransformsWithoutALatticeAreEvaluatedExactly) {
-  const fs::path p = writeFile("halve_red.clf", R"(<?xml version="1.0" encoding="UTF-8"?>
-<ProcessList id="halve" compCLFversion="3">
+  const fs::path p = writeFile("mix_red.clf", R"(<?xml version="1.0" encoding="UTF-8"?>
+<ProcessList id="mix" compCLFversion="3">
   <Matrix inBitDepth="32f" outBitDepth="32f">
-    <Array dim="3 3">0.5 0 0 0 1 0 0 0 1</Array>
+    <Array dim="3 3">0.5 0.5 0 0 1 0 0 0 1</Array>
   </Matrix>
 </ProcessList>
 )");
@@ -261,7 +261,8 @@ TEST(LutSource, TransformsWithoutALatticeAreEvaluatedExactly) {
     const size_t at = 3 * size_t(r);  // green = blue = 0
     EXPECT_EQ(got.lut[at], uint8_t(std::lround(127.5 * r / 16)));
   }
-  // A linear transform is held exactly by the lattice: only 8-bit rounding remains.
+  // A linear transform is held exactly by the lattice: only 8-bit rounding remains, which
+  // a cell's corners taken in the wrong order (negative weights) would amplify.
   EXPECT_LE(got.error.max, 0.5 + 1e-6);
   fs::remove(p);
 }

@@ -40,7 +40,6 @@ TEST(EffectScript, AcceptedAndRefusedShapes) {
       {"CubeLutEffect;cube_strength=2;", 1, 1, ""},    // clamped
       {"CubeLutEffect;cube_strength=nan;", 1, 1, ""},  // kept, but changes nothing
       {"CubeLutEffect;colour=3;", 1, 1, ""},           // unknown key
-      {"CvStyleEffect;SmoothValueScale=nan;", 0, 1, ""},
       {"CubeLutEffect;@CvStyleEffect;SmoothStartValue=-inf;SmoothEndValue=nan;", 1, 1, ""},
       {"CvStyleEffect;SmoothStartValue=1e999;", 0, 1, ""},  // out of range reads as infinity
       {"Sepia;", 0, 0, "unknown effect \"Sepia\""},
