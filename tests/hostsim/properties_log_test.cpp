@@ -104,6 +104,7 @@ TEST_F(Properties, ArgumentsAndTextInBothLineFormsAndBadLines) {
   const std::pair<std::string, std::string> bad[] = {
       {"vendor.a=1\nno equals sign\n", "p.txt:2: expected name=value"},
       {"vendor.a=1\n\n# c\n[vendor.b] [2]\n", "p.txt:4: expected [name]: [value]"},
+      {"[vendor.b]: 2\n", "p.txt:1: expected [name]: [value]"},
       {"bad name=1\n", "p.txt:1: invalid property name \"bad name\""},
       {"vendor.x=" + std::string(100, 'v') + "\n", "p.txt:1: value of vendor.x is 100"}};
   for (const auto& [text, expected] : bad) {
@@ -212,6 +213,14 @@ TEST_F(LogFiles, PropertiesSetTheGatesAndDestinations) {
     EXPECT_NE(problems.find(part), std::string::npos) << problems;
   EXPECT_EQ(std::tie(gVyCamLogLevel, gVyCamDebugMask, gVyCamLogGroup),
             std::make_tuple(2, 0u, 0xFFFFFFFFu));
+}
+
+TEST(LogNames, SourcePathsBecomeFolderAndStem) {
+  using vydebug::Log;
+  EXPECT_EQ(Log::getFileName("/src/lumo_filter/paramUtil.cpp") + "|" +
+                Log::getFileName("/a/b.d/f") + "|" + Log::getFileName("x.cpp") + "|" +
+                Log::getFileName(nullptr),
+            "lumo_filter/paramUtil|b.d/f|x|");
 }
 
 }  // namespace
