@@ -77,41 +77,25 @@ ErrorStats heldOutError(const LutFit& fit, const RgbImage& before, const RgbImag
   ErrorStats s;
   for (const double v : e) s.mean += v / double(e.size());
   s.p99 = e[size_t(0.99 * double(e.size() - 1))];
-  s.max = e.back();
   return s;
 }
 
 }  // namespace
 
-TEST(LutFit, ReproducesKnownLooksOnScenesItNeverSaw) {
-  struct Case {
-    const char* name;
-    LookParams look;
-    int edge;
-    double minCoverage;  // the charts fill every cell of 17 points, not of 33
-  };
-  const Case cases[] = {
-      {"warm contrast", {.temperature = 0.4, .contrast = 0.3, .saturation = 1.2}, 17, 0.99},
-      {"cool faded, 33 points",
-       {.temperature = -0.5, .contrast = -0.2, .saturation = 0.7, .fade = 0.1},
-       33,
-       0.8},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const Look known = rendered(generateLook(c.look));
-    std::vector<FitPair> pairs;
-    for (const RgbImage& before : {cubeChart(), scene("chart"), scene("sunset"), scene("plants")})
-      pairs.push_back({"training", before, known(before)});
-    const LutFit fit = fitLut(pairs, {c.edge, kChooseSmooth, 2});
-    EXPECT_GT(fit.coverage(), c.minCoverage);
-    for (const char* unseen : {"food", "portrait", "night"}) {
-      SCOPED_TRACE(unseen);
-      const RgbImage before = scene(unseen);
-      const ErrorStats e = heldOutError(fit, before, known(before));
-      EXPECT_LE(e.mean, 0.5);
-      EXPECT_LE(e.p99, 2);
-    }
+TEST(LutFit, ReproducesAKnownLookOnScenesItNeverSaw) {
+  const Look known =
+      rendered(generateLook({.temperature = 0.4, .contrast = 0.3, .saturation = 1.2}));
+  std::vector<FitPair> pairs;
+  for (const RgbImage& before : {cubeChart(), scene("chart"), scene("sunset"), scene("plants")})
+    pairs.push_back({"training", before, known(before)});
+  const LutFit fit = fitLut(pairs, {17, kChooseSmooth, 2});
+  EXPECT_GT(fit.coverage(), 0.99);  // the charts fill every cell
+  for (const char* unseen : {"food", "portrait", "night"}) {
+    SCOPED_TRACE(unseen);
+    const RgbImage before = scene(unseen);
+    const ErrorStats e = heldOutError(fit, before, known(before));
+    EXPECT_LE(e.mean, 0.5);
+    EXPECT_LE(e.p99, 2);
   }
 }
 
