@@ -118,9 +118,7 @@ TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
       {"calib dump badname.bin", 0, {"\\xffommon"}},
       {"calib check flipped.bin", 1, {"more findings"}},
       {"calib dump flipped.bin", 1},
-      {"calib build p.json -o p.bin",
-       0,
-       {"\"portrait\"): warning: the camera never reports this scene", "protrait"}},
+      {"calib build p.json -o p.bin", 0, {"warning: the camera never reports", "protrait"}},
   });
   EXPECT_LE(countOf(lumo("calib check flipped.bin").out, "\n"), 52u);
   const Outcome o = lumo("calib check --json flipped.bin");
@@ -133,29 +131,19 @@ TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
 TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
   std::vector<Run> runs = {
       {"run generated:chart -o x.png --log-level loud", 2, {"--log-level: loud not in"}},
-      {"run generated:chart -o x.png --prop noequals",
-       2,
-       {"--prop: expected KEY=VALUE, got noequals"}},
-      {"run generated:chart -o x.png --stride 100",
-       2,
-       {"--stride: stride 100 is below the width 640"}},
-      {"run generated:chart -o x.png --cct 4200.5",
-       2,
-       {"--cct: expected an integer in 0..4294967295, got 4200.5"}},
+      {"run generated:chart -o x.png --prop noequals", 2, {"--prop: expected KEY=VALUE"}},
+      {"run generated:chart -o x.png --stride 100", 2, {"--stride: stride 100 is below"}},
+      {"run generated:chart -o x.png --cct 4200.5", 2, {"--cct: expected an integer in 0.."}},
       {"run generated:chart -o x.png --device-root nosuchdir", 2, {"--device-root: "}},
-      {"bogus",
-       2,
-       {"lumo: unknown command \"bogus\" (commands: replay, run, demo, calib, generate"}},
-      {"calib bogus", 2, {"lumo: unknown command \"bogus\" (commands: build, check, dump, export"}},
+      {"bogus", 2, {"lumo: unknown command \"bogus\" (commands: replay, run, demo, calib"}},
+      {"calib bogus", 2, {"(commands: build, check, dump, export"}},
       {"replay", 2},
       {"run x.png -o y.png --lux bright", 2},
       {"generate moon -o m.png", 2},
       {"run x.png -o y.png --instance video", 2},
       {"run x.png -o y.png --scene moon", 2},
       {"run x.png -o y.png --stylization -1", 2},
-      {"run generated:chart -o x.png --width 30000 --height 30000",
-       2,
-       {"--width: Value 30000 not in"}},
+      {"run generated:chart -o x.png --width 30000 --height 30000", 2, {"--width: "}},
       {"--version", 0, {"lumo "}},
   };
   for (const std::string cmd : {"", "replay", "run", "demo", "calib", "calib build", "calib check",
@@ -183,18 +171,11 @@ TEST_F(FieldCli, SessionFilesAsHostsAndEditorsWriteThem) {
                            frameLine("preview", "", R"(, "output": "a.png")"));
   write("utf8.jsonl", "\xEF\xBB\xBF" + frameLine("preview", ""));
   write("utf16.jsonl", "\xFF\xFE" + frameLine("preview", ""));
-  write("utf16be.jsonl", "\xFE\xFF" + frameLine("preview", ""));
   expectRuns({
       {"replay again.jsonl --out out" + kProbe, 0},
-      {"replay named.jsonl --out o2" + kProbe,
-       1,
-       {"named.jsonl:2: field \"output\": \"a.png\" is already written"}},
+      {"replay named.jsonl --out o2" + kProbe, 1, {"named.jsonl:2: field \"output\": \"a.png\""}},
       {"replay utf8.jsonl --out o3" + kProbe, 0},
-      {"replay utf16.jsonl --out o4" + kProbe,
-       1,
-       {"lumo: utf16.jsonl:1: the file is UTF-16 (it starts with a byte-order mark); save it as "
-        "UTF-8\n"}},
-      {"replay utf16be.jsonl --out o5" + kProbe, 1, {"the file is UTF-16"}},
+      {"replay utf16.jsonl --out o4" + kProbe, 1, {"lumo: utf16.jsonl:1: the file is UTF-16"}},
   });
   EXPECT_EQ(files("out"), (std::vector<std::string>{
                               "frame_000000_preview_line1.png", "frame_000000_preview_line4.png",
@@ -223,23 +204,17 @@ TEST_F(YuvInfoCli, ReportsGeometryAndWritesPreviewsInTheRangeAsked) {
   lumo::Image picture = lumo::makeImage({lumo::PixelFormat::NV21, 40, 30, 64, 32});
   for (size_t i = 0; i < picture.bytes.size(); ++i) picture.bytes[i] = uint8_t(i * 7 + i / 64);
   write("cap.nv21", std::string(picture.bytes.begin(), picture.bytes.end()));
-  write("IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21",
-        std::string(64 * 30 + 64 * 15, '\0'));
+  const std::string dump = "I_[lumofilter]_RealTimePreview_frame[3]_output_4x2_4.nv21";
+  write(dump, std::string(12, '\0'));
   write("short_40x30_64.nv21", std::string(100, '\0'));
   lumo::writeImage(path("pic.jpg"), picture);
   lumo::Image grey = lumo::makeImage({lumo::PixelFormat::NV12, 6, 2, 0, 0});
   for (uint32_t y = 0; y < 2; ++y) std::memcpy(grey.row(y), "\x10\x7e\xeb\x10\x7e\xeb", 6);
   write("v_6x2_6.nv12", std::string(grey.bytes.begin(), grey.bytes.end()));
   expectRuns({
-      {"yuv info cap.nv21 --width 40 --height 30",
-       0,
-       {"ffplay -f rawvideo -pixel_format nv21 -video_size 64x32 -vf crop=40:30:0:0 'cap.nv21'"}},
-      {"yuv info 'IMG_2_[lumofilter]_RealTimePreview_frame[3]_output_40x30_64.nv21'",
-       0,
-       {"image \"IMG_2\", RealTimePreview, frame 3, output"}},
-      {"yuv info short_40x30_64.nv21 cap.nv21 --width 40 --height 30",
-       1,
-       {"100 bytes do not match nv21 40x30 stride 64 scanline 30"}},
+      {"yuv info cap.nv21 --width 40 --height 30", 0, {"64x32 -vf crop=40:30:0:0 'cap.nv21'"}},
+      {"yuv info '" + dump + "'", 0, {"image \"I\", RealTimePreview, frame 3, output"}},
+      {"yuv info short_40x30_64.nv21 cap.nv21 --width 40 --height 30", 1, {"100 bytes do not"}},
       {"yuv info cap.nv21 short_40x30_64.nv21 -o p.png", 2},
       {"yuv info missing.nv21", 2},
       {"yuv info pic.jpg", 1, {"pic.jpg\n  size      "}},  // no format line: a picture has none
@@ -356,30 +331,17 @@ TEST_F(ToolTest, WritesOnlyWhatTheNameAsksFor) {
   write("cut.jpg", readText(dir / "p.jpg").substr(0, fs::file_size(dir / "p.jpg") / 2));
   const std::string gen = "generate chart --width 40 --height 30 -o ";
   expectRuns({
-      {"run cut.jpg -o o.png" + kProbe,
-       1,
-       {"cut.jpg: truncated or damaged JPEG: Premature end of JPEG file"}},
-      {"run p.png --height 31 -o o.png" + kProbe,
-       2,
-       {"\nlumo: run: --height: 31 is larger than p.png (40x30)"}},  // after the calibration note
-      {"run p.png --width 39 --height 29 --stride 39 -o o.png" + kProbe,
-       2,
-       {"--stride: stride 39 is below the width 40 (nv21 frames of odd size are padded to 40x30)"}},
-      {"replay s2.jsonl --out /proc" + kProbe, 1, {"lumo: /proc: cannot write output files there"}},
-      {"replay s3.jsonl --out out" + kProbe,
-       1,
-       {"lumo: s3.jsonl:2: field \"output\": \"x.png/y.png\" needs \"x.png\" as a folder, but "
-        "line 1 writes it as a file\n"}},
+      {"run cut.jpg -o o.png" + kProbe, 1, {"cut.jpg: truncated or damaged JPEG: Premature end"}},
+      {"run p.png --height 31 -o o.png" + kProbe, 2, {"--height: 31 is larger than p.png (40x30)"}},
+      {"run p.png --width 39 --height 29 --stride 39 -o o.png" + kProbe, 2, {"padded to 40x30)"}},
+      {"replay s2.jsonl --out /proc" + kProbe, 1, {"lumo: /proc: cannot write output files"}},
+      {"replay s3.jsonl --out out" + kProbe, 1, {"s3.jsonl:2: field \"output\": \"x.png/y"}},
       {"run p.png -o x.tiff" + kProbe, 2, {"cannot tell what to write from \".tiff\""}},
-      {"run p.png -o noext" + kProbe, 2, {"from no extension (known: .png, .jpg, .jpeg, .nv21"}},
-      {"replay s.jsonl --out out" + kProbe,
-       1,
-       {"lumo: s.jsonl:1: field \"output\": \"x.tiff\": cannot tell what to write"}},
+      {"run p.png -o noext" + kProbe, 2, {"from no extension (known: .png, .jpg"}},
+      {"replay s.jsonl --out out" + kProbe, 1, {"s.jsonl:1: field \"output\": \"x.tiff\": cannot"}},
       {gen + "g_8x8.nv21", 1, {"g_8x8.nv21: the name says 8x8, the picture is 40x30"}},
       {gen + "g_40x30_64.nv21", 0},
-      {"generate chart --width 33 --height 17 -o x.nv21",
-       0,
-       {"x.nv21 holds nv21 33x17 stride 34 scanline 17: read it with --width 33 --height 17"}},
+      {"generate chart --width 33 --height 17 -o x.nv21", 0, {"read it with --width 33"}},
   });
   EXPECT_TRUE(files("out").empty());
   // The layout the name asked for, and run reads it back without options.
