@@ -1,5 +1,5 @@
-// `lumo compare`: the gate's exit codes, shards merged by the GNU parallel
-// recipe equal to one whole run, and the inputs it must refuse or survive.
+// `lumo compare`: the gate's exit codes, shards merged equal to one whole
+// run, and the inputs it must refuse or survive.
 #include <gmock/gmock.h>
 
 #include <regex>
@@ -42,28 +42,6 @@ protected:
   }
 };
 
-// The recipe of docs/compare.md for GNU parallel, on local slots, with the
-// sessions named in another order in every shard.
-TEST_F(CompareCli, ParallelShardsMergeIntoTheWholeRun) {
-  if (std::system("command -v parallel >/dev/null 2>&1") != 0)
-    GTEST_SKIP() << "GNU parallel is not installed (scripts/install-deps.sh installs it)";
-  const Outcome whole = compare("s1.jsonl s2.jsonl -o whole.json --html whole.html");
-  ASSERT_EQ(whole.status, 0) << whole.err;
-  EXPECT_THAT(whole.out, HasSubstr("5 frames, 3 changed"));
-  const std::string recipe =
-      "parallel --jobs 2 '" LUMO_TOOL
-      "' compare --calib new.bin --against old.bin --jobs 1 --shard {}/3 -o shard_{}.json "
-      "s2.jsonl s1.jsonl ::: 1 2 3";
-  ASSERT_EQ(std::system(("cd '" + dir.string() + "' && LUMO_DEVICE_ROOT= " + recipe).c_str()), 0);
-  const Outcome merged = lumo("compare merge shard_*.json -o merged.json --html merged.html");
-  ASSERT_EQ(merged.status, 0) << merged.err;
-  EXPECT_EQ(merged.out, whole.out);
-  EXPECT_EQ(readText(dir / "merged.json"), readText(dir / "whole.json"));
-  EXPECT_EQ(readText(dir / "merged.html"), readText(dir / "whole.html"));
-  EXPECT_EQ(lumo("compare merge shard_*.json --json").out, compare("s1.jsonl s2.jsonl --json").out);
-  EXPECT_EQ(countOf(readText(dir / "whole.html"), "<figure>"), 12u);  // three changed frames
-}
-
 // The gate's exit codes, and the inputs it must refuse or survive.
 TEST_F(CompareCli, GateExitCodesAndBadInputs) {
   write("gone.jsonl", "{\"instance\": \"preview\", \"input\": \"nowhere.jpg\", \"meta\": {}}\n");
@@ -105,6 +83,13 @@ TEST_F(CompareCli, GateExitCodesAndBadInputs) {
   // The frames that had their inputs ran; the missing one is listed.
   EXPECT_EQ(countOf(readText(dir / "out.json"), "\"identical\""), 3u);
   EXPECT_EQ(countOf(readText(dir / "out.json"), "\"problem\""), 1u);
+  // Shards merge into what one whole run writes: summary, result and page.
+  const Outcome whole = compare("s1.jsonl -o whole.json --html whole.html");
+  EXPECT_THAT(whole.out, HasSubstr("3 frames, 2 changed"));
+  EXPECT_EQ(lumo("compare merge a2.json a1.json -o merged.json --html merged.html").out, whole.out);
+  EXPECT_EQ(readText(dir / "merged.json"), readText(dir / "whole.json"));
+  EXPECT_EQ(readText(dir / "merged.html"), readText(dir / "whole.html"));
+  EXPECT_EQ(countOf(readText(dir / "whole.html"), "<figure>"), 8u);  // two changed frames
 }
 
 }  // namespace

@@ -75,6 +75,7 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
   EXPECT_THAT(o.out, HasSubstr("copied: no parameters for the scene"));
   EXPECT_THAT(o.out, HasSubstr("the calibration has no scene \"food\""));
   EXPECT_THAT(o.out, HasSubstr("lut 0, 0, 0, 0"));
+  EXPECT_THAT(o.out, HasSubstr("held script made for 64x48 on a 32x16 frame: "));
   // Any process mode makes its own instance, but the plugin makes no filter for
   // an unknown one: both renders fail, then it stays copying.
   const std::string mode7 = R"({"process_mode": 7, "meta": {"stylization": 1}})"
@@ -85,7 +86,8 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
   EXPECT_EQ(frames(o)[0]["reason"], "render-failed");
   EXPECT_EQ(frames(o)[1]["reason"], "sticky-bypass");
   EXPECT_TRUE(fs::exists(dir / "out/frame_000001_mode7.png"));
-  // The demo names no look for a frame the plugin copied.
+  // The demo writes each frame before and after, and names no look for a
+  // frame the plugin copied.
   const Outcome demo = lumo(
       "demo --out demo --size 32 32 --json --calibration "
       "dev/odm/etc/camera/lumo_filter_param.bin");
@@ -95,6 +97,9 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
     EXPECT_EQ(f["plugin"]["plugin"], common ? "filtered" : "copied") << f.dump();
     EXPECT_EQ(f["look"].get<std::string>().starts_with("copied: "), !common) << f.dump();
   }
+  size_t before = 0, after = 0;
+  for (const std::string& f : files("demo")) ++(f.ends_with("_before.png") ? before : after);
+  EXPECT_EQ(std::pair(before, after), std::pair(frames(demo).size(), frames(demo).size() + 7));
 }
 #endif
 

@@ -39,16 +39,13 @@ FrameEvidence evidence(std::vector<std::string> messages, std::vector<FilterRend
 TEST(FrameOutcome, EachPassThroughHasItsReason) {
   using R = PassReason;
   const std::vector<std::string> bypass = {P + "algo bypass"};
+  const std::vector<std::string> beyond = {P + "lut index 1, 2, 3, 90",
+                                           P + "lut index 1, 2, 3, 90 beyond the 13 LUT blocks of "
+                                               "the store, no parameters for this frame",
+                                           P + "algo bypass"};
   // messages, store, debug lines logged, reason, part of the detail
   const std::tuple<std::vector<std::string>, StoreState, bool, R, const char*> cases[] = {
-      {{P + "lut index 1, 2, 3, 90",
-        P + "lut index 1, 2, 3, 90 beyond the 13 LUT blocks of the store, no parameters for "
-            "this frame",
-        P + "algo bypass"},
-       StoreState::Loaded,
-       true,
-       R::NoSceneParameters,
-       "not in the calibration"},
+      {beyond, StoreState::Loaded, true, R::NoSceneParameters, "not in the calibration"},
       {bypass, StoreState::Absent, true, R::NoCalibration, "no calibration file"},
       {bypass, StoreState::Rejected, true, R::NoCalibration, "rejected"},
       {bypass, StoreState::Loaded, false, R::Unknown, "look alike"},
@@ -101,25 +98,4 @@ TEST(FrameOutcome, RejectedStoreMessageAndScriptValues) {
             "header too short");
   EXPECT_FALSE(rejectedStoreMessage({P + "algo bypass"}));
   EXPECT_TRUE(shadingOfScript("CubeLutEffect;cube_strength=1.0;").empty());
-}
-
-// The plugin rebuilds its script only when the selection changes, so a frame
-// may render with the Width/Height of an earlier frame of another size (only
-// the height differs here; a frame whose size was not seen is never flagged).
-TEST(FrameOutcome, AHeldScriptOfAnotherSizeIsFlaggedWithBothSizes) {
-  for (const auto& [frameW, frameH, flagged] : {std::tuple{1280u, 720u, true}, {0u, 0u, false}}) {
-    std::string script = kScript;
-    script.replace(script.find("Width=8;Height=4;"), 17, "Width=1280;Height=960;");
-    InstanceTrace trace;
-    const FrameOutcome o =
-        readFrameOutcome(evidence(kSelected, {{script, true, 0, frameW, frameH}}), trace);
-    const nlohmann::json j = outcomeJson(o);
-    EXPECT_EQ(
-        outcomeLines(o).back().rfind("held script made for 1280x960 on a 1280x720 frame: ", 0) == 0,
-        flagged)
-        << outcomeLines(o).back();
-    EXPECT_EQ(j.value("held_script_size", nlohmann::json()),
-              flagged ? nlohmann::json({{"script", {1280, 960}}, {"frame", {1280, 720}}})
-                      : nlohmann::json());
-  }
 }

@@ -240,23 +240,6 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
 #ifdef LUMO_REAL_PLUGIN
 class RealPluginCli : public ReplayCli {};
 
-TEST_F(RealPluginCli, DemoWritesPairsDumpsAndTheTable) {
-  const Outcome o = lumo("demo --out demo --size 160 120");
-  ASSERT_EQ(o.status, 0) << o.err;
-  size_t before = 0, after = 0, dumps = 0;
-  for (const std::string& f : files("demo"))
-    ++(f.ends_with("_before.png") ? before : f.ends_with(".png") ? after : dumps);
-  EXPECT_EQ(before, 11u);
-  EXPECT_EQ(after, 11u);
-  EXPECT_EQ(dumps, 6u + 1u);  // one exif file per snapshot, one for the preview instance
-  for (const char* scene : {"common", "plants", "night", "sunrise_sunset", "food", "protrait"})
-    EXPECT_GE(countOf(o.out, scene), 2u) << scene << "\n" << o.out;
-  EXPECT_THAT(o.out, HasSubstr("blend, mostly"));
-  EXPECT_THAT(o.out, HasSubstr("golden_hour"));
-  EXPECT_NE(readText(dir / "demo/05_snapshot_food.png"),
-            readText(dir / "demo/05_snapshot_food_before.png"));
-}
-
 // The ways a snapshot's image name reached outside the device root: a "../"
 // name, a name the 256-byte path buffer cuts right after the target (so the
 // fixed suffix is lost; given to `run`), and symlinks in the dump folder. Each dump is refused with

@@ -1,6 +1,6 @@
 # Unit tests of the lumo tool's pieces, and black-box tests of the built tool.
-# The codecs' own libraries write the pictures the decoders do not write
-# themselves (16-bit PNGs, CMYK JPEGs).
+# libjpeg writes the CMYK JPEGs the tool never writes itself; zlib (through
+# libpng) gives the checksum of a patched PNG header.
 find_package(PNG REQUIRED)
 find_package(JPEG REQUIRED)
 lumo_add_gtest(lumo_tool_unit_tests
