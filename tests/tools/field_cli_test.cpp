@@ -100,6 +100,9 @@ TEST_F(FieldCli, EveryFrameSaysWhatThePluginDid) {
   size_t before = 0, after = 0;
   for (const std::string& f : files("demo")) ++(f.ends_with("_before.png") ? before : after);
   EXPECT_EQ(std::pair(before, after), std::pair(frames(demo).size(), frames(demo).size() + 7));
+  // Over the bundled calibration its table names the looks, blends too.
+  const Outcome bundled = lumo("demo --out bundled --size 32 32");
+  EXPECT_THAT(bundled.out, HasSubstr("blend, mostly teal_orange")) << bundled.err;
 }
 #endif
 
