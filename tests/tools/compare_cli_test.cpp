@@ -65,7 +65,6 @@ TEST_F(CompareCli, GateExitCodesAndBadInputs) {
       {gate + "--expect-changes place=food", 2, {"expected scene=NAME"}},
       {gate + "--shard 1/2", 2, {"-o FILE"}},
       {gate + "--shard 3/2 -o x.json", 2, {"expected I/N"}},
-      {"compare --calib new.bin s1.jsonl", 2},
       {"compare --calib old.bin --against same.bin s1.jsonl -o out.json", 0, {"byte-identical"}},
       {both + "-o out.json", 1, {"gone.jsonl:1: field \"input\": ./nowhere.jpg: no such file"}},
       {"compare merge a1.json b2.json", 1, {"the new calibration differs (same.bin vs new.bin)"}},

@@ -91,11 +91,10 @@ TEST(FrameOutcome, FilteredFramesCarryCornersWeightsShadingAndScript) {
   EXPECT_NE(o.detail.find("without a LUT"), std::string::npos);
 }
 
-TEST(FrameOutcome, RejectedStoreMessageAndScriptValues) {
+TEST(FrameOutcome, RejectedStoreMessage) {
   EXPECT_EQ(rejectedStoreMessage({"x",
                                   "VyAlgoEngine f:1 g() [LumoFilter] parameter file "
                                   "/odm/p.bin rejected: header too short"}),
             "header too short");
   EXPECT_FALSE(rejectedStoreMessage({P + "algo bypass"}));
-  EXPECT_TRUE(shadingOfScript("CubeLutEffect;cube_strength=1.0;").empty());
 }

@@ -191,11 +191,8 @@ TEST_F(ReplayCli, InterruptedSessionsSayHowFarTheyGotAndWriteNothing) {
   const pid_t pid = fork();
   ASSERT_GE(pid, 0);
   if (pid == 0) {
-    const std::string cmd = "cd '" + dir.string() +
-                            "' && LUMO_DEVICE_ROOT= exec " LUMO_TOOL_EMULATOR "'" LUMO_TOOL
-                            "' replay s.jsonl --out out --json" +
-                            kProbe + " >stdout.txt 2>stderr.txt";
-    execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
+    execl("/bin/sh", "sh", "-c", command("replay s.jsonl --out out --json" + kProbe).c_str(),
+          nullptr);
     _exit(127);
   }
   bool staging = false;

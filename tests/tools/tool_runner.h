@@ -87,12 +87,15 @@ struct Outcome {
 
 class ToolTest : public ScratchTest {
 protected:
-  // `args` is appended to the tool's path as shell words; runs in `dir`.
+  // The shell command that runs the tool in `dir` with `args` appended as
+  // shell words, its output going to stdout.txt and stderr.txt there.
+  std::string command(const std::string& args) const {
+    return "cd '" + dir.string() +
+           "' && LUMO_DEVICE_ROOT= exec " LUMO_TOOL_EMULATOR "'" LUMO_TOOL "' " + args +
+           " >stdout.txt 2>stderr.txt";
+  }
   Outcome lumo(const std::string& args) const {
-    const std::string cmd = "cd '" + dir.string() +
-                            "' && LUMO_DEVICE_ROOT= " LUMO_TOOL_EMULATOR "'" LUMO_TOOL "' " + args +
-                            " >stdout.txt 2>stderr.txt";
-    const int raw = std::system(cmd.c_str());
+    const int raw = std::system(command(args).c_str());
     Outcome o{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readText(dir / "stdout.txt"),
               readText(dir / "stderr.txt")};
     fs::remove(dir / "stdout.txt");
