@@ -62,7 +62,6 @@ TEST_F(CompareCli, GateExitCodesAndBadInputs) {
        1,
        {"s1.jsonl:1 (frame 0): its pixels changed"}},
       {gate + "--fail-above 'p96>2'", 2, {"expected METRIC>VALUE"}},
-      {gate + "--expect-changes place=food", 2, {"expected scene=NAME"}},
       {gate + "--shard 1/2", 2, {"-o FILE"}},
       {gate + "--shard 3/2 -o x.json", 2, {"expected I/N"}},
       {"compare --calib old.bin --against same.bin s1.jsonl -o out.json", 0, {"byte-identical"}},

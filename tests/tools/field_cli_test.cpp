@@ -146,10 +146,7 @@ TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
       {"bogus", 2, {"lumo: unknown command \"bogus\" (commands: replay, run, demo, calib"}},
       {"calib bogus", 2, {"(commands: build, check, dump, export"}},
       {"run x.png -o y.png --lux bright", 2},
-      {"generate moon -o m.png", 2},
-      {"run x.png -o y.png --instance video", 2},
       {"run x.png -o y.png --scene moon", 2},
-      {"run x.png -o y.png --stylization -1", 2},
       {"run generated:chart -o x.png --width 30000 --height 30000", 2, {"--width: "}},
       {"--version", 0, {"lumo "}},
   };

@@ -48,14 +48,18 @@ Image gradient(uint32_t w, uint32_t h, uint32_t stride = 0, bool opaque = false)
   return img;
 }
 
-// A flat 16x16 CMYK JPEG of inks stored inverted, 255 meaning none, with the
-// Adobe marker, as Photoshop writes them.
-void writeCmykJpeg(const std::string& path, const std::array<uint8_t, 4>& inks) {
+}  // namespace
+
+class ImageIo : public ScratchTest {};
+
+// CMYK JPEGs, inks stored inverted (255 meaning none) with the Adobe marker
+// as Photoshop writes them, read as the opaque RGB their inks print.
+TEST_F(ImageIo, CmykJpegsDecodeToRgb) {
   jpeg_compress_struct info;
   jpeg_error_mgr err;
   info.err = jpeg_std_error(&err);
   jpeg_create_compress(&info);
-  std::FILE* f = std::fopen(path.c_str(), "wb");
+  std::FILE* f = std::fopen(path("c.jpg").c_str(), "wb");
   jpeg_stdio_dest(&info, f);
   info.image_width = info.image_height = 16;
   info.input_components = 4;
@@ -65,23 +69,11 @@ void writeCmykJpeg(const std::string& path, const std::array<uint8_t, 4>& inks) 
   jpeg_start_compress(&info, TRUE);
   std::vector<uint8_t> row;
   for (int x = 0; x < 16; ++x)
-    for (uint8_t ink : inks) row.push_back(uint8_t(255 - ink));
-  while (info.next_scanline < 16) {
-    JSAMPROW r = row.data();
-    jpeg_write_scanlines(&info, &r, 1);
-  }
+    for (int ink : {0, 0, 128, 64}) row.push_back(uint8_t(255 - ink));
+  for (JSAMPROW r = row.data(); info.next_scanline < 16;) jpeg_write_scanlines(&info, &r, 1);
   jpeg_finish_compress(&info);
   jpeg_destroy_compress(&info);
   std::fclose(f);
-}
-
-}  // namespace
-
-class ImageIo : public ScratchTest {};
-
-// CMYK JPEGs read as the opaque RGB their inks print.
-TEST_F(ImageIo, CmykJpegsDecodeToRgb) {
-  writeCmykJpeg(path("c.jpg"), {0, 0, 128, 64});
   const Image got = readImage(path("c.jpg"));
   ASSERT_EQ(got.geometry.width, 16u);
   for (int k = 0; k < 4; ++k)
@@ -194,10 +186,8 @@ TEST_F(ImageIo, ConcurrentCommitsKeepTheUmaskAndTheModes) {
 // come back neutral, and new images start blank, on reused memory too.
 TEST_F(ImageIo, RawDumpsReadBackExactlyWithNeutralMissingRows) {
   // width, height, scanline, tight (the chroma plane stops after its last row)
-  for (const auto& [width, height, scanline, tight] : {std::tuple{6u, 4u, 4u, false},
-                                                       {64u, 10u, 12u, true},
-                                                       {1024u, 720u, 720u, false},
-                                                       {4000u, 3000u, 3008u, true}}) {
+  for (const auto& [width, height, scanline, tight] :
+       {std::tuple{6u, 4u, 4u, false}, {1024u, 720u, 720u, false}, {4000u, 3000u, 3008u, true}}) {
     const Geometry g{PixelFormat::NV21, width, height, width, scanline};
     const size_t full = bufferBytes(g);
     const size_t size = tight ? chromaOffset(g) + size_t(g.stride) * (height / 2) : full;
@@ -352,7 +342,6 @@ TEST(Session, RawTagsCarryExactPayloads) {
 TEST(FrameSize, MemoryNeedIsRefusedAgainstWhatIsAvailable) {
   // side, stride = scanline, format, available memory (0: unknown, never refused), refused
   const std::tuple<uint32_t, uint32_t, PixelFormat, uint64_t, bool> cases[] = {
-      {4000, 4032, PixelFormat::NV21, 8ull << 30, false},
       {16384, 16384, PixelFormat::NV21, 2ull << 30, true},
       {16384, 16384, PixelFormat::NV21, 0, false},
       {1000, 1000, PixelFormat::RGBA, 15'999'999, true},
