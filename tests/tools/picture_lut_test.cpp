@@ -7,14 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
 
-#include "declared_size.h"
 #include "image_files.h"
 #include "lut_doctor.h"
+#include "tool_runner.h"
 
 using namespace lumo;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -50,7 +48,9 @@ int maxDifference(const calib::LutBlock& a, const calib::LutBlock& b) {
 
 }  // namespace
 
-TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
+class PictureLut : public lumo_test::ScratchTest {};
+
+TEST_F(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
   using K = calib::ImageLayout::Kind;
   const struct {
     calib::ImageLayout layout;
@@ -64,11 +64,11 @@ TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
       {{K::Tiles, 16, 1, false}, 16, 256, "strip 1x16"},
       {{K::Tiles, 32, 32, true}, 1024, 32, "strip 32x1, green upwards"},
   };
-  const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_layout.png";
+  const std::string p = path("layout.png");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    writeImage(p.string(), pictureOf(c.layout, c.width, c.height));
-    const calib::LutImport got = calib::importLut(p.string());
+    writeImage(p, pictureOf(c.layout, c.width, c.height));
+    const calib::LutImport got = calib::importLut(p);
     EXPECT_EQ(got.info.format, "image");
     EXPECT_EQ(got.info.dialect, c.name);
     EXPECT_EQ(got.info.size3d, c.layout.edge);
@@ -76,16 +76,15 @@ TEST(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
     EXPECT_LE(maxDifference(got.lut, calib::generateLook(kWarm)), 5);
     EXPECT_LT(got.error.mean, 1.0);
   }
-  fs::remove(p);
 }
 
-TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
+TEST_F(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
   // 64x64 is both a Hald level 4 and 4x4 tiles of 16; forcing Hald reads the
   // tiles picture as Hald, which scrambles the look.
-  const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_forced.jpg";
-  writeImage(p.string(), pictureOf({calib::ImageLayout::Kind::Tiles, 16, 4, false}, 64, 64), 98);
-  EXPECT_EQ(calib::importLut(p.string()).info.dialect, "tiles 4x4");
-  const calib::LutImport forced = calib::importLut(p.string(), "hald");
+  const std::string p = path("forced.jpg");
+  writeImage(p, pictureOf({calib::ImageLayout::Kind::Tiles, 16, 4, false}, 64, 64), 98);
+  EXPECT_EQ(calib::importLut(p).info.dialect, "tiles 4x4");
+  const calib::LutImport forced = calib::importLut(p, "hald");
   EXPECT_EQ(forced.info.dialect, "hald level 4");
   EXPECT_GT(maxDifference(forced.lut, calib::generateLook(kWarm)), 40);
   // layout, width, height, start of the message; the largest picture only
@@ -96,7 +95,7 @@ TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
       {"diagonal", 64, 64, "layout \"diagonal\": expected auto, hald, tiles, tiles-up or strip"},
       {"", 16384, 16384, "16384x16384 pixels fit no LUT layout"},
   };
-  const std::string q = (fs::temp_directory_path() / "lumo_picture_lut_refused.png").string();
+  const std::string q = path("refused.png");
   for (const auto& [layout, width, height, message] : refused) {
     if (width > 4096)
       lumo_test::declaringSize(q, width, height);
@@ -109,20 +108,17 @@ TEST(PictureLut, AForcedLayoutWinsAndUnfitPicturesAreRefused) {
       EXPECT_EQ(std::string(e.what()).rfind(q + ": " + message, 0), 0u) << e.what();
     }
   }
-  fs::remove(q);
-  fs::remove(p);
 }
 
-TEST(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
+TEST_F(PictureLut, ALayoutTheRoundTripCannotConfirmIsFlagged) {
   // A flat grey picture reads the same in every layout its size allows.
   Image grey = makeImage({PixelFormat::RGBA, 64, 64, 0, 0});
   for (size_t i = 0; i < grey.bytes.size(); ++i) grey.bytes[i] = (i % 4 == 3) ? 255 : 120;
-  const fs::path p = fs::temp_directory_path() / "lumo_picture_lut_grey.png";
-  writeImage(p.string(), grey);
+  const std::string p = path("grey.png");
+  writeImage(p, grey);
   std::vector<std::string> codes;
-  for (const auto& problem : diagnoseLut(p.string()).problems) codes.push_back(problem.rule);
+  for (const auto& problem : diagnoseLut(p).problems) codes.push_back(problem.rule);
   EXPECT_EQ(codes, (std::vector<std::string>{"layout-ambiguous", "near-constant"}));
   // Forcing Hald leaves a single candidate: nothing to doubt.
-  EXPECT_TRUE(calib::importLut(p.string(), "hald").info.layoutDoubt.empty());
-  fs::remove(p);
+  EXPECT_TRUE(calib::importLut(p, "hald").info.layoutDoubt.empty());
 }

@@ -17,7 +17,6 @@
 #include <jpeglib.h>
 
 #include "atomic_file.h"
-#include "declared_size.h"
 #include "dump_name.h"
 #include "failure.h"
 #include "image_files.h"
