@@ -100,7 +100,7 @@ TEST(CalibDiff, Ciede2000MatchesThePublishedPairs) {
   }
 }
 
-TEST(CalibDiff, EachChangeIsReportedAtItsRecord) {
+TEST(CalibDiff, EachChangeIsReportedAtItsRecordAndMeasuredOnTheChart) {
   EXPECT_TRUE(diffCalibration(cleanFile(), cleanFile()).empty());
   // edit, record, how the change starts; only changed LUT contents are measured in colour
   const std::tuple<Edit, std::string, std::string> cases[] = {
@@ -132,9 +132,7 @@ TEST(CalibDiff, EachChangeIsReportedAtItsRecord) {
     EXPECT_EQ(entries[0].change.rfind(change, 0), 0u) << entries[0].change;
     EXPECT_EQ(entries[0].colour.has_value(), change.starts_with("LUT block 1: contents"));
   }
-}
-
-TEST(CalibDiff, ChartDeltaIsZeroForEqualBlocksAndNamesTheWorstPatches) {
+  // Chart deltas: zero for equal blocks; the worst patches come first.
   const calib::LutBlock id = calib::identityLut();
   EXPECT_EQ(lutDelta(id, id).max, 0);
   // A red push: patches differ in how far it moves them, and white hardly at all

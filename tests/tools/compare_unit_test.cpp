@@ -10,15 +10,15 @@ namespace {
 
 using namespace lumo;
 
-TEST(CompareGate, ExpressionsParseOrSayWhatWasExpected) {
+TEST(CompareGate, ExpressionsAndTheFramesThatFailThem) {
   // text, metric, or-equal, value
-  const std::tuple<std::string, std::string, bool, double> cases[] = {
+  const std::tuple<std::string, std::string, bool, double> limits[] = {
       {"p95>2.0", "p95", false, 2.0},
       {"max >= 5", "max", true, 5},
       {"share>1%", "share", false, 0.01},
       {"mean>.5", "mean", false, 0.5},
   };
-  for (const auto& [text, metric, orEqual, value] : cases) {
+  for (const auto& [text, metric, orEqual, value] : limits) {
     const ScoreLimit l = parseScoreLimit(text);
     EXPECT_EQ(std::tuple(l.metric, l.orEqual, l.value), std::tuple(metric, orEqual, value)) << text;
   }
@@ -31,9 +31,7 @@ TEST(CompareGate, ExpressionsParseOrSayWhatWasExpected) {
   EXPECT_EQ(e.luts, (std::vector<int>{3, 12}));
   for (const char* bad : {"scene=", "food", "cell=1", "lut=x", "scene=a,,b"})
     EXPECT_THROW(addExpectedChanges(e, bad), Failure) << bad;
-}
 
-TEST(CompareGate, FramesCrossingLimitsOrChangingOutsideTheExpectedFail) {
   auto frame = [](std::string scene, double p95, std::vector<int> luts, bool choice) {
     CompareFrame f;
     f.key = {"s.jsonl", luts.empty() ? 1u : size_t(luts[0])};
@@ -58,9 +56,9 @@ TEST(CompareGate, FramesCrossingLimitsOrChangingOutsideTheExpectedFail) {
       {"mean>1", &food, 2},
   };
   for (const auto& [limit, expected, failures] : cases) {
-    std::vector<ScoreLimit> limits;
-    if (!limit.empty()) limits.push_back(parseScoreLimit(limit));
-    EXPECT_EQ(gateFailures(r, limits, expected ? *expected : none, expected != nullptr).size(),
+    std::vector<ScoreLimit> gate;
+    if (!limit.empty()) gate.push_back(parseScoreLimit(limit));
+    EXPECT_EQ(gateFailures(r, gate, expected ? *expected : none, expected != nullptr).size(),
               failures)
         << limit;
   }

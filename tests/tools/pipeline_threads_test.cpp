@@ -25,13 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<lumo::SessionFrame> sessionOf(const std::vector<std::string>& lines) {
-  std::vector<lumo::SessionFrame> frames;
-  for (size_t i = 0; i < lines.size(); ++i)
-    frames.push_back(lumo::parseFrameLine(lines[i], "s.jsonl", i + 1));
-  return frames;
-}
-
 std::string frameLine(const std::string& instance, const std::string& input,
                       const std::string& output, int stylization = 1) {
   return R"({"instance": ")" + instance + R"(", "input": ")" + input + R"(", "output": ")" +
@@ -51,10 +44,7 @@ protected:
   // Replays `frames` into outDir with `jobs`; the failure message, or empty.
   std::string replay(const std::vector<lumo::SessionFrame>& frames, unsigned jobs,
                      const std::string& outDir, std::vector<lumo::FrameReport>* reports = nullptr) {
-    lumo::ReplayOptions options;
-    options.pluginPath = LUMO_PLUGIN_LIBRARY;
-    options.outDir = outDir;
-    options.sessionDir = root;
+    lumo::ReplayOptions options = replayOptions(outDir);
     options.jobs = jobs;
     try {
       const auto r = lumo::replaySession(frames, options);
@@ -92,7 +82,7 @@ TEST_F(PipelineThreads, PipelinedReplayWritesWhatATurnByTurnReplayWrites) {
   lines.push_back(frameLine("preview", "p.png", "p2.png"));
   lines.push_back(frameLine("snapshot", "big_1040x780_1088.nv21", "bigcopy.nv21", 0));
   lines.push_back(frameLine("snapshot", "big_1040x780_1088.nv21", "biglook.nv21"));
-  const auto frames = sessionOf(lines);
+  const auto frames = lumotest::sessionOf(lines);
 
   std::vector<lumo::FrameReport> serialReports;
   ASSERT_EQ(replay(frames, 1, root + "/out1", &serialReports), "");
@@ -131,9 +121,9 @@ TEST_F(PipelineThreads, AFailureOnAHelperThreadStopsTheSessionAtItsFrame) {
       {a, "b_10x10_10.nv21", "s.jsonl:2: field \"output\": "},  // its name gives another size
   };
   for (const auto& [third, second, expected] : rows) {
-    const auto frames =
-        sessionOf({frameLine("preview", a, "a.nv21"), frameLine("preview", a, second),
-                   frameLine("preview", third, "c.nv21"), frameLine("preview", a, "d.nv21")});
+    const auto frames = lumotest::sessionOf(
+        {frameLine("preview", a, "a.nv21"), frameLine("preview", a, second),
+         frameLine("preview", third, "c.nv21"), frameLine("preview", a, "d.nv21")});
     // One output folder for every run: messages name the output's path.
     const std::string out = root + "/out", serial = replay(frames, 1, out);
     EXPECT_EQ(serial.rfind(expected, 0), 0u) << serial;
@@ -149,8 +139,7 @@ TEST_F(PipelineThreads, AFailureOnAHelperThreadStopsTheSessionAtItsFrame) {
 // when it surfaces are waited for.
 TEST(PipelineThreadsUnit, BackgroundWritesFinishWithinTheirLimitAndRethrowAFailure) {
   for (const auto& [inFlight, failing] : {std::pair<size_t, int>{0, 11}, {2, 11}, {1, 4}, {3, 4}}) {
-    SCOPED_TRACE(std::to_string(inFlight) + " in flight, write " + std::to_string(failing) +
-                 " fails");
+    SCOPED_TRACE(std::to_string(inFlight) + " in flight, failing " + std::to_string(failing));
     // Plain ints, written on the writer threads and read here after drain:
     // the drain is the only hand-over.
     std::vector<int> written(12, -1);

@@ -23,16 +23,12 @@ using ReplayFaults = lumotest::ReplayRoot;
 // last: the two that survive must not be moved.
 TEST_F(ReplayFaults, SessionFailsWholeAndLeavesNoOutputs) {
   const fs::path out = fs::path(root) / "out";
-  std::vector<lumo::SessionFrame> frames;
-  for (const char* name : {"c.nv21", "a.nv21", "b.nv21"}) {
-    frames.push_back(lumo::parseFrameLine(
-        R"({"instance": "preview", "input": "generated:chart", "width": 32, "height": 16})",
-        "s.jsonl", frames.size() + 1));
-    frames.back().output = name;
-  }
-  lumo::ReplayOptions options;
-  options.pluginPath = LUMO_PLUGIN_LIBRARY;
-  options.outDir = out.string();
+  std::vector<std::string> lines;
+  for (const char* name : {"c.nv21", "a.nv21", "b.nv21"})
+    lines.push_back(R"({"instance": "preview", "input": "generated:chart", "output": ")" +
+                    std::string(name) + R"(", "width": 32, "height": 16})");
+  const auto frames = lumotest::sessionOf(lines);
+  const lumo::ReplayOptions options = replayOptions(out.string());
   std::string message = "no failure";
   try {
     lumo::replaySession(frames, options, [&](const lumo::FrameReport&, size_t done, size_t) {

@@ -11,8 +11,11 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "host_setup.h"
+#include "replay.h"
+#include "session.h"
 
 namespace lumotest {
 
@@ -30,8 +33,25 @@ inline std::map<std::string, std::string> filesUnder(const std::filesystem::path
   return out;
 }
 
+// Session frames from their lines, numbered as `lumo replay` numbers them.
+inline std::vector<lumo::SessionFrame> sessionOf(const std::vector<std::string>& lines) {
+  std::vector<lumo::SessionFrame> frames;
+  for (size_t i = 0; i < lines.size(); ++i)
+    frames.push_back(lumo::parseFrameLine(lines[i], "s.jsonl", i + 1));
+  return frames;
+}
+
 class ReplayRoot : public ::testing::Test {
 protected:
+  // A replay through the real plugin, inputs from the root, outputs into `out`.
+  lumo::ReplayOptions replayOptions(const std::string& out) const {
+    lumo::ReplayOptions options;
+    options.pluginPath = LUMO_PLUGIN_LIBRARY;
+    options.outDir = out;
+    options.sessionDir = root;
+    return options;
+  }
+
   void SetUp() override {
     namespace fs = std::filesystem;
     std::string pattern = (fs::temp_directory_path() / "lumo_sessions_XXXXXX").string();

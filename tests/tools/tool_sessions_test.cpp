@@ -36,19 +36,14 @@ using ToolSessions = lumotest::ReplayRoot;
 // Both instances and a frame the plugin passes through (no stylisation); each
 // session writes and syncs its raw outputs.
 TEST_F(ToolSessions, RepeatedSessionsLeaveTheHeapAsItWas) {
-  const char* lines[] = {
-      R"({"instance": "preview", "width": 32, "height": 16, "input": "generated:chart",)"
-      R"( "output": "p.nv21", "meta": {"stylization": 1, "cct": 5000, "lux": 300}})",
-      R"({"instance": "snapshot", "width": 32, "height": 16, "input": "generated:chart",)"
-      R"( "output": "s.nv21", "meta": {"stylization": 1, "image_name": "IMG_1"}})",
-      R"({"instance": "preview", "width": 16, "height": 8, "input": "generated:chart",)"
-      R"( "output": "c.nv21", "meta": {"stylization": 0}})"};
-  std::vector<lumo::SessionFrame> frames;
-  for (size_t i = 0; i < std::size(lines); ++i)
-    frames.push_back(lumo::parseFrameLine(lines[i], "s.jsonl", i + 1));
-  lumo::ReplayOptions options;
-  options.pluginPath = LUMO_PLUGIN_LIBRARY;
-  options.outDir = root + "/out";
+  const auto frames = lumotest::sessionOf(
+      {R"({"instance": "preview", "width": 32, "height": 16, "input": "generated:chart",)"
+       R"( "output": "p.nv21", "meta": {"stylization": 1, "cct": 5000, "lux": 300}})",
+       R"({"instance": "snapshot", "width": 32, "height": 16, "input": "generated:chart",)"
+       R"( "output": "s.nv21", "meta": {"stylization": 1, "image_name": "IMG_1"}})",
+       R"({"instance": "preview", "width": 16, "height": 8, "input": "generated:chart",)"
+       R"( "output": "c.nv21", "meta": {"stylization": 0}})"});
+  const lumo::ReplayOptions options = replayOptions(root + "/out");
   auto run = [&] {
     const auto reports = lumo::replaySession(frames, options);
     ASSERT_EQ(reports.size(), frames.size());
