@@ -64,6 +64,12 @@ TEST(FrameOutcome, EachPassThroughHasItsReason) {
     // Failures put the instance in copy mode.
     EXPECT_EQ(trace.failedFrame == 9u, want != R::Unknown);
   }
+  // A store's rejection is read from the plugin's own line.
+  EXPECT_EQ(rejectedStoreMessage({"x",
+                                  "VyAlgoEngine f:1 g() [LumoFilter] parameter file "
+                                  "/odm/p.bin rejected: header too short"}),
+            "header too short");
+  EXPECT_FALSE(rejectedStoreMessage({P + "algo bypass"}));
 }
 
 // Weights are logged only when the corners change: later frames keep them.
@@ -89,12 +95,4 @@ TEST(FrameOutcome, FilteredFramesCarryCornersWeightsShadingAndScript) {
   EXPECT_TRUE(o.filtered);
   EXPECT_TRUE(o.shading.empty());
   EXPECT_NE(o.detail.find("without a LUT"), std::string::npos);
-}
-
-TEST(FrameOutcome, RejectedStoreMessage) {
-  EXPECT_EQ(rejectedStoreMessage({"x",
-                                  "VyAlgoEngine f:1 g() [LumoFilter] parameter file "
-                                  "/odm/p.bin rejected: header too short"}),
-            "header too short");
-  EXPECT_FALSE(rejectedStoreMessage({P + "algo bypass"}));
 }

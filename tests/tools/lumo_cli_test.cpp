@@ -225,7 +225,7 @@ TEST_F(ReplayCli, RunFeedsOneImageWithItsOptions) {
                    kProbe)
                   .out,
               HasSubstr("\"output\": \"res/food_out.png\""));
-  EXPECT_EQ(processLine("log.txt"),
+  EXPECT_EQ(logLines("log.txt", "Probe").at(2),  // after initialize and isEnabled
             "process 1 frame=0 64x48/64/48 fmt=17 awb=64 cct=4100 lux=12.500000 scene=9 faces=4 "
             "zoom=3.000000 name=X");
   EXPECT_EQ(lumo::readImage(path("res/food_out.png")).geometry.height, 48u);

@@ -59,7 +59,6 @@ TEST_F(PictureLut, EveryLayoutIsDetectedAndReadsBackAsTheLook) {
   } cases[] = {
       {{K::Hald, 16, 0, false}, 64, 64, "hald level 4"},
       {{K::Tiles, 16, 4, false}, 64, 64, "tiles 4x4"},
-      {{K::Tiles, 32, 16, false}, 512, 64, "tiles 16x2"},
       {{K::Tiles, 16, 16, false}, 256, 16, "strip 16x1"},
       {{K::Tiles, 16, 1, false}, 16, 256, "strip 1x16"},
       {{K::Tiles, 32, 32, true}, 1024, 32, "strip 32x1, green upwards"},

@@ -256,7 +256,4 @@ TEST(ReportPictures, ChartStrengthAndThumbnails) {
     const Image t = thumbnail(makeImage(completeGeometry({PixelFormat::RGBA, w, h, 0, 0})), 320);
     EXPECT_EQ(std::pair(t.geometry.width, t.geometry.height), std::pair(tw, th)) << w << "x" << h;
   }
-  // Encoded pictures start as their formats do.
-  EXPECT_EQ(pngBytes(chart)[1], 'P');
-  EXPECT_EQ(jpegBytes(chart, 80)[0], 0xFF);
 }

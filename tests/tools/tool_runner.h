@@ -176,12 +176,6 @@ protected:
         out.push_back(line.substr(line.find(": ", at) + 2));
     return out;
   }
-  // What the probe plugin was handed with its first frame.
-  std::string processLine(const std::string& log) const {
-    for (const std::string& line : logLines(log, "Probe"))
-      if (line.starts_with("process ")) return line;
-    return "no process line in " + log;
-  }
 };
 #endif
 
