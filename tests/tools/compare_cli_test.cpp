@@ -64,6 +64,7 @@ TEST_F(CompareCli, GateExitCodesAndBadInputs) {
       {gate + "--fail-above 'p96>2'", 2, {"expected METRIC>VALUE"}},
       {gate + "--shard 1/2", 2, {"-o FILE"}},
       {gate + "--shard 3/2 -o x.json", 2, {"expected I/N"}},
+      {"compare --calib new.bin s1.jsonl", 2},
       {"compare --calib old.bin --against same.bin s1.jsonl -o out.json", 0, {"byte-identical"}},
       {both + "-o out.json", 1, {"gone.jsonl:1: field \"input\": ./nowhere.jpg: no such file"}},
       {"compare merge a1.json b2.json", 1, {"the new calibration differs (same.bin vs new.bin)"}},
@@ -87,6 +88,7 @@ TEST_F(CompareCli, GateExitCodesAndBadInputs) {
   EXPECT_EQ(lumo("compare merge a2.json a1.json -o merged.json --html merged.html").out, whole.out);
   EXPECT_EQ(readText(dir / "merged.json"), readText(dir / "whole.json"));
   EXPECT_EQ(readText(dir / "merged.html"), readText(dir / "whole.html"));
+  EXPECT_EQ(lumo("compare merge a1.json a2.json --json").out, compare("s1.jsonl --json").out);
   EXPECT_EQ(countOf(readText(dir / "whole.html"), "<figure>"), 8u);  // two changed frames
 }
 

@@ -138,7 +138,6 @@ TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
 // Bad option values are usage errors (exit 2) with one message naming the option.
 TEST_F(FieldCli, UsageErrorsVersionUnknownCommandsAndStdin) {
   std::vector<Run> runs = {
-      {"run generated:chart -o x.png --log-level loud", 2, {"--log-level: loud not in"}},
       {"run generated:chart -o x.png --prop noequals", 2, {"--prop: expected KEY=VALUE"}},
       {"run generated:chart -o x.png --stride 100", 2, {"--stride: stride 100 is below"}},
       {"run generated:chart -o x.png --cct 4200.5", 2, {"--cct: expected an integer in 0.."}},
@@ -302,7 +301,6 @@ TEST_F(ToolTest, OddSizesPadAndCropBackAndPicturesCrop) {
     ASSERT_EQ(lumo("run " + args + " -o o.png --logcat log.txt" + kProbe).status, 0);
     const lumo::Image out = lumo::readImage(path("o.png"));
     EXPECT_EQ(std::to_string(out.geometry.width) + "x" + std::to_string(out.geometry.height), size);
-    // initialize, isEnabled, then the first frame's process call
     EXPECT_THAT(logLines("log.txt", "Probe").at(2), HasSubstr("process 0 frame=0 " + handed + " "));
   }
   // With the host's copy, the crop is the centre of the picture itself.
