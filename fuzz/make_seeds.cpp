@@ -1,10 +1,9 @@
 // Writes the seed corpus of every fuzz target from valid inputs made by the
 // project's own writers: calibration files from the calibration writer,
-// .cube files from its exporter, effect scripts from the plugin's script
-// builder, session lines and metadata entries in the layouts the host and
-// the tool write. Usage: make_seeds OUT_DIR (one folder per target).
+// effect scripts from the plugin's script builder, and a .cube file, session
+// lines and metadata entries in the layouts users, the host and the tool write. Usage: make_seeds
+// OUT_DIR (one folder per target).
 #include <calib/calibration_file.h>
-#include <calib/cube_lut.h>
 #include <calib/looks.h>
 #include <lumo/contract.h>
 
@@ -46,7 +45,7 @@ void calibrationSeeds() {
   const calib::LutBlock dark(calib::kLutBlockBytes, 0x10), grey(calib::kLutBlockBytes, 0x80);
   plain.luts = {calib::identityLut()};
   plain.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f}};
-  calib::CalibrationFile banded = plain, shifted = plain;
+  calib::CalibrationFile banded = plain;
   banded.scenes = {{lumo::kCommonScene,
                     {{0, 300, {{0, 4000, 0}, {4001, 60000, 1}}}, {301, 60000, {{0, 60000, 2}}}},
                     std::nullopt},
@@ -58,9 +57,9 @@ void calibrationSeeds() {
   banded.triggerControl = "lux,cct";
   banded.paramType = "lut,shading";
   banded.paramRange = "0-60000";
-  shifted.paramDataOffset = 1000;
-  shifted.lutDataOffset = 1200;
-  shifted.trailingBytes = {1, 2, 3};
+  banded.paramDataOffset = 1000;
+  banded.lutDataOffset = 1600;
+  banded.trailingBytes = {1, 2, 3};
 
   const struct {
     uint8_t scene;
@@ -77,7 +76,7 @@ void calibrationSeeds() {
       tail.add(value, bytes);
   }
   std::vector<std::string> files, loader;
-  for (const calib::CalibrationFile& f : {plain, banded, shifted, calib::CalibrationFile{}}) {
+  for (const calib::CalibrationFile& f : {plain, banded, calib::CalibrationFile{}}) {
     files.push_back(text(calib::serialize(f)));
     loader.push_back(text(tail.after(calib::serialize(f))));
   }
@@ -132,33 +131,20 @@ int main(int argc, char** argv) {
   g_out = argv[1];
   calibrationSeeds();
   metadataSeeds();
-  // The .cube dialects users bring: a full lattice, a domain and tabs on a
-  // 2-point lattice, a 1D table. The text targets also have dictionaries.
+  // One valid input each for the text targets: their dictionaries hold the
+  // keywords, and the fuzzers grow the rest from there.
   writeSeeds("cube", "cube",
-             {calib::cubeText(calib::identityLut(), "identity"),
-              "# two points\nTITLE \"small\"\nDOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\n"
-              "LUT_3D_SIZE 2\n0 0 0\n1\t0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\r\n",
-              "LUT_1D_SIZE 3\n0 0 0\n0.6 0.5 0.4\n1 1 1\n"});
+             {"# two points\nTITLE \"small\"\nDOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\n"
+              "LUT_3D_SIZE 2\n0 0 0\n1\t0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\r\n"});
   const param_shading_float_t odd = {{NAN, -INFINITY, INFINITY, -0.0f, 1e30f, -1e-30f, 3, 7}};
-  writeSeeds("effect_script", "script",
-             {lumo::buildEffectScript(4000, 3000, {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1, 0}}),
-              lumo::buildEffectScript(4000, 3000, odd), std::string(lumo::kLutEffectText)});
-  // Session lines as `lumo generate` and users write them: named conditions,
-  // raw tags of several types, explicit geometry and files.
+  writeSeeds("effect_script", "script", {lumo::buildEffectScript(4000, 3000, odd)});
   writeSeeds("session_line", "line",
-             {R"({"instance": "snapshot", "frame": 7, "width": 64, "height": 48, "stride": 80,)"
-              R"( "scanline": 50, "format": "nv12", "meta": {"stylization": 2, "cct": 5000,)"
-              R"( "lux": "0x43ce7333", "scene": "sunrise_sunset", "faces": 2, "zoom": 2,)"
-              R"( "image_name": "IMG_1"}})",
-              R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "o_4x2_6_4.nv21",)"
-              R"( "meta": {"stylization": 1, "tags": {")" +
-                  std::string(lumo::kTagAwbFrameControl) +
-                  R"(": {"type": "u8", "values": [1, 2, 3]},)"
-                  R"( "0x1002F": {"type": "f32", "values": ["inf", 1.5, "nan"]},)"
-                  R"( "vendor.u": {"type": "u32", "values": [4294967295]}}}})",
-              R"({"instance": "preview", "input": "generated:gradient"})"});
+             {R"({"instance": "preview", "input": "in_4x2_6_4.nv21", "output": "o_4x2_6_4.nv21",)"
+              R"( "meta": {"stylization": 1, "scene": "night", "tags": {")" +
+              std::string(lumo::kTagAwbFrameControl) +
+              R"(": {"type": "u8", "values": [1, 2, 3]},)"
+              R"( "0x1002F": {"type": "f32", "values": ["inf", 1.5, "nan"]}}}})"});
   writeSeeds("dump_name", "name",
-             {"IMG_0001_[lumofilter]_OfflineSnapshot_frame[7]_input_4000x3000_4032.nv21",
-              "cap_width_640_height_480_stride_704_scanline_512.yuv", "frame_RGBA_32x16.bin"});
+             {"IMG_0001_[lumofilter]_OfflineSnapshot_frame[7]_input_4000x3000_4032.nv21"});
   return 0;
 }
