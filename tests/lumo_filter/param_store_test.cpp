@@ -153,14 +153,11 @@ Lines loadErrors(const lumotest::TempDir& dir, const std::vector<uint8_t>& bytes
 TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
   const std::vector<uint8_t> full = goodFile();
   ASSERT_EQ(full.size(), 15655u);  // the layout the tables assume
+  // Exact lines for a few cuts; the corrupted fields below name the other parts.
   const std::map<size_t, std::string> truncated = {
       {0, "aiScenesCount at byte 0 needs 2 bytes"},
-      {10, "aiScenesSize and offsets at byte 2 needs 10 bytes"},
-      {500, "shadingZoomRatioSize and text fields at byte 12 needs 770 bytes"},
-      {847, "scene block head at byte 782 needs 66 bytes"},
       {850, "lux records at byte 848 needs 6 bytes"},
       {865, "CCT records at byte 854 needs 12 bytes"},
-      {870, "zoom-ratio block head at byte 866 needs 6 bytes"},
       {984, "LUT pool at byte 884 needs 14739 bytes"},
       {15623, "shading pool at byte 15623 needs 32 bytes"},
   };
