@@ -1,6 +1,6 @@
 // Loading calibration files into the store (trees, counts, pools, header),
-// rejecting truncated and corrupted files whole, and the dump. The
-// process-wide store is read once by the plugin tests (see the soak).
+// rejecting truncated and corrupted files whole. The process-wide store is read once by the plugin
+// tests (see the soak).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -196,38 +196,6 @@ TEST_F(ParamStore, TruncatedOrCorruptedFilesAreRejectedNamingThePart) {
               Lines{rejected + reason + (textLength ? "" : ", the file has 15655")})
         << "byte " << at;
   }
-}
-
-// The dump's lines that carry a block's key or its parameters, without the tag.
-Lines dump(const std::string& path) {
-  ParamUtil store(path);
-  hostsim::LogCapture capture;
-  store.printParam();
-  Lines out;
-  for (const std::string& m : lumotest::messages(capture))
-    if (m.find(" = ") != std::string::npos && m.find("count") == std::string::npos &&
-        m.find("start") == std::string::npos && m.find("end") == std::string::npos)
-      out.push_back(m.substr(m.find("] ") + 2));
-  return out;
-}
-
-// Scenes in string order, then zoom ratios; blocks past a pool (counts come
-// from the last record read, so block 2 of 2 is one) are not read; LUTs show
-// their first 50 bytes.
-TEST_F(ParamStore, DumpPrintsScenesInStringOrderThenZoomRatios) {
-  calib::CalibrationFile f =
-      calibration({{"night", {{10, 20, {{2000, 3000, 2}, {3001, 4000, 1}}}, {30, 40, {}}}, {}},
-                   {"food", {}, {}}},
-                  {{1.5f, {{0, 100, {{0, 9000, 3}, {9001, 9500, 0}}}}, {}}}, 2, 0);
-  f.shadings.push_back({1.5f, 0.1f, 1e-7f, 123456789.0f, -2.0f, 0.0f, 1.0f / 3.0f, 100000.0f});
-  EXPECT_EQ(dump(lumotest::writeBytes(dir, "dump.bin", calib::serialize(f))),
-            (Lines{"[ aiscene = food ", "[ aiscene = night ", "  param_cct_lut_index = 2 ]",
-                   "param_lut = (block beyond the LUT pool)", "  param_cct_lut_index = 1 ]",
-                   "param_lut = " + lumotest::lutHead(lumotest::patternLut(1).data()),
-                   "[ zoomratio = 1.500000 ", "  param_cct_lut_index = 3 ]",
-                   "param_shading = (block beyond the shading pool)", "  param_cct_lut_index = 0 ]",
-                   "param_shading = [ 1.5 0.1 1e-07 1.23457e+08 -2 0 0.333333 100000]"}));
-  EXPECT_TRUE(dump(dir.file("absent.bin")).empty());
 }
 
 }  // namespace

@@ -279,11 +279,11 @@ TEST_F(Trigger, IndexFrom32768IsRecomputedOnEveryFrame) {
 }
 
 TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
-  // Indices 0, 5, then 3 last: four LUTs, and block 5 is not among them.
+  // Indices 0, 4, then 3 last: four LUTs, and block 4 is not among them.
   calib::CalibrationFile f = lumotest::calibration(
-      {{"s", {{0, 100, {{0, 100, 0}, {200, 300, 5}}}}, {}},
+      {{"s", {{0, 100, {{0, 100, 0}, {200, 300, 4}}}}, {}},
        {"t", {{0, 100, {{0, 100, 1}, {200, 300, 3}}}}, {}}},
-      {{1.0f, {{0, 100, {{0, 100, 0}, {200, 300, 2}}}}, {}}, {4.0f, {{0, 100, {{0, 100, 0}}}}, {}}},
+      {{1.0f, {{0, 100, {{0, 100, 0}, {200, 300, 1}}}}, {}}, {4.0f, {{0, 100, {{0, 100, 0}}}}, {}}},
       4, 1);
   load(f);
   std::memset(lut.data, 0x33, LUT_BYTES);
@@ -298,7 +298,14 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   EXPECT_EQ(lut.data[0], 0x33);
   EXPECT_EQ(trigger.m_lutIndex[0], -1);
   EXPECT_EQ(lumotest::messages(capture, true),
-            Lines{beyond("lut index 5, 5, 5, 5 beyond the 4 LUT blocks")});
+            Lines{beyond("lut index 4, 4, 4, 4 beyond the 4 LUT blocks")});
+  // The store's dump does not read them either.
+  capture.clear();
+  store->printParam();
+  std::string dump;
+  for (const std::string& m : lumotest::messages(capture)) dump += m + "\n";
+  EXPECT_NE(dump.find("param_lut = (block beyond the LUT pool)\n"), std::string::npos);
+  EXPECT_NE(dump.find("param_shading = (block beyond the shading pool)\n"), std::string::npos);
 
   // A good LUT cell with a shading cell past the pool also leaves the frame
   // without parameters (the LUT is written; the caller passes the frame through).
@@ -307,7 +314,7 @@ TEST_F(Trigger, BlocksPastThePoolAreNeverRead) {
   EXPECT_EQ(lut.data[1], lumotest::patternByte(3, 1));
   EXPECT_EQ(trigger.m_shadingIndex[0], -1);
   EXPECT_EQ(lumotest::messages(capture, true),
-            Lines{beyond("shading index 2, 2, 2, 2 beyond the 1 shading blocks")});
+            Lines{beyond("shading index 1, 1, 1, 1 beyond the 1 shading blocks")});
 
   // Without zoom ratios there are no shading parameters at all.
   f.zooms.clear();

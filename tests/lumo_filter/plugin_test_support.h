@@ -76,13 +76,6 @@ inline calib::CalibrationFile calibration(std::vector<calib::SceneBlock> scenes,
   return f;
 }
 
-// "[ b0 b1 ... b49]": the head of a LUT as the dump and debug prints show it.
-inline std::string lutHead(const uint8_t* lut) {
-  std::string text = "[";
-  for (size_t p = 0; p < 50; p++) text += " " + std::to_string(lut[p]);
-  return text + "]";
-}
-
 inline std::string writeBytes(const TempDir& dir, const std::string& name,
                               const std::vector<uint8_t>& bytes) {
   const std::string path = dir.file(name);
