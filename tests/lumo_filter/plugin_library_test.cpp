@@ -38,17 +38,6 @@ TEST(PluginLibrary, LoadTimeSwitches) {
          EXPECT_EQ(std::count(s.output->data(), s.output->data() + s.output->size(), 0),
                    std::ptrdiff_t(s.output->size()));  // the recording filter writes nothing
        }},
-      {"debug 1 reads the overrides, unset here, at initialize",
-       {{"debug", "1"}},
-       [](Host& host) {
-         hostsim::LogCapture capture;
-         host.make(1);
-         const std::vector<PluginLine> lines = pluginLines(capture);
-         EXPECT_EQ(lines.at(1),
-                   (PluginLine{3, "getInitProperties",
-                               "[LumoFilter][RealTimePreview] initialize, m_debugMode=1"}));
-         EXPECT_EQ(lines.at(2).text.substr(lines[2].text.find("debug ")), "debug aiscene=common");
-       }},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(runInChild([&] {
