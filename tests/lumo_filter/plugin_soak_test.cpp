@@ -31,15 +31,14 @@ uint64_t runFrame(vyalgo2::PluginWraper& plugin, uint32_t n) {
       {reinterpret_cast<const char*>(frame.output->data()), frame.output->size()});
 }
 
-// What a frame of an instance must give: one single-threaded period by a
-// fresh instance (a frame's output depends on its step alone).
-struct Reference {
+// What frame n of an instance must give is entry n % kPeriod: one
+// single-threaded period by a fresh instance (a frame's output depends on its
+// step alone).
+std::vector<uint64_t> reference(vyalgo2::PluginWraper& plugin) {
   std::vector<uint64_t> hashes;
-  explicit Reference(vyalgo2::PluginWraper& plugin) {
-    for (uint32_t n = 0; n < kPeriod; ++n) hashes.push_back(runFrame(plugin, n));
-  }
-  uint64_t at(uint32_t n) const { return hashes[n % kPeriod]; }
-};
+  for (uint32_t n = 0; n < kPeriod; ++n) hashes.push_back(runFrame(plugin, n));
+  return hashes;
+}
 
 // Growth allowed after warm-up: a 32-byte leak a frame gives 23 KiB over the
 // shortest default run (the sanitizers', ten to fifty times slower).
@@ -56,20 +55,21 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
 #endif
   Host host({}, /*recordFilters=*/false);
   ASSERT_TRUE(host.loaded);
-  const Reference preview(host.make(1)), snapshot(host.make(0));
-  EXPECT_GE(std::set<uint64_t>(preview.hashes.begin(), preview.hashes.end()).size(), 4u)
+  const std::vector<uint64_t> preview = reference(host.make(1)), snapshot = reference(host.make(0));
+  EXPECT_GE(std::set<uint64_t>(preview.begin(), preview.end()).size(), 4u)
       << "every scene must pick its own LUT block";
 
   const uint32_t warmUp = 4 * kPeriod;
   const uint32_t frames = std::max(uint32_t(soakCycles(kDefaultFrames)), 2 * warmUp);
   struct Instance {
     vyalgo2::PluginWraper& plugin;
-    const Reference& reference;
+    const std::vector<uint64_t>& expected;
     uint32_t wrong = 0;
   } instances[] = {{host.make(1), preview}, {host.make(0), snapshot}};
   auto onTwoThreads = [&](uint32_t from, uint32_t to) {
     auto run = [&](Instance& i) {
-      for (uint32_t n = from; n < to; ++n) i.wrong += runFrame(i.plugin, n) != i.reference.at(n);
+      for (uint32_t n = from; n < to; ++n)
+        i.wrong += runFrame(i.plugin, n) != i.expected[n % kPeriod];
     };
     std::thread a(run, std::ref(instances[0])), b(run, std::ref(instances[1]));
     a.join();
@@ -93,8 +93,8 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
   // New instances made after the file went away still get the store read at
   // start-up: same frames, and the store is not built again (it would log).
   hostsim::LogCapture capture;
-  EXPECT_EQ(Reference(host.make(1)).hashes, preview.hashes);
-  EXPECT_EQ(Reference(host.make(0)).hashes, snapshot.hashes);
+  EXPECT_EQ(reference(host.make(1)), preview);
+  EXPECT_EQ(reference(host.make(0)), snapshot);
   EXPECT_EQ(pluginLines(capture, "lumo_filter/paramUtil"), std::vector<PluginLine>{});
   installCalibration(testCalibration());
 }
