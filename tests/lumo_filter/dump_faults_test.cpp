@@ -23,30 +23,26 @@ struct Outcome {
   std::vector<std::string> errors;           // error lines of the Android log
 };
 
-std::string kindOf(const std::string& name) {
-  if (name.ends_with("_exif.txt")) return "text";
-  return name.find("_input_") != std::string::npos ? "input" : "output";
-}
-
-// One frame through a new instance of `mode`, then destroy (which closes the
-// preview's text file), with `fault` made after the instance was created.
+// One frame through a new instance of `mode` made under `fault`, then destroy
+// (which closes the preview's text file).
 Outcome runOne(Host& host, uint32_t mode, const std::function<void()>& fault) {
   fs::remove_all(dumpFolder());
   fs::create_directories(dumpFolder());
-  hostsim::PluginPtr plugin = host.registry.create(kProviderName);
   Outcome out;
   hostsim::LogCapture capture;
   fault();
-  vyalgo2::CreateInfo info;
-  info.processMode = mode;
-  plugin->initialize(&info, vyalgo2::VyaNodeInterface{});
+  vyalgo2::PluginWraper& plugin = host.make(mode);
   Frame frame = makeFrame(32, 16, 1, sceneTags(0, 300.0f, 5000, 1.0f, "IMG"));
-  EXPECT_EQ(plugin->processRequest(&frame.request), 0);
-  plugin->destroy();
+  EXPECT_EQ(plugin.processRequest(&frame.request), 0);
+  plugin.destroy();
   hostsim::setFileFaults({});
   out.output.assign(frame.output->data(), frame.output->data() + frame.output->size());
-  for (const std::string& name : filesIn(dumpFolder()))
-    out.files[kindOf(name)] = readFile(dumpFolder() + "/" + name);
+  for (const std::string& name : filesIn(dumpFolder())) {
+    const bool input = name.find("_input_") != std::string::npos;
+    out.files[name.ends_with("_exif.txt") ? "text"
+              : input                     ? "input"
+                                          : "output"] = readFile(dumpFolder() + "/" + name);
+  }
   for (const hostsim::LogRecord& r : capture.records())
     if (!r.offline && r.priority == 6) out.errors.push_back(r.message);
   return out;
@@ -69,18 +65,14 @@ void faultsAgainstCleanRuns() {
     std::vector<std::string> kept;
     std::string error;
   } rows[] = {
-      {"the folder is missing",
-       std::nullopt,
-       {},
+      // clang-format off
+      {"the folder is missing", std::nullopt, {},
        "dumpToFile .*_ROLE_32x16_32: dump folder .* does not exist"},
-      {"the partition is read-only",
-       hostsim::FileFaults{true, -1},
-       {},
+      {"the partition is read-only", hostsim::FileFaults{true, -1}, {},
        "dumpToFile: cannot open .*_ROLE_32x16_32.nv21: Read-only file system"},
-      {"it fills up inside the LUT line of the text",
-       hostsim::FileFaults{false, 20000},
-       {"text"},
+      {"it fills up inside the LUT line of the text", hostsim::FileFaults{false, 20000}, {"text"},
        "dumpToFile: cannot write .*_ROLE_32x16_32.nv21: No space left on device; removed"},
+      // clang-format on
   };
   for (const Row& row : rows) {
     for (uint32_t mode : {0u, 1u}) {
