@@ -177,10 +177,7 @@ inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const
   std::string error;
   f.input = hostsim::ImageBuffer::allocate(g, &error);
   f.output = hostsim::ImageBuffer::allocate(g, &error);
-  if (!f.input || !f.output) {
-    ADD_FAILURE() << "image buffer: " << error;
-    std::abort();
-  }
+  if (!f.input || !f.output) throw std::runtime_error("image buffer: " + error);
   for (size_t i = 0; i < f.input->size(); ++i) f.input->data()[i] = uint8_t(i * 13 + 1);
   const std::shared_ptr<VyMetadata> metadata = hostsim::makeFrameMetadata(tags);
   f.request.inputBuffers[0].push_back(f.input->imageParams(metadata));
