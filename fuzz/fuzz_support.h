@@ -1,9 +1,7 @@
 // Helpers shared by the fuzz targets and the seed writer: a scratch file for
 // readers that take a path, quiet logging so that millions of runs do not
-// flood stderr, and the trailing values some targets take from the end of
-// their input (the way FuzzedDataProvider consumes integers), so that the
-// seed writer can put meaningful values there and the rest of the input
-// stays a whole file.
+// flood stderr, and how many frames the loader target takes from the end of
+// its input (so the seed writer can put meaningful values there).
 #pragma once
 
 #include <hostsim/log_sink.h>
@@ -54,21 +52,5 @@ inline void quietLogs() {
 
 // Trigger calls the calibration-loader target makes after loading.
 constexpr int kLoaderTriggers = 4;
-
-// Appends values in the order a target consumes them, each `bytes` wide.
-class TailWriter {
-public:
-  void add(uint64_t value, int bytes) {
-    for (int b = bytes - 1; b >= 0; --b) m_consumed.push_back(uint8_t(value >> (8 * b)));
-  }
-  // The input: `body`, then the values so that the first added is consumed first.
-  std::vector<uint8_t> after(std::vector<uint8_t> body) const {
-    body.insert(body.end(), m_consumed.rbegin(), m_consumed.rend());
-    return body;
-  }
-
-private:
-  std::vector<uint8_t> m_consumed;
-};
 
 }  // namespace lumofuzz

@@ -34,6 +34,19 @@ void writeSeeds(const std::string& target, const std::string& stem,
 
 std::string text(const std::vector<uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
 
+// (value, width) pairs in the order a target consumes them.
+using Tail = std::vector<std::pair<uint64_t, int>>;
+
+// `body`, then the tail's values laid out so that FuzzedDataProvider, which
+// takes integers from the end of its input, reads them in the tail's order.
+std::string withTail(std::vector<uint8_t> body, const Tail& tail) {
+  std::vector<uint8_t> consumed;
+  for (const auto& [value, bytes] : tail)
+    for (int b = bytes - 1; b >= 0; --b) consumed.push_back(uint8_t(value >> (8 * b)));
+  body.insert(body.end(), consumed.rbegin(), consumed.rend());
+  return text(body);
+}
+
 // Small files of the shapes the camera ships: several scenes, nested lux and
 // CCT bands, two zoom ratios, moved pools, and the empty file. The loader's
 // seeds carry a few frames after the file: inside and between bands, at the
@@ -67,18 +80,16 @@ void calibrationSeeds() {
     float zoom;
   } frames[lumofuzz::kLoaderTriggers] = {
       {0, 200, 5000, 1.0f}, {2, 50, 3000, 2.0f}, {0, 65535, 65535, std::nanf("")}, {5, 0, 0, 1.5f}};
-  lumofuzz::TailWriter tail;
+  Tail tail;
   for (const auto& f : frames) {
     uint32_t zoomBits = 0;
     std::memcpy(&zoomBits, &f.zoom, sizeof(zoomBits));
-    for (auto [value, bytes] :
-         {std::pair<uint64_t, int>{f.scene, 1}, {f.lux, 2}, {f.cct, 2}, {zoomBits, 4}})
-      tail.add(value, bytes);
+    tail.insert(tail.end(), {{f.scene, 1}, {f.lux, 2}, {f.cct, 2}, {zoomBits, 4}});
   }
   std::vector<std::string> files, loader;
   for (const calib::CalibrationFile& f : {plain, banded, calib::CalibrationFile{}}) {
     files.push_back(text(calib::serialize(f)));
-    loader.push_back(text(tail.after(calib::serialize(f))));
+    loader.push_back(withTail(calib::serialize(f), tail));
   }
   writeSeeds("calib_reader", "file", files);
   writeSeeds("calib_agreement", "file", files);
@@ -108,15 +119,14 @@ void metadataSeeds() {
       {{0, 0, 3, {1, 2, 3}}, {3, 0, 2, {'A', 'B'}}, {6, 4, 1, std::vector<uint8_t>(8, 0x3f)}}};
   std::vector<std::string> seeds;
   for (const auto& frame : frames) {
-    lumofuzz::TailWriter tail;
+    Tail tail = {{frame.size(), 1}};
     std::vector<uint8_t> body;
-    tail.add(frame.size(), 1);
     for (const Entry& e : frame) {
-      for (uint8_t v : {e.selector, e.type, e.count}) tail.add(v, 1);
+      tail.insert(tail.end(), {{e.selector, 1}, {e.type, 1}, {e.count, 1}});
       body.insert(body.end(), e.payload.begin(), e.payload.end());
     }
-    tail.add(1, 1);  // the image carries this metadata
-    seeds.push_back(text(tail.after(body)));
+    tail.push_back({1, 1});  // the image carries this metadata
+    seeds.push_back(withTail(body, tail));
   }
   writeSeeds("metadata", "frame", seeds);
 }
