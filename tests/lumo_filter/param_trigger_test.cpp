@@ -154,7 +154,6 @@ TEST_F(Trigger, EveryBlendCaseMatchesTheFormula) {
       {"common", 150, 2600, {0, 1, 0, 1}, 200, 100, 2550, 2800, 2550, 2800},  // 6: one lux band
       // 6 at the band's end, a quarter across 3000..4000 between blocks 3 and 5
       {"gap6", 200, 3250, {3, 5, 3, 5}, 200, 100, 3000, 4000, 3000, 4000},
-      {"quad", 0, 0, {0, 0, 0, 0}, 200, 100, 3000, 2000, 3000, 2000},  // 1: clamped below all
   };
 
   for (const Row& r : rows) {
