@@ -47,26 +47,23 @@ std::string withTail(std::vector<uint8_t> body, const Tail& tail) {
   return text(body);
 }
 
-// Small files of the shapes the camera ships: several scenes, nested lux and
-// CCT bands, two zoom ratios, moved pools, and the empty file. The loader's
+// A small file of the shape the camera ships (several scenes, nested lux and
+// CCT bands, two zoom ratios, moved pools) and the empty file. The loader's
 // seeds carry a few frames after the file: inside and between bands, at the
 // extremes, and with odd zoom ratios.
 void calibrationSeeds() {
-  calib::CalibrationFile plain;
-  plain.scenes = {{lumo::kCommonScene, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
-  plain.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt}};
   const calib::LutBlock dark(calib::kLutBlockBytes, 0x10), grey(calib::kLutBlockBytes, 0x80);
-  plain.luts = {calib::identityLut()};
-  plain.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f}};
-  calib::CalibrationFile banded = plain;
+  calib::CalibrationFile banded;
   banded.scenes = {{lumo::kCommonScene,
                     {{0, 300, {{0, 4000, 0}, {4001, 60000, 1}}}, {301, 60000, {{0, 60000, 2}}}},
                     std::nullopt},
                    {lumo::kNightScene, {{0, 100, {{0, 3000, 1}, {3001, 9000, 2}}}}, uint16_t(200)},
                    {lumo::kPlantsScene, {}, std::nullopt}};
-  banded.zooms.push_back({2.0f, {{0, 500, {{0, 5000, 1}}}}, std::nullopt});
+  banded.zooms = {{1.0f, {{0, 60000, {{0, 60000, 0}}}}, std::nullopt},
+                  {2.0f, {{0, 500, {{0, 5000, 1}}}}, std::nullopt}};
   banded.luts = {calib::identityLut(), dark, grey};
-  banded.shadings.push_back({1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f});
+  banded.shadings = {{0.1f, 0.9f, 2.0f, 1.0f, 0.5f, 0.25f, 1.0f, 0.0f},
+                     {1.5f, 0.0f, 0.0f, 0.75f, 0.0f, 0.0f, 0.0f, 0.0f}};
   banded.triggerControl = "lux,cct";
   banded.paramType = "lut,shading";
   banded.paramRange = "0-60000";
@@ -87,7 +84,7 @@ void calibrationSeeds() {
     tail.insert(tail.end(), {{f.scene, 1}, {f.lux, 2}, {f.cct, 2}, {zoomBits, 4}});
   }
   std::vector<std::string> files, loader;
-  for (const calib::CalibrationFile& f : {plain, banded, calib::CalibrationFile{}}) {
+  for (const calib::CalibrationFile& f : {banded, calib::CalibrationFile{}}) {
     files.push_back(text(calib::serialize(f)));
     loader.push_back(withTail(calib::serialize(f), tail));
   }

@@ -8,7 +8,6 @@
 #include <hostsim/file_faults.h>
 
 #include <map>
-#include <regex>
 
 #include "plugin_test_support.h"
 

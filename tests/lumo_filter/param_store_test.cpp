@@ -24,13 +24,6 @@ inline bool storeIsEmpty(const ParamUtil& store) {
          store.aiScenesCount == 0 && store.shadingZoomRatioCount == 0;
 }
 
-// Encoded size of a band list: count, then 6 + 6 C bytes per lux band.
-size_t bandBytes(const std::vector<calib::LuxBand>& bands) {
-  size_t n = 2;
-  for (const auto& b : bands) n += 6 + 6 * b.ccts.size();
-  return n;
-}
-
 calib::CalibrationFile sampleFile() {
   calib::CalibrationFile f = calibration({{"night",
                                            {{0, 100, {{2000, 3000, 0}, {4000, 5000, 1}}},
@@ -69,15 +62,14 @@ TEST_F(ParamStore, EveryShapeOfWellFormedFileLoadsAsTheStrictReaderSeesIt) {
   rows.push_back({"two scenes, two zooms: food's index 3, 2.0's 2 last", sampleFile(), 4, 3, true});
   rows.push_back({"no scenes, no zooms: a header of 778 bytes", {}, 0, 0, true});
   calib::CalibrationFile f = sampleFile();
-  const size_t nightBytes = 64 + bandBytes(f.scenes[0].luxBands);
-  f.scenes[0].declaredSize = static_cast<uint16_t>(nightBytes + 40);
-  f.zooms[0].declaredSize = static_cast<uint16_t>(4 + bandBytes(f.zooms[0].luxBands) + 3);
-  f.lut3dSize = 33;  // logged only: blocks stay 14739 bytes
+  f.scenes[0].declaredSize = 102 + 40;  // name, two lux bands of two CCT records each
+  f.zooms[0].declaredSize = 18 + 3;     // ratio, one lux band of one CCT record
+  f.lut3dSize = 33;                     // logged only: blocks stay 14739 bytes
   f.paramDataOffset = 900;
   f.lutDataOffset = 2000;
   f.trailingBytes.assign(100, 0x5A);
   rows.push_back({"declared sizes place blocks; odd LUT size, offsets, trailing bytes", f, 4, 3,
-                  true, 900 + nightBytes});
+                  true, 900 + 102});
   f = calibration({{"s", {{0, 10, {{0, 1, 0}, {2, 3, 1}, {4, 5, 2}, {6, 7, 5}}}}, {}},
                    {"t", {{0, 10, {{0, 1, 3}}}, {20, 20, {}}}, {}},
                    {"empty", {}, {}}},

@@ -23,7 +23,6 @@ TEST(PluginLibrary, LoadTimeSwitches) {
               property_set("persist.vendor.camera.lumofilter.bypassMode", "3");
               property_set("persist.vendor.camera.lumofilter.forceEnable", "1");
               vyalgo2::PluginWraper& snapshot = host.make(0);
-              EXPECT_TRUE(enabledFor(snapshot, -1));
               EXPECT_FALSE(enabledFor(snapshot, 3));
               vyalgo2::ProcessPluginPrivMessage message;
               EXPECT_EQ(snapshot.onPrepareRequest(&message), -1);

@@ -140,9 +140,7 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
   FrameTags all = sceneTags(13, 412.9f, 5100, 2.0f, "IMG_0001");
   all.faceValues = std::vector<int32_t>(8, 10);  // two faces make it a portrait
   std::vector<std::pair<FrameTags, param_trigger_t>> rows = {
-      {all, {412, 5100, 2.0f, "protrait"}},
-      {{}, {0, 0, 0.0f, "common"}},  // nothing read yet: zero, common
-      {{.cct = 70000}, {0, 4464, 0.0f, "common"}}};
+      {all, {412, 5100, 2.0f, "protrait"}}, {{.cct = 70000}, {0, 4464, 0.0f, "common"}}};
   const char* const table[] = {"common", "common",         "food",   "plants", "plants", "plants",
                                "plants", "common",         "common", "night",  "night",  "common",
                                "common", "sunrise_sunset", "night",  "common"};
