@@ -15,9 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   lumofuzz::quietLogs();
   const calib::ReadResult read = calib::readCalibration(std::vector<uint8_t>(data, data + size));
   if (!read.ok()) return 0;
-  const std::string& path = lumofuzz::scratchPath(lumo::kParamFileName);
-  lumofuzz::writeScratch(path, data, size);
-  const ParamUtil store(path);
+  const ParamUtil store(lumofuzz::writeScratch(lumo::kParamFileName, data, size));
   const std::string difference = lumotest::storeDisagreement(store, read);
   if (!difference.empty()) {
     std::fprintf(stderr, "the reader passes the file but the loader differs: %s\n",

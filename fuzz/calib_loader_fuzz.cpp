@@ -40,9 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (param_trigger_t& t : triggers) t = consumeTrigger(in);
   const std::vector<uint8_t> file = in.ConsumeRemainingBytes<uint8_t>();
 
-  const std::string& path = lumofuzz::scratchPath(lumo::kParamFileName);
-  lumofuzz::writeScratch(path, file.data(), file.size());
-  ParamUtil store(path);
+  ParamUtil store(lumofuzz::writeScratch(lumo::kParamFileName, file.data(), file.size()));
   store.printParam();
 
   ParamTrigger trigger;

@@ -9,8 +9,7 @@
 #include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string& path = lumofuzz::scratchPath("look.cube");
-  lumofuzz::writeScratch(path, data, size);
+  const std::string& path = lumofuzz::writeScratch("look.cube", data, size);
   // OpenColorIO caches files by path; each input is a new file.
   OCIO_NAMESPACE::ClearAllCaches();
   try {

@@ -14,14 +14,13 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
-#include <vector>
 
 namespace lumofuzz {
 
-// A file private to this process, rewritten with each input. The folder is
-// made once and removed at exit; libFuzzer runs one input at a time. Each
-// target uses one name: the first call fixes it.
-inline const std::string& scratchPath(const char* fileName) {
+// Writes the input to a file private to this process and returns its path.
+// The folder is made once and removed at exit; libFuzzer runs one input at a
+// time. Each target uses one name: the first call fixes it.
+inline const std::string& writeScratch(const char* fileName, const uint8_t* data, size_t size) {
   static const std::string* folder = [] {
     std::string pattern = "/tmp/lumo_fuzz_XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) std::abort();
@@ -33,14 +32,11 @@ inline const std::string& scratchPath(const char* fileName) {
     return kept;
   }();
   static const std::string* path = new std::string(*folder + "/" + fileName);
-  return *path;
-}
-
-inline void writeScratch(const std::string& path, const uint8_t* data, size_t size) {
-  FILE* f = std::fopen(path.c_str(), "wb");
+  FILE* f = std::fopen(path->c_str(), "wb");
   if (f == nullptr) std::abort();
   if (size != 0 && std::fwrite(data, 1, size, f) != size) std::abort();
   std::fclose(f);
+  return *path;
 }
 
 // The Android log goes nowhere; the messages are still formatted, so their
