@@ -12,32 +12,20 @@
 #include "paramTrigger.h"
 #include "paramUtil.h"
 
-namespace {
-
-// The camera's scene names, then one that no file carries and the empty name.
-const char* sceneName(uint8_t pick) {
-  constexpr size_t kNames = std::size(lumo::kSceneNames);
-  const size_t i = pick % (kNames + 2);
-  return i < kNames ? lumo::kSceneNames[i] : i == kNames ? "unknown" : "";
-}
-
-param_trigger_t consumeTrigger(FuzzedDataProvider& in) {
-  param_trigger_t t;
-  t.aiscene = sceneName(in.ConsumeIntegral<uint8_t>());
-  t.lux = in.ConsumeIntegral<uint16_t>();
-  t.cct = in.ConsumeIntegral<uint16_t>();
-  const uint32_t zoomBits = in.ConsumeIntegral<uint32_t>();
-  std::memcpy(&t.zoom_ratio, &zoomBits, sizeof(float));
-  return t;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   lumofuzz::quietLogs();
   FuzzedDataProvider in(data, size);
   param_trigger_t triggers[lumofuzz::kLoaderTriggers];
-  for (param_trigger_t& t : triggers) t = consumeTrigger(in);
+  for (param_trigger_t& t : triggers) {
+    // The camera's scene names, then one that no file carries and the empty name.
+    constexpr size_t kNames = std::size(lumo::kSceneNames);
+    const size_t pick = in.ConsumeIntegral<uint8_t>() % (kNames + 2);
+    t.aiscene = pick < kNames ? lumo::kSceneNames[pick] : pick == kNames ? "unknown" : "";
+    t.lux = in.ConsumeIntegral<uint16_t>();
+    t.cct = in.ConsumeIntegral<uint16_t>();
+    const uint32_t zoomBits = in.ConsumeIntegral<uint32_t>();
+    std::memcpy(&t.zoom_ratio, &zoomBits, sizeof(float));
+  }
   const std::vector<uint8_t> file = in.ConsumeRemainingBytes<uint8_t>();
 
   ParamUtil store(lumofuzz::writeScratch(lumo::kParamFileName, file.data(), file.size()));
