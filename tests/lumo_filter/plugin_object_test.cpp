@@ -4,7 +4,6 @@
 #include <hostsim/properties.h>
 #include <system/camera_metadata_tags.h>
 
-#include <cstdio>
 #include <set>
 
 #include "VyLumoFilterPlugin.h"
@@ -96,11 +95,6 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
     Frame half = makeFrame(16, 16, 1, {});
     half.request.outputBuffers.begin()->second.clear();
     EXPECT_EQ(plugin.processRequest(&half.request), 0);
-    FILE* dump = std::tmpfile();  // an instance of another mode dumps nothing
-    param_lut_t lut{};
-    if (mode == 7) plugin.exifDump(dump, &lut, nullptr, 1);
-    EXPECT_EQ(std::ftell(dump), 0);
-    std::fclose(dump);
     plugin.reset();
     plugin.destroy();
     plugin.destroy();  // twice is safe
@@ -137,10 +131,10 @@ auto fields(const param_trigger_t& t) {
 
 // Each row on a fresh preview instance: the conditions read and the name kept.
 TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
-  FrameTags all = sceneTags(13, 412.9f, 5100, 2.0f, "IMG_0001");
+  hostsim::FrameConditions all = sceneTags(13, 412.9f, 5100, 2.0f, "IMG_0001");
   all.faceValues = std::vector<int32_t>(8, 10);  // two faces make it a portrait
-  std::vector<std::pair<FrameTags, param_trigger_t>> rows = {
-      {all, {412, 5100, 2.0f, "protrait"}}, {{.cct = 70000}, {0, 4464, 0.0f, "common"}}};
+  std::vector<std::pair<hostsim::FrameConditions, param_trigger_t>> rows = {
+      {all, {412, 5100, 2.0f, "protrait"}}};
   const char* const table[] = {"common", "common",         "food",   "plants", "plants", "plants",
                                "plants", "common",         "common", "night",  "night",  "common",
                                "common", "sunrise_sunset", "night",  "common"};

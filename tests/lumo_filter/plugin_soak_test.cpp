@@ -65,17 +65,15 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
 
   const uint32_t warmUp = 4 * kPeriod;
   const uint32_t frames = std::max(uint32_t(soakCycles(kDefaultFrames)), 2 * warmUp);
-  struct Instance {
-    vyalgo2::PluginWraper& plugin;
-    const std::vector<uint64_t>& expected;
-    uint32_t wrong = 0;
-  } instances[] = {{host.make(1), preview}, {host.make(0), snapshot}};
+  vyalgo2::PluginWraper* const running[] = {&host.make(1), &host.make(0)};
+  const std::vector<uint64_t>* const expected[] = {&preview, &snapshot};
+  uint32_t wrong[] = {0, 0};
   auto onTwoThreads = [&](uint32_t from, uint32_t to) {
-    auto run = [&](Instance& i) {
+    auto run = [&](int k) {
       for (uint32_t n = from; n < to; ++n)
-        i.wrong += runFrame(i.plugin, n) != i.expected[n % kPeriod];
+        wrong[k] += runFrame(*running[k], n) != (*expected[k])[n % kPeriod];
     };
-    std::thread a(run, std::ref(instances[0])), b(run, std::ref(instances[1]));
+    std::thread a(run, 0), b(run, 1);
     a.join();
     b.join();
   };
@@ -87,7 +85,7 @@ TEST(PluginSoak, TwoInstancesStayExactAndFlatWhileTheCalibrationChanges) {
   std::filesystem::remove(prepareDevice() + "/odm/etc/camera/lumo_filter_param.bin");
   onTwoThreads(half, frames);
   const size_t afterHeap = heapInUse();
-  EXPECT_EQ(std::make_pair(instances[0].wrong, instances[1].wrong), std::make_pair(0u, 0u));
+  EXPECT_EQ(std::make_pair(wrong[0], wrong[1]), std::make_pair(0u, 0u));
   EXPECT_LE(afterHeap, warmHeap + kAllowedHeapGrowth)
       << frames << " frames per instance grew the heap by " << (afterHeap - warmHeap) << " bytes";
 

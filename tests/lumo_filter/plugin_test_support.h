@@ -102,9 +102,6 @@ inline void quietLogs() { hostsim::setAndroidLogFile("-"); }
 // position; "food" is left out so that its frames find no parameters.
 constexpr const char* kScenes[] = {"common", "plants", "night", "sunrise_sunset", "protrait"};
 
-// What a frame's metadata carries; unset members are absent tags.
-using FrameTags = hostsim::FrameConditions;
-
 // A patterned NV21 input and a zeroed output.
 struct Frame {
   std::unique_ptr<hostsim::ImageBuffer> input, output;
@@ -165,13 +162,13 @@ inline const std::string& prepareDevice() {
 
 inline std::string dumpFolder() { return prepareDevice() + "/data/vendor/camera"; }
 
-inline FrameTags sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
-                           float zoom = 1.0f, std::optional<std::string> name = {}) {
+inline hostsim::FrameConditions sceneTags(uint32_t scene, float lux = 300.0f, uint32_t cct = 5000,
+                                          float zoom = 1.0f, std::optional<std::string> name = {}) {
   return {cct, lux, scene, std::nullopt, zoom, std::move(name), std::nullopt};
 }
 
-inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum, const FrameTags& tags,
-                       uint32_t stride = 0) {
+inline Frame makeFrame(uint32_t width, uint32_t height, uint32_t frameNum,
+                       const hostsim::FrameConditions& tags, uint32_t stride = 0) {
   Frame f;
   const lumo::Geometry g{lumo::PixelFormat::NV21, width, height, stride, 0};
   std::string error;
