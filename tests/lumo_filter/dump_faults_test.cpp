@@ -1,10 +1,9 @@
-// Faults of the dump folder while dumping is on: missing, read-only, and
-// filling up in the middle of the parameter text (the simulator's file layer
-// makes the last two, so they need no privileges). The frame must come out as
-// without the fault and the request still returns 0. The host's image dumps say
-// on the log which failed and why, and leave nothing cut short. The plugin's
-// parameter text is written unchecked and without a word by design: on a full
-// partition it is left holding what fitted, never anything else.
+// Faults of the dump folder while dumping is on: missing, read-only, and full
+// inside the parameter text (made by the simulator's file layer, no privileges
+// needed). The frame comes out as without the fault, the request returns 0, the
+// host's image dumps say which failed and why and leave nothing cut short. The
+// plugin writes its text unchecked by design: on a full partition it holds what
+// fitted, never anything else.
 #include <hostsim/file_faults.h>
 
 #include <map>

@@ -18,7 +18,6 @@ struct LumoPluginTestAccess {
   static const param_trigger_t& info(const VyLumoFilterPlugin& p) { return p.m_triggerInfo; }
   static const std::string& imageName(const VyLumoFilterPlugin& p) { return p.m_imageName; }
   static bool hasExifFile(const VyLumoFilterPlugin& p) { return p.m_exifFile != nullptr; }
-  static bool hasBlocks(const VyLumoFilterPlugin& p) { return p.m_lut || p.m_shading; }
 };
 
 namespace {
@@ -103,7 +102,6 @@ TEST_F(PluginObject, InitializeTheLogOnlyCallsAndDestroy) {
     EXPECT_EQ(
         pluginLines(capture).at(0),
         (PluginLine{4, "initialize", tag + " initialize, processMode=" + std::to_string(mode)}));
-    EXPECT_FALSE(Access::hasBlocks(plugin));
   }
   // Mode 7 makes no filter; destroy deletes the two others.
   EXPECT_EQ(hostsim::createFilterFormats(), (std::vector<int>{9, 10}));
@@ -138,11 +136,10 @@ TEST_F(PluginObject, MetadataTagsSceneTableFacesAndSixteenBitWraps) {
   const char* const table[] = {"common", "common",         "food",   "plants", "plants", "plants",
                                "plants", "common",         "common", "night",  "night",  "common",
                                "common", "sunrise_sunset", "night",  "common"};
-  for (uint32_t id = 0; id < 18; id++)
-    rows.push_back({{.aiScene = id < 16    ? id
-                                : id == 16 ? 255
-                                           : 0xFFFFFFFFu},
-                    {0, 0, 0.0f, id < 16 ? table[id] : "common"}});
+  for (uint32_t id = 0; id < 18; id++) {
+    const uint32_t tag = id < 16 ? id : id == 16 ? 255 : 0xFFFFFFFFu;
+    rows.push_back({{.aiScene = tag}, {0, 0, 0.0f, id < 16 ? table[id] : "common"}});
+  }
   // Faces are a quarter of the values, rounded down.
   for (int n : {1, 3, 4, 7, 40})
     rows.push_back({{.aiScene = 9u, .faceValues = std::vector<int32_t>(n, 10)},

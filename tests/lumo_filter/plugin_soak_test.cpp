@@ -1,9 +1,8 @@
 // The preview and snapshot instances on two threads for many small frames
 // whose scene and zoom ratio move between calibration cells, while the
-// calibration file is removed underneath them. The
-// store is read once per process, so every frame must come out exactly as a
-// single-threaded run of the same frames made it, and the heap must stay
-// flat once warm. LUMO_SOAK_CYCLES sets the frames per instance.
+// calibration file is removed underneath them. The store is read once per
+// process, so every frame must come out exactly as a single-threaded run made
+// it, and the heap must stay flat once warm. LUMO_SOAK_CYCLES sets the frames.
 #include <heap_in_use.h>
 
 #include <set>
