@@ -107,6 +107,9 @@ Block mapBlock(size_t size) {
   return {p, size, fd};
 }
 
+// Set while FrameBytes::forOverwrite allocates on this thread.
+thread_local bool t_forOverwrite = false;
+
 }  // namespace
 
 void* frameAlloc(size_t bytes) {
@@ -119,7 +122,7 @@ void* frameAlloc(size_t bytes) {
   const size_t size = mappedBytes(bytes);
   // A kept block holds an earlier frame: clearing its warm pages is far
   // cheaper than the kernel clearing fresh ones.
-  if (void* p = blocks().take(size)) return std::memset(p, 0, size);
+  if (void* p = blocks().take(size)) return t_forOverwrite ? p : std::memset(p, 0, size);
   const Block b = mapBlock(size);
   blocks().add(b);
   return b.p;
@@ -135,6 +138,19 @@ void frameFree(void* p, size_t bytes) noexcept {
   if (blocks().release(p, b) || b.p == nullptr) return;
   munmap(b.p, b.size);
   close(b.fd);
+}
+
+FrameBytes FrameBytes::forOverwrite(size_t size) {
+  FrameBytes bytes;
+  t_forOverwrite = true;
+  try {
+    bytes.resize(size);
+  } catch (...) {
+    t_forOverwrite = false;
+    throw;
+  }
+  t_forOverwrite = false;
+  return bytes;
 }
 
 int frameMemoryFd(const void* p) { return p == nullptr ? -1 : blocks().fdOf(p); }

@@ -81,6 +81,10 @@ public:
   FrameBytes& operator=(FrameBytes&&) noexcept = default;
   ~FrameBytes() = default;
 
+  // `size` bytes left as they are: a reused block keeps an earlier frame's
+  // contents. Only for a buffer its writer fills whole.
+  static FrameBytes forOverwrite(size_t size);
+
 private:
   void copyFrom(const FrameBytes& other) {
     Base::resize(other.size());

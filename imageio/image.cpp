@@ -18,4 +18,11 @@ Image makeImage(Geometry geometry) {
   return image;
 }
 
+Image makeImageForOverwrite(Geometry geometry) {
+  Image image;
+  image.geometry = completeGeometry(geometry);
+  image.bytes = FrameBytes::forOverwrite(bufferBytes(image.geometry));
+  return image;
+}
+
 }  // namespace lumo

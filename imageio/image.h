@@ -27,5 +27,8 @@ struct Image {
 
 // A zero-filled image (YUV chroma set to 128, RGBA alpha to 255).
 Image makeImage(Geometry geometry);
+// An image whose bytes are undefined, for a writer that fills every one of
+// them (a decoder): a reused frame block is not cleared first.
+Image makeImageForOverwrite(Geometry geometry);
 
 }  // namespace lumo

@@ -53,12 +53,93 @@ void onMessage(j_common_ptr info, int level) {
   ++info->err->num_warnings;
 }
 
-bool readHeader(jpeg_decompress_struct& info, ErrorManager& err, std::FILE* file) {
+// libjpeg-turbo's Huffman decoder takes its fast path only while a whole
+// MCU's worst case is buffered (512 bytes a block, 3 KB for 4:2:0), and its
+// stdio source holds 4 KB: read through that, most MCUs of a photo take the
+// slow path. This source reads the file in large steps instead, and
+// otherwise behaves as the stdio one: an empty file is an error, and one
+// that ends early is warned about and ends in an end-of-image marker.
+struct FileSource {
+  static constexpr size_t kBytes = size_t{1} << 18;
+  jpeg_source_mgr base;
+  std::FILE* file;
+  std::vector<JOCTET> buffer;
+  bool started = false;
+
+  explicit FileSource(std::FILE* in) : file(in), buffer(kBytes) {
+    base.next_input_byte = nullptr;
+    base.bytes_in_buffer = 0;
+    base.init_source = [](j_decompress_ptr) {};
+    base.fill_input_buffer = [](j_decompress_ptr info) -> boolean {
+      auto* s = reinterpret_cast<FileSource*>(info->src);
+      size_t n = std::fread(s->buffer.data(), 1, s->buffer.size(), s->file);
+      if (n == 0) {
+        if (!s->started) ERREXIT(info, JERR_INPUT_EMPTY);
+        WARNMS(info, JWRN_JPEG_EOF);
+        s->buffer[0] = 0xFF;
+        s->buffer[1] = JPEG_EOI;
+        n = 2;
+      }
+      s->base.next_input_byte = s->buffer.data();
+      s->base.bytes_in_buffer = n;
+      s->started = true;
+      return TRUE;
+    };
+    base.skip_input_data = [](j_decompress_ptr info, long count) {
+      jpeg_source_mgr* src = info->src;
+      if (count <= 0) return;
+      while (size_t(count) > src->bytes_in_buffer) {
+        count -= long(src->bytes_in_buffer);
+        (*src->fill_input_buffer)(info);
+      }
+      src->next_input_byte += count;
+      src->bytes_in_buffer -= size_t(count);
+    };
+    base.resync_to_restart = jpeg_resync_to_restart;
+    base.term_source = [](j_decompress_ptr) {};
+  }
+};
+
+bool readHeader(jpeg_decompress_struct& info, ErrorManager& err, FileSource& source) {
   if (setjmp(err.jump)) return false;
-  jpeg_stdio_src(&info, file);
+  info.src = &source.base;
   jpeg_read_header(&info, TRUE);
   return true;
 }
+
+// The encoder's counterpart: its stdio destination hands 4 KB at a time to
+// the stream, and its Huffman encoder goes through a side buffer whenever
+// less than an MCU's worst case is free. A large buffer of our own avoids
+// both and the stream's many small writes.
+struct FileDestination {
+  static constexpr size_t kBytes = size_t{1} << 18;
+  jpeg_destination_mgr base;
+  std::FILE* file;
+  std::vector<JOCTET> buffer;
+
+  FileDestination(std::FILE* out) : file(out), buffer(kBytes) {
+    base.init_destination = [](j_compress_ptr info) {
+      auto* d = reinterpret_cast<FileDestination*>(info->dest);
+      d->base.next_output_byte = d->buffer.data();
+      d->base.free_in_buffer = d->buffer.size();
+    };
+    base.empty_output_buffer = [](j_compress_ptr info) -> boolean {
+      auto* d = reinterpret_cast<FileDestination*>(info->dest);
+      if (std::fwrite(d->buffer.data(), 1, d->buffer.size(), d->file) != d->buffer.size())
+        ERREXIT(info, JERR_FILE_WRITE);
+      d->base.next_output_byte = d->buffer.data();
+      d->base.free_in_buffer = d->buffer.size();
+      return TRUE;
+    };
+    base.term_destination = [](j_compress_ptr info) {
+      auto* d = reinterpret_cast<FileDestination*>(info->dest);
+      const size_t n = d->buffer.size() - d->base.free_in_buffer;
+      if (n != 0 && std::fwrite(d->buffer.data(), 1, n, d->file) != n)
+        ERREXIT(info, JERR_FILE_WRITE);
+      if (std::fflush(d->file) != 0) ERREXIT(info, JERR_FILE_WRITE);
+    };
+  }
+};
 
 // YCbCr with one chroma sample per 2x2 block, of even size: the layout of
 // an NV21 or NV12 buffer, so its planes can be taken as they are.
@@ -179,10 +260,10 @@ bool finishDecode(jpeg_decompress_struct& info, ErrorManager& err, Image& image)
   return true;
 }
 
-bool encode(jpeg_compress_struct& info, ErrorManager& err, const Image& rgba, std::FILE* out,
+bool encode(jpeg_compress_struct& info, ErrorManager& err, const Image& rgba, FileDestination& out,
             int quality) {
   if (setjmp(err.jump)) return false;
-  jpeg_stdio_dest(&info, out);
+  info.dest = &out.base;
   info.image_width = rgba.geometry.width;
   info.image_height = rgba.geometry.height;
   info.input_components = 4;
@@ -198,11 +279,11 @@ bool encode(jpeg_compress_struct& info, ErrorManager& err, const Image& rgba, st
   return true;
 }
 
-bool encodeRaw(jpeg_compress_struct& info, ErrorManager& err, const Image& yuv, std::FILE* out,
-               int quality, RawRows& r) {
+bool encodeRaw(jpeg_compress_struct& info, ErrorManager& err, const Image& yuv,
+               FileDestination& out, int quality, RawRows& r) {
   if (setjmp(err.jump)) return false;
   const Geometry& g = yuv.geometry;
-  jpeg_stdio_dest(&info, out);
+  info.dest = &out.base;
   info.image_width = g.width;
   info.image_height = g.height;
   info.input_components = 3;
@@ -251,16 +332,18 @@ struct FileCloser {
 // An open file with its header read.
 struct JpegReader {
   std::unique_ptr<std::FILE, FileCloser> file;
+  FileSource source;
   jpeg_decompress_struct info;
   ErrorManager err;
-  explicit JpegReader(const std::string& path) : file(std::fopen(path.c_str(), "rb")) {
+  explicit JpegReader(const std::string& path)
+      : file(std::fopen(path.c_str(), "rb")), source(file.get()) {
     if (!file) throw Failure(path + ": cannot open");
     info.err = jpeg_std_error(&err.base);
     err.base.error_exit = onError;
     err.base.emit_message = onMessage;
     err.lostData[0] = '\0';
     jpeg_create_decompress(&info);
-    if (!readHeader(info, err, file.get())) {
+    if (!readHeader(info, err, source)) {
       jpeg_destroy_decompress(&info);
       throw Failure(path + ": cannot decode JPEG: " + err.message);
     }
@@ -301,7 +384,9 @@ Image decodeJpeg(const std::string& path, std::optional<PixelFormat> yuv) {
       {raw ? *yuv : PixelFormat::RGBA, info.output_width, info.output_height, 0, 0});
   const std::string bad = checkGeometry(g);
   if (!bad.empty()) throw Failure(path + ": unusable JPEG size: " + bad);
-  Image image = makeImage(g);
+  // The raw decode writes every byte of a 4:2:0 buffer of the picture's own
+  // size; the others only rows of pixels, so their padding starts cleared.
+  Image image = raw ? makeImageForOverwrite(g) : makeImage(g);
   if (raw) {
     RawRows rows(g);
     if (!finishRawDecode(info, err, image, rows))
@@ -320,12 +405,13 @@ void encodeJpeg(const Image& image, std::FILE* out, const std::string& path, int
   info.err = jpeg_std_error(&err.base);
   err.base.error_exit = onError;
   jpeg_create_compress(&info);
+  FileDestination dest(out);
   bool ok;
   if (isYuv(image.geometry.format)) {
     RawRows rows(image.geometry);
-    ok = encodeRaw(info, err, image, out, quality, rows);
+    ok = encodeRaw(info, err, image, dest, quality, rows);
   } else {
-    ok = encode(info, err, image, out, quality);
+    ok = encode(info, err, image, dest, quality);
   }
   jpeg_destroy_compress(&info);
   if (!ok) throw Failure(path + ": cannot encode JPEG: " + err.message);
