@@ -75,8 +75,7 @@ inline void putBigEndian(std::string& bytes, size_t at, uint32_t value, int size
 // to say width x height; the data stays that of 16x16 pixels.
 inline std::string declaringSize(const std::string& path, uint32_t width, uint32_t height) {
   lumo::writeImage(path, lumo::makeImage({lumo::PixelFormat::RGBA, 16, 16, 0, 0}));
-  std::ifstream in(path, std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  std::string bytes = readText(path);
   if (lumo::fileKindOf(path) == lumo::FileKind::Png) {
     // IHDR: length at 8, type at 12, width at 16, height at 20, CRC of type and data at 29.
     putBigEndian(bytes, 16, width, 4);

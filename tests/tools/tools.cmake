@@ -12,7 +12,7 @@ lumo_add_gtest(lumo_tool_unit_tests
     ${CMAKE_CURRENT_LIST_DIR}/calib_lint_diff_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/picture_lut_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/compare_unit_test.cpp
-  LIBS lumo_session lumo_progress PNG::PNG JPEG::JPEG)
+  LIBS lumo_session lumo_progress PNG::PNG JPEG::JPEG GTest::gmock)
 
 # A stand-in plugin that logs what the host hands it and inverts luma, so the
 # host side of the tool can be checked call by call.
