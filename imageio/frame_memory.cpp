@@ -141,15 +141,15 @@ void frameFree(void* p, size_t bytes) noexcept {
 }
 
 FrameBytes FrameBytes::forOverwrite(size_t size) {
+  struct Scope {
+    Scope() { t_forOverwrite = true; }
+    ~Scope() { t_forOverwrite = false; }
+  };
   FrameBytes bytes;
-  t_forOverwrite = true;
-  try {
+  {
+    const Scope scope;
     bytes.resize(size);
-  } catch (...) {
-    t_forOverwrite = false;
-    throw;
   }
-  t_forOverwrite = false;
   return bytes;
 }
 

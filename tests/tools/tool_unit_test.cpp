@@ -172,6 +172,10 @@ TEST_F(ImageIo, YuvJpegRoundTripsThroughItsOwnPlanes) {
   long error = 0;
   for (size_t i = 0; i < 800 * 600; ++i) error += std::abs(y.bytes[i] - want.bytes[i]);
   EXPECT_LT(error, 2 * 800 * 600);
+  std::FILE* full = std::fopen("/dev/full", "wb");  // a full disk fails the write, naming the file
+  EXPECT_THAT([&] { encodeJpeg(noise, full, "n.jpg", 90); },
+              testing::ThrowsMessage<Failure>(testing::StartsWith("n.jpg: cannot encode JPEG")));
+  std::fclose(full);
 }
 
 // Writer threads commit side by side without touching the process umask, and
@@ -235,9 +239,13 @@ TEST(YuvConvert, ReferenceFollowsJfifOnKnownColours) {
   const uint8_t u[5] = {170, 128, 85, 255, 44}, v[5] = {181, 128, 255, 107, 21};
   Image rgba = makeImage({PixelFormat::RGBA, 9, 1, 0, 0});
   for (int x = 0; x < 9; ++x) std::memcpy(rgba.row(0) + 4 * x, rgb[x], 3);
+  Image nv12;
   for (PixelFormat f : {PixelFormat::NV12, PixelFormat::NV21}) {
     Image yuv = makeImage({f, 9, 1, 10, 0});
     rgbaToYuvReference(rgba, yuv);
+    if (f == PixelFormat::NV12) nv12 = yuv;
+    // Copies between paddings, and the swap between the chroma orders, are exact.
+    EXPECT_TRUE(convertImage(convertImage(yuv, f, 12), PixelFormat::NV12, 10).bytes == nv12.bytes);
     const int uAt = f == PixelFormat::NV12 ? 0 : 1;  // NV21 stores V first
     for (int x = 0; x < 9; ++x) EXPECT_EQ(yuv.row(0)[x], y[x]) << formatName(f) << " x " << x;
     for (int i = 0; i < 5; ++i) {
