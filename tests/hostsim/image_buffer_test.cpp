@@ -197,6 +197,7 @@ TEST_F(Pictures, CopiedBetweenPaddingsAndDumpedAtTheirStrideMismatchesRefused) {
   auto a = ImageBuffer::allocate({PixelFormat::NV21, 8, 4, 0, 0});
   vyalgo2::VyImageBuffer ra = a->imageBuffer(), nv12 = ra, taller = ra, empty = ra, odd = ra;
   nv12.format = 0x109, taller.height = 6, empty.planeAddress[0] = 0, odd.format = 0x23;
+  EXPECT_EQ(PluginUtils::dumpToFile(&ra, "missing/IMG"), -1);  // a folder that is not there
   vyalgo2::VyImageBuffer odd2 = odd;
   hostsim::LogCapture capture;
   const std::pair<vyalgo2::VyImageBuffer*, vyalgo2::VyImageBuffer*> refused[] = {
