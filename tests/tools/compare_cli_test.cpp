@@ -47,13 +47,10 @@ TEST_F(CompareCli, GateExitCodesAndBadInputs) {
   write("gone.jsonl", "{\"instance\": \"preview\", \"input\": \"nowhere.jpg\", \"meta\": {}}\n");
   fs::copy_file(dir / "old.bin", dir / "same.bin");
   write("bad.json", R"({"calibration": {"new": {"file": "n.bin"}}})");
-  // The shards of s1 come from the GNU parallel recipe of docs/compare.md, on local slots.
-  ASSERT_EQ(std::system(("cd '" + dir.string() +
-                         "' && LUMO_DEVICE_ROOT= parallel --jobs 2 '" LUMO_TOOL
-                         "' compare --calib new.bin --against old.bin --jobs 1 --shard {}/2 "
-                         "-o a{}.json s1.jsonl ::: 1 2")
-                            .c_str()),
-            0);
+  const std::string recipe = "parallel --jobs 2 '" LUMO_TOOL  // the recipe of docs/compare.md
+                             "' compare --calib new.bin --against old.bin --jobs 1 "
+                             "--shard {}/2 -o a{}.json s1.jsonl ::: 1 2";
+  ASSERT_EQ(std::system(("cd '" + dir.string() + "' && LUMO_DEVICE_ROOT= " + recipe).c_str()), 0);
   ASSERT_EQ(
       lumo("compare --calib same.bin --against new.bin s1.jsonl --shard 2/2 -o b2.json").status, 0);
   ASSERT_EQ(compare("s2.jsonl --shard 2/2 -o c2.json").status, 0);

@@ -154,8 +154,7 @@ TEST_F(ImageIo, YuvJpegRoundTripsThroughItsOwnPlanes) {
       }
     EXPECT_LE(worstYuv, 2);
     EXPECT_LE(worstRgb, 6);  // libjpeg's own chroma upsampling against whole-block chroma
-    // 640 KB of markers the decoder skips cross the reader's 256 KB steps;
-    // their end-of-image codes catch a skip that lands short or long.
+    // 640 KB of skipped markers, end-of-image codes inside, cross the reader's 256 KB steps.
     std::string jpeg = lumo_test::readText(path("y.jpg")), pad(65518, '\xD9');
     for (size_t k = 0; k < pad.size(); k += 2) pad[k] = '\xFF';
     for (int i = 0; i < 10; ++i) jpeg.insert(2, "\xFF\xE9\xFF\xF0" + pad);
@@ -169,13 +168,9 @@ TEST_F(ImageIo, YuvJpegRoundTripsThroughItsOwnPlanes) {
   EXPECT_GT(fs::file_size(path("n.jpg")), 2u << 18);
   const Image y = readImage(path("n.jpg"), {}, PixelFormat::NV21),
               want = convertImage(noise, PixelFormat::NV21);
-  long error = 0;
+  long error = 0;  // luma off by less than two on average: nothing lost or repeated
   for (size_t i = 0; i < 800 * 600; ++i) error += std::abs(y.bytes[i] - want.bytes[i]);
   EXPECT_LT(error, 2 * 800 * 600);
-  std::FILE* full = std::fopen("/dev/full", "wb");  // a full disk fails the write, naming the file
-  EXPECT_THAT([&] { encodeJpeg(noise, full, "n.jpg", 90); },
-              testing::ThrowsMessage<Failure>(testing::StartsWith("n.jpg: cannot encode JPEG")));
-  std::fclose(full);
 }
 
 // Writer threads commit side by side without touching the process umask, and
