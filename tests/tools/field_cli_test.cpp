@@ -129,10 +129,8 @@ TEST_F(FieldCli, DamagedCalibrationFilesGiveBoundedEscapedReports) {
       {"calib build p.json -o p.bin", 0, {"warning: the camera never reports", "protrait"}},
   });
   EXPECT_LE(countOf(lumo("calib check flipped.bin").out, "\n"), 52u);
-  const Outcome o = lumo("calib check --json flipped.bin");
-  const auto j = nlohmann::json::parse(o.out, nullptr, false);
-  ASSERT_FALSE(j.is_discarded()) << o.out.substr(0, 300);
-  EXPECT_LE(j[0]["issues"].size(), 50u);
+  EXPECT_LE(nlohmann::json::parse(lumo("calib check --json flipped.bin").out)[0]["issues"].size(),
+            50u);
 }
 
 // Bad option values are usage errors (exit 2) with one message naming the option.
