@@ -46,4 +46,13 @@ endforeach()
 if(NOT "libvyhost.so" IN_LIST needed)
   message(FATAL_ERROR "check_plugin_abi: ${LIB} does not need libvyhost.so (needed: ${needed})")
 endif()
+# An empty entry in the library search path is read as the current folder:
+# the plugin would take a library of that name from wherever the host runs.
+if(dyn MATCHES "\\((RUNPATH|RPATH)\\)[^\n]*\\[([^]\n]*)\\]")
+  set(search_path "${CMAKE_MATCH_2}")
+  if(search_path MATCHES "^:|::|:$")
+    message(FATAL_ERROR "check_plugin_abi: ${LIB} searches the current folder for libraries "
+                        "(an empty entry in its search path \"${search_path}\")")
+  endif()
+endif()
 message(STATUS "plugin ABI: exports ${exported}; needs ${needed}")
