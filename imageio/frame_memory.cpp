@@ -153,6 +153,18 @@ FrameBytes FrameBytes::forOverwrite(size_t size) {
   return bytes;
 }
 
+void frameMemoryTrim() noexcept {
+  std::vector<Block> kept;
+  {
+    std::lock_guard<std::mutex> lock(blocks().mutex);
+    kept.swap(blocks().kept);
+  }
+  for (const Block& b : kept) {
+    munmap(b.p, b.size);
+    close(b.fd);
+  }
+}
+
 int frameMemoryFd(const void* p) { return p == nullptr ? -1 : blocks().fdOf(p); }
 
 }  // namespace lumo

@@ -25,6 +25,12 @@ void frameFree(void* p, size_t bytes) noexcept;
 // at its offset 0), or -1 for a small block from the heap. Valid until the
 // block is freed.
 int frameMemoryFd(const void* p);
+// Gives the kept blocks back to the system. The kernel returns a block's
+// pages in the unmap, a few milliseconds per 12 MP frame; left kept, that
+// happens at the process's exit, after everything else. A session that
+// has read and rendered its last frame calls this while its last writes
+// run, so the cost overlaps them.
+void frameMemoryTrim() noexcept;
 
 // An allocator whose memory arrives zeroed and whose elements are left as
 // they are by resize() and the like (default-initialised), so that a fresh

@@ -12,6 +12,7 @@
 
 #include "failure.h"
 #include "filter_tap.h"
+#include "frame_memory.h"
 #include "frame_pipeline.h"
 #include "host_setup.h"
 #include "image_files.h"
@@ -211,6 +212,9 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
       reports.push_back(report);
       if (onFrame) onFrame(report, i + 1, frames.size());
     }
+    // Nothing is read or rendered any more: the freed frames' memory goes
+    // back now, beside the last encode, instead of at the exit.
+    frameMemoryTrim();
     writes.drain();
   }
   staging.commit();

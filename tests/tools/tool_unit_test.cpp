@@ -20,6 +20,7 @@
 #include "atomic_file.h"
 #include "dump_name.h"
 #include "failure.h"
+#include "frame_memory.h"
 #include "image_files.h"
 #include "progress.h"
 #include "session.h"
@@ -371,4 +372,19 @@ TEST(FrameSize, MemoryNeedIsRefusedAgainstWhatIsAvailable) {
     EXPECT_EQ(problem.find("more than the") != std::string::npos, refused) << problem;
   }
   EXPECT_EQ(framePeakBytes(4, 2, 6, 4, PixelFormat::NV21), 2u * 32 + 2u * 36);
+}
+
+TEST(FrameMemory, TrimReleasesTheKeptBlocks) {
+  const auto frameFiles = [] {
+    std::error_code ec;
+    return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"), [&](const auto& e) {
+      return fs::read_symlink(e.path(), ec).string().find("lumo-frame") != std::string::npos;
+    });
+  };
+  frameMemoryTrim();
+  const auto live = frameFiles();
+  frameFree(frameAlloc(size_t{4} << 20), size_t{4} << 20);  // kept for the next frame
+  EXPECT_EQ(frameFiles(), live + 1);
+  frameMemoryTrim();
+  EXPECT_EQ(frameFiles(), live);
 }
