@@ -30,20 +30,16 @@ BackgroundWrites::~BackgroundWrites() {
     if (f.valid()) f.wait();
 }
 
-void BackgroundWrites::makeRoom() {
-  while (m_inFlight > 0 && m_pending.size() >= m_inFlight) {
-    std::future<void> oldest = std::move(m_pending.front());
-    m_pending.pop_front();
-    oldest.get();
-  }
-}
-
 void BackgroundWrites::submit(std::function<void()> write) {
   if (m_inFlight == 0) {
     write();
     return;
   }
-  makeRoom();
+  while (m_pending.size() >= m_inFlight) {
+    std::future<void> oldest = std::move(m_pending.front());
+    m_pending.pop_front();
+    oldest.get();
+  }
   m_pending.push_back(std::async(std::launch::async, std::move(write)));
 }
 

@@ -44,8 +44,6 @@ public:
   explicit BackgroundWrites(size_t inFlight) : m_inFlight(inFlight) {}
   ~BackgroundWrites();
   void submit(std::function<void()> write);
-  // Waits until a write can be submitted at once.
-  void makeRoom();
   void drain();
 
 private:

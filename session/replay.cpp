@@ -194,10 +194,6 @@ std::vector<FrameReport> replaySession(const std::vector<SessionFrame>& frames,
     for (size_t i = 0; i < frames.size(); ++i) {
       const SessionFrame& frame = frames[i];
       FrameImage source = prefetch.get(i);
-      // The last frame's write finishes before the plugin gets an output:
-      // its memory then serves this one, where a fresh frame's pages would
-      // cost more than the wait, which the reading thread fills anyway.
-      writes.makeRoom();
       Image result;
       FrameReport report = host.process(frame, source, source.buffer, result);
       shrinkPicture(result, source.width, source.height);  // back from the even padding
