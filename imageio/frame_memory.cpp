@@ -107,6 +107,11 @@ Block mapBlock(size_t size) {
   return {p, size, fd};
 }
 
+void unmapBlock(const Block& b) {
+  munmap(b.p, b.size);
+  close(b.fd);
+}
+
 // Set while FrameBytes::forOverwrite allocates on this thread.
 thread_local bool t_forOverwrite = false;
 
@@ -136,8 +141,7 @@ void frameFree(void* p, size_t bytes) noexcept {
   }
   Block b{};
   if (blocks().release(p, b) || b.p == nullptr) return;
-  munmap(b.p, b.size);
-  close(b.fd);
+  unmapBlock(b);
 }
 
 FrameBytes FrameBytes::forOverwrite(size_t size) {
@@ -159,10 +163,7 @@ void frameMemoryTrim() noexcept {
     std::lock_guard<std::mutex> lock(blocks().mutex);
     kept.swap(blocks().kept);
   }
-  for (const Block& b : kept) {
-    munmap(b.p, b.size);
-    close(b.fd);
-  }
+  for (const Block& b : kept) unmapBlock(b);
 }
 
 int frameMemoryFd(const void* p) { return p == nullptr ? -1 : blocks().fdOf(p); }
