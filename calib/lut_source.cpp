@@ -10,6 +10,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -53,6 +54,11 @@ std::string readText(const std::string& path) {
 // sees the file (the title is kept here; line numbers stay). OpenColorIO
 // also takes a DOMAIN line of fewer than three numbers without a word,
 // which is refused here with `path` and the line.
+//
+// A table row before the size line is refused too. The format puts its
+// keywords first, and when both .cube readers fail OpenColorIO hands the file
+// to every other reader: its Discreet .lut reader (2.1) leaks its table when
+// the first row starts with a number too large for an int.
 std::string scanCube(const std::string& text, const std::string& path, LutSourceInfo& info) {
   std::istringstream in(text);
   std::string line, cleaned;
@@ -63,6 +69,11 @@ std::string scanCube(const std::string& text, const std::string& path, LutSource
     std::istringstream words(body);
     std::string key;
     words >> key;
+    const size_t lead = body.find_first_not_of(" \t");
+    if (!sizes1d && !sizes3d && lead != std::string::npos &&
+        std::strchr("0123456789+-.", body[lead]) != nullptr && body[lead] != '\0')
+      throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
+                               ": a table row before LUT_3D_SIZE or LUT_1D_SIZE");
     if (key == "TITLE") {
       const auto q1 = body.find('"'), q2 = body.rfind('"');
       if (q1 != std::string::npos && q2 > q1) {

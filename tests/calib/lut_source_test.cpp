@@ -224,6 +224,8 @@ TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
        "expected 8."},
       {"domain_short.cube", broken("TITLE \"good\"", "DOMAIN_MIN 0 0"),
        "line 1: DOMAIN_MIN: expected three numbers, got \"DOMAIN_MIN 0 0\""},
+      {"row_first.cube", broken("TITLE \"good\"", "99999999999 0 0"),
+       "line 1: a table row before LUT_3D_SIZE or LUT_1D_SIZE"},
       {"domain_empty.cube", broken("TITLE \"good\"", "DOMAIN_MIN 0 0 1\nDOMAIN_MAX 1 1 1"),
        "DOMAIN_MAX must exceed DOMAIN_MIN in every channel (channel B: 1.000000 .. 1.000000)"},
       {"look.xyz", "1 2 3\n",
