@@ -69,12 +69,16 @@ std::string scanCube(const std::string& text, const std::string& path, LutSource
     std::istringstream words(body);
     std::string key;
     words >> key;
+    // OpenColorIO takes keywords in any case ("lut_3d_size" too), so the
+    // checks below do; messages show the word as written.
+    std::string upper = key;
+    for (char& c : upper) c = char(std::toupper(static_cast<unsigned char>(c)));
     const size_t lead = body.find_first_not_of(" \t");
     if (!sizes1d && !sizes3d && lead != std::string::npos &&
         std::strchr("0123456789+-.", body[lead]) != nullptr && body[lead] != '\0')
       throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
                                ": a table row before LUT_3D_SIZE or LUT_1D_SIZE");
-    if (key == "TITLE") {
+    if (upper == "TITLE") {
       const auto q1 = body.find('"'), q2 = body.rfind('"');
       if (q1 != std::string::npos && q2 > q1) {
         info.title = body.substr(q1 + 1, q2 - q1 - 1);
@@ -86,18 +90,18 @@ std::string scanCube(const std::string& text, const std::string& path, LutSource
       cleaned += "#\n";
       continue;
     }
-    if (key == "LUT_1D_INPUT_RANGE" || key == "LUT_3D_INPUT_RANGE") resolveKeys = true;
-    if (key == "DOMAIN_MIN" || key == "DOMAIN_MAX") {
-      std::array<double, 3>& d = key == "DOMAIN_MIN" ? info.domainMin : info.domainMax;
+    if (upper == "LUT_1D_INPUT_RANGE" || upper == "LUT_3D_INPUT_RANGE") resolveKeys = true;
+    if (upper == "DOMAIN_MIN" || upper == "DOMAIN_MAX") {
+      std::array<double, 3>& d = upper == "DOMAIN_MIN" ? info.domainMin : info.domainMax;
       std::string extra;
       if (!(words >> d[0] >> d[1] >> d[2]) || (words >> extra))
         throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
                                  ": " + key + ": expected three numbers, got \"" + body + "\"");
     }
-    if (key == "LUT_1D_SIZE" || key == "LUT_3D_SIZE") {
+    if (upper == "LUT_1D_SIZE" || upper == "LUT_3D_SIZE") {
       // OpenColorIO reserves whatever size the line says before reading a
       // single entry; a size no LUT has is refused here with its line.
-      const bool lattice = key == "LUT_3D_SIZE";
+      const bool lattice = upper == "LUT_3D_SIZE";
       const long most = lattice ? kMaxSourceEdge : kMaxShaperSize;
       std::string value, extra;
       words >> value;

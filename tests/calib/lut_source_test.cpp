@@ -211,8 +211,8 @@ TEST(LutSource, EachBrokenFieldNamesTheFileAndWhatWasWrong) {
     // file's name. OpenColorIO's own complaints pass through as they are.
     std::string expected;
   } cases[] = {
-      {"size_word.cube", broken("LUT_3D_SIZE 2", "LUT_3D_SIZE two"),
-       "line 2: LUT_3D_SIZE: expected an integer 2 to 129, got \"two\""},
+      {"size_any_case.cube", broken("LUT_3D_SIZE 2", "Lut_3D_Size 888"),
+       "line 2: Lut_3D_Size: expected an integer 2 to 129, got \"888\""},
       {"shaper_huge.cube", broken("LUT_3D_SIZE 2", "LUT_1D_SIZE 1e9\nLUT_3D_SIZE 2"),
        "line 2: LUT_1D_SIZE: expected an integer 2 to 65536, got \"1e9\""},
       {"utf16.cube", broken("TITLE", "\xFF\xFETITLE"),
