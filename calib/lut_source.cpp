@@ -10,13 +10,13 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "ocio/ocio_module.h"
 
@@ -71,14 +71,13 @@ std::string scanCube(const std::string& text, const std::string& path, LutSource
     words >> key;
     // OpenColorIO takes keywords in any case ("lut_3d_size" too), so the
     // checks below do; messages show the word as written.
-    std::string upper = key;
-    for (char& c : upper) c = char(std::toupper(static_cast<unsigned char>(c)));
+    const std::string word = lower(key);
     const size_t lead = body.find_first_not_of(" \t");
     if (!sizes1d && !sizes3d && lead != std::string::npos &&
-        std::strchr("0123456789+-.", body[lead]) != nullptr && body[lead] != '\0')
+        std::string_view("0123456789+-.").find(body[lead]) != std::string_view::npos)
       throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
                                ": a table row before LUT_3D_SIZE or LUT_1D_SIZE");
-    if (upper == "TITLE") {
+    if (word == "title") {
       const auto q1 = body.find('"'), q2 = body.rfind('"');
       if (q1 != std::string::npos && q2 > q1) {
         info.title = body.substr(q1 + 1, q2 - q1 - 1);
@@ -90,18 +89,18 @@ std::string scanCube(const std::string& text, const std::string& path, LutSource
       cleaned += "#\n";
       continue;
     }
-    if (upper == "LUT_1D_INPUT_RANGE" || upper == "LUT_3D_INPUT_RANGE") resolveKeys = true;
-    if (upper == "DOMAIN_MIN" || upper == "DOMAIN_MAX") {
-      std::array<double, 3>& d = upper == "DOMAIN_MIN" ? info.domainMin : info.domainMax;
+    if (word == "lut_1d_input_range" || word == "lut_3d_input_range") resolveKeys = true;
+    if (word == "domain_min" || word == "domain_max") {
+      std::array<double, 3>& d = word == "domain_min" ? info.domainMin : info.domainMax;
       std::string extra;
       if (!(words >> d[0] >> d[1] >> d[2]) || (words >> extra))
         throw std::runtime_error(path + ": cannot read .cube file: line " + std::to_string(number) +
                                  ": " + key + ": expected three numbers, got \"" + body + "\"");
     }
-    if (upper == "LUT_1D_SIZE" || upper == "LUT_3D_SIZE") {
+    if (word == "lut_1d_size" || word == "lut_3d_size") {
       // OpenColorIO reserves whatever size the line says before reading a
       // single entry; a size no LUT has is refused here with its line.
-      const bool lattice = upper == "LUT_3D_SIZE";
+      const bool lattice = word == "lut_3d_size";
       const long most = lattice ? kMaxSourceEdge : kMaxShaperSize;
       std::string value, extra;
       words >> value;
